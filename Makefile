@@ -1,0 +1,41 @@
+# kp120: thin front of the CMake build.  `make run` and `make test` install
+# what is missing, build, and run; everything they write stays under build*/.
+BUILD ?= build
+ASAN_BUILD ?= build-asan
+JOBS ?= $(shell nproc)
+CMAKE_FLAGS ?=
+
+.PHONY: deps configure build run test test-asan bench fuzz coverage format clean
+
+deps:
+	@tools/deps.sh
+
+$(BUILD)/CMakeCache.txt:
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
+
+configure: $(BUILD)/CMakeCache.txt
+
+build: deps configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	tools/demo.sh $(BUILD)
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	@if [ -f tools/test-asan.sh ]; then tools/test-asan.sh $(ASAN_BUILD); fi
+
+bench: build
+	tools/bench.sh $(BUILD)
+
+fuzz: deps
+	@if [ -f tools/fuzz.sh ]; then tools/fuzz.sh; else echo "no fuzz targets yet"; fi
+
+coverage: deps
+	@if [ -f tools/coverage.sh ]; then tools/coverage.sh; else echo "no coverage script yet"; fi
+
+format:
+	find include src host cli tests bench fuzz -name '*.[ch]pp' -o -name '*.h' -o -name '*.c' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) build-cov build-fuzz

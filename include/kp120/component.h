@@ -1,0 +1,104 @@
+/*
+ * kp120/component.h - the entry points exported by the component module
+ * (build/libkp120std.so), with C linkage and default visibility.  Nothing
+ * else of the module is exported.
+ *
+ * Calling order used by a VM:
+ *   bInitKLConvFromVM; CommandeComposante 0 and 2; GeneralParam 2005, 2006
+ *   and 2008; InfoComposante 0-3 and 21-26; Execution 3985; handlers;
+ *   Execution 4876/4877 on language or locale changes; Execution 4875.
+ *
+ * Integers are 32-bit; answers and words that may carry an address are
+ * pointer-wide (intptr_t / uintptr_t).
+ */
+#ifndef KP120_COMPONENT_H
+#define KP120_COMPONENT_H
+
+#include "types.h"
+#include "vm.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(KP120_BUILDING_COMPONENT)
+#define KP120_EXPORT __attribute__((visibility("default")))
+#else
+#define KP120_EXPORT
+#endif
+
+/* InfoComposante query codes. */
+#define KP_INFO_REVISION 0        /* answers 2 */
+#define KP_INFO_COMPONENT 1       /* answers 8 */
+#define KP_INFO_CAPABILITIES 2    /* answers 0x204 */
+#define KP_INFO_3 3               /* answers 1 */
+#define KP_INFO_DESCRIPTION 4     /* address of the UTF-16 description for language `index` */
+#define KP_INFO_WORD13 13         /* first word set through the component object */
+#define KP_INFO_FUNCTIONS 21
+#define KP_INFO_FUNCTION_COUNT 22 /* 381 */
+#define KP_INFO_CONSTANTS 23
+#define KP_INFO_CONSTANT_COUNT 24 /* 441 */
+#define KP_INFO_VARIABLES 25
+#define KP_INFO_VARIABLE_COUNT 26 /* 45 */
+#define KP_INFO_WORD27 27         /* second word set through the component object */
+
+/* CommandeComposante commands. */
+#define KP_COMMAND_SERVICES 0 /* block: kp_services* */
+#define KP_COMMAND_MESSAGE_CALLBACK 2 /* block: kp_message_fn */
+#define KP_COMMAND_MESSAGE_TEXT 3 /* block: uintptr_t[5]: [1] number, [2] char16_t* buffer, [3] size, [4] out length */
+
+/* Execution messages. */
+#define KP_EXEC_ATTACH 3985 /* block: uintptr_t[4]: [1] VM module handle, [2] and [3] registration words */
+#define KP_EXEC_DETACH 4875
+#define KP_EXEC_LOCALE 4876  /* block: uintptr_t[2] locale words */
+#define KP_EXEC_LOCALE3 4877 /* block: uintptr_t[3] locale words */
+
+/* GeneralParam codes. */
+#define KP_PARAM_TLS_INDEX 2005 /* value: thread-local index of the per-thread allocator */
+#define KP_PARAM_THREADING 2006 /* value: const kp_threading* */
+#define KP_PARAM_ALLOCATOR 2008 /* value: kp_allocator* */
+
+/* pQueryProxy code of the component object. */
+#define KP_PROXY_COMPONENT_OBJECT 60
+
+/* Peer entry point "Execution" of the VM module, called by the execution hooks. */
+typedef int32_t (*kp_execution_fn)(int32_t message, uintptr_t* block);
+
+/*
+ * Component object returned by pQueryProxy(60).  The VM owns it and destroys
+ * it through operation 1.  Languages: 0 French, 1 English (any other value
+ * counts as English).
+ */
+struct kp_component_object;
+typedef struct kp_component_object_ops {
+    void (*destroy)(struct kp_component_object* self);
+    void (*set_language)(struct kp_component_object* self, int32_t language);
+    /* Copies the component's name in the current language, cut to `size`
+     * characters including the terminator, always terminated. */
+    void (*name)(struct kp_component_object* self, char16_t* buffer, int32_t size);
+    const char16_t* (*description)(struct kp_component_object* self);
+    /* Records the error state's two parameters (answered by InfoComposante 13 and 27). */
+    void (*set_error_state)(struct kp_component_object* self, uintptr_t word13, uintptr_t word27);
+    /* The error record of the last failing call on this thread, or null. */
+    const kp_error_record* (*last_error)(struct kp_component_object* self);
+} kp_component_object_ops;
+
+typedef struct kp_component_object {
+    const kp_component_object_ops* ops;
+    uintptr_t word1; /* zero at construction */
+    uintptr_t word2; /* zero at construction */
+} kp_component_object;
+
+KP120_EXPORT intptr_t InfoComposante(int32_t query, int32_t index);
+KP120_EXPORT void CommandeComposante(int32_t command, void* block);
+KP120_EXPORT int32_t Execution(int32_t message, uintptr_t* block);
+KP120_EXPORT int32_t GeneralParam(int32_t code, intptr_t value);
+KP120_EXPORT void DeclareProxy(void** list, uint16_t* count1, void** first, uint16_t* count2);
+KP120_EXPORT kp_component_object* pQueryProxy(int32_t code);
+/* Installs the conversion hooks of the VM module `module` (a dlopen handle). */
+KP120_EXPORT int32_t bInitKLConvFromVM(void* module, int32_t revision, int32_t mode, void* reserved);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,318 @@
+/*
+ * kp120/vm.h - the VM side of the component boundary.
+ *
+ * Everything here is implemented by the VM (the reference host in host/ is a
+ * complete example) and called by the component: the value interface that
+ * receives results, the call frame and call context given to every handler,
+ * the error record the component fills, the string allocator, the string
+ * buffer header, the variant, the conversion hooks and the services block.
+ *
+ * Operation tables are arrays of function pointers whose slot positions are
+ * fixed: a VM fills the slots the component calls and may leave the others
+ * null.  "Operation N" in the comments counts from 1, "index N" from 0.
+ */
+#ifndef KP120_VM_H
+#define KP120_VM_H
+
+#include <stddef.h>
+#include <stdint.h>
+#ifndef __cplusplus
+#include <uchar.h>
+#endif
+
+#include "types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------ */
+/* String buffers                                                      */
+/* ------------------------------------------------------------------ */
+
+/*
+ * A string (or binary buffer) travels as a pointer to its first character.
+ * The header lies immediately before the characters.  The four 32-bit words
+ * sit at -16, -12, -8 and -4 on every target; the owner pointer before them
+ * is pointer-wide (-20 on 32-bit targets, -24 on 64-bit ones).  The character
+ * area always ends with one UTF-16 zero.  A null pointer is the empty string.
+ */
+typedef struct kp_string_header {
+    struct kp_allocator* owner; /* allocator that made the buffer */
+    uint32_t flags;             /* bits 1-3: kind (2 = UTF-16 text); bit 0 cleared on shortening */
+    int32_t refcount;
+    uint32_t capacity;          /* bytes in the character area */
+    uint32_t length;            /* characters (bytes for a binary buffer), terminator excluded */
+} kp_string_header;
+
+#define KP_STRING_KIND_TEXT 2u
+#define KP_STRING_FLAGS_TEXT (KP_STRING_KIND_TEXT << 1)
+#define KP_STRING_MAX_CHARS 0x7FFFFF00u /* creating this many characters or more fails with 108 */
+/* Extra bytes around the character area of a block: the header plus room for the terminator. */
+#define KP_STRING_BLOCK_EXTRA (sizeof(kp_string_header) + 4u)
+
+static inline kp_string_header* kp_string_header_of(const char16_t* chars) {
+    return (kp_string_header*)((char*)(chars) - sizeof(kp_string_header));
+}
+
+/* ------------------------------------------------------------------ */
+/* Allocator                                                           */
+/* ------------------------------------------------------------------ */
+
+struct kp_allocator;
+
+/*
+ * The VM's string allocator (GeneralParam 2008, and per thread through the
+ * thread-local slot of GeneralParam 2005).  Operations the component calls:
+ *   1 grow:    new buffer of `capacity` bytes, header owner/capacity set and
+ *              the terminator written; returns the character pointer or null.
+ *   2 offer:   offered a block the component allocated itself with the C
+ *              library (block = header address); returns non-zero when the
+ *              allocator takes it, 0 to let the component free() it.
+ *   4 release: the allocator is being replaced; argument 1.
+ *   6 create:  new buffer of at least `bytes` bytes (plus terminator), header
+ *              owner and capacity set; stores the characters in *out and
+ *              returns 0, or returns an error code (100 out of memory).
+ *   8 free:    frees a buffer this allocator owns (character pointer).
+ */
+typedef struct kp_allocator_ops {
+    char16_t* (*grow)(struct kp_allocator* self, uint32_t capacity);        /* operation 1 */
+    int32_t (*offer)(struct kp_allocator* self, void* block);              /* operation 2 */
+    void* reserved3;                                                       /* operation 3 */
+    void (*release)(struct kp_allocator* self, int32_t flag);              /* operation 4 */
+    void* reserved5;                                                       /* operation 5 */
+    int32_t (*create)(struct kp_allocator* self, uint32_t bytes, char16_t** out); /* operation 6 */
+    void* reserved7;                                                       /* operation 7 */
+    void (*free_buffer)(struct kp_allocator* self, char16_t* chars);        /* operation 8 */
+} kp_allocator_ops;
+
+typedef struct kp_allocator {
+    const kp_allocator_ops* ops;
+    int32_t replaced; /* non-zero: the VM marked it replaced; the component does not release it */
+} kp_allocator;
+
+/* Threading descriptor (GeneralParam 2006): first word non-zero = per-thread allocators. */
+typedef struct kp_threading {
+    int32_t multi_threaded;
+} kp_threading;
+
+/*
+ * Thread-local storage as the VM keeps it: GeneralParam 2005 hands over an
+ * index; the component asks the services block (tls_get) for the calling
+ * thread's allocator under that index.
+ */
+
+/* ------------------------------------------------------------------ */
+/* Variant                                                             */
+/* ------------------------------------------------------------------ */
+
+struct kp_variant;
+
+/* Payload of a variant and scratch area of a conversion: 16 bytes. */
+typedef union kp_payload {
+    int32_t i32;
+    int64_t i64;
+    double real;
+    uint8_t currency[10];
+    char16_t* str; /* string buffer (0x12, 0x13) or binary buffer (0x1C) */
+    void* ptr;
+    uint8_t raw[16];
+} kp_payload;
+
+typedef struct kp_variant_ops {
+    void (*destroy)(struct kp_variant* v);                             /* frees the payload */
+    int32_t (*copy)(struct kp_variant* dst, const struct kp_variant* src); /* dst has src's type */
+} kp_variant_ops;
+
+/* Variant status bits kept across conversions. */
+#define KP_VARIANT_STATUS_MASK 0x0500u
+
+typedef struct kp_variant {
+    const kp_variant_ops* ops; /* chosen by the current type code */
+    uint16_t type;             /* type code (low byte) and status bits 0x100, 0x400 */
+    uint16_t reserved;
+    uint32_t reserved2;
+    kp_payload value;
+} kp_variant;
+
+/*
+ * Conversion hooks, exported by name from the VM module and fetched by
+ * bInitKLConvFromVM:
+ *   "nConversionDepassement"   (payload, from type, scratch, to type)
+ *   "nConversionDepassementEx" (payload, from type, scratch, to type, flag = 1)
+ *   "FinConversion"            (scratch)
+ * A result of 100 or more is an error code.  For the types 0x0D and 0x12 the
+ * converted value is the scratch area's value word; for other types it is
+ * the whole scratch area.  A string produced by a conversion belongs to the
+ * variant afterwards: FinConversion frees only the conversion's temporaries.
+ */
+typedef int32_t (*kp_conversion_fn)(const kp_payload* value, uint32_t from_type, kp_payload* scratch,
+                                    uint32_t to_type);
+typedef int32_t (*kp_conversion_ex_fn)(const kp_payload* value, uint32_t from_type, kp_payload* scratch,
+                                       uint32_t to_type, int32_t flag);
+typedef void (*kp_conversion_end_fn)(kp_payload* scratch);
+
+/* ------------------------------------------------------------------ */
+/* Error record                                                        */
+/* ------------------------------------------------------------------ */
+
+#define KP_ERROR_MESSAGE_CAPACITY 4096 /* characters, terminator included; longer text is cut */
+#define KP_ERROR_SYSTEXT_CAPACITY 512
+
+#define KP_SEVERITY_NONE 1
+#define KP_SEVERITY_ERROR 2
+#define KP_SEVERITY_FATAL 3
+
+/*
+ * The error object of one call context, owned by the VM and written by the
+ * component.  The VM starts it cleared: severity 1, everything else zero.
+ */
+typedef struct kp_error_record {
+    int32_t severity;     /* 1 none, 2 error, 3 fatal */
+    uint32_t id;          /* error identifier, 0 when none */
+    uint32_t extra;       /* extra code of the applied error definition */
+    uint32_t system_code; /* Win32 error code, 0 when none */
+    char module_name[16]; /* "KP120STD.DLL" once an error was recorded */
+    char module_version[16];
+    uint32_t message_length; /* characters */
+    char16_t message[KP_ERROR_MESSAGE_CAPACITY];
+    uint32_t system_text_length;
+    char16_t system_text[KP_ERROR_SYSTEXT_CAPACITY];
+} kp_error_record;
+
+/* ------------------------------------------------------------------ */
+/* Value interface, call frame, call context                          */
+/* ------------------------------------------------------------------ */
+
+struct kp_value_interface;
+
+/* Result setter: the VM copies what it needs before returning. */
+typedef void (*kp_set_result_fn)(struct kp_value_interface* self, void* result_handle, const void* value,
+                                 uint32_t type);
+
+typedef struct kp_value_interface_ops {
+    void* vm_reserved[149];     /* the VM's own operations */
+    kp_set_result_fn set_result; /* index 149 */
+} kp_value_interface_ops;
+
+typedef struct kp_value_interface {
+    const kp_value_interface_ops* ops;
+} kp_value_interface;
+
+/* Given to every handler; the handler reads the first and fifth words only. */
+typedef struct kp_call_frame {
+    kp_value_interface* values; /* word 1 */
+    void* vm_word2;
+    void* vm_word3;
+    void* vm_word4;
+    void* result_handle; /* word 5 */
+} kp_call_frame;
+
+struct kp_call_context;
+typedef struct kp_call_context_ops {
+    void* vm_reserved[17];
+    kp_error_record* (*error)(struct kp_call_context* self); /* index 17 */
+} kp_call_context_ops;
+
+typedef struct kp_call_context {
+    const kp_call_context_ops* ops;
+} kp_call_context;
+
+/* ------------------------------------------------------------------ */
+/* Services block (CommandeComposante 0)                               */
+/* ------------------------------------------------------------------ */
+
+/* Message-text callback (CommandeComposante 2, and the services block):
+ * writes message `number` into `buffer` of `size` characters; returns the
+ * text length, 0 when it has no text, or a value of 257 and more that is the
+ * size needed (the component calls again with that size). */
+typedef int32_t (*kp_message_fn)(uint32_t number, char16_t* buffer, int32_t size);
+
+/*
+ * Regional settings of the current interface language.  Day names start
+ * with Monday (weekday 1).  The formats use the picture notation of the
+ * device's regional settings: d dd ddd dddd, M MM MMM MMMM, y yy yyyy,
+ * h hh H HH, m mm, s ss, t tt, and quoted literals in '...'.
+ */
+typedef struct kp_regional_settings {
+    const char16_t* day_names[7];    /* full names, Monday first */
+    const char16_t* month_names[12]; /* full names, January first */
+    const char16_t* short_date;      /* "sShortDate", e.g. u"dd/MM/yyyy" */
+    const char16_t* time_format;     /* "sTimeFormat", e.g. u"HH:mm:ss" */
+    char16_t decimal_separator;
+    const char16_t* size_units;      /* replacement for message 25202, or null */
+} kp_regional_settings;
+
+/* Procedure parameters (type 0x43): the VM resolves and calls a program's procedure. */
+typedef struct kp_procedure kp_procedure;
+
+/* Fixed option codes of query_option. */
+#define KP_OPTION_SMOOTH_TIME 9
+
+/* Setting names of setting(): host configuration the component honours. */
+#define KP_SETTING_DEVICE_ROOT "device_root"   /* directory that holds the device's file system */
+#define KP_SETTING_REGISTRY "registry"         /* SQLite file that holds the registry */
+#define KP_SETTING_ANSI_CODEPAGE "ansi_codepage" /* code page of ANSI text files, default "1252" */
+
+typedef struct kp_services {
+    uint32_t size; /* sizeof(kp_services) as the VM knows it; slots past it are absent */
+    void* vm;      /* the VM's own pointer, passed back to every slot */
+
+    /* Yes/no options of the VM (code 9: smoothed hundredths of the clock). */
+    int32_t (*query_option)(void* vm, int32_t code);
+    /* Message texts by number, as the message callback. */
+    int32_t (*message_text)(void* vm, uint32_t number, char16_t* buffer, int32_t size);
+    /* Regional settings of the current interface language; never null. */
+    const kp_regional_settings* (*regional_settings)(void* vm);
+    /* Thread-local allocator under the index given with GeneralParam 2005. */
+    kp_allocator* (*tls_get)(void* vm, uint32_t index);
+
+    /* Procedure lookup by name (null when unknown) and call with variant
+     * arguments; the result variant is filled when non-null.  Returns 0 on success. */
+    kp_procedure* (*find_procedure)(void* vm, const char16_t* name);
+    int32_t (*call_procedure)(void* vm, kp_procedure* proc, kp_variant* args, int32_t argc, kp_variant* result);
+
+    /* Notices around a call that blocks the program thread (process waits). */
+    void (*begin_blocking)(void* vm);
+    void (*end_blocking)(void* vm);
+
+    /* The project object: name of the running project, used for default
+     * locations of saved parameters. */
+    const char16_t* (*project_name)(void* vm);
+
+    /* Version service of the release check. */
+    int32_t (*version_accepts)(void* vm, const char* module, const char* version);
+    const char* (*version_own)(void* vm);
+    void (*version_register)(void* vm, const char* module, const char* version);
+    const char16_t* (*version_describe)(void* vm, const char* module);
+
+    /* Export of the VM's object module looked up by name (GetProcAddress),
+     * e.g. "OBJ_pclGetTauxDeChange"; null when missing. */
+    void* (*object_module_symbol)(void* vm, const char* name);
+
+    /* Sends a window message to a window of the VM and returns its answer
+     * (message 1751 of eRoundDifference writes a currency value at lparam). */
+    intptr_t (*send_window_message)(void* vm, uintptr_t window, uint32_t message, uintptr_t wparam,
+                                    uintptr_t lparam);
+
+    /* Host configuration by name (KP120_SETTING_*): UTF-8 text or null. */
+    const char* (*setting)(void* vm, const char* name);
+} kp_services;
+
+/* Currency table returned by the object module's "OBJ_pclGetTauxDeChange". */
+typedef struct kp_currency_entry {
+    char16_t name[16]; /* ISO code */
+    double rate;       /* units of the currency for one euro */
+} kp_currency_entry;
+
+typedef struct kp_currency_table {
+    uint32_t count;
+    kp_currency_entry* entries; /* entry 0 is the euro */
+    int32_t default_memory;     /* index of the default memory currency */
+    int32_t default_view;       /* index of the default display currency */
+} kp_currency_table;
+
+#ifdef __cplusplus
+}
+#endif
+#endif

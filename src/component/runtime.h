@@ -1,0 +1,43 @@
+// runtime.h - what the entry points received from the VM: services block,
+// message callback, allocators, threading, language and locale words.  This
+// is the component's whole global state; it lives from the calls that set it
+// until the module is unloaded.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "kp120/component.h"
+
+namespace kp::runtime {
+
+struct State {
+    kp_services* services = nullptr;
+    kp_message_fn message_callback = nullptr;
+    kp_allocator* allocator = nullptr;
+    uint32_t tls_index = 0;
+    bool tls_enabled = false;
+    const kp_threading* threading = nullptr;
+    int32_t language = 1; // 0 French, 1 English
+    uintptr_t locale_words[3] = {0, 0, 0};
+    uintptr_t word13 = 0, word27 = 0;
+    // VM module of bInitKLConvFromVM.
+    void* vm_module = nullptr;
+    int32_t conv_revision = 0, conv_mode = 0;
+};
+State& state();
+
+// The allocator for this thread: the thread's own in per-thread mode, else
+// the VM's single allocator (may be null when no VM installed one).
+kp_allocator* allocator();
+bool per_thread_mode();
+bool french();
+
+// Services helpers; every one tolerates a missing block or slot.
+const kp_services* services();
+bool query_option(int32_t code);
+const kp_regional_settings& regional_settings();
+// Host setting by name (KP_SETTING_*), empty when absent.
+std::string setting(const char* name);
+
+} // namespace kp::runtime

@@ -1,0 +1,1 @@
+// handlers.cpp - the handlers of this family (filled as the family lands).

@@ -1,0 +1,213 @@
+#!/usr/bin/env python3
+"""Turns the declarative descriptor tables (src/component/tables/*.tbl) into C++.
+
+Usage: gen_tables.py TABLE_DIR OUTPUT.cpp
+
+functions.tbl, one function a line, its overloads on the following lines:
+    function ID "French" "English" ATTRIBUTES
+      overload HANDLER RESULT (PARAM, PARAM, ...)
+HANDLER is `h` when this edition implements the overload (the handler is
+kp::handlers::<English>_<n>, n counting the function's overloads from 1) or
+`-` when it does not.  Types are names (see TYPES) or hex words; a name may
+carry `*` for the VM-converts bit 0x8000 and `!` for the bit 0x4000.
+
+constants.tbl, one a line:
+    constant "French" "English" ATTRIBUTES int VALUE
+    constant "French" "English" ATTRIBUTES none
+    constant "French" "English" ATTRIBUTES string "TEXT"
+
+variables.tbl, one a line:
+    variable ID "French" "English" ATTRIBUTES TYPE
+
+Names are UTF-8 here and become Windows-1252 bytes in the tables.  Blank
+lines and lines starting with # are ignored.
+"""
+import shlex
+import sys
+from pathlib import Path
+
+TYPES = {
+    "none": 0x00, "bool": 0x01, "int": 0x08, "int64": 0x09, "currency": 0x0A,
+    "real": 0x0C, "hin": 0x0E, "hout": 0x0F, "str": 0x12, "sres": 0x13,
+    "date": 0x18, "time": 0x19, "datetime": 0x1A, "duration": 0x1B,
+    "buffer": 0x1C, "any": 0x1F, "window": 0x2C, "image": 0x2E,
+    "control": 0x39, "proc": 0x43, "rawstr": 0x4B, "raw": 0x4D, "store": 0x59,
+}
+
+
+def fail(path, lineno, msg):
+    sys.exit(f"{path}:{lineno}: {msg}")
+
+
+def type_word(tok, path, lineno):
+    word = 0
+    while tok and tok[-1] in "*!":
+        word |= 0x8000 if tok[-1] == "*" else 0x4000
+        tok = tok[:-1]
+    if tok.lower().startswith("0x"):
+        return word | int(tok, 16)
+    if tok not in TYPES:
+        fail(path, lineno, f"unknown type {tok!r}")
+    return word | TYPES[tok]
+
+
+def c_bytes(name):
+    out = []
+    for b in name.encode("cp1252"):
+        if b == 0x22 or b == 0x5C:
+            out.append("\\" + chr(b))
+        elif 0x20 <= b < 0x7F:
+            out.append(chr(b))
+        else:
+            out.append("\\%03o" % b)
+    return '"' + "".join(out) + '"'
+
+
+def c_utf16(text):
+    units = []
+    for ch in text:
+        cp = ord(ch)
+        if cp < 0x10000:
+            units.append(cp)
+        else:
+            cp -= 0x10000
+            units += [0xD800 + (cp >> 10), 0xDC00 + (cp & 0x3FF)]
+    return "{" + ", ".join(hex(u) for u in units + [0]) + "}"
+
+
+def lines(path):
+    for n, raw in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        s = raw.strip()
+        if s and not s.startswith("#"):
+            yield n, s
+
+
+def parse_params(text, path, n):
+    text = text.strip()
+    if not (text.startswith("(") and text.endswith(")")):
+        fail(path, n, "parameters must be written (a, b, ...)")
+    inner = text[1:-1].strip()
+    if not inner:
+        return []
+    params = [type_word(t.strip(), path, n) for t in inner.split(",")]
+    if len(params) > 10:
+        fail(path, n, "at most ten parameters")
+    return params
+
+
+def main():
+    tdir, out = Path(sys.argv[1]), Path(sys.argv[2])
+    functions = []
+    path = tdir / "functions.tbl"
+    for n, s in lines(path):
+        if s.startswith("function "):
+            t = shlex.split(s)
+            if len(t) != 5:
+                fail(path, n, "function ID \"French\" \"English\" ATTRIBUTES")
+            functions.append({"id": int(t[1], 0), "fr": t[2], "en": t[3], "attr": int(t[4], 0), "ov": []})
+        elif s.startswith("overload "):
+            if not functions:
+                fail(path, n, "overload before any function")
+            head, _, rest = s.partition("(")
+            t = head.split()
+            if len(t) != 3 or t[1] not in ("h", "-"):
+                fail(path, n, "overload h|- RESULT (PARAMS)")
+            functions[-1]["ov"].append({"h": t[1] == "h", "result": type_word(t[2], path, n),
+                                        "params": parse_params("(" + rest, path, n)})
+        else:
+            fail(path, n, "expected function or overload")
+
+    constants = []
+    path = tdir / "constants.tbl"
+    for n, s in lines(path):
+        t = shlex.split(s)
+        if t[0] != "constant" or len(t) < 5:
+            fail(path, n, "constant \"French\" \"English\" ATTRIBUTES KIND [VALUE]")
+        kind = t[4]
+        c = {"fr": t[1], "en": t[2], "attr": int(t[3], 0), "kind": kind}
+        if kind == "int":
+            c["value"] = int(t[5], 0) & 0xFFFFFFFF
+        elif kind == "string":
+            c["value"] = t[5]
+        elif kind != "none":
+            fail(path, n, f"unknown constant kind {kind!r}")
+        constants.append(c)
+
+    variables = []
+    path = tdir / "variables.tbl"
+    for n, s in lines(path):
+        t = shlex.split(s)
+        if t[0] != "variable" or len(t) != 6:
+            fail(path, n, "variable ID \"French\" \"English\" ATTRIBUTES TYPE")
+        variables.append({"id": int(t[1], 0), "fr": t[2], "en": t[3], "attr": int(t[4], 0),
+                          "type": type_word(t[5], path, n)})
+
+    handlers = []
+    seen = set()
+    for f in functions:
+        if not f["ov"] or len(f["ov"]) > 12:
+            sys.exit(f"function {f['en']}: 1 to 12 overloads")
+        for i, o in enumerate(f["ov"], 1):
+            if o["h"]:
+                name = f"{f['en']}_{i}"
+                if not name.isidentifier() or not name.isascii():
+                    sys.exit(f"function {f['en']}: the English name must make an identifier")
+                if name in seen:
+                    sys.exit(f"handler {name} named twice")
+                seen.add(name)
+                o["name"] = name
+                handlers.append(name)
+
+    w = []
+    w.append("// Generated by tools/gen_tables.py from src/component/tables/*.tbl. Do not edit.")
+    w.append('#include "component/tables.h"\n')
+    w.append("namespace kp::handlers {")
+    w.append("// A handler that no family defines resolves to null: the overload stays unprovided.")
+    for h in handlers:
+        w.append(f'__attribute__((weak, visibility("hidden"))) int32_t {h}(kp_call_frame*, kp_call_context*, void**);')
+    w.append("} // namespace kp::handlers\n")
+    w.append("namespace kp::tables {")
+    w.append("namespace {")
+    for i, f in enumerate(functions):
+        rows = []
+        for o in f["ov"]:
+            p = o["params"] + [0] * (10 - len(o["params"]))
+            h = f"&kp::handlers::{o['name']}" if o["h"] else "nullptr"
+            rows.append(f"    {{{h}, {{{', '.join(hex(x) for x in p)}}}, 0, 0, {len(o['params'])}, {hex(o['result'] & 0xFF)}}}")
+        w.append(f"const kp_overload ov{i}[] = {{\n" + ",\n".join(rows) + "};")
+    for i, c in enumerate(constants):
+        if c["kind"] == "string":
+            w.append(f"const char16_t text{i}[] = {c_utf16(c['value'])};")
+    w.append("} // namespace\n")
+    w.append(f"const kp_function functions[{len(functions)}] = {{")
+    for i, f in enumerate(functions):
+        ident = (f["id"] & 0xFFFF) | (8 << 16) | (len(f["ov"]) << 24)
+        w.append(f"    {{{c_bytes(f['fr'])}, {c_bytes(f['en'])}, {hex(f['attr'])}, {hex(ident)}, ov{i}}},")
+    w.append("};")
+    w.append(f"const std::size_t function_count = {len(functions)};\n")
+    w.append(f"const kp_constant constants[{len(constants)}] = {{")
+    for i, c in enumerate(constants):
+        if c["kind"] == "int":
+            val, kind = hex(c["value"]), "KP_CONST_INT"
+        elif c["kind"] == "none":
+            val, kind = "0", "KP_CONST_NO_VALUE"
+        else:
+            val, kind = f"reinterpret_cast<uintptr_t>(text{i})", "KP_CONST_STRING"
+        w.append(f"    {{{c_bytes(c['fr'])}, {c_bytes(c['en'])}, {hex(c['attr'])}, {val}, {kind}}},")
+    w.append("};")
+    w.append(f"const std::size_t constant_count = {len(constants)};\n")
+    w.append(f"const kp_variable variables[{len(variables)}] = {{")
+    for v in variables:
+        ident = (v["id"] & 0xFFFF) | (8 << 16) | ((v["type"] & 0xFF) << 24)
+        w.append(f"    {{{c_bytes(v['fr'])}, {c_bytes(v['en'])}, {hex(v['attr'])}, {hex(ident)}}},")
+    w.append("};")
+    w.append(f"const std::size_t variable_count = {len(variables)};")
+    w.append("} // namespace kp::tables")
+    out.parent.mkdir(parents=True, exist_ok=True)
+    text = "\n".join(w) + "\n"
+    if not out.exists() or out.read_text() != text:
+        out.write_text(text)
+
+
+if __name__ == "__main__":
+    main()

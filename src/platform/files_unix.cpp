@@ -1,0 +1,570 @@
+// files_unix.cpp - the device's file service over POSIX.
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/codepage.h"
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "platform/win32_error.h"
+
+namespace kp::platform {
+
+namespace {
+
+// What a FileHandle points at.
+struct OpenFile {
+    int fd = -1;
+    uint64_t pointer = 0;
+    uint32_t access = 0;
+    uint32_t share = 0;
+};
+
+OpenFile* file_of(FileHandle h) {
+    if (h == kInvalidFile || h == 0) {
+        set_last_error(kErrorInvalidHandle);
+        return nullptr;
+    }
+    return reinterpret_cast<OpenFile*>(h);
+}
+
+bool fail(uint32_t code) {
+    set_last_error(code);
+    return false;
+}
+
+bool fail_errno() {
+    set_last_error_from_errno();
+    return false;
+}
+
+bool is_read_only(const struct stat& st) {
+    return (st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+}
+
+uint64_t filetime_of(const struct timespec& ts) {
+    constexpr int64_t kEpochDelta = 11644473600LL; // seconds from 1601 to 1970
+    int64_t secs = static_cast<int64_t>(ts.tv_sec) + kEpochDelta;
+    if (secs < 0) return 0;
+    return static_cast<uint64_t>(secs) * 10000000ULL + static_cast<uint64_t>(ts.tv_nsec) / 100;
+}
+
+struct timespec timespec_of(uint64_t filetime) {
+    constexpr int64_t kEpochDelta = 11644473600LL;
+    struct timespec ts;
+    ts.tv_sec = static_cast<time_t>(static_cast<int64_t>(filetime / 10000000ULL) - kEpochDelta);
+    ts.tv_nsec = static_cast<long>((filetime % 10000000ULL) * 100);
+    return ts;
+}
+
+// The last component of a device name, as written.
+std::u16string_view last_component(std::u16string_view name) {
+    while (!name.empty() && (name.back() == u'\\' || name.back() == u'/'))
+        name.remove_suffix(1);
+    std::size_t cut = name.find_last_of(u"\\/");
+    return cut == std::u16string_view::npos ? name : name.substr(cut + 1);
+}
+
+bool base_name_hidden(std::string_view host_path) {
+    std::size_t cut = host_path.rfind('/');
+    std::string_view base = cut == std::string_view::npos ? host_path : host_path.substr(cut + 1);
+    return !base.empty() && base.front() == '.' && base != "." && base != "..";
+}
+
+uint32_t attributes_of(const struct stat& st, std::string_view host_path) {
+    uint32_t a = S_ISDIR(st.st_mode) ? kAttributeDirectory : kAttributeArchive;
+    if (!S_ISDIR(st.st_mode) && is_read_only(st)) a |= kAttributeReadOnly;
+    if (base_name_hidden(host_path)) a |= kAttributeHidden;
+    return a;
+}
+
+void fill_info(const struct stat& st, std::string_view host_path, FileInfo& info) {
+    info.attributes = attributes_of(st, host_path);
+    info.size = S_ISDIR(st.st_mode) ? 0 : static_cast<uint64_t>(st.st_size);
+    info.creation_time = filetime_of(st.st_ctim);
+    info.access_time = filetime_of(st.st_atim);
+    info.write_time = filetime_of(st.st_mtim);
+}
+
+// Resolves a name that must exist: 2 when it does not, 3 when its directory does not.
+bool resolve_existing(std::u16string_view name, ResolvedName& r) {
+    if (!resolve_device_name(name, r)) return false;
+    if (!r.exists) return fail(r.parent_exists ? kErrorFileNotFound : kErrorPathNotFound);
+    return true;
+}
+
+bool full_pread(int fd, uint64_t offset, void* buffer, uint32_t count, uint32_t* done) {
+    uint32_t total = 0;
+    auto* p = static_cast<uint8_t*>(buffer);
+    while (total < count) {
+        ssize_t n = pread(fd, p + total, count - total, static_cast<off_t>(offset + total));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (done) *done = total;
+            return fail_errno();
+        }
+        if (n == 0) break;
+        total += static_cast<uint32_t>(n);
+    }
+    if (done) *done = total;
+    return true;
+}
+
+bool full_pwrite(int fd, uint64_t offset, const void* buffer, uint32_t count, uint32_t* done) {
+    uint32_t total = 0;
+    const auto* p = static_cast<const uint8_t*>(buffer);
+    while (total < count) {
+        ssize_t n = pwrite(fd, p + total, count - total, static_cast<off_t>(offset + total));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (done) *done = total;
+            return fail_errno();
+        }
+        if (n == 0) {
+            if (done) *done = total;
+            return fail(kErrorDiskFull);
+        }
+        total += static_cast<uint32_t>(n);
+    }
+    if (done) *done = total;
+    return true;
+}
+
+constexpr uint64_t kMaxOffset = static_cast<uint64_t>(LLONG_MAX);
+
+} // namespace
+
+// --- Handles ---------------------------------------------------------------
+
+FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share, uint32_t disposition,
+                       uint32_t flags_and_attributes) {
+    ResolvedName r;
+    if (!resolve_device_name(name, r)) return kInvalidFile;
+    if (r.is_root) {
+        set_last_error(kErrorAccessDenied);
+        return kInvalidFile;
+    }
+    if (!r.parent_exists) {
+        set_last_error(kErrorPathNotFound);
+        return kInvalidFile;
+    }
+    struct stat st;
+    bool exists = stat(r.host_path.c_str(), &st) == 0;
+    if (exists && S_ISDIR(st.st_mode)) {
+        set_last_error(kErrorAccessDenied);
+        return kInvalidFile;
+    }
+    bool read_only = exists && S_ISREG(st.st_mode) && is_read_only(st);
+    bool wants_write = (access & kGenericWrite) != 0;
+
+    int oflags = O_CLOEXEC;
+    switch (disposition) {
+    case kCreateNew:
+        if (exists) {
+            set_last_error(kErrorFileExists);
+            return kInvalidFile;
+        }
+        oflags |= O_CREAT | O_EXCL;
+        break;
+    case kCreateAlways:
+        if (read_only) {
+            set_last_error(kErrorAccessDenied);
+            return kInvalidFile;
+        }
+        oflags |= O_CREAT | O_TRUNC;
+        break;
+    case kOpenExisting:
+        if (!exists) {
+            set_last_error(kErrorFileNotFound);
+            return kInvalidFile;
+        }
+        break;
+    case kOpenAlways:
+        oflags |= O_CREAT;
+        break;
+    case kTruncateExisting:
+        if (!exists) {
+            set_last_error(kErrorFileNotFound);
+            return kInvalidFile;
+        }
+        if (!wants_write) {
+            set_last_error(kErrorInvalidParameter);
+            return kInvalidFile;
+        }
+        oflags |= O_TRUNC;
+        break;
+    default:
+        set_last_error(kErrorInvalidParameter);
+        return kInvalidFile;
+    }
+    if (read_only && wants_write) {
+        set_last_error(kErrorAccessDenied);
+        return kInvalidFile;
+    }
+    bool wants_read = (access & kGenericRead) != 0;
+    if (wants_read && wants_write)
+        oflags |= O_RDWR;
+    else if (wants_write)
+        oflags |= O_WRONLY;
+    else
+        oflags |= O_RDONLY;
+    // Stream devices (FIFOs) must not block the program thread on open.
+    if (exists && !S_ISREG(st.st_mode)) oflags |= O_NONBLOCK;
+
+    int fd = open(r.host_path.c_str(), oflags, 0666);
+    if (fd < 0) {
+        set_last_error(errno == ENOENT ? kErrorPathNotFound : win32_from_errno(errno));
+        return kInvalidFile;
+    }
+    if (!exists && (flags_and_attributes & kAttributeReadOnly)) {
+        struct stat now;
+        if (fstat(fd, &now) == 0) fchmod(fd, now.st_mode & ~(S_IWUSR | S_IWGRP | S_IWOTH) & 07777);
+    }
+    auto* f = new (std::nothrow) OpenFile;
+    if (!f) {
+        close(fd);
+        set_last_error(kErrorNotEnoughMemory);
+        return kInvalidFile;
+    }
+    f->fd = fd;
+    f->access = access;
+    f->share = share;
+    if (disposition == kCreateAlways || disposition == kOpenAlways)
+        set_last_error(exists ? kErrorAlreadyExists : kErrorSuccess);
+    return reinterpret_cast<FileHandle>(f);
+}
+
+bool close_file(FileHandle h) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    int rc = close(f->fd);
+    int err = errno;
+    delete f;
+    if (rc != 0 && err != EINTR) {
+        errno = err;
+        return fail_errno();
+    }
+    return true;
+}
+
+bool read_file(FileHandle h, void* buffer, uint32_t count, uint32_t* done) {
+    if (done) *done = 0;
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    uint32_t n = 0;
+    bool ok = read_file_at(h, f->pointer, buffer, count, &n);
+    f->pointer += n;
+    if (done) *done = n;
+    return ok;
+}
+
+bool write_file(FileHandle h, const void* buffer, uint32_t count, uint32_t* done) {
+    if (done) *done = 0;
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    uint32_t n = 0;
+    bool ok = write_file_at(h, f->pointer, buffer, count, &n);
+    f->pointer += n;
+    if (done) *done = n;
+    return ok;
+}
+
+bool read_file_at(FileHandle h, uint64_t offset, void* buffer, uint32_t count, uint32_t* done) {
+    if (done) *done = 0;
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    if (!(f->access & kGenericRead)) return fail(kErrorAccessDenied);
+    if (count == 0) return true;
+    if (!buffer) return fail(kErrorInvalidParameter);
+    if (offset >= kMaxOffset) return true; // nothing lies that far
+    if (count > kMaxOffset - offset) count = static_cast<uint32_t>(kMaxOffset - offset);
+    return full_pread(f->fd, offset, buffer, count, done);
+}
+
+bool write_file_at(FileHandle h, uint64_t offset, const void* buffer, uint32_t count, uint32_t* done) {
+    if (done) *done = 0;
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    if (!(f->access & kGenericWrite)) return fail(kErrorAccessDenied);
+    if (count == 0) return true;
+    if (!buffer) return fail(kErrorInvalidParameter);
+    if (offset > kMaxOffset - count) return fail(kErrorDiskFull);
+    return full_pwrite(f->fd, offset, buffer, count, done);
+}
+
+bool set_file_pointer(FileHandle h, int64_t distance, uint32_t origin, uint64_t* new_position) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    int64_t base = 0;
+    switch (origin) {
+    case kFileBegin:
+        base = 0;
+        break;
+    case kFileCurrent:
+        base = static_cast<int64_t>(f->pointer);
+        break;
+    case kFileEnd: {
+        struct stat st;
+        if (fstat(f->fd, &st) != 0) return fail_errno();
+        base = static_cast<int64_t>(st.st_size);
+        break;
+    }
+    default:
+        return fail(kErrorInvalidParameter);
+    }
+    int64_t target = 0;
+    if (__builtin_add_overflow(base, distance, &target)) return fail(kErrorInvalidParameter);
+    if (target < 0) return fail(kErrorNegativeSeek);
+    f->pointer = static_cast<uint64_t>(target);
+    if (new_position) *new_position = f->pointer;
+    return true;
+}
+
+bool get_file_size(FileHandle h, uint64_t* size) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    struct stat st;
+    if (fstat(f->fd, &st) != 0) return fail_errno();
+    if (size) *size = static_cast<uint64_t>(st.st_size);
+    return true;
+}
+
+bool set_end_of_file(FileHandle h) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    if (!(f->access & kGenericWrite)) return fail(kErrorAccessDenied);
+    if (f->pointer > kMaxOffset) return fail(kErrorInvalidParameter);
+    while (ftruncate(f->fd, static_cast<off_t>(f->pointer)) != 0) {
+        if (errno != EINTR) return fail(errno == EFBIG ? kErrorDiskFull : win32_from_errno(errno));
+    }
+    return true;
+}
+
+bool flush_file(FileHandle h) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    if (!(f->access & kGenericWrite)) return fail(kErrorAccessDenied);
+    if (fdatasync(f->fd) != 0 && errno != EINVAL) return fail_errno();
+    return true;
+}
+
+namespace {
+bool range_lock(FileHandle h, uint64_t offset, uint64_t length, bool lock) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    if (length == 0) return true; // an empty range holds nothing to lock
+    if (offset > kMaxOffset || length > kMaxOffset - offset) return fail(kErrorInvalidParameter);
+    struct flock fl;
+    std::memset(&fl, 0, sizeof fl);
+    fl.l_type = !lock ? F_UNLCK : (f->access & kGenericWrite) ? F_WRLCK : F_RDLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = static_cast<off_t>(offset);
+    fl.l_len = static_cast<off_t>(length);
+    while (fcntl(f->fd, F_OFD_SETLK, &fl) != 0) {
+        if (errno == EINTR) continue;
+        if (errno == EAGAIN || errno == EACCES) return fail(kErrorLockViolation);
+        return fail_errno();
+    }
+    return true;
+}
+} // namespace
+
+bool lock_file(FileHandle h, uint64_t offset, uint64_t length) {
+    return range_lock(h, offset, length, true);
+}
+bool unlock_file(FileHandle h, uint64_t offset, uint64_t length) {
+    return range_lock(h, offset, length, false);
+}
+
+// --- Names -----------------------------------------------------------------
+
+uint32_t get_file_attributes(std::u16string_view name) {
+    ResolvedName r;
+    if (!resolve_existing(name, r)) return kInvalidAttributes;
+    struct stat st;
+    if (stat(r.host_path.c_str(), &st) != 0) {
+        set_last_error_from_errno();
+        return kInvalidAttributes;
+    }
+    return attributes_of(st, r.host_path);
+}
+
+bool set_file_attributes(std::u16string_view name, uint32_t attributes) {
+    ResolvedName r;
+    if (!resolve_existing(name, r)) return false;
+    struct stat st;
+    if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (S_ISDIR(st.st_mode)) return true; // read-only has no meaning for a directory here
+    mode_t mode = st.st_mode & 07777;
+    mode_t wanted = (attributes & kAttributeReadOnly) ? (mode & ~(S_IWUSR | S_IWGRP | S_IWOTH))
+                                                      : (is_read_only(st) ? (mode | S_IWUSR) : mode);
+    if (wanted != mode && chmod(r.host_path.c_str(), wanted) != 0) return fail_errno();
+    return true;
+}
+
+bool get_file_info(std::u16string_view name, FileInfo& info) {
+    ResolvedName r;
+    if (!resolve_existing(name, r)) return false;
+    struct stat st;
+    if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    info = FileInfo{};
+    fill_info(st, r.host_path, info);
+    return true;
+}
+
+bool set_file_times(std::u16string_view name, const uint64_t* access_time, const uint64_t* write_time) {
+    ResolvedName r;
+    if (!resolve_existing(name, r)) return false;
+    struct timespec ts[2];
+    ts[0] = access_time ? timespec_of(*access_time) : timespec{0, UTIME_OMIT};
+    ts[1] = write_time ? timespec_of(*write_time) : timespec{0, UTIME_OMIT};
+    if (utimensat(AT_FDCWD, r.host_path.c_str(), ts, 0) != 0) return fail_errno();
+    return true;
+}
+
+bool delete_file(std::u16string_view name) {
+    ResolvedName r;
+    if (!resolve_existing(name, r)) return false;
+    struct stat st;
+    if (lstat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (S_ISDIR(st.st_mode)) return fail(kErrorAccessDenied);
+    if (S_ISREG(st.st_mode) && is_read_only(st)) return fail(kErrorAccessDenied);
+    if (unlink(r.host_path.c_str()) != 0) return fail_errno();
+    return true;
+}
+
+bool move_file(std::u16string_view from, std::u16string_view to) {
+    ResolvedName src, dst;
+    if (!resolve_existing(from, src)) return false;
+    if (!resolve_device_name(to, dst)) return false;
+    if (src.is_root || dst.is_root) return fail(kErrorAccessDenied);
+    if (!dst.parent_exists) return fail(kErrorPathNotFound);
+    std::string target = dst.host_path;
+    if (dst.exists) {
+        struct stat a, b;
+        bool same = lstat(src.host_path.c_str(), &a) == 0 && lstat(dst.host_path.c_str(), &b) == 0 &&
+                    a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+        if (!same) return fail(kErrorAlreadyExists);
+        // A change of case only: the entry takes the name as written.
+        std::size_t cut = target.rfind('/');
+        target = target.substr(0, cut + 1) + to_utf8(last_component(to));
+        if (target == src.host_path) return true;
+    }
+    if (rename(src.host_path.c_str(), target.c_str()) != 0) return fail_errno();
+    return true;
+}
+
+bool copy_file(std::u16string_view from, std::u16string_view to, bool fail_if_exists) {
+    ResolvedName src, dst;
+    if (!resolve_existing(from, src)) return false;
+    if (!resolve_device_name(to, dst)) return false;
+    if (!dst.parent_exists) return fail(kErrorPathNotFound);
+    struct stat ss;
+    if (stat(src.host_path.c_str(), &ss) != 0) return fail_errno();
+    if (S_ISDIR(ss.st_mode)) return fail(kErrorAccessDenied);
+    if (dst.exists) {
+        struct stat ds;
+        if (stat(dst.host_path.c_str(), &ds) != 0) return fail_errno();
+        if (fail_if_exists) return fail(kErrorFileExists);
+        if (S_ISDIR(ds.st_mode)) return fail(kErrorAccessDenied);
+        if (ds.st_dev == ss.st_dev && ds.st_ino == ss.st_ino) return fail(kErrorSharingViolation);
+        if (is_read_only(ds)) return fail(kErrorAccessDenied);
+    }
+    int in = open(src.host_path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) return fail_errno();
+    int out = open(dst.host_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (out < 0) {
+        uint32_t e = win32_from_errno(errno);
+        close(in);
+        return fail(e);
+    }
+    std::vector<uint8_t> buf(65536);
+    uint64_t offset = 0;
+    bool ok = true;
+    for (;;) {
+        uint32_t n = 0;
+        if (!full_pread(in, offset, buf.data(), static_cast<uint32_t>(buf.size()), &n)) {
+            ok = false;
+            break;
+        }
+        if (n == 0) break;
+        if (!full_pwrite(out, offset, buf.data(), n, nullptr)) {
+            ok = false;
+            break;
+        }
+        offset += n;
+    }
+    uint32_t err = last_error();
+    if (ok) {
+        struct timespec ts[2] = {ss.st_atim, ss.st_mtim};
+        futimens(out, ts);
+        fchmod(out, ss.st_mode & 07777);
+    }
+    close(in);
+    close(out);
+    if (!ok) {
+        unlink(dst.host_path.c_str());
+        return fail(err);
+    }
+    return true;
+}
+
+bool create_directory(std::u16string_view name) {
+    ResolvedName r;
+    if (!resolve_device_name(name, r)) return false;
+    if (r.exists) return fail(kErrorAlreadyExists);
+    if (!r.parent_exists) return fail(kErrorPathNotFound);
+    if (mkdir(r.host_path.c_str(), 0777) != 0)
+        return fail(errno == EEXIST ? kErrorAlreadyExists : win32_from_errno(errno));
+    return true;
+}
+
+bool remove_directory(std::u16string_view name) {
+    ResolvedName r;
+    if (!resolve_existing(name, r)) return false;
+    if (r.is_root) return fail(kErrorAccessDenied);
+    struct stat st;
+    if (lstat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (!S_ISDIR(st.st_mode)) return fail(kErrorDirectory);
+    if (rmdir(r.host_path.c_str()) != 0)
+        return fail(errno == EEXIST ? kErrorDirNotEmpty : win32_from_errno(errno));
+    return true;
+}
+
+bool list_directory(std::u16string_view name, std::vector<FileInfo>& entries) {
+    entries.clear();
+    ResolvedName r;
+    if (!resolve_device_name(name, r)) return false;
+    if (!r.exists) return fail(kErrorPathNotFound);
+    struct stat st;
+    if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (!S_ISDIR(st.st_mode)) return fail(kErrorDirectory);
+    DIR* d = opendir(r.host_path.c_str());
+    if (!d) return fail_errno();
+    std::vector<std::string> names;
+    while (dirent* e = readdir(d)) {
+        std::string_view n(e->d_name);
+        if (n != "." && n != "..") names.emplace_back(n);
+    }
+    closedir(d);
+    std::sort(names.begin(), names.end());
+    std::string dir = r.host_path == "/" ? "" : r.host_path;
+    for (const std::string& n : names) {
+        std::string full = dir + "/" + n;
+        struct stat es;
+        if (stat(full.c_str(), &es) != 0 && lstat(full.c_str(), &es) != 0) continue;
+        FileInfo info;
+        fill_info(es, full, info);
+        info.name = from_utf8(n);
+        entries.push_back(std::move(info));
+    }
+    return true;
+}
+
+} // namespace kp::platform

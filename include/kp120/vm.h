@@ -299,18 +299,27 @@ typedef struct kp_services {
     const char* (*setting)(void* vm, const char* name);
 } kp_services;
 
-/* Currency table returned by the object module's "OBJ_pclGetTauxDeChange". */
-typedef struct kp_currency_entry {
-    char16_t name[16]; /* ISO code */
-    double rate;       /* units of the currency for one euro */
-} kp_currency_entry;
+/*
+ * Currency table returned by the object module's "OBJ_pclGetTauxDeChange"
+ * (no arguments; one table per process, which the component reads and
+ * updates in place).  Rates are the units of a currency for one euro, times
+ * 1000000; entry 0 is the euro, whose rate is 1000000.  Names hold at most
+ * KP_CURRENCY_NAME_CHARS UTF-16 characters and are zero-terminated only
+ * when shorter.  Index 0xFFFF stands for a default currency; 0xFFFE and
+ * indexes not below `count` are invalid.
+ */
+#define KP_CURRENCY_CAPACITY 64
+#define KP_CURRENCY_NAME_CHARS 8
 
 typedef struct kp_currency_table {
-    uint32_t count;
-    kp_currency_entry* entries; /* entry 0 is the euro */
-    int32_t default_memory;     /* index of the default memory currency */
-    int32_t default_view;       /* index of the default display currency */
+    int32_t rates[KP_CURRENCY_CAPACITY];
+    char16_t names[KP_CURRENCY_CAPACITY][KP_CURRENCY_NAME_CHARS]; /* 16-byte entries */
+    uint16_t count;          /* currencies in use, at most KP_CURRENCY_CAPACITY */
+    uint16_t default_view;   /* index of the default display currency */
+    uint16_t default_memory; /* index of the default memory currency */
 } kp_currency_table;
+
+typedef kp_currency_table* (*kp_currency_table_fn)(void);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,30 @@
+// listing.h - `kp120 functions`, `kp120 constants` and `kp120 describe`.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "host.h"
+
+namespace kp::cli {
+
+// True when `name` matches `pattern`, ignoring case: `*` and `?` are
+// wildcards; a pattern without wildcards matches any name that contains it.
+// An empty pattern matches every name.
+bool name_matches(std::string_view pattern, std::string_view name);
+
+// One line a matching function: identifier, French name, English name,
+// number of overloads and "provided", "partial" (some overloads have no
+// handler) or "not provided".  Returns the number of lines.
+int list_functions(const kp::host::Host& host, std::string_view pattern, std::FILE* out);
+
+// One line a matching constant: French name, English name, value (an
+// integer, a quoted string, or "(not provided)").
+int list_constants(const kp::host::Host& host, std::string_view pattern, std::FILE* out);
+
+// The overloads of the function (or the value of the constant) named
+// `name`.  False when there is no such name.
+bool describe(const kp::host::Host& host, std::string_view name, std::FILE* out);
+
+} // namespace kp::cli

@@ -1,0 +1,662 @@
+// lua_kp.cpp - the `kp` table.
+//
+// Lua raises errors with longjmp, which skips C++ destructors.  Every C
+// function here therefore does its work in an "impl" that returns a result
+// count, or -1 with a message; the wrapper raises the Lua error only after
+// the impl's C++ objects are gone.
+#include "lua_kp.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "wtf8.h"
+
+namespace kp::cli {
+
+using kp::host::CallStatus;
+using kp::host::Value;
+
+namespace {
+
+// Registry key of the Session pointer.
+const char kSessionKey = 0;
+// Registry key of the error a Lua procedure raised during a component call.
+const char kPendingKey = 0;
+
+Session& session(lua_State* L) {
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kSessionKey);
+    auto* s = static_cast<Session*>(lua_touserdata(L, -1));
+    lua_pop(L, 1);
+    return *s;
+}
+
+// Result of an impl: how many values it pushed, or a failure.
+constexpr int kFail = -1;      // message in `err`, raised with the caller's position
+constexpr int kFailValue = -2; // the error value is on top of the stack, raised as is
+
+using Impl = int (*)(lua_State*, std::string&);
+
+template <Impl F> int guarded(lua_State* L) {
+    int r;
+    {
+        std::string err;
+        try {
+            r = F(L, err);
+        } catch (const std::bad_alloc&) {
+            err = "out of memory";
+            r = kFail;
+        } catch (const std::exception& e) {
+            err = e.what();
+            r = kFail;
+        }
+        if (r == kFail) {
+            luaL_where(L, 1);
+            lua_pushlstring(L, err.data(), err.size());
+            lua_concat(L, 2);
+        }
+    }
+    if (r < 0) return lua_error(L);
+    return r;
+}
+
+// ---- buffers --------------------------------------------------------------
+
+void push_buffer(lua_State* L, const uint8_t* bytes, size_t n) {
+    void* p = lua_newuserdatauv(L, n, 0);
+    if (n) std::memcpy(p, bytes, n);
+    luaL_setmetatable(L, kBufferType);
+}
+
+const uint8_t* buffer_at(lua_State* L, int index, size_t& n) {
+    void* p = luaL_testudata(L, index, kBufferType);
+    if (!p) return nullptr;
+    n = lua_rawlen(L, index);
+    return static_cast<const uint8_t*>(p);
+}
+
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+int buffer_new(lua_State* L, std::string& err) {
+    size_t n = 0;
+    const char* s = "";
+    if (!lua_isnoneornil(L, 1)) {
+        if (lua_type(L, 1) != LUA_TSTRING) {
+            err = "kp.buffer: expects a string of bytes";
+            return kFail;
+        }
+        s = lua_tolstring(L, 1, &n);
+    }
+    push_buffer(L, reinterpret_cast<const uint8_t*>(s), n);
+    return 1;
+}
+
+int buffer_from_hex(lua_State* L, std::string& err) {
+    if (lua_type(L, 1) != LUA_TSTRING) {
+        err = "kp.hex: expects a string of hexadecimal digits";
+        return kFail;
+    }
+    size_t n = 0;
+    const char* s = lua_tolstring(L, 1, &n);
+    if (n % 2) {
+        err = "kp.hex: odd number of hexadecimal digits";
+        return kFail;
+    }
+    std::vector<uint8_t> bytes(n / 2);
+    for (size_t i = 0; i < n; i += 2) {
+        const int hi = hex_digit(s[i]), lo = hex_digit(s[i + 1]);
+        if (hi < 0 || lo < 0) {
+            err = "kp.hex: not a hexadecimal digit at position " + std::to_string(hi < 0 ? i + 1 : i + 2);
+            return kFail;
+        }
+        bytes[i / 2] = static_cast<uint8_t>(hi * 16 + lo);
+    }
+    push_buffer(L, bytes.data(), bytes.size());
+    return 1;
+}
+
+int buffer_hex(lua_State* L, std::string& err) {
+    size_t n = 0;
+    const uint8_t* p = buffer_at(L, 1, n);
+    if (!p) {
+        err = "hex: expects a kp.buffer";
+        return kFail;
+    }
+    const std::string h = to_hex(p, n);
+    lua_pushlstring(L, h.data(), h.size());
+    return 1;
+}
+
+int buffer_bytes(lua_State* L, std::string& err) {
+    size_t n = 0;
+    const uint8_t* p = buffer_at(L, 1, n);
+    if (!p) {
+        err = "bytes: expects a kp.buffer";
+        return kFail;
+    }
+    lua_pushlstring(L, reinterpret_cast<const char*>(p), n);
+    return 1;
+}
+
+int buffer_len(lua_State* L) {
+    lua_pushinteger(L, static_cast<lua_Integer>(lua_rawlen(L, 1)));
+    return 1;
+}
+
+int buffer_eq(lua_State* L) {
+    size_t a = 0, b = 0;
+    const uint8_t* pa = buffer_at(L, 1, a);
+    const uint8_t* pb = buffer_at(L, 2, b);
+    lua_pushboolean(L, pa && pb && a == b && (a == 0 || std::memcmp(pa, pb, a) == 0));
+    return 1;
+}
+
+// ---- currency -------------------------------------------------------------
+
+void push_currency(lua_State* L, const uint8_t* bytes) {
+    void* p = lua_newuserdatauv(L, 10, 0);
+    std::memcpy(p, bytes, 10);
+    luaL_setmetatable(L, kCurrencyType);
+}
+
+int currency_new(lua_State* L, std::string& err) {
+    const uint8_t* existing = nullptr;
+    if (currency_at(L, 1, existing)) {
+        push_currency(L, existing);
+        return 1;
+    }
+    std::string text;
+    if (lua_type(L, 1) == LUA_TSTRING) {
+        size_t n = 0;
+        const char* s = lua_tolstring(L, 1, &n);
+        text.assign(s, n);
+    } else if (lua_isinteger(L, 1)) {
+        text = std::to_string(lua_tointeger(L, 1));
+    } else if (lua_type(L, 1) == LUA_TNUMBER) {
+        char buf[400];
+        std::snprintf(buf, sizeof buf, "%.6f", static_cast<double>(lua_tonumber(L, 1)));
+        text = buf;
+    } else {
+        err = "kp.currency: expects decimal text or a number";
+        return kFail;
+    }
+    uint8_t cy[10] = {};
+    if (!kp::host::currency_from_text(text, cy)) {
+        err = "kp.currency: '" + text + "' is not a currency value";
+        return kFail;
+    }
+    push_currency(L, cy);
+    return 1;
+}
+
+int currency_tostring(lua_State* L, std::string& err) {
+    const uint8_t* p = nullptr;
+    if (!currency_at(L, 1, p)) {
+        err = "expects a kp.currency";
+        return kFail;
+    }
+    uint8_t cy[10];
+    std::memcpy(cy, p, 10);
+    const std::string t = kp::host::currency_to_text(cy);
+    lua_pushlstring(L, t.data(), t.size());
+    return 1;
+}
+
+int currency_eq(lua_State* L) {
+    const uint8_t *a = nullptr, *b = nullptr;
+    lua_pushboolean(L, currency_at(L, 1, a) && currency_at(L, 2, b) && std::memcmp(a, b, 10) == 0);
+    return 1;
+}
+
+// ---- variables ------------------------------------------------------------
+
+struct VarBox {
+    std::shared_ptr<Value> ref;
+};
+
+VarBox* varbox_at(lua_State* L, int index) {
+    return static_cast<VarBox*>(luaL_testudata(L, index, kVarType));
+}
+
+// Lua value -> host value.  `what` names the value in messages.
+bool to_value(lua_State* L, int index, Value& out, const std::string& what, std::string& err,
+              std::vector<int>* function_refs);
+
+int var_new(lua_State* L, std::string& err) {
+    Value initial;
+    if (!lua_isnoneornil(L, 1) && !to_value(L, 1, initial, "kp.var: initial value", err, nullptr))
+        return kFail;
+    auto ref = std::make_shared<Value>(std::move(initial));
+    void* p = lua_newuserdatauv(L, sizeof(VarBox), 0);
+    new (p) VarBox{std::move(ref)};
+    luaL_setmetatable(L, kVarType);
+    return 1;
+}
+
+int var_gc(lua_State* L) {
+    if (VarBox* b = varbox_at(L, 1)) b->~VarBox();
+    return 0;
+}
+
+int var_index(lua_State* L, std::string& err) {
+    VarBox* b = varbox_at(L, 1);
+    const char* key = lua_tostring(L, 2);
+    if (!b || !key || std::strcmp(key, "value") != 0) {
+        err = "kp.var has only the field 'value'";
+        return kFail;
+    }
+    push_value(L, *b->ref);
+    return 1;
+}
+
+int var_newindex(lua_State* L, std::string& err) {
+    VarBox* b = varbox_at(L, 1);
+    const char* key = lua_tostring(L, 2);
+    if (!b || !key || std::strcmp(key, "value") != 0) {
+        err = "kp.var has only the field 'value'";
+        return kFail;
+    }
+    Value v;
+    if (!lua_isnil(L, 3) && !to_value(L, 3, v, "kp.var value", err, nullptr)) return kFail;
+    *b->ref = std::move(v);
+    return 0;
+}
+
+int var_tostring(lua_State* L) {
+    VarBox* b = varbox_at(L, 1);
+    if (!b) return 0;
+    push_value(L, *b->ref);
+    lua_pushfstring(L, "kp.var(%s)", luaL_tolstring(L, -1, nullptr));
+    return 1;
+}
+
+// ---- values ---------------------------------------------------------------
+
+void unref_all(lua_State* L, std::vector<int>& refs) {
+    for (int r : refs)
+        luaL_unref(L, LUA_REGISTRYINDEX, r);
+    refs.clear();
+}
+
+// A Lua function given as a procedure parameter.  The component calls it
+// in the middle of a call; Lua errors are caught there (a longjmp must not
+// cross the component) and raised again once the call has returned.
+struct Callback {
+    lua_State* L;
+    int fref;
+};
+
+struct CallbackRun {
+    int fref;
+    std::vector<Value>* args;
+};
+
+int callback_trampoline(lua_State* L) {
+    auto* run = static_cast<CallbackRun*>(lua_touserdata(L, 1));
+    lua_rawgeti(L, LUA_REGISTRYINDEX, run->fref);
+    for (const Value& a : *run->args)
+        push_value(L, a);
+    lua_call(L, static_cast<int>(run->args->size()), 1);
+    return 1;
+}
+
+void set_pending(lua_State* L) {
+    // Keeps the first error; the value is on top of the stack and is popped.
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kPendingKey);
+    const bool have = !lua_isnil(L, -1);
+    lua_pop(L, 1);
+    if (have)
+        lua_pop(L, 1);
+    else
+        lua_rawsetp(L, LUA_REGISTRYINDEX, &kPendingKey);
+}
+
+Value run_callback(const Callback& cb, std::vector<Value>& args) {
+    lua_State* L = cb.L;
+    Value result;
+    if (!lua_checkstack(L, static_cast<int>(args.size()) + 8)) return result;
+    CallbackRun run{cb.fref, &args};
+    lua_pushcfunction(L, callback_trampoline);
+    lua_pushlightuserdata(L, &run);
+    if (lua_pcall(L, 1, 1, 0) != LUA_OK) {
+        set_pending(L);
+        return result;
+    }
+    std::string err;
+    if (!lua_isnil(L, -1) && !to_value(L, -1, result, "procedure result", err, nullptr)) {
+        lua_pop(L, 1);
+        lua_pushlstring(L, err.data(), err.size());
+        set_pending(L);
+        return Value();
+    }
+    lua_pop(L, 1);
+    return result;
+}
+
+bool to_value(lua_State* L, int index, Value& out, const std::string& what, std::string& err,
+              std::vector<int>* function_refs) {
+    switch (lua_type(L, index)) {
+    case LUA_TBOOLEAN:
+        out = Value::boolean(lua_toboolean(L, index) != 0);
+        return true;
+    case LUA_TNUMBER:
+        if (lua_isinteger(L, index))
+            out = Value::integer(lua_tointeger(L, index));
+        else
+            out = Value::real(lua_tonumber(L, index));
+        return true;
+    case LUA_TSTRING: {
+        size_t n = 0;
+        const char* s = lua_tolstring(L, index, &n);
+        const std::string_view bytes(s, n);
+        const size_t bad = wtf8_invalid_at(bytes);
+        if (bad != std::string_view::npos) {
+            err = what + ": invalid UTF-8 at byte " + std::to_string(bad + 1);
+            return false;
+        }
+        std::u16string text;
+        wtf8_to_utf16(bytes, text);
+        out = Value::string(std::move(text));
+        return true;
+    }
+    case LUA_TUSERDATA: {
+        size_t n = 0;
+        if (const uint8_t* p = buffer_at(L, index, n)) {
+            out = Value::buffer(std::vector<uint8_t>(p, p + n));
+            return true;
+        }
+        const uint8_t* cy = nullptr;
+        if (currency_at(L, index, cy)) {
+            uint8_t copy[10];
+            std::memcpy(copy, cy, 10);
+            out = Value::currency(copy);
+            return true;
+        }
+        if (VarBox* b = varbox_at(L, index)) {
+            if (!function_refs) {
+                err = what + ": a kp.var cannot be stored in a value";
+                return false;
+            }
+            out = Value();
+            out.kind = Value::Kind::Variable;
+            out.ref = b->ref;
+            return true;
+        }
+        break;
+    }
+    case LUA_TFUNCTION:
+        if (function_refs) {
+            lua_pushvalue(L, index);
+            const int ref = luaL_ref(L, LUA_REGISTRYINDEX);
+            function_refs->push_back(ref);
+            Callback cb{L, ref};
+            out = Value::procedure([cb](std::vector<Value>& args) { return run_callback(cb, args); });
+            return true;
+        }
+        break;
+    default:
+        break;
+    }
+    err = what + ": a " + luaL_typename(L, index) + " value has no component type";
+    return false;
+}
+
+// ---- calls ----------------------------------------------------------------
+
+// Upvalues: 1 the function entry (light userdata), 2 the name as written.
+int call_impl(lua_State* L, std::string& err) {
+    const auto* fn = static_cast<const kp_function*>(lua_touserdata(L, lua_upvalueindex(1)));
+    const std::string name = lua_tostring(L, lua_upvalueindex(2));
+    Session& s = session(L);
+    const int argc = lua_gettop(L);
+
+    std::vector<int> refs;
+    struct RefGuard {
+        lua_State* L;
+        std::vector<int>& refs;
+        ~RefGuard() { unref_all(L, refs); }
+    } guard{L, refs};
+
+    std::vector<Value> args;
+    args.reserve(static_cast<size_t>(argc));
+    for (int i = 1; i <= argc; ++i) {
+        Value v;
+        if (!to_value(L, i, v, name + ": argument " + std::to_string(i), err, &refs)) return kFail;
+        args.push_back(std::move(v));
+    }
+
+    // The host resolves as the VM does; its reason names the function.
+    std::string why;
+    const int ov = s.host.choose_overload(*fn, args, &why);
+    if (ov < 0) {
+        err = why.empty() ? name + ": no overload takes these arguments" : why;
+        if (ov == -2 && err.find("not provided") == std::string::npos)
+            err += " (not provided in this edition)";
+        return kFail;
+    }
+    const kp_overload& o = fn->overloads[ov];
+    lua_pushnil(L);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kPendingKey);
+    kp::host::CallOutcome out = s.host.call_overload(*fn, ov, args);
+    switch (out.status) {
+    case CallStatus::Ok:
+        break;
+    case CallStatus::NotProvided:
+        err = out.detail.empty() ? name + " is not provided by this edition" : out.detail;
+        return kFail;
+    case CallStatus::UnknownName:
+        err = "unknown function '" + name + "'";
+        return kFail;
+    case CallStatus::NoOverload:
+        err = name + ": no overload takes these arguments";
+        if (!out.detail.empty()) err += " (" + out.detail + ")";
+        return kFail;
+    case CallStatus::BadArgument:
+        err = out.detail.empty() ? name + ": bad argument" : out.detail;
+        return kFail;
+    }
+    s.last_error = std::move(out.error);
+
+    // A Lua error inside a procedure parameter goes on once the call is over.
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kPendingKey);
+    if (!lua_isnil(L, -1)) {
+        lua_pushnil(L);
+        lua_rawsetp(L, LUA_REGISTRYINDEX, &kPendingKey);
+        return kFailValue;
+    }
+    lua_pop(L, 1);
+
+    if (o.result == KP_T_NONE && out.result.kind == Value::Kind::None) return 0;
+    push_value(L, out.result);
+    return 1;
+}
+
+// Constant value -> Lua.  Integer constants are the language's 32-bit
+// signed integers (0xFFFFFFFE reads as -2).
+int push_constant(lua_State* L, const kp_constant& c, const std::string& name, std::string& err) {
+    if (c.kind == KP_CONST_NO_VALUE || (c.attributes & KP_ATTR_NOT_PROVIDED)) {
+        err = "constant " + name + " is not provided in this edition";
+        return kFail;
+    }
+    if (c.kind == KP_CONST_STRING) {
+        const auto* p = reinterpret_cast<const char16_t*>(c.value);
+        std::u16string text;
+        if (p)
+            for (size_t i = 0; p[i] && i < 65536; ++i)
+                text.push_back(p[i]);
+        const std::string u = utf16_to_wtf8(text);
+        lua_pushlstring(L, u.data(), u.size());
+        return 1;
+    }
+    lua_pushinteger(L, static_cast<int32_t>(static_cast<uint32_t>(c.value)));
+    return 1;
+}
+
+int kp_index(lua_State* L, std::string& err) {
+    if (lua_type(L, 2) != LUA_TSTRING) {
+        err = "kp: function and constant names are strings";
+        return kFail;
+    }
+    size_t n = 0;
+    const char* p = lua_tolstring(L, 2, &n);
+    const std::string name(p, n);
+    Session& s = session(L);
+    if (const kp_function* fn = s.host.find_function(name)) {
+        lua_pushlightuserdata(L, const_cast<kp_function*>(fn));
+        lua_pushlstring(L, name.data(), name.size());
+        lua_pushcclosure(L, guarded<call_impl>, 2);
+        return 1;
+    }
+    if (const kp_constant* c = s.host.find_constant(name)) return push_constant(L, *c, name, err);
+    err = "unknown function or constant '" + name + "'";
+    return kFail;
+}
+
+int kp_lasterror(lua_State* L, std::string&) {
+    const Session& s = session(L);
+    lua_createtable(L, 0, 4);
+    lua_pushinteger(L, static_cast<lua_Integer>(s.last_error.id));
+    lua_setfield(L, -2, "id");
+    lua_pushinteger(L, s.last_error.severity);
+    lua_setfield(L, -2, "severity");
+    lua_pushinteger(L, static_cast<lua_Integer>(s.last_error.system_code));
+    lua_setfield(L, -2, "system");
+    const std::string m = utf16_to_wtf8(s.last_error.message);
+    lua_pushlstring(L, m.data(), m.size());
+    lua_setfield(L, -2, "message");
+    return 1;
+}
+
+int kp_setlang(lua_State* L, std::string& err) {
+    const char* l = lua_tostring(L, 1);
+    if (l && std::strcmp(l, "fr") == 0) {
+        session(L).host.set_language(0);
+    } else if (l && std::strcmp(l, "en") == 0) {
+        session(L).host.set_language(1);
+    } else {
+        err = "kp.setlang: expects \"fr\" or \"en\"";
+        return kFail;
+    }
+    return 0;
+}
+
+int kp_json(lua_State* L, std::string& err) {
+    std::string out;
+    lua_settop(L, 1);
+    if (!json_encode(L, 1, out)) {
+        err = "kp.json: " + out;
+        return kFail;
+    }
+    lua_pushlstring(L, out.data(), out.size());
+    return 1;
+}
+
+void new_type(lua_State* L, const char* name, const luaL_Reg* meta) {
+    luaL_newmetatable(L, name);
+    luaL_setfuncs(L, meta, 0);
+    lua_pop(L, 1);
+}
+
+} // namespace
+
+bool currency_at(lua_State* L, int index, const uint8_t*& bytes) {
+    void* p = luaL_testudata(L, index, kCurrencyType);
+    if (!p) return false;
+    bytes = static_cast<const uint8_t*>(p);
+    return true;
+}
+
+const Value* var_at(lua_State* L, int index) {
+    VarBox* b = varbox_at(L, index);
+    return b ? b->ref.get() : nullptr;
+}
+
+std::string to_hex(const uint8_t* bytes, size_t n) {
+    static const char digits[] = "0123456789abcdef";
+    std::string h(n * 2, '0');
+    for (size_t i = 0; i < n; ++i) {
+        h[2 * i] = digits[bytes[i] >> 4];
+        h[2 * i + 1] = digits[bytes[i] & 15];
+    }
+    return h;
+}
+
+void push_value(lua_State* L, const Value& v) {
+    // A variable that refers to another variable is followed a few steps.
+    const Value* p = &v;
+    for (int depth = 0; p->kind == Value::Kind::Variable && p->ref && depth < 16; ++depth)
+        p = p->ref.get();
+    switch (p->kind) {
+    case Value::Kind::Bool:
+        lua_pushboolean(L, p->b);
+        break;
+    case Value::Kind::Int:
+    case Value::Kind::Int64:
+        lua_pushinteger(L, p->i);
+        break;
+    case Value::Kind::Real:
+        lua_pushnumber(L, p->r);
+        break;
+    case Value::Kind::Currency:
+        push_currency(L, p->cy);
+        break;
+    case Value::Kind::String: {
+        const std::string u = utf16_to_wtf8(p->s);
+        lua_pushlstring(L, u.data(), u.size());
+        break;
+    }
+    case Value::Kind::Buffer:
+        push_buffer(L, p->bytes.data(), p->bytes.size());
+        break;
+    default:
+        lua_pushnil(L);
+        break;
+    }
+}
+
+void open_kp(lua_State* L, Session& s) {
+    lua_pushlightuserdata(L, &s);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kSessionKey);
+
+    static const luaL_Reg buffer_methods[] = {
+        {"hex", guarded<buffer_hex>}, {"bytes", guarded<buffer_bytes>}, {nullptr, nullptr}};
+    static const luaL_Reg buffer_meta[] = {
+        {"__len", buffer_len}, {"__eq", buffer_eq}, {"__tostring", guarded<buffer_hex>}, {nullptr, nullptr}};
+    new_type(L, kBufferType, buffer_meta);
+    luaL_getmetatable(L, kBufferType);
+    luaL_newlib(L, buffer_methods);
+    lua_setfield(L, -2, "__index");
+    lua_pop(L, 1);
+
+    static const luaL_Reg currency_meta[] = {
+        {"__tostring", guarded<currency_tostring>}, {"__eq", currency_eq}, {nullptr, nullptr}};
+    new_type(L, kCurrencyType, currency_meta);
+
+    static const luaL_Reg var_meta[] = {{"__index", guarded<var_index>},
+                                        {"__newindex", guarded<var_newindex>},
+                                        {"__gc", var_gc},
+                                        {"__tostring", var_tostring},
+                                        {nullptr, nullptr}};
+    new_type(L, kVarType, var_meta);
+
+    static const luaL_Reg api[] = {{"buffer", guarded<buffer_new>},     {"hex", guarded<buffer_from_hex>},
+                                   {"currency", guarded<currency_new>}, {"var", guarded<var_new>},
+                                   {"json", guarded<kp_json>},          {"lasterror", guarded<kp_lasterror>},
+                                   {"setlang", guarded<kp_setlang>},    {nullptr, nullptr}};
+    luaL_newlib(L, api);
+    lua_createtable(L, 0, 1);
+    lua_pushcfunction(L, guarded<kp_index>);
+    lua_setfield(L, -2, "__index");
+    lua_setmetatable(L, -2);
+    lua_setglobal(L, "kp");
+}
+
+} // namespace kp::cli

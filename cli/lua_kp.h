@@ -1,0 +1,51 @@
+// lua_kp.h - the `kp` table: the component's functions and constants in Lua.
+//
+// kp.NAME(...) calls a function by its French or English name through the
+// reference host, which resolves the overload as the VM does; kp.NAME also
+// reads a constant.  Values cross as follows: strings as WTF-8 Lua strings,
+// integers and 8-byte integers as Lua integers, reals as floats, booleans,
+// buffers as `kp.buffer` userdata, currency as `kp.currency` userdata,
+// by-reference arguments as `kp.var` userdata and procedure parameters as
+// Lua functions.
+#pragma once
+
+#include <string>
+
+#include <lua.hpp>
+
+#include "host.h"
+
+namespace kp::cli {
+
+struct Session {
+    explicit Session(kp::host::Host& h) : host(h) {}
+    kp::host::Host& host;
+    kp::host::ErrorInfo last_error; // the error record after the last call
+};
+
+// Installs the global table `kp` in `L`.  `session` must outlive `L`.
+void open_kp(lua_State* L, Session& session);
+
+// kp.json(value) of the Lua value at `index`: JSON text in `out`, or false
+// with the reason in `out`.
+bool json_encode(lua_State* L, int index, std::string& out);
+
+// Type names of the userdata that kp makes.
+inline constexpr const char* kBufferType = "kp.buffer";
+inline constexpr const char* kCurrencyType = "kp.currency";
+inline constexpr const char* kVarType = "kp.var";
+
+// The 10 bytes of a `kp.currency` value at `index`; false when the value
+// is not one.
+bool currency_at(lua_State* L, int index, const uint8_t*& bytes);
+
+// The value a `kp.var` at `index` refers to, or null when it is not one.
+const kp::host::Value* var_at(lua_State* L, int index);
+
+// Pushes a host value as its Lua counterpart.
+void push_value(lua_State* L, const kp::host::Value& v);
+
+// Lowercase hex of `n` bytes.
+std::string to_hex(const uint8_t* bytes, size_t n);
+
+} // namespace kp::cli

@@ -51,7 +51,8 @@ struct Value {
     static Value string(std::u16string v);
     static Value buffer(std::vector<uint8_t> v);
     static Value procedure(Procedure p);
-    static Value variable(Value initial = Value());
+    static Value variable(Value initial);
+    static Value variable() { return variable(Value()); }
 };
 
 // The error record after a call, copied out of the call context.

@@ -36,6 +36,7 @@ struct CurrencyBytes {
 class Call {
 public:
     Call(kp_call_frame* frame, kp_call_context* context, void** args);
+    ~Call(); // notes the record of a failing call for the component object
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
 

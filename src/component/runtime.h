@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstddef>
 #include <string>
 
 #include "kp120/component.h"
@@ -39,5 +40,22 @@ bool query_option(int32_t code);
 const kp_regional_settings& regional_settings();
 // Host setting by name (KP_SETTING_*), empty when absent.
 std::string setting(const char* name);
+
+// A slot of the services block, or null when the VM has no block, its block
+// is too short to hold the slot, or the slot is empty.  Call it with vm().
+template <typename F> F service(F kp_services::*member) {
+    const kp_services* sv = state().services;
+    if (!sv) return nullptr;
+    std::size_t end = reinterpret_cast<const char*>(&(sv->*member)) - reinterpret_cast<const char*>(sv) + sizeof(F);
+    if (sv->size < end) return nullptr;
+    return sv->*member;
+}
+inline void* vm() { return state().services ? state().services->vm : nullptr; }
+
+// Error state of the component outside calls (the release check at attach),
+// and the record of the last failing call, reported by the component object.
+kp_error_record* attach_error();
+void note_failure(kp_error_record* rec);
+const kp_error_record* last_error();
 
 } // namespace kp::runtime

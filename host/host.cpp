@@ -1,0 +1,521 @@
+// host.cpp - the reference host: loading and start-up, the allocator, the
+// value interface, call contexts, argument marshalling and overload choice.
+#include "host.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <unicode/unistr.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <mutex>
+#include <unordered_map>
+
+#include "host_values.h"
+#include "services.h"
+
+namespace kp::host {
+
+// ------------------------------------------------------------------------
+// Allocator
+// ------------------------------------------------------------------------
+
+namespace {
+
+struct HostAllocator {
+    kp_allocator base;
+    std::atomic<uint64_t>* counters; // creates, grows, frees, offers, live
+};
+
+enum { kCreates, kGrows, kFrees, kOffers, kLive, kCounterCount };
+
+char16_t* new_block(HostAllocator* a, uint32_t capacity) {
+    void* block = std::malloc(static_cast<std::size_t>(capacity) + KP_STRING_BLOCK_EXTRA);
+    if (!block) return nullptr;
+    auto* h = static_cast<kp_string_header*>(block);
+    h->owner = &a->base;
+    h->flags = 0;
+    h->refcount = 0;
+    h->capacity = capacity;
+    h->length = 0;
+    auto* chars = reinterpret_cast<char16_t*>(h + 1);
+    std::memset(reinterpret_cast<char*>(chars) + capacity, 0, 2);
+    a->counters[kLive]++;
+    return chars;
+}
+
+char16_t* alloc_grow(kp_allocator* self, uint32_t capacity) {
+    auto* a = reinterpret_cast<HostAllocator*>(self);
+    a->counters[kGrows]++;
+    return new_block(a, capacity);
+}
+int32_t alloc_offer(kp_allocator* self, void*) {
+    reinterpret_cast<HostAllocator*>(self)->counters[kOffers]++;
+    return 0; // the component frees its own blocks
+}
+void alloc_release(kp_allocator*, int32_t) {}
+int32_t alloc_create(kp_allocator* self, uint32_t bytes, char16_t** out) {
+    auto* a = reinterpret_cast<HostAllocator*>(self);
+    a->counters[kCreates]++;
+    *out = new_block(a, bytes);
+    return *out ? 0 : 100;
+}
+void alloc_free(kp_allocator* self, char16_t* chars) {
+    if (!chars) return;
+    auto* a = reinterpret_cast<HostAllocator*>(self);
+    a->counters[kFrees]++;
+    a->counters[kLive]--;
+    std::free(kp_string_header_of(chars));
+}
+
+const kp_allocator_ops kAllocatorOps = {alloc_grow, alloc_offer, nullptr, alloc_release, nullptr, alloc_create,
+                                        nullptr,    alloc_free};
+
+} // namespace
+
+// ------------------------------------------------------------------------
+// Implementation state
+// ------------------------------------------------------------------------
+
+struct Host::Impl {
+    Options options;
+    std::string error;
+    void* module = nullptr;      // the component
+    void* host_module = nullptr; // this library, the "VM module"
+
+    decltype(&InfoComposante) info = nullptr;
+    decltype(&CommandeComposante) command = nullptr;
+    decltype(&Execution) execution = nullptr;
+    decltype(&GeneralParam) general_param = nullptr;
+    decltype(&DeclareProxy) declare_proxy = nullptr;
+    decltype(&pQueryProxy) query_proxy = nullptr;
+    decltype(&bInitKLConvFromVM) init_conv = nullptr;
+
+    std::atomic<uint64_t> counters[kCounterCount] = {};
+    HostAllocator allocator{{&kAllocatorOps, 0}, counters};
+    kp_threading threading{0};
+    kp_services services{};
+    kp_component_object* object = nullptr;
+    std::atomic<int32_t> language{1};
+    std::atomic<bool> smooth{false};
+    std::atomic<int32_t> blocking{0};
+    std::string codepage_text;
+
+    std::span<const kp_function> functions;
+    std::span<const kp_constant> constants;
+    std::span<const kp_variable> variables;
+    std::unordered_map<std::string, std::size_t> function_index;
+    std::unordered_map<std::string, std::size_t> constant_index;
+
+    HostAllocator* thread_allocator();
+};
+
+namespace {
+
+// The host whose component is loaded; the message callback has no context word.
+std::atomic<Host::Impl*> g_current{nullptr};
+
+thread_local std::unordered_map<const Host::Impl*, std::unique_ptr<HostAllocator>> t_allocators;
+
+} // namespace
+
+kp_allocator* current_allocator() {
+    Host::Impl* h = g_current.load();
+    return h ? &h->thread_allocator()->base : nullptr;
+}
+
+HostAllocator* Host::Impl::thread_allocator() {
+    if (!options.per_thread_allocators) return &allocator;
+    auto& slot = t_allocators[this];
+    if (!slot) slot.reset(new HostAllocator{{&kAllocatorOps, 0}, counters});
+    return slot.get();
+}
+
+// ------------------------------------------------------------------------
+// Services block
+// ------------------------------------------------------------------------
+
+namespace {
+
+Host::Impl* impl_of(void* vm) { return static_cast<Host::Impl*>(vm); }
+
+int32_t svc_query_option(void* vm, int32_t code) {
+    return code == KP_OPTION_SMOOTH_TIME && impl_of(vm)->smooth.load() ? 1 : 0;
+}
+int32_t svc_message_text(void* vm, uint32_t number, char16_t* buffer, int32_t size) {
+    return host_message_text(impl_of(vm)->language.load(), number, buffer, size);
+}
+const kp_regional_settings* svc_regional(void* vm) { return regional_settings(impl_of(vm)->language.load()); }
+kp_allocator* svc_tls_get(void* vm, uint32_t) { return &impl_of(vm)->thread_allocator()->base; }
+kp_procedure* svc_find_procedure(void*, const char16_t*) { return nullptr; }
+int32_t svc_call_procedure(void* vm, kp_procedure* proc, kp_variant* args, int32_t argc, kp_variant* result) {
+    return call_host_procedure(&impl_of(vm)->thread_allocator()->base, proc, args, argc, result);
+}
+void svc_begin_blocking(void* vm) { impl_of(vm)->blocking++; }
+void svc_end_blocking(void* vm) { impl_of(vm)->blocking--; }
+const char16_t* svc_project_name(void*) { return u"kp120"; }
+int32_t svc_version_accepts(void*, const char* module, const char*) { return std::strcmp(module, "KP120STD.DLL") == 0; }
+const char* svc_version_own(void*) { return "9.00Aa"; }
+void svc_version_register(void*, const char*, const char*) {}
+const char16_t* svc_version_describe(void*, const char*) { return u"KP120STD.DLL"; }
+void* svc_object_symbol(void* vm, const char* name) {
+    Host::Impl* h = impl_of(vm);
+    return h->host_module ? dlsym(h->host_module, name) : nullptr;
+}
+intptr_t svc_window_message(void*, uintptr_t window, uint32_t message, uintptr_t wparam, uintptr_t lparam) {
+    return answer_window_message(window, message, wparam, lparam);
+}
+const char* svc_setting(void* vm, const char* name) {
+    Host::Impl* h = impl_of(vm);
+    if (std::strcmp(name, KP_SETTING_DEVICE_ROOT) == 0) return h->options.device_root.c_str();
+    if (std::strcmp(name, KP_SETTING_REGISTRY) == 0) return h->options.registry_path.c_str();
+    if (std::strcmp(name, KP_SETTING_ANSI_CODEPAGE) == 0) return h->codepage_text.c_str();
+    return nullptr;
+}
+
+int32_t message_callback(uint32_t number, char16_t* buffer, int32_t size) {
+    Host::Impl* h = g_current.load();
+    return host_message_text(h ? h->language.load() : 1, number, buffer, size);
+}
+
+// Call contexts: one error record per call.
+struct Context {
+    kp_call_context base;
+    kp_error_record record;
+};
+kp_error_record* context_error(kp_call_context* self) { return &reinterpret_cast<Context*>(self)->record; }
+const kp_call_context_ops kContextOps = [] {
+    kp_call_context_ops ops{};
+    ops.error = context_error;
+    return ops;
+}();
+
+// Value interface: the result handle is the Value to fill.
+struct ResultSlot {
+    Value* out;
+    kp_allocator* allocator;
+    bool set;
+};
+void set_result(kp_value_interface*, void* handle, const void* value, uint32_t type) {
+    auto* slot = static_cast<ResultSlot*>(handle);
+    if (!slot || !value) return;
+    slot->set = true;
+    *slot->out = value_from_result(value, type);
+}
+const kp_value_interface_ops kValueOps = [] {
+    kp_value_interface_ops ops{};
+    ops.set_result = set_result;
+    return ops;
+}();
+kp_value_interface g_values{&kValueOps};
+
+std::string fold_key(std::string_view utf8_name) {
+    icu::UnicodeString u = icu::UnicodeString::fromUTF8(icu::StringPiece(utf8_name.data(), static_cast<int32_t>(utf8_name.size())));
+    u.foldCase();
+    std::string out;
+    u.toUTF8String(out);
+    return out;
+}
+
+std::string default_component_path() {
+    if (const char* env = std::getenv("KP120_COMPONENT"); env && *env) return env;
+    std::error_code ec;
+    auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        auto beside = exe.parent_path() / "libkp120std.so";
+        if (std::filesystem::exists(beside, ec)) return beside.string();
+    }
+#ifdef KP120_DEFAULT_COMPONENT
+    return KP120_DEFAULT_COMPONENT;
+#else
+    return "libkp120std.so";
+#endif
+}
+
+} // namespace
+
+// ------------------------------------------------------------------------
+// Start-up and shutdown
+// ------------------------------------------------------------------------
+
+Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
+    Impl& h = *impl_;
+    h.options = std::move(options);
+    if (h.options.component_path.empty()) h.options.component_path = default_component_path();
+    h.codepage_text = std::to_string(h.options.ansi_codepage);
+    h.language = h.options.language == 0 ? 0 : 1;
+    h.smooth = h.options.smooth_time;
+
+    h.module = dlopen(h.options.component_path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!h.module) {
+        const char* e = dlerror();
+        h.error = "cannot load " + h.options.component_path + ": " + (e ? e : "unknown error");
+        return;
+    }
+    auto sym = [&](const char* name) {
+        void* p = dlsym(h.module, name);
+        if (!p && h.error.empty()) h.error = std::string("the component does not export ") + name;
+        return p;
+    };
+    h.info = reinterpret_cast<decltype(h.info)>(sym("InfoComposante"));
+    h.command = reinterpret_cast<decltype(h.command)>(sym("CommandeComposante"));
+    h.execution = reinterpret_cast<decltype(h.execution)>(sym("Execution"));
+    h.general_param = reinterpret_cast<decltype(h.general_param)>(sym("GeneralParam"));
+    h.declare_proxy = reinterpret_cast<decltype(h.declare_proxy)>(sym("DeclareProxy"));
+    h.query_proxy = reinterpret_cast<decltype(h.query_proxy)>(sym("pQueryProxy"));
+    h.init_conv = reinterpret_cast<decltype(h.init_conv)>(sym("bInitKLConvFromVM"));
+    if (!h.error.empty()) {
+        dlclose(h.module);
+        h.module = nullptr;
+        return;
+    }
+
+    // This library is the VM module: its conversion hooks, object-module
+    // exports and peer "Execution" are found in it by name.
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<void*>(&default_component_path), &self) && self.dli_fname)
+        h.host_module = dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+
+    kp_services& s = h.services;
+    s.size = sizeof(kp_services);
+    s.vm = &h;
+    s.query_option = svc_query_option;
+    s.message_text = svc_message_text;
+    s.regional_settings = svc_regional;
+    s.tls_get = svc_tls_get;
+    s.find_procedure = svc_find_procedure;
+    s.call_procedure = svc_call_procedure;
+    s.begin_blocking = svc_begin_blocking;
+    s.end_blocking = svc_end_blocking;
+    s.project_name = svc_project_name;
+    s.version_accepts = svc_version_accepts;
+    s.version_own = svc_version_own;
+    s.version_register = svc_version_register;
+    s.version_describe = svc_version_describe;
+    s.object_module_symbol = svc_object_symbol;
+    s.send_window_message = svc_window_message;
+    s.setting = svc_setting;
+    h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
+
+    // The VM's calling order.
+    g_current = &h;
+    if (!h.init_conv(h.host_module, 2, 0, nullptr)) h.error = "the component refused the conversion hooks";
+    h.command(KP_COMMAND_SERVICES, &h.services);
+    h.command(KP_COMMAND_MESSAGE_CALLBACK, reinterpret_cast<void*>(&message_callback));
+    h.general_param(KP_PARAM_TLS_INDEX, 1);
+    h.general_param(KP_PARAM_THREADING, reinterpret_cast<intptr_t>(&h.threading));
+    h.general_param(KP_PARAM_ALLOCATOR, reinterpret_cast<intptr_t>(&h.allocator.base));
+    for (int32_t q = 0; q <= 3; ++q) h.info(q, 0);
+    h.functions = {reinterpret_cast<const kp_function*>(h.info(KP_INFO_FUNCTIONS, 0)),
+                   static_cast<std::size_t>(h.info(KP_INFO_FUNCTION_COUNT, 0))};
+    h.constants = {reinterpret_cast<const kp_constant*>(h.info(KP_INFO_CONSTANTS, 0)),
+                   static_cast<std::size_t>(h.info(KP_INFO_CONSTANT_COUNT, 0))};
+    h.variables = {reinterpret_cast<const kp_variable*>(h.info(KP_INFO_VARIABLES, 0)),
+                   static_cast<std::size_t>(h.info(KP_INFO_VARIABLE_COUNT, 0))};
+    uintptr_t attach[4] = {0, reinterpret_cast<uintptr_t>(h.host_module), 0, 0};
+    h.execution(KP_EXEC_ATTACH, attach);
+    h.object = h.query_proxy(KP_PROXY_COMPONENT_OBJECT);
+    set_language(h.language);
+
+    for (std::size_t i = 0; i < h.functions.size(); ++i) {
+        h.function_index.emplace(fold_key(name_utf8(h.functions[i].french)), i);
+        h.function_index.emplace(fold_key(name_utf8(h.functions[i].english)), i);
+    }
+    for (std::size_t i = 0; i < h.constants.size(); ++i) {
+        h.constant_index.emplace(fold_key(name_utf8(h.constants[i].french)), i);
+        h.constant_index.emplace(fold_key(name_utf8(h.constants[i].english)), i);
+    }
+}
+
+Host::~Host() {
+    Impl& h = *impl_;
+    if (h.module) {
+        uintptr_t detach[4] = {0, 0, 0, 0};
+        h.execution(KP_EXEC_DETACH, detach);
+        if (h.object) h.object->ops->destroy(h.object);
+        // Take back everything handed over: the module may outlive this host.
+        h.allocator.base.replaced = 1;
+        h.general_param(KP_PARAM_ALLOCATOR, 0);
+        h.general_param(KP_PARAM_THREADING, 0);
+        h.command(KP_COMMAND_SERVICES, nullptr);
+        h.command(KP_COMMAND_MESSAGE_CALLBACK, nullptr);
+        dlclose(h.module);
+    }
+    if (h.host_module) dlclose(h.host_module);
+    Impl* expected = &h;
+    g_current.compare_exchange_strong(expected, nullptr);
+    t_allocators.erase(&h);
+}
+
+bool Host::loaded() const { return impl_->module != nullptr && impl_->error.empty(); }
+const std::string& Host::load_error() const { return impl_->error; }
+std::span<const kp_function> Host::functions() const { return impl_->functions; }
+std::span<const kp_constant> Host::constants() const { return impl_->constants; }
+std::span<const kp_variable> Host::variables() const { return impl_->variables; }
+
+std::string Host::name_utf8(const char* cp1252) {
+    std::string out;
+    if (!cp1252) return out;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(cp1252); *p; ++p)
+        out += utf8(std::u16string(1, cp1252_char(*p)));
+    return out;
+}
+
+const kp_function* Host::find_function(std::string_view name) const {
+    auto it = impl_->function_index.find(fold_key(name));
+    return it == impl_->function_index.end() ? nullptr : &impl_->functions[it->second];
+}
+
+const kp_constant* Host::find_constant(std::string_view name) const {
+    auto it = impl_->constant_index.find(fold_key(name));
+    return it == impl_->constant_index.end() ? nullptr : &impl_->constants[it->second];
+}
+
+void Host::set_language(int32_t language) {
+    Impl& h = *impl_;
+    h.language = language == 0 ? 0 : 1;
+    if (!h.module) return;
+    if (h.object) h.object->ops->set_language(h.object, h.language);
+    uintptr_t words[2] = {static_cast<uintptr_t>(h.language.load()), static_cast<uintptr_t>(h.language.load())};
+    h.execution(KP_EXEC_LOCALE, words);
+}
+int32_t Host::language() const { return impl_->language; }
+void Host::set_smooth_time(bool on) { impl_->smooth = on; }
+
+intptr_t Host::info(int32_t q, int32_t i) const { return impl_->info ? impl_->info(q, i) : 0; }
+void Host::command(int32_t c, void* b) const {
+    if (impl_->command) impl_->command(c, b);
+}
+int32_t Host::execution(int32_t m, uintptr_t* b) const { return impl_->execution ? impl_->execution(m, b) : 0; }
+int32_t Host::general_param(int32_t c, intptr_t v) const {
+    return impl_->general_param ? impl_->general_param(c, v) : 0;
+}
+kp_component_object* Host::query_proxy(int32_t c) const { return impl_->query_proxy ? impl_->query_proxy(c) : nullptr; }
+void Host::declare_proxy(void** l, uint16_t* c1, void** f, uint16_t* c2) const {
+    if (impl_->declare_proxy) impl_->declare_proxy(l, c1, f, c2);
+}
+int32_t Host::init_conversions(void* module, int32_t revision, int32_t mode) const {
+    return impl_->init_conv ? impl_->init_conv(module, revision, mode, nullptr) : 0;
+}
+
+Host::AllocatorStats Host::allocator_stats() const {
+    const Impl& h = *impl_;
+    return {h.counters[kCreates], h.counters[kGrows], h.counters[kFrees], h.counters[kOffers], h.counters[kLive]};
+}
+kp_allocator* Host::allocator() const { return &impl_->thread_allocator()->base; }
+
+// ------------------------------------------------------------------------
+// Calls
+// ------------------------------------------------------------------------
+
+int Host::choose_overload(const kp_function& fn, const std::vector<Value>& args, std::string* why) const {
+    const kp_overload* ov = fn.overloads;
+    int count = static_cast<int>(KP_IDENT_COUNT(fn.ident));
+    int best = -1, best_score = -1;
+    int best_unprovided = -1, best_unprovided_score = -1;
+    bool count_matched = false;
+    std::string range_issue;
+    for (int k = 0; k < count; ++k) {
+        if (ov[k].param_count != args.size()) continue;
+        count_matched = true;
+        int score = 0;
+        for (std::size_t a = 0; a < args.size() && score >= 0; ++a) {
+            std::string issue;
+            int s = fit_score(args[a], ov[k].params[a], &issue);
+            if (s < 0) {
+                if (!issue.empty() && range_issue.empty())
+                    range_issue = "argument " + std::to_string(a + 1) + ": " + issue;
+                score = -1;
+            } else {
+                score += s;
+            }
+        }
+        if (score < 0) continue;
+        if (ov[k].handler) {
+            if (score > best_score) best = k, best_score = score;
+        } else if (score > best_unprovided_score) {
+            best_unprovided = k, best_unprovided_score = score;
+        }
+    }
+    std::string name = name_utf8(fn.english);
+    if (best >= 0) return best;
+    if (why) {
+        if (best_unprovided >= 0)
+            *why = name + " is not provided by this edition";
+        else if (!count_matched)
+            *why = "no overload of " + name + " takes " + std::to_string(args.size()) + " argument" +
+                   (args.size() == 1 ? "" : "s");
+        else if (!range_issue.empty())
+            *why = name + ": " + range_issue;
+        else
+            *why = "the arguments do not fit any overload of " + name;
+    }
+    return best_unprovided >= 0 ? -2 : -1;
+}
+
+CallOutcome Host::call(std::string_view name, std::vector<Value>& args) {
+    CallOutcome out;
+    if (!loaded()) {
+        out.status = CallStatus::UnknownName;
+        out.detail = impl_->error;
+        return out;
+    }
+    const kp_function* fn = find_function(name);
+    if (!fn) {
+        out.status = CallStatus::UnknownName;
+        out.detail = "unknown function " + std::string(name);
+        return out;
+    }
+    std::string why;
+    int k = choose_overload(*fn, args, &why);
+    if (k < 0) {
+        out.status = k == -2 ? CallStatus::NotProvided : CallStatus::NoOverload;
+        if (k == -1 && why.find("argument ") != std::string::npos && why.find(": argument") != std::string::npos)
+            out.status = CallStatus::BadArgument;
+        out.detail = why;
+        return out;
+    }
+    return call_overload(*fn, k, args);
+}
+
+CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>& args) {
+    CallOutcome out;
+    const kp_overload& ov = fn.overloads[k];
+    if (!ov.handler) {
+        out.status = CallStatus::NotProvided;
+        out.detail = name_utf8(fn.english) + " is not provided by this edition";
+        return out;
+    }
+    kp_allocator* alloc = &impl_->thread_allocator()->base;
+    Marshalled m(alloc);
+    std::string issue;
+    for (std::size_t a = 0; a < args.size() && a < ov.param_count; ++a) {
+        if (!m.add(args[a], ov.params[a], &issue)) {
+            out.status = CallStatus::BadArgument;
+            out.detail = name_utf8(fn.english) + ": argument " + std::to_string(a + 1) + ": " + issue;
+            return out;
+        }
+    }
+    auto ctx = std::make_unique<Context>();
+    ctx->base.ops = &kContextOps;
+    ctx->record.severity = KP_SEVERITY_NONE;
+    ResultSlot slot{&out.result, alloc, false};
+    kp_call_frame frame{&g_values, nullptr, nullptr, nullptr, &slot};
+    ov.handler(&frame, &ctx->base, m.argv());
+    m.read_back(args);
+    const kp_error_record& r = ctx->record;
+    out.error.severity = r.severity;
+    out.error.id = r.id;
+    out.error.extra = r.extra;
+    out.error.system_code = r.system_code;
+    out.error.message.assign(r.message, std::min<uint32_t>(r.message_length, KP_ERROR_MESSAGE_CAPACITY));
+    out.error.system_text.assign(r.system_text, std::min<uint32_t>(r.system_text_length, KP_ERROR_SYSTEXT_CAPACITY));
+    return out;
+}
+
+} // namespace kp::host

@@ -1,0 +1,733 @@
+// host_values.cpp - values across the boundary, as the VM handles them:
+// argument storage, results, variants, the conversion hooks exported by
+// name, and text helpers (WTF-8, Windows-1252, currency text).
+#include "host_values.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace kp::host {
+
+// ------------------------------------------------------------------------
+// Text helpers
+// ------------------------------------------------------------------------
+
+char16_t cp1252_char(unsigned char b) {
+    static const char16_t high[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                      0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                      0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                      0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+    return (b >= 0x80 && b < 0xA0) ? high[b - 0x80] : char16_t(b);
+}
+
+std::string utf8(std::u16string_view s) {
+    std::string out;
+    out.reserve(s.size());
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        uint32_t cp = s[i];
+        if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
+            cp = 0x10000 + ((cp - 0xD800) << 10) + (s[i + 1] - 0xDC00);
+            ++i;
+        }
+        if (cp < 0x80) {
+            out += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            out += static_cast<char>(0xC0 | (cp >> 6));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else if (cp < 0x10000) {
+            out += static_cast<char>(0xE0 | (cp >> 12));
+            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+            out += static_cast<char>(0xF0 | (cp >> 18));
+            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        }
+    }
+    return out;
+}
+
+// WTF-8: encoded surrogates (ED A0..BF xx) come back as lone surrogates;
+// each byte of an invalid sequence becomes U+FFFD.
+std::u16string utf16(std::string_view s) {
+    std::u16string out;
+    out.reserve(s.size());
+    std::size_t i = 0;
+    while (i < s.size()) {
+        uint8_t b = static_cast<uint8_t>(s[i]);
+        int extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 && b >= 0xC2 ? 1 : (b & 0xF0) == 0xE0 ? 2
+                                 : (b & 0xF8) == 0xF0 && b <= 0xF4 ? 3 : -1;
+        uint32_t cp = extra == 0 ? b : extra == 1 ? (b & 0x1F) : extra == 2 ? (b & 0x0F) : (b & 0x07);
+        bool ok = extra >= 0 && i + extra < s.size() + (extra == 0);
+        if (ok && extra > 0 && i + extra >= s.size()) ok = false;
+        for (int k = 1; ok && k <= extra; ++k) {
+            uint8_t c = static_cast<uint8_t>(s[i + k]);
+            if ((c & 0xC0) != 0x80) ok = false;
+            cp = (cp << 6) | (c & 0x3F);
+        }
+        if (ok && ((extra == 2 && cp < 0x800) || (extra == 3 && (cp < 0x10000 || cp > 0x10FFFF)))) ok = false;
+        if (!ok) {
+            out += u'\uFFFD';
+            ++i;
+            continue;
+        }
+        if (cp >= 0x10000) {
+            cp -= 0x10000;
+            out += static_cast<char16_t>(0xD800 + (cp >> 10));
+            out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+        } else {
+            out += static_cast<char16_t>(cp);
+        }
+        i += extra + 1;
+    }
+    return out;
+}
+
+// Currency: 80-bit two's complement little-endian count of millionths.
+namespace {
+using i128 = __int128;
+const i128 kCurrencyMax = (static_cast<i128>(1) << 79) - 1;
+const i128 kCurrencyMin = -(static_cast<i128>(1) << 79);
+
+i128 currency_value(const uint8_t (&cy)[10]) {
+    i128 v = 0;
+    for (int k = 9; k >= 0; --k) v = (v << 8) | cy[k];
+    if (cy[9] & 0x80) v -= static_cast<i128>(1) << 80;
+    return v;
+}
+bool currency_store(i128 v, uint8_t (&cy)[10]) {
+    if (v > kCurrencyMax || v < kCurrencyMin) return false;
+    auto u = static_cast<unsigned __int128>(v);
+    for (int k = 0; k < 10; ++k) {
+        cy[k] = static_cast<uint8_t>(u & 0xFF);
+        u >>= 8;
+    }
+    return true;
+}
+} // namespace
+
+bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
+    std::size_t i = 0;
+    while (i < text.size() && text[i] == ' ') ++i;
+    bool neg = false;
+    if (i < text.size() && (text[i] == '-' || text[i] == '+')) neg = text[i++] == '-';
+    i128 whole = 0;
+    int digits = 0;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
+        whole = whole * 10 + (text[i++] - '0');
+        if (whole > kCurrencyMax) return false;
+        ++digits;
+    }
+    i128 frac = 0;
+    int fdigits = 0;
+    bool round_up = false;
+    if (i < text.size() && (text[i] == '.' || text[i] == ',')) {
+        ++i;
+        while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
+            if (fdigits < 6)
+                frac = frac * 10 + (text[i] - '0');
+            else if (fdigits == 6)
+                round_up = text[i] >= '5'; // half away from zero at the seventh decimal
+            ++fdigits;
+            ++i;
+        }
+    }
+    while (i < text.size() && text[i] == ' ') ++i;
+    if (i != text.size() || digits + fdigits == 0) return false;
+    for (int k = fdigits; k < 6; ++k) frac *= 10;
+    i128 v = whole * 1000000 + frac + (round_up ? 1 : 0);
+    return currency_store(neg ? -v : v, out);
+}
+
+std::string currency_to_text(const uint8_t (&cy)[10]) {
+    i128 v = currency_value(cy);
+    bool neg = v < 0;
+    auto u = static_cast<unsigned __int128>(neg ? -v : v);
+    unsigned __int128 whole = u / 1000000;
+    auto frac = static_cast<unsigned>(u % 1000000);
+    std::string w;
+    do {
+        w.insert(w.begin(), static_cast<char>('0' + static_cast<int>(whole % 10)));
+        whole /= 10;
+    } while (whole);
+    char f[8];
+    std::snprintf(f, sizeof f, "%06u", frac);
+    return (neg ? "-" : "") + w + "." + f;
+}
+
+// ------------------------------------------------------------------------
+// Value factories
+// ------------------------------------------------------------------------
+
+Value Value::boolean(bool v) {
+    Value x;
+    x.kind = Kind::Bool;
+    x.b = v;
+    return x;
+}
+Value Value::integer(int64_t v) {
+    Value x;
+    x.kind = Kind::Int;
+    x.i = v;
+    return x;
+}
+Value Value::int64(int64_t v) {
+    Value x;
+    x.kind = Kind::Int64;
+    x.i = v;
+    return x;
+}
+Value Value::real(double v) {
+    Value x;
+    x.kind = Kind::Real;
+    x.r = v;
+    return x;
+}
+Value Value::currency(const uint8_t (&b)[10]) {
+    Value x;
+    x.kind = Kind::Currency;
+    std::memcpy(x.cy, b, 10);
+    return x;
+}
+Value Value::string(std::u16string v) {
+    Value x;
+    x.kind = Kind::String;
+    x.s = std::move(v);
+    return x;
+}
+Value Value::buffer(std::vector<uint8_t> v) {
+    Value x;
+    x.kind = Kind::Buffer;
+    x.bytes = std::move(v);
+    return x;
+}
+Value Value::procedure(Procedure p) {
+    Value x;
+    x.kind = Kind::Procedure;
+    x.proc = std::make_shared<Procedure>(std::move(p));
+    return x;
+}
+Value Value::variable(Value initial) {
+    Value x;
+    x.kind = Kind::Variable;
+    x.ref = std::make_shared<Value>(std::move(initial));
+    return x;
+}
+
+const char* Host::type_name(uint16_t code) {
+    switch (code & 0xFF) {
+    case KP_T_NONE: return "none";
+    case KP_T_BOOL: return "boolean";
+    case KP_T_INT: return "integer";
+    case KP_T_INT64: return "8-byte integer";
+    case KP_T_CURRENCY: return "currency";
+    case KP_T_REAL:
+    case KP_T_REAL_ALT: return "real";
+    case KP_T_HANDLE_IN: return "handle";
+    case KP_T_HANDLE_OUT: return "handle result";
+    case KP_T_STRING: return "string";
+    case KP_T_STRING_RESULT: return "string buffer";
+    case KP_T_DATE: return "date";
+    case KP_T_TIME: return "time";
+    case KP_T_DATETIME: return "date-time";
+    case KP_T_DURATION: return "duration";
+    case KP_T_BUFFER: return "buffer";
+    case KP_T_ANY: return "any";
+    case KP_T_WINDOW: return "window";
+    case KP_T_IMAGE: return "image";
+    case KP_T_CONTROL: return "control";
+    case KP_T_PROCEDURE: return "procedure";
+    case KP_T_RAW_STRING: return "raw string";
+    case KP_T_RAW_DATA: return "raw data";
+    case KP_T_STORABLE: return "storable value";
+    default: return "unknown";
+    }
+}
+
+// ------------------------------------------------------------------------
+// Buffers and variants
+// ------------------------------------------------------------------------
+
+namespace {
+char16_t* make(kp_allocator* alloc, const void* data, std::size_t bytes, uint32_t kind, uint32_t length) {
+    if (bytes == 0) return nullptr;
+    char16_t* p = nullptr;
+    if (alloc->ops->create(alloc, static_cast<uint32_t>(bytes), &p) != 0 || !p) return nullptr;
+    std::memcpy(p, data, bytes);
+    kp_string_header* h = kp_string_header_of(p);
+    h->flags = kind << 1;
+    h->refcount = 1;
+    h->length = length;
+    std::memset(reinterpret_cast<char*>(p) + bytes, 0, 2);
+    return p;
+}
+
+bool is_binary(const char16_t* p) { return p && ((kp_string_header_of(p)->flags >> 1) & 7u) == 1; }
+
+Value value_of_buffer(const char16_t* p, bool want_buffer) {
+    if (!p) return want_buffer ? Value::buffer({}) : Value::string(u"");
+    const kp_string_header* h = kp_string_header_of(p);
+    if (is_binary(p)) {
+        auto* b = reinterpret_cast<const uint8_t*>(p);
+        return Value::buffer(std::vector<uint8_t>(b, b + h->length));
+    }
+    if (want_buffer) {
+        auto* b = reinterpret_cast<const uint8_t*>(p);
+        return Value::buffer(std::vector<uint8_t>(b, b + static_cast<std::size_t>(h->length) * 2));
+    }
+    return Value::string(std::u16string(p, h->length));
+}
+
+bool buffer_type(uint16_t t) {
+    t &= 0xFF;
+    return t == KP_T_STRING || t == KP_T_STRING_RESULT || t == KP_T_BUFFER || t == KP_T_RAW_STRING ||
+           t == KP_T_RAW_DATA;
+}
+
+void host_variant_destroy(kp_variant* v) {
+    if (buffer_type(v->type)) release_buffer(v->value.str);
+    std::memset(&v->value, 0, sizeof v->value);
+}
+int32_t host_variant_copy(kp_variant* dst, const kp_variant* src) {
+    dst->value = src->value;
+    if (buffer_type(src->type) && src->value.str) kp_string_header_of(src->value.str)->refcount++;
+    return 0;
+}
+const kp_variant_ops kHostVariantOps = {host_variant_destroy, host_variant_copy};
+} // namespace
+
+char16_t* make_text(kp_allocator* alloc, std::u16string_view text) {
+    return make(alloc, text.data(), text.size() * 2, 2, static_cast<uint32_t>(text.size()));
+}
+char16_t* make_binary(kp_allocator* alloc, const std::vector<uint8_t>& bytes) {
+    return make(alloc, bytes.data(), bytes.size(), 1, static_cast<uint32_t>(bytes.size()));
+}
+void release_buffer(char16_t* p) {
+    if (!p) return;
+    kp_string_header* h = kp_string_header_of(p);
+    if (h->refcount <= 1) {
+        h->refcount = 0;
+        if (h->owner && h->owner->ops && h->owner->ops->free_buffer)
+            h->owner->ops->free_buffer(h->owner, p);
+        else
+            std::free(h);
+    } else {
+        --h->refcount;
+    }
+}
+
+Value value_from_result(const void* value, uint32_t type) {
+    switch (type & 0xFF) {
+    case KP_T_BOOL: return Value::boolean(*static_cast<const int32_t*>(value) != 0);
+    case KP_T_INT: return Value::integer(*static_cast<const int32_t*>(value));
+    case KP_T_INT64: return Value::int64(*static_cast<const int64_t*>(value));
+    case KP_T_CURRENCY: {
+        uint8_t cy[10];
+        std::memcpy(cy, value, 10);
+        return Value::currency(cy);
+    }
+    case KP_T_REAL:
+    case KP_T_REAL_ALT: return Value::real(*static_cast<const double*>(value));
+    case KP_T_HANDLE_IN:
+    case KP_T_HANDLE_OUT: return Value::integer(static_cast<int64_t>(*static_cast<const uintptr_t*>(value)));
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+    case KP_T_DATE:
+    case KP_T_TIME:
+    case KP_T_DATETIME: return value_of_buffer(*static_cast<char16_t* const*>(value), false);
+    case KP_T_BUFFER: return value_of_buffer(*static_cast<char16_t* const*>(value), true);
+    case KP_T_DURATION: return Value::int64(*static_cast<const int64_t*>(value));
+    case KP_T_ANY: return value_from_variant(static_cast<const kp_variant*>(value));
+    default: return Value::none();
+    }
+}
+
+Value value_from_variant(const kp_variant* v) {
+    if (!v) return Value::none();
+    const kp_payload& p = v->value;
+    switch (v->type & 0xFF) {
+    case KP_T_NONE: return Value::none();
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+    case KP_T_RAW_STRING:
+    case KP_T_RAW_DATA: return value_of_buffer(p.str, false);
+    case KP_T_BUFFER: return value_of_buffer(p.str, true);
+    default: return value_from_result(&p, v->type & 0xFF);
+    }
+}
+
+void value_to_variant(kp_allocator* alloc, const Value& value, kp_variant* v) {
+    std::memset(v, 0, sizeof *v);
+    v->ops = &kHostVariantOps;
+    const Value& x = value.kind == Value::Kind::Variable && value.ref ? *value.ref : value;
+    switch (x.kind) {
+    case Value::Kind::Bool:
+        v->type = KP_T_BOOL;
+        v->value.i32 = x.b;
+        break;
+    case Value::Kind::Int:
+        if (x.i >= std::numeric_limits<int32_t>::min() && x.i <= std::numeric_limits<int32_t>::max()) {
+            v->type = KP_T_INT;
+            v->value.i32 = static_cast<int32_t>(x.i);
+        } else {
+            v->type = KP_T_INT64;
+            v->value.i64 = x.i;
+        }
+        break;
+    case Value::Kind::Int64:
+        v->type = KP_T_INT64;
+        v->value.i64 = x.i;
+        break;
+    case Value::Kind::Real:
+        v->type = KP_T_REAL;
+        v->value.real = x.r;
+        break;
+    case Value::Kind::Currency:
+        v->type = KP_T_CURRENCY;
+        std::memcpy(v->value.currency, x.cy, 10);
+        break;
+    case Value::Kind::String:
+        v->type = KP_T_STRING_RESULT;
+        v->value.str = make_text(alloc, x.s);
+        break;
+    case Value::Kind::Buffer:
+        v->type = KP_T_BUFFER;
+        v->value.str = make_binary(alloc, x.bytes);
+        break;
+    default: v->type = KP_T_NONE; break;
+    }
+}
+
+void destroy_variant(kp_variant* v) {
+    if (v->ops && v->ops->destroy)
+        v->ops->destroy(v);
+    else if (buffer_type(v->type))
+        release_buffer(v->value.str);
+    std::memset(&v->value, 0, sizeof v->value);
+    v->type = KP_T_NONE;
+}
+
+// ------------------------------------------------------------------------
+// Fit and marshalling
+// ------------------------------------------------------------------------
+
+namespace {
+bool integral_real(double r, double lo, double hi) { return std::isfinite(r) && std::trunc(r) == r && r >= lo && r <= hi; }
+bool fits_i32(int64_t i) {
+    return i >= std::numeric_limits<int32_t>::min() && i <= std::numeric_limits<int32_t>::max();
+}
+} // namespace
+
+int fit_score(const Value& x, uint16_t param, std::string* issue) {
+    using K = Value::Kind;
+    const bool convert = (param & KP_PARAM_CONVERT) != 0;
+    const bool integer = x.kind == K::Int || x.kind == K::Int64;
+    switch (param & 0xFF) {
+    case KP_T_BOOL: return x.kind == K::Bool ? 2 : integer ? 1 : -1;
+    case KP_T_INT:
+        if (integer) {
+            if (fits_i32(x.i)) return 2;
+            if (issue) *issue = "integer " + std::to_string(x.i) + " does not fit a 32-bit integer parameter";
+            return -1;
+        }
+        if (x.kind == K::Real) return integral_real(x.r, -2147483648.0, 2147483647.0) ? 1 : -1;
+        return x.kind == K::Bool ? 1 : -1;
+    case KP_T_INT64:
+        if (integer) return 2;
+        return x.kind == K::Real && integral_real(x.r, -9.2e18, 9.2e18) ? 1 : -1;
+    case KP_T_CURRENCY: return x.kind == K::Currency ? 2 : (integer || x.kind == K::Real) ? 1 : -1;
+    case KP_T_REAL:
+    case KP_T_REAL_ALT: return x.kind == K::Real ? 2 : integer ? 1 : -1;
+    case KP_T_HANDLE_IN:
+    case KP_T_HANDLE_OUT:
+    case KP_T_WINDOW:
+    case KP_T_IMAGE:
+    case KP_T_CONTROL: return integer ? 1 : -1;
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+    case KP_T_DATE:
+    case KP_T_TIME:
+    case KP_T_DATETIME:
+    case KP_T_DURATION:
+        if (x.kind == K::String) return 2;
+        return convert && (integer || x.kind == K::Real || x.kind == K::Bool) ? 1 : -1;
+    case KP_T_BUFFER: return x.kind == K::Buffer ? 2 : -1;
+    case KP_T_RAW_STRING:
+    case KP_T_RAW_DATA: return (x.kind == K::String || x.kind == K::Buffer) ? 2 : -1;
+    case KP_T_ANY:
+    case KP_T_STORABLE:
+        if (x.kind == K::Variable) return 2;
+        return (x.kind == K::None || x.kind == K::Procedure) ? -1 : 1;
+    case KP_T_PROCEDURE: return x.kind == K::Procedure ? 2 : -1;
+    default: return -1;
+    }
+}
+
+namespace {
+std::u16string text_of(const Value& x) {
+    char buf[64];
+    switch (x.kind) {
+    case Value::Kind::Int:
+    case Value::Kind::Int64: std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(x.i)); break;
+    case Value::Kind::Real: std::snprintf(buf, sizeof buf, "%.17g", x.r); break;
+    case Value::Kind::Bool: std::snprintf(buf, sizeof buf, "%d", x.b ? 1 : 0); break;
+    default: return x.s;
+    }
+    return utf16(buf);
+}
+} // namespace
+
+bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
+    using K = Value::Kind;
+    auto slot = std::make_unique<Slot>();
+    slot->type = param;
+    void* arg = &slot->u;
+    switch (param & 0xFF) {
+    case KP_T_BOOL: slot->u.i32 = x.kind == K::Bool ? x.b : x.i != 0; break;
+    case KP_T_INT:
+        if (x.kind == K::Real)
+            slot->u.i32 = static_cast<int32_t>(x.r);
+        else if (x.kind == K::Bool)
+            slot->u.i32 = x.b;
+        else if (fits_i32(x.i))
+            slot->u.i32 = static_cast<int32_t>(x.i);
+        else {
+            *issue = "integer " + std::to_string(x.i) + " does not fit a 32-bit integer parameter";
+            return false;
+        }
+        break;
+    case KP_T_INT64: slot->u.i64 = x.kind == K::Real ? static_cast<int64_t>(x.r) : x.i; break;
+    case KP_T_CURRENCY:
+        if (x.kind == K::Currency) {
+            std::memcpy(slot->u.currency, x.cy, 10);
+        } else {
+            double millionths = x.kind == K::Real ? std::round(x.r * 1e6) : static_cast<double>(x.i) * 1e6;
+            if (!std::isfinite(millionths) || std::fabs(millionths) > 6.0e23) {
+                *issue = "value out of the currency range";
+                return false;
+            }
+            i128 v = x.kind == K::Real ? static_cast<i128>(millionths) : static_cast<i128>(x.i) * 1000000;
+            currency_store(v, slot->u.currency);
+        }
+        break;
+    case KP_T_REAL:
+    case KP_T_REAL_ALT: slot->u.real = x.kind == K::Real ? x.r : static_cast<double>(x.i); break;
+    case KP_T_HANDLE_IN:
+    case KP_T_HANDLE_OUT:
+    case KP_T_WINDOW:
+    case KP_T_IMAGE:
+    case KP_T_CONTROL: slot->u.handle = static_cast<uintptr_t>(x.i); break;
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+    case KP_T_DATE:
+    case KP_T_TIME:
+    case KP_T_DATETIME:
+    case KP_T_DURATION: {
+        std::u16string t = text_of(x);
+        if (t.size() >= KP_STRING_MAX_CHARS) {
+            *issue = "string too long";
+            return false;
+        }
+        slot->u.str = make_text(alloc_, t);
+        if (!t.empty() && !slot->u.str) {
+            *issue = "out of memory";
+            return false;
+        }
+        break;
+    }
+    case KP_T_BUFFER:
+    case KP_T_RAW_STRING:
+    case KP_T_RAW_DATA:
+        slot->u.str = x.kind == K::Buffer ? make_binary(alloc_, x.bytes) : make_text(alloc_, x.s);
+        break;
+    case KP_T_ANY:
+    case KP_T_STORABLE:
+        value_to_variant(alloc_, x, &slot->variant);
+        arg = &slot->variant;
+        break;
+    case KP_T_PROCEDURE:
+        slot->procedure = std::make_unique<kp_procedure>();
+        slot->procedure->fn = x.proc;
+        slot->u.proc = slot->procedure.get();
+        break;
+    default: *issue = "unsupported parameter type"; return false;
+    }
+    argv_.push_back(arg);
+    slots_.push_back(std::move(slot));
+    return true;
+}
+
+void Marshalled::read_back(std::vector<Value>& args) {
+    for (std::size_t k = 0; k < slots_.size() && k < args.size(); ++k) {
+        uint16_t t = slots_[k]->type & 0xFF;
+        if ((t == KP_T_ANY || t == KP_T_STORABLE) && args[k].kind == Value::Kind::Variable && args[k].ref)
+            *args[k].ref = value_from_variant(&slots_[k]->variant);
+    }
+}
+
+Marshalled::~Marshalled() {
+    for (auto& s : slots_) {
+        switch (s->type & 0xFF) {
+        case KP_T_STRING:
+        case KP_T_STRING_RESULT:
+        case KP_T_DATE:
+        case KP_T_TIME:
+        case KP_T_DATETIME:
+        case KP_T_DURATION:
+        case KP_T_BUFFER:
+        case KP_T_RAW_STRING:
+        case KP_T_RAW_DATA: release_buffer(s->u.str); break;
+        case KP_T_ANY:
+        case KP_T_STORABLE: destroy_variant(&s->variant); break;
+        default: break;
+        }
+    }
+}
+
+int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant* args, int32_t argc,
+                            kp_variant* result) {
+    if (!proc || !proc->fn || !*proc->fn) return 1;
+    std::vector<Value> values;
+    for (int32_t k = 0; k < argc; ++k) values.push_back(value_from_variant(&args[k]));
+    Value r = (*proc->fn)(values);
+    if (result) {
+        destroy_variant(result);
+        value_to_variant(alloc, r, result);
+    }
+    return 0;
+}
+
+} // namespace kp::host
+
+// ------------------------------------------------------------------------
+// Exports of the VM module, looked up by name by the component
+// ------------------------------------------------------------------------
+
+namespace {
+using kp::host::i128;
+
+// Reads a decimal number as the VM does: optional blanks, sign, digits with
+// "." or "," as decimal separator, optional exponent.  Nothing else.
+bool parse_real(std::u16string_view s, double& out) {
+    std::string a;
+    for (char16_t c : s) {
+        if (c > 0x7F) return false;
+        a += static_cast<char>(c == u',' ? '.' : c);
+    }
+    std::size_t b = a.find_first_not_of(' '), e = a.find_last_not_of(' ');
+    if (b == std::string::npos) return false;
+    a = a.substr(b, e - b + 1);
+    for (char c : a)
+        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E')) return false;
+    char* end = nullptr;
+    out = std::strtod(a.c_str(), &end);
+    return end && *end == 0 && std::isfinite(out);
+}
+
+constexpr int32_t kConversionFailed = 110;
+constexpr int32_t kConversionOverflow = 111;
+constexpr int32_t kConversionUnsupported = 112;
+
+int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uint32_t to) {
+    using namespace kp::host;
+    from &= 0xFF;
+    to &= 0xFF;
+    // Read the source as a number or a text.
+    bool is_text = from == KP_T_STRING || from == KP_T_STRING_RESULT;
+    double real = 0;
+    int64_t integer = 0;
+    bool integral = true;
+    std::u16string text;
+    switch (from) {
+    case KP_T_BOOL:
+    case KP_T_INT: integer = value->i32; break;
+    case KP_T_INT64: integer = value->i64; break;
+    case KP_T_REAL:
+    case KP_T_REAL_ALT:
+        real = value->real;
+        integral = false;
+        break;
+    case KP_T_CURRENCY: {
+        uint8_t cy[10];
+        std::memcpy(cy, value->currency, 10);
+        text = utf16(currency_to_text(cy));
+        is_text = true;
+        break;
+    }
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+        if (value->str) text.assign(value->str, kp_string_header_of(value->str)->length);
+        break;
+    default: return kConversionUnsupported;
+    }
+    if (is_text && to != KP_T_STRING && to != KP_T_STRING_RESULT) {
+        if (to == KP_T_CURRENCY) {
+            uint8_t cy[10];
+            if (!currency_from_text(utf8(text), cy)) return kConversionFailed;
+            std::memcpy(scratch->currency, cy, 10);
+            return 0;
+        }
+        if (!parse_real(text, real)) return kConversionFailed;
+        integral = false;
+    }
+    auto as_real = [&] { return integral ? static_cast<double>(integer) : real; };
+    switch (to) {
+    case KP_T_BOOL: scratch->i32 = as_real() != 0; return 0;
+    case KP_T_INT: {
+        double r = as_real();
+        if (!(r >= -2147483648.0 && r <= 2147483647.0)) return kConversionOverflow;
+        scratch->i32 = integral ? static_cast<int32_t>(integer) : static_cast<int32_t>(r);
+        return 0;
+    }
+    case KP_T_INT64: {
+        double r = as_real();
+        if (!integral && !(r >= -9.2e18 && r <= 9.2e18)) return kConversionOverflow;
+        scratch->i64 = integral ? integer : static_cast<int64_t>(r);
+        return 0;
+    }
+    case KP_T_REAL:
+    case KP_T_REAL_ALT: scratch->real = as_real(); return 0;
+    case KP_T_CURRENCY: {
+        double r = as_real();
+        if (!std::isfinite(r) || std::fabs(r) > 6.0e17) return kConversionOverflow;
+        i128 v = integral ? static_cast<i128>(integer) * 1000000 : static_cast<i128>(std::llround(r * 1e6));
+        uint8_t cy[10];
+        if (!currency_store(v, cy)) return kConversionOverflow;
+        std::memcpy(scratch->currency, cy, 10);
+        return 0;
+    }
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT: {
+        if (!is_text) {
+            char buf[64];
+            if (integral)
+                std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(integer));
+            else
+                std::snprintf(buf, sizeof buf, "%.15g", real);
+            text = utf16(buf);
+        }
+        scratch->str = make_text(current_allocator(), text);
+        return 0;
+    }
+    default: return kConversionUnsupported;
+    }
+}
+} // namespace
+
+extern "C" {
+__attribute__((visibility("default"))) int32_t nConversionDepassement(const kp_payload* value, uint32_t from,
+                                                                      kp_payload* scratch, uint32_t to) {
+    return convert(value, from, scratch, to);
+}
+__attribute__((visibility("default"))) int32_t nConversionDepassementEx(const kp_payload* value, uint32_t from,
+                                                                        kp_payload* scratch, uint32_t to, int32_t) {
+    return convert(value, from, scratch, to);
+}
+// A converted string belongs to the variant that received it: nothing to free.
+__attribute__((visibility("default"))) void FinConversion(kp_payload*) {}
+// The VM's peer entry point, called by the component's execution hooks.
+__attribute__((visibility("default"))) int32_t Execution(int32_t, uintptr_t*) { return 1; }
+}

@@ -1,0 +1,72 @@
+// host_values.h - the host's side of values: Value <-> argument storage,
+// results and variants; host-made string buffers; the fit of a value to a
+// parameter type; procedures called back by the component.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host.h"
+
+struct kp_procedure {
+    std::shared_ptr<kp::host::Procedure> fn;
+};
+
+namespace kp::host {
+
+char16_t cp1252_char(unsigned char byte);
+
+// The allocator of the current host for the calling thread (conversions).
+kp_allocator* current_allocator();
+
+// Host-made buffers (text or binary), reference count 1, owned by `alloc`.
+char16_t* make_text(kp_allocator* alloc, std::u16string_view text);
+char16_t* make_binary(kp_allocator* alloc, const std::vector<uint8_t>& bytes);
+void release_buffer(char16_t* chars);
+
+Value value_from_result(const void* value, uint32_t type);
+Value value_from_variant(const kp_variant* v);
+// Builds a host variant holding `value` (a Variable gives its referenced value).
+void value_to_variant(kp_allocator* alloc, const Value& value, kp_variant* v);
+void destroy_variant(kp_variant* v);
+
+// 2 exact, 1 convertible, -1 no fit (with `issue` for a value out of range).
+int fit_score(const Value& value, uint16_t param, std::string* issue);
+
+// Storage of one call's arguments; released at destruction.
+class Marshalled {
+public:
+    explicit Marshalled(kp_allocator* alloc) : alloc_(alloc) {}
+    ~Marshalled();
+    Marshalled(const Marshalled&) = delete;
+    Marshalled& operator=(const Marshalled&) = delete;
+    bool add(const Value& value, uint16_t param, std::string* issue);
+    void** argv() { return argv_.data(); }
+    // Variables passed by reference get the values the call left in them.
+    void read_back(std::vector<Value>& args);
+
+private:
+    struct Slot {
+        uint16_t type = 0;
+        union {
+            int32_t i32;
+            int64_t i64;
+            double real;
+            uint8_t currency[10];
+            char16_t* str;
+            uintptr_t handle;
+            kp_procedure* proc;
+        } u{};
+        kp_variant variant{};
+        std::unique_ptr<kp_procedure> procedure;
+    };
+    kp_allocator* alloc_;
+    std::vector<std::unique_ptr<Slot>> slots_;
+    std::vector<void*> argv_;
+};
+
+int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant* args, int32_t argc,
+                            kp_variant* result);
+
+} // namespace kp::host

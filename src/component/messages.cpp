@@ -13,8 +13,10 @@
 //                  file name, two names for copy and rename, position and
 //                  count for byte-range locks);
 //   28117, 28567   the release check, refused module / different version, with
-//                  seven inserts: the two module names, the two expected
-//                  versions, the version service's description, the two paths;
+//                  seven inserts: this module's name, the object module's
+//                  name, the version expected of the object module, this
+//                  module's version, the version service's description, this
+//                  module's path and the object module's path;
 //   28253-28279    the file encryption loops;
 //   28577-28581    the duration mask letters for day, hour, minute, second and
 //                  millisecond: J H M S L in French, D H M S L in English ("L"
@@ -54,8 +56,9 @@ constexpr Text kCatalogue[] = {
     {28005, u"Le déplacement dans le fichier « %1 » a échoué.", u"Moving the file pointer of \"%1\" failed."},
     {28008, u"L'écriture dans le fichier « %1 » a échoué.", u"Writing the file \"%1\" failed."},
     {28117,
-     u"Le module %1 a été refusé par %2 (versions attendues %3 et %4 ; %5 ; fichiers « %6 » et « %7 »).",
-     u"The module %1 was refused by %2 (expected versions %3 and %4; %5; files \"%6\" and \"%7\")."},
+     u"Le module %1 en version %4 a été refusé par %2, attendu en version %3 "
+     u"(%5 ; fichiers « %6 » et « %7 »).",
+     u"The module %1 in version %4 was refused by %2, expected in version %3 (%5; files \"%6\" and \"%7\")."},
     {28123, u"Le fichier « %1 » n'a pas pu être supprimé.", u"The file \"%1\" could not be deleted."},
     {28124, u"Le fichier « %2 » n'a pas pu être renommé en « %1 ».",
      u"The file \"%2\" could not be renamed to \"%1\"."},
@@ -76,10 +79,10 @@ constexpr Text kCatalogue[] = {
     {28279, u"Le mot de passe est incorrect ou le fichier crypté est endommagé.",
      u"The password is wrong or the encrypted file is damaged."},
     {28567,
-     u"Le module %1 n'a pas la version attendue par %2 (versions attendues %3 et %4 ; %5 ; fichiers « %6 » "
-     u"et « %7 »).",
-     u"The module %1 does not have the version expected by %2 (expected versions %3 and %4; %5; files \"%6\" "
-     u"and \"%7\")."},
+     u"Le module %1 en version %4 ne fonctionne pas avec cette version de %2, qui devrait être la %3 (%5 ; "
+     u"fichiers « %6 » et « %7 »).",
+     u"The module %1 in version %4 does not work with this version of %2, which should be %3 (%5; files "
+     u"\"%6\" and \"%7\")."},
     {28577, u"J", u"D"},
     {28578, u"H", u"H"},
     {28579, u"M", u"M"},
@@ -346,8 +349,8 @@ constexpr Text kCatalogue[] = {
     {30553, u"La taille décompressée ne correspond pas à la taille enregistrée.",
      u"The uncompressed size does not match the recorded size."},
     {30600, u"Le nom « %1 » doit être un chemin complet.", u"The name \"%1\" must be a full path."},
-    {30700, u"Le mode de sauvegarde des paramètres doit être paramRegistre ou paramIni.",
-     u"The parameter storage mode must be paramRegistry or paramIni."},
+    {30700, u"Le mode de sauvegarde des paramètres doit être paramRegistre ou ParamIni.",
+     u"The parameter storage mode must be paramRegistry or ParamIni."},
     {30701, u"L'objet projet de la machine virtuelle n'est pas disponible.",
      u"The virtual machine's project object is not available."},
     {30702, u"L'objet de passerelle de la machine virtuelle n'est pas disponible.",
@@ -457,7 +460,10 @@ constexpr Text kSystemTexts[] = {
      u"The data area passed to a system call is too small."},
     {123, u"La syntaxe du nom de fichier, de répertoire ou de volume est incorrecte.",
      u"The filename, directory name, or volume label syntax is incorrect."},
+    {131, u"Tentative de déplacement du pointeur de fichier avant le début du fichier.",
+     u"An attempt was made to move the file pointer before the beginning of the file."},
     {145, u"Le répertoire n'est pas vide.", u"The directory is not empty."},
+    {158, u"Le segment est déjà déverrouillé.", u"The segment is already unlocked."},
     {161, u"Le chemin d'accès spécifié n'est pas valide.", u"The specified path is invalid."},
     {162, u"Un signal est déjà en attente.", u"A signal is already pending."},
     {170, u"La ressource demandée est en cours d'utilisation.", u"The requested resource is in use."},
@@ -469,6 +475,7 @@ constexpr Text kSystemTexts[] = {
     {267, u"Nom de répertoire non valide.", u"The directory name is invalid."},
     {288, u"Tentative de libérer un mutex que l'appelant ne possède pas.",
      u"Attempt to release mutex not owned by caller."},
+    {534, u"Le résultat arithmétique dépasse 32 bits.", u"Arithmetic result exceeded 32 bits."},
     {997, u"Opération d'E/S avec chevauchement en cours.", u"Overlapped I/O operation is in progress."},
     {998, u"L'accès à l'emplacement de mémoire n'est pas valide.", u"Invalid access to memory location."},
     {1006,

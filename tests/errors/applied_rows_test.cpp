@@ -1,0 +1,81 @@
+// Rows of the table applied through the error object: the text, extra code
+// and severity a program sees after a failure.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "component/error.h"
+#include "kp120/vm.h"
+
+namespace {
+
+struct ErrorObject {
+    kp_error_record rec{};
+    kp::CXError err{&rec};
+    ErrorObject() { rec.severity = KP_SEVERITY_NONE; }
+    std::u16string message() const { return std::u16string(err.message()); }
+};
+
+TEST(AppliedRows, FirstRowOf80260) {
+    ErrorObject e;
+    e.err.set(80260);
+    EXPECT_EQ(e.err.id(), 80260u);
+    EXPECT_EQ(e.err.severity(), KP_SEVERITY_ERROR);
+    EXPECT_NE(e.message().find(kp::catalogue_text(2224, false)), std::u16string::npos);
+    EXPECT_EQ(e.message().find(kp::catalogue_text(872, false)), std::u16string::npos);
+}
+
+TEST(AppliedRows, TextlessRows) {
+    for (uint32_t id : {80001u, 80002u}) {
+        ErrorObject e;
+        e.err.set(id);
+        EXPECT_EQ(e.err.id(), id);
+        EXPECT_TRUE(e.message().empty()) << id;
+    }
+}
+
+TEST(AppliedRows, OutcomeRowsLeaveTheObjectClear) {
+    for (uint32_t id : {80160u, 80182u}) {
+        ErrorObject e;
+        e.err.set(id);
+        EXPECT_FALSE(e.err.failed()) << id;
+    }
+}
+
+TEST(AppliedRows, InsertsReachTheMessage) {
+    ErrorObject handle;
+    handle.err.fail(80022, {5});
+    EXPECT_EQ(handle.message(), u"File handle 5 is not valid.");
+    EXPECT_EQ(handle.rec.extra, 1u);
+
+    ErrorObject relative;
+    relative.err.fail(80600, {u"data.txt"});
+    EXPECT_NE(relative.message().find(u"\"data.txt\""), std::u16string::npos);
+    EXPECT_EQ(relative.message().find(u"##"), std::u16string::npos) << "formatted without a diagnostic";
+
+    ErrorObject registry;
+    registry.err.fail(80293, {u"HKEY_CURRENT_USER\\Soft", u"Name", u"Access is denied."});
+    EXPECT_EQ(
+        registry.message(),
+        u"The value \"Name\" of the key \"HKEY_CURRENT_USER\\Soft\" cannot be written: Access is denied.");
+}
+
+// Every row with a text formats without a diagnostic when given the inserts
+// its callers pass (numbers for all inserts print too: a text insert given a
+// number prints it in decimal).
+TEST(AppliedRows, EveryRowAppliesCleanly) {
+    std::size_t n = 0;
+    const kp::ErrorDef* rows = kp::error_defs(&n);
+    for (std::size_t i = 0; i < n; ++i) {
+        ErrorObject e;
+        e.err.set(rows[i].id, {1, 2, 3});
+        if (rows[i].severity == KP_SEVERITY_NONE) continue;
+        EXPECT_EQ(e.err.severity(), kp::find_error_def(rows[i].id)->severity) << rows[i].id;
+        EXPECT_EQ(e.message().find(u"##(CXError)"), std::u16string::npos) << rows[i].id;
+        if (rows[i].message) {
+            EXPECT_FALSE(e.message().empty()) << rows[i].id;
+        }
+    }
+}
+
+} // namespace

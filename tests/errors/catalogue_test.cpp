@@ -1,0 +1,266 @@
+// The message catalogue and the system error texts: presence in both
+// languages, the inserts each text expects against what its callers pass,
+// and the texts other families parse (size units, duration letters).
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "component/error.h"
+#include "platform/win32_error.h"
+
+namespace {
+
+using Shape = std::map<int, char>; // insert number -> 's', 'u', 'd' or 'p'
+
+// Reads the inserts of a text in the platform syntax: "%N" or "%N!s!" for
+// text, "%N!u!", "%N!d!", "%N!p!" for numbers, "%%" for a percent sign.
+// Anything else after "%", a digit right after a bare "%N" (read as a
+// two-digit insert), or one insert used with two types is malformed.
+std::optional<Shape> inserts_of(std::u16string_view text) {
+    Shape shape;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != u'%') continue;
+        if (++i >= text.size()) return std::nullopt;
+        if (text[i] == u'%') continue;
+        if (text[i] < u'1' || text[i] > u'9') return std::nullopt;
+        int n = text[i] - u'0';
+        if (i + 1 < text.size() && text[i + 1] >= u'0' && text[i + 1] <= u'9') return std::nullopt;
+        char type = 's';
+        if (i + 1 < text.size() && text[i + 1] == u'!') {
+            if (i + 3 >= text.size() || text[i + 3] != u'!') return std::nullopt;
+            char16_t t = text[i + 2];
+            if (t != u's' && t != u'u' && t != u'd' && t != u'p') return std::nullopt;
+            type = static_cast<char>(t);
+            i += 3;
+        }
+        auto [it, fresh] = shape.emplace(n, type);
+        if (!fresh && it->second != type) return std::nullopt;
+    }
+    // Inserts are numbered from 1 without gaps.
+    int expected = 1;
+    for (const auto& [n, type] : shape)
+        if (n != expected++) return std::nullopt;
+    return shape;
+}
+
+// What the callers pass, by message number; every other text takes none.
+const std::map<uint32_t, Shape> kCallerInserts = {
+    {30022, {{1, 'd'}}},                     // file handle
+    {30060, {{1, 's'}}},                     // file name
+    {30065, {{1, 's'}, {2, 's'}}},           // source, destination
+    {30067, {{1, 's'}}},                     // file name
+    {30126, {{1, 'd'}}},                     // last day of the month
+    {30127, {{1, 'd'}}},                     // year
+    {30128, {{1, 's'}}},                     // character
+    {30132, {{1, 'd'}}},                     // day number
+    {30192, {{1, 'd'}}},                     // largest rate
+    {30290, {{1, 's'}, {2, 'd'}}},           // key or section, integer
+    {30291, {{1, 's'}}},                     // key path
+    {30293, {{1, 's'}, {2, 's'}, {3, 's'}}}, // key, value, system text
+    {30294, {{1, 's'}}},                     // INI file
+    {30400, {{1, 's'}, {2, 's'}}},           // command line, system text
+    {30600, {{1, 's'}}},                     // relative name
+    {28001, {{1, 's'}}},
+    {28002, {{1, 's'}}},
+    {28003, {{1, 's'}}},
+    {28004, {{1, 's'}}},
+    {28005, {{1, 's'}}},
+    {28008, {{1, 's'}}},
+    {28123, {{1, 's'}}},
+    {28124, {{1, 's'}, {2, 's'}}}, // destination, source
+    {28125, {{1, 's'}, {2, 's'}}}, // source, target
+    {28139, {{1, 's'}}},
+    {28140, {{1, 's'}}},
+    {28145, {{1, 'u'}, {2, 'u'}}}, // position, count
+    {28146, {{1, 'u'}, {2, 'u'}}},
+    {28117, {{1, 's'}, {2, 's'}, {3, 's'}, {4, 's'}, {5, 's'}, {6, 's'}, {7, 's'}}},
+    {28567, {{1, 's'}, {2, 's'}, {3, 's'}, {4, 's'}, {5, 's'}, {6, 's'}, {7, 's'}}},
+};
+
+// Numbers the families use directly, besides the error rows.
+const std::vector<uint32_t> kFamilyMessages = {
+    872,   2224,  25202, 28001, 28002, 28003, 28004, 28005, 28008, 28117, 28123, 28124, 28125, 28135,
+    28139, 28140, 28145, 28146, 28253, 28255, 28256, 28279, 28567, 28577, 28578, 28579, 28580, 28581};
+
+std::vector<uint32_t> all_numbers() {
+    std::set<uint32_t> numbers(kFamilyMessages.begin(), kFamilyMessages.end());
+    std::size_t n = 0;
+    const kp::ErrorDef* rows = kp::error_defs(&n);
+    for (std::size_t i = 0; i < n; ++i)
+        if (rows[i].message) numbers.insert(rows[i].message);
+    return {numbers.begin(), numbers.end()};
+}
+
+std::vector<std::u16string> split(std::u16string_view s, char16_t sep) {
+    std::vector<std::u16string> parts;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i <= s.size(); ++i)
+        if (i == s.size() || s[i] == sep) {
+            parts.emplace_back(s.substr(start, i - start));
+            start = i + 1;
+        }
+    return parts;
+}
+
+TEST(Catalogue, EveryNumberHasBothTexts) {
+    for (uint32_t number : all_numbers()) {
+        const char16_t* fr = kp::catalogue_text(number, true);
+        const char16_t* en = kp::catalogue_text(number, false);
+        ASSERT_NE(fr, nullptr) << number;
+        ASSERT_NE(en, nullptr) << number;
+        EXPECT_FALSE(std::u16string_view(fr).empty()) << number;
+        EXPECT_FALSE(std::u16string_view(en).empty()) << number;
+    }
+}
+
+TEST(Catalogue, AbsentNumbers) {
+    for (uint32_t number : {0u, 1u, 871u, 873u, 28000u, 28006u, 29999u, 30000u, 31508u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(kp::catalogue_text(number, true), nullptr) << number;
+        EXPECT_EQ(kp::catalogue_text(number, false), nullptr) << number;
+    }
+}
+
+TEST(Catalogue, InsertsMatchTheCallers) {
+    for (uint32_t number : all_numbers()) {
+        auto it = kCallerInserts.find(number);
+        Shape expected = it == kCallerInserts.end() ? Shape{} : it->second;
+        for (bool french : {true, false}) {
+            const char16_t* text = kp::catalogue_text(number, french);
+            ASSERT_NE(text, nullptr) << number;
+            auto shape = inserts_of(text);
+            ASSERT_TRUE(shape.has_value()) << number << (french ? " (fr)" : " (en)") << " is malformed";
+            EXPECT_EQ(*shape, expected) << number << (french ? " (fr)" : " (en)");
+        }
+    }
+}
+
+// The insert reader itself must refuse what the formatter would choke on.
+TEST(Catalogue, InsertReaderRefusesMalformedTexts) {
+    EXPECT_FALSE(inserts_of(u"100%").has_value());
+    EXPECT_FALSE(inserts_of(u"%1!x!").has_value());
+    EXPECT_FALSE(inserts_of(u"%1!u").has_value());
+    EXPECT_FALSE(inserts_of(u"%2 alone").has_value());
+    EXPECT_FALSE(inserts_of(u"%1!u! and %1").has_value());
+    EXPECT_FALSE(inserts_of(u"%10").has_value());
+    EXPECT_EQ(inserts_of(u"50%% of %1 and %2!u!"), (Shape{{1, 's'}, {2, 'u'}}));
+}
+
+// Each text formats with the inserts its callers pass, and every insert is
+// consumed (no "%" left over except a literal one).
+TEST(Catalogue, TextsFormatWithTheirInserts) {
+    for (uint32_t number : all_numbers()) {
+        auto it = kCallerInserts.find(number);
+        for (bool french : {true, false}) {
+            const char16_t* text = kp::catalogue_text(number, french);
+            ASSERT_NE(text, nullptr);
+            std::u16string out;
+            bool ok = false;
+            if (it == kCallerInserts.end()) {
+                ok = kp::format_message(text, {}, out);
+            } else if (it->second.size() == 1) {
+                ok = it->second.at(1) == 's' ? kp::format_message(text, {u"X"}, out)
+                                             : kp::format_message(text, {7}, out);
+            } else if (it->second.size() == 2) {
+                ok = it->second.at(2) == 'u'   ? kp::format_message(text, {7u, 9u}, out)
+                     : it->second.at(2) == 'd' ? kp::format_message(text, {u"X", 9}, out)
+                                               : kp::format_message(text, {u"X", u"Y"}, out);
+            } else if (it->second.size() == 3) {
+                ok = kp::format_message(text, {u"A", u"B", u"C"}, out);
+            } else {
+                ok = kp::format_message(text, {u"A", u"B", u"C", u"D", u"E", u"F", u"G"}, out);
+            }
+            EXPECT_TRUE(ok) << number;
+            EXPECT_EQ(out.find(u'%'), std::u16string::npos) << number;
+        }
+    }
+}
+
+TEST(Catalogue, ReleaseCheckTextsShowEveryInsert) {
+    for (uint32_t number : {28117u, 28567u})
+        for (bool french : {true, false}) {
+            std::u16string out;
+            ASSERT_TRUE(kp::format_message(kp::catalogue_text(number, french),
+                                           {u"KP120STD.DLL", u"KM120OBJ.DLL", u"9.00Aa", u"12.00Dr", u"desc",
+                                            u"/lib/a.so", u"/lib/b.so"},
+                                           out));
+            for (std::u16string_view part : {u"KP120STD.DLL", u"KM120OBJ.DLL", u"9.00Aa", u"12.00Dr", u"desc",
+                                             u"/lib/a.so", u"/lib/b.so"})
+                EXPECT_NE(out.find(part), std::u16string::npos) << number;
+        }
+}
+
+TEST(Catalogue, SizeUnitNames) {
+    for (bool french : {true, false}) {
+        auto names = split(kp::catalogue_text(25202, french), u';');
+        ASSERT_EQ(names.size(), 5u);
+        for (const auto& name : names)
+            EXPECT_FALSE(name.empty());
+    }
+    EXPECT_EQ(std::u16string(kp::catalogue_text(25202, true)), u"octets;Ko;Mo;Go;To");
+    EXPECT_EQ(std::u16string(kp::catalogue_text(25202, false)), u"bytes;KB;MB;GB;TB");
+}
+
+// The duration masks replace these letters in turn; a letter of one unit
+// inside another's would make masks ambiguous.
+TEST(Catalogue, DurationLetters) {
+    const std::u16string fr[] = {u"J", u"H", u"M", u"S", u"L"};
+    const std::u16string en[] = {u"D", u"H", u"M", u"S", u"L"};
+    for (uint32_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(kp::catalogue_text(28577 + i, true), fr[i]);
+        EXPECT_EQ(kp::catalogue_text(28577 + i, false), en[i]);
+    }
+    for (bool french : {true, false}) {
+        std::set<std::u16string> letters;
+        for (uint32_t i = 0; i < 5; ++i) {
+            std::u16string letter = kp::catalogue_text(28577 + i, french);
+            EXPECT_LE(letter.size(), 4u);
+            letters.insert(letter);
+        }
+        EXPECT_EQ(letters.size(), 5u);
+    }
+}
+
+TEST(SystemText, KnownCodes) {
+    EXPECT_EQ(kp::system_error_text(2, false), u"The system cannot find the file specified.");
+    EXPECT_EQ(kp::system_error_text(2, true), u"Le fichier spécifié est introuvable.");
+    EXPECT_EQ(kp::system_error_text(5, false), u"Access is denied.");
+    EXPECT_EQ(kp::system_error_text(5, true), u"Accès refusé.");
+}
+
+TEST(SystemText, EveryMappedCodeHasBothTexts) {
+    using namespace kp::platform;
+    for (uint32_t code : std::initializer_list<uint32_t>{
+             kErrorInvalidFunction, kErrorFileNotFound, kErrorPathNotFound, kErrorTooManyOpenFiles,
+             kErrorAccessDenied, kErrorInvalidHandle, kErrorNotEnoughMemory, kErrorInvalidData,
+             kErrorOutOfMemory, kErrorInvalidDrive, kErrorCurrentDirectory, kErrorNotSameDevice,
+             kErrorNoMoreFiles, kErrorWriteProtect, kErrorSharingViolation, kErrorLockViolation,
+             kErrorHandleEof, kErrorNotSupported, kErrorFileExists, kErrorInvalidParameter, kErrorBrokenPipe,
+             kErrorDiskFull, kErrorCallNotImplemented, kErrorInsufficientBuffer, kErrorInvalidName,
+             kErrorNegativeSeek, kErrorDirNotEmpty, kErrorNotLocked, kErrorBadPathname, kErrorBusy,
+             kErrorAlreadyExists, kErrorFilenameExcedRange, kErrorMoreData, kErrorNoMoreItems,
+             kErrorDirectory, kErrorNotOwner, kErrorPrivilegeNotHeld, kErrorInvalidTime, kErrorFileInvalid,
+             kErrorTimeout,
+             // registry and process codes the families record
+             1009u, 1010u, 1011u, 1012u, 1013u, 1018u, 1155u, 534u, 997u}) {
+        for (bool french : {true, false}) {
+            std::u16string text = kp::system_error_text(code, french);
+            ASSERT_FALSE(text.empty()) << code;
+            EXPECT_EQ(text.back(), u'.') << code << ": no line end after the sentence";
+            EXPECT_FALSE(inserts_of(text).value_or(Shape{{1, '?'}}).size()) << code;
+        }
+    }
+}
+
+TEST(SystemText, UnknownCodesAreEmpty) {
+    for (uint32_t code : {7u, 9999u, 0x80004005u, 0xFFFFFFFFu}) {
+        EXPECT_TRUE(kp::system_error_text(code, false).empty()) << code;
+        EXPECT_TRUE(kp::system_error_text(code, true).empty()) << code;
+    }
+}
+
+} // namespace

@@ -1,0 +1,163 @@
+// The error definition table: its shape, its special rows and their order,
+// and the identifiers the families raise.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <span>
+#include <vector>
+
+#include "component/error.h"
+
+namespace {
+
+std::span<const kp::ErrorDef> table() {
+    std::size_t n = 0;
+    const kp::ErrorDef* rows = kp::error_defs(&n);
+    return {rows, n};
+}
+
+// Every identifier a family raises.  A family that starts raising a new
+// identifier adds it here and a row to the table.
+const std::vector<uint32_t> kRaised = {
+    80001, 80002,                                                         // no text of their own
+    80021, 80022, 80023, 80041,                                           // file streams
+    80042, 80058, 80059, 80060, 80061, 80065, 80066, 80067, 80600,        // file management
+    80051, 80120, 80121, 80122, 80123, 80124, 80125, 80126, 80127, 80128, // date and time
+    80129, 80130, 80131, 80132, 80134, 80135,                             //
+    80190, 80191, 80192,                                                  // currency
+    80202, 80203, 80204, 80210, 80260, 81507,                             // numbers, colours, sizes
+    80229,                                                                // phonetic key
+    80253, 80254,                                                         // table export
+    80280, 80281, 80282, 80550,                                           // encryption, compression
+    80290, 80291, 80292, 80293, 80294, 80700, 80800,                      // INI, registry, parameters
+    80100, 80101, 80102, 80103, 80104, 80105, 80106, 80107, 80108, 80400, // processes
+    80500, 80501, 80502,                                                  // regular expressions
+    80070, 80160, 80182,                                                  // special rows
+};
+
+TEST(ErrorTable, RowCountsPerSeverity) {
+    auto rows = table();
+    ASSERT_EQ(rows.size(), 224u);
+    std::map<int32_t, int> per_severity;
+    for (const auto& row : rows)
+        ++per_severity[row.severity];
+    EXPECT_EQ(per_severity.size(), 3u) << "only severities 1, 2 and 3 occur";
+    EXPECT_EQ(per_severity[2], 122);
+    EXPECT_EQ(per_severity[3], 100);
+    EXPECT_EQ(per_severity[1], 2);
+    for (const auto& row : rows)
+        if (row.severity == 1) {
+            EXPECT_TRUE(row.id == 80160 || row.id == 80182) << row.id;
+        }
+}
+
+TEST(ErrorTable, IdentifiersInRangeAndOnlyOneRepeated) {
+    std::map<uint32_t, int> seen;
+    for (const auto& row : table()) {
+        EXPECT_GE(row.id, 80001u);
+        EXPECT_LE(row.id, 81507u);
+        ++seen[row.id];
+    }
+    EXPECT_EQ(seen.size(), 223u);
+    for (const auto& [id, n] : seen)
+        if (id != 80260) {
+            EXPECT_EQ(n, 1) << id;
+        }
+    EXPECT_EQ(seen[80260], 2);
+}
+
+TEST(ErrorTable, ExtraCodesAndTextlessRows) {
+    std::map<uint32_t, uint32_t> extras, textless;
+    for (const auto& row : table()) {
+        if (row.extra) extras[row.id] = row.extra;
+        if (row.message == 0) textless[row.id] = row.severity;
+    }
+    EXPECT_EQ(extras, (std::map<uint32_t, uint32_t>{{80022, 1}, {80100, 2}, {80102, 3}}));
+    ASSERT_EQ(textless.size(), 2u);
+    EXPECT_TRUE(textless.count(80001));
+    EXPECT_TRUE(textless.count(80002));
+}
+
+// The order is part of the table: increasing identifiers except the second
+// 80260 row and 80070 after 81507, at the end.
+TEST(ErrorTable, RowOrder) {
+    auto rows = table();
+    ASSERT_FALSE(rows.empty());
+    EXPECT_EQ(rows.front().id, 80001u);
+    EXPECT_EQ(rows.back().id, 80070u);
+    EXPECT_EQ(rows[rows.size() - 2].id, 81507u);
+    for (std::size_t i = 1; i + 1 < rows.size(); ++i) {
+        if (rows[i].id == 80260 && rows[i - 1].id == 80260) continue;
+        EXPECT_LT(rows[i - 1].id, rows[i].id) << "row " << i;
+    }
+    auto first = std::find_if(rows.begin(), rows.end(), [](const auto& r) { return r.id == 80260; });
+    ASSERT_NE(first, rows.end());
+    ASSERT_NE(first + 1, rows.end());
+    EXPECT_EQ(first->message, 2224u);
+    EXPECT_EQ(first->severity, 2);
+    EXPECT_EQ((first + 1)->id, 80260u);
+    EXPECT_EQ((first + 1)->message, 872u);
+    EXPECT_EQ((first + 1)->severity, 3);
+}
+
+TEST(ErrorTable, LookupTakesFirstRow) {
+    auto rows = table();
+    for (const auto& row : rows) {
+        const kp::ErrorDef* found = kp::find_error_def(row.id);
+        ASSERT_NE(found, nullptr) << row.id;
+        auto first = std::find_if(rows.begin(), rows.end(), [&](const auto& r) { return r.id == row.id; });
+        EXPECT_EQ(found, &*first) << row.id;
+    }
+    const kp::ErrorDef* random_count = kp::find_error_def(80260);
+    ASSERT_NE(random_count, nullptr);
+    EXPECT_EQ(random_count->message, 2224u);
+    EXPECT_EQ(random_count->severity, 2);
+}
+
+TEST(ErrorTable, LookupOfUnknownIdentifiers) {
+    for (uint32_t id : {0u, 1u, 80000u, 80999u, 81506u, 81508u, 99999u, 0xFFFFFFFFu})
+        EXPECT_EQ(kp::find_error_def(id), nullptr) << id;
+    std::size_t n = 0;
+    EXPECT_NE(kp::error_defs(nullptr), nullptr); // a null count is allowed
+    kp::error_defs(&n);
+    EXPECT_EQ(n, 224u);
+}
+
+TEST(ErrorTable, EveryRaisedIdentifierHasARow) {
+    for (uint32_t id : kRaised)
+        EXPECT_NE(kp::find_error_def(id), nullptr) << id;
+}
+
+// Fatal rows would stop the program; the identifiers families raise for bad
+// arguments or refused operations must let it go on.
+TEST(ErrorTable, ArgumentFailuresAreNotFatal) {
+    for (uint32_t id :
+         {80022u, 80023u, 80059u, 80060u, 80065u, 80066u, 80067u, 80600u, 80121u, 80126u, 80127u,
+          80128u, 80132u, 80134u, 80191u, 80192u, 80202u, 80210u, 80260u, 80280u, 80282u, 80290u,
+          80291u, 80293u, 80294u, 80400u, 80500u, 80550u, 80700u, 80800u, 81507u}) {
+        const kp::ErrorDef* def = kp::find_error_def(id);
+        ASSERT_NE(def, nullptr) << id;
+        EXPECT_EQ(def->severity, 2) << id;
+    }
+}
+
+// Each identifier has a text of its own: two identifiers never share a
+// message number, and error texts do not reuse the numbers the families use
+// for their own messages.
+TEST(ErrorTable, MessageNumbersBelongToOneIdentifier) {
+    std::map<uint32_t, uint32_t> owner;
+    for (const auto& row : table()) {
+        if (row.message == 0) continue;
+        auto [it, fresh] = owner.emplace(row.message, row.id);
+        if (!fresh) {
+            EXPECT_EQ(it->second, row.id) << "message " << row.message;
+        }
+        bool family_range = (row.message >= 25000 && row.message < 29000);
+        EXPECT_FALSE(family_range) << row.id << " uses message " << row.message;
+    }
+}
+
+} // namespace

@@ -1,0 +1,190 @@
+-- The kp120 command line: modes, options, listings, exit codes and the
+-- one-line messages of bad input.
+local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
+
+local exe, work = arg[1], arg[2]
+assert(exe and work, "usage: test_cli.lua KP120 WORKDIR")
+
+local function q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+local base = q(exe) .. " --root " .. q(work .. "/cli-device") .. " --registry " .. q(work .. "/cli.sqlite3")
+
+-- Runs a shell command line; returns stdout, stderr and the exit code.
+local function run(cmdline, input)
+  local errfile = os.tmpname()
+  local infile
+  if input then
+    infile = os.tmpname()
+    local f = assert(io.open(infile, "wb"))
+    f:write(input)
+    f:close()
+  end
+  local p = assert(io.popen(cmdline .. " 2>" .. q(errfile) .. (infile and (" <" .. q(infile)) or " </dev/null")))
+  local out = p:read("a")
+  local _, _, code = p:close()
+  local f = assert(io.open(errfile, "rb"))
+  local err = f:read("a")
+  f:close()
+  os.remove(errfile)
+  if infile then os.remove(infile) end
+  return out, err, code
+end
+
+local function one_line(s, what)
+  T.ok(s:match("^[^\n]+\n$") ~= nil, what .. " is one line: " .. string.format("%q", s))
+end
+
+T.group("help and version", function()
+  local out, err, code = run(q(exe) .. " --help")
+  T.eq(code, 0, "exit code")
+  T.ok(out:find("kp120 [OPTIONS] -e CHUNK", 1, true), "usage lists -e")
+  T.ok(out:find("--registry FILE", 1, true), "usage lists --registry")
+  T.eq(err, "", "stderr")
+  out, err, code = run(q(exe) .. " --version")
+  T.eq(code, 0, "exit code")
+  T.ok(out:match("^kp120 %d+%.%d+%.%d+ %(Lua 5%.4"), "version line: " .. out)
+end)
+
+T.group("-e, script files, standard input and arg", function()
+  local out, err, code = run(base .. " -e " .. q("print(1 + 1)"))
+  T.eq(out, "2\n", "-e output")
+  T.eq(code, 0, "exit code")
+  out = run(base .. " -e " .. q("io.write('a')") .. " -e " .. q("io.write('b')"))
+  T.eq(out, "ab", "several -e run in order")
+  local script = work .. "/args.lua"
+  local f = assert(io.open(script, "w"))
+  f:write("print(#arg, arg[0] ~= nil, ...)\n")
+  f:close()
+  out, err, code = run(base .. " " .. q(script) .. " x 'y z'")
+  T.eq(out, "2\ttrue\tx\ty z\n", "arguments in arg and ...")
+  T.eq(code, 0, "exit code")
+  out, err, code = run(base .. " -", "print('from stdin')")
+  T.eq(out, "from stdin\n", "'-' reads standard input")
+  out, err, code = run(base, "print('piped')")
+  T.eq(out, "piped\n", "no terminal: standard input is the script")
+  out, err, code = run(base .. " -- " .. q(script) .. " -e")
+  T.eq(out, "1\ttrue\t-e\n", "-- ends the options")
+end)
+
+T.group("exit codes", function()
+  local _, _, code = run(base .. " -e " .. q("os.exit(3)"))
+  T.eq(code, 3, "os.exit(3)")
+  _, _, code = run(base .. " -e " .. q("os.exit(true)"))
+  T.eq(code, 0, "os.exit(true)")
+  _, _, code = run(base .. " -e " .. q("os.exit(false)"))
+  T.eq(code, 1, "os.exit(false)")
+  local out
+  out, _, code = run(base .. " -e " .. q("os.exit(0)") .. " -e " .. q("print('not reached')"))
+  T.eq(out, "", "os.exit ends every chunk")
+  T.eq(code, 0, "exit code")
+end)
+
+T.group("Lua errors: one line on stderr, exit 1", function()
+  local out, err, code = run(base .. " -e " .. q("error('bad thing')"))
+  T.eq(code, 1, "exit code")
+  T.eq(out, "", "stdout")
+  one_line(err, "message")
+  T.ok(err:find("bad thing", 1, true), "message text: " .. err)
+  _, err, code = run(base .. " -e " .. q("kp.NoSuchName()"))
+  T.eq(code, 1, "unknown name")
+  one_line(err, "unknown name")
+  T.ok(err:find("NoSuchName", 1, true), "names the name: " .. err)
+  _, err, code = run(base .. " -e " .. q("kp.ZigouigouiARoulette(1, 2, 3)"))
+  T.eq(code, 1, "wrong argument count")
+  one_line(err, "wrong argument count")
+  T.ok(err:find("ZigouigouiARoulette", 1, true), "names the function: " .. err)
+  _, err, code = run(base .. " -e " .. q("kp.ZigouigouiARoulette(1 << 40)"))
+  T.eq(code, 1, "out of range")
+  one_line(err, "out of range")
+  _, err, code = run(base .. " -e " .. q("kp.ZigouigouiARoulette('\\255')"))
+  T.eq(code, 1, "invalid UTF-8")
+  one_line(err, "invalid UTF-8")
+  T.ok(err:find("UTF-8", 1, true), "says UTF-8: " .. err)
+  _, err, code = run(base .. " -e " .. q("error({})"))
+  T.eq(code, 1, "error with a table")
+  one_line(err, "error with a table")
+  _, err, code = run(base .. " -e " .. q("this is not lua"))
+  T.eq(code, 1, "syntax error")
+  one_line(err, "syntax error")
+end)
+
+T.group("bad command lines", function()
+  local cases = {
+    { q(exe) .. " --nope", "unknown option" },
+    { q(exe) .. " --lang de -e 1", "--lang" },
+    { q(exe) .. " --root", "needs a value" },
+    { q(exe) .. " -e", "needs a value" },
+    { base .. " " .. q(work .. "/missing.lua"), "missing.lua" },
+    { base .. " " .. q(work), "directory" },
+    { base .. " describe", "usage" },
+    { base .. " describe NoSuchName", "NoSuchName" },
+    { base .. " functions a b", "usage" },
+    { base .. " -e 1 " .. q(work .. "/args.lua"), "cannot be given together" },
+  }
+  for _, c in ipairs(cases) do
+    local out, err, code = run(c[1])
+    T.eq(code, 1, c[1])
+    T.eq(out, "", "stdout of " .. c[1])
+    one_line(err, c[1])
+    T.ok(err:find(c[2], 1, true), "'" .. err .. "' mentions " .. c[2])
+  end
+end)
+
+T.group("functions listing", function()
+  local out, err, code = run(base .. " functions")
+  T.eq(code, 0, "exit code")
+  local n = 0
+  for _ in out:gmatch("[^\n]+") do n = n + 1 end
+  T.eq(n, 381, "one line a function")
+  T.ok(out:match("\n?0%s+DateSys%s+DateSys%s+2%s+[a-z ]+\n"), "first entry")
+  out = run(base .. " functions datevers")
+  T.ok(out:find("DateVersChaîne%s+DateToString%s+2"), "substring, any case: " .. out)
+  for line in out:gmatch("[^\n]+") do
+    T.ok(line:lower():find("datevers", 1, true), line)
+  end
+  out = run(base .. " functions 'f?uvre'")
+  T.ok(out:match("^%d+%s+fOuvre%s+fOpen%s+2%s+[a-z ]+\n$"), "wildcard ?: " .. out)
+  out = run(base .. " functions 'Max'")
+  T.ok(out:find("Max%s+Max%s+1%s+not provided"), "Max has no handler: " .. out)
+  out = run(base .. " functions 'PÂQUES'")
+  T.ok(out:find("Pâques%s+Easter"), "accented capital matches: " .. out)
+  out, err, code = run(base .. " functions nothingmatches")
+  T.eq(out, "", "no match")
+  T.eq(code, 0, "no match is not an error")
+end)
+
+T.group("constants listing", function()
+  local out, _, code = run(base .. " constants 'fo*'")
+  T.eq(code, 0, "exit code")
+  T.ok(out:find("foLecture%s+foRead%s+1\n"), "integer constant: " .. out)
+  T.ok(out:find("foBloqueLecture%s+foReadLock%s+%(not provided%)"), "missing value")
+  out = run(base .. " constants orient9")
+  T.ok(out:find('^Orient90%s+Orient90%s+"90"\n$'), "string constant: " .. out)
+  out = run(base .. " constants exeName")
+  T.ok(out:find('exeNom%s+exeName%s+%(not provided%)'), "a value this edition leaves out: " .. out)
+  out = run(base .. " constants")
+  local n = 0
+  for _ in out:gmatch("[^\n]+") do n = n + 1 end
+  T.eq(n, 441, "one line a constant")
+end)
+
+T.group("describe", function()
+  local out, _, code = run(base .. " describe fopen")
+  T.eq(code, 0, "exit code")
+  T.ok(out:find("^fOuvre / fOpen: function 174, 2 overloads"), "header: " .. out)
+  T.ok(out:find("1%.%s+%(string, integer%) %-> integer"), "first overload: " .. out)
+  out = run(base .. " describe Max")
+  T.ok(out:find("not provided"), "no handler: " .. out)
+  out = run(base .. " describe fLockEmptyFile")
+  T.ok(out:find("constant, %-2"), "a constant: " .. out)
+end)
+
+T.group("French interface language", function()
+  local chunk = "local ok, d = pcall(kp.IntegerToDayInAlpha, 1) print(ok and d or 'n/a')"
+  local fr, _, code = run(base .. " --lang fr -e " .. q(chunk))
+  T.eq(code, 0, "exit code")
+  local en = run(base .. " --lang en -e " .. q(chunk))
+  if fr == "n/a\n" then T.skip("IntegerToDayInAlpha not provided") end
+  T.ok(fr ~= en, "day names follow --lang: " .. fr .. en)
+end)
+
+T.done()

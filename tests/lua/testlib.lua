@@ -1,0 +1,60 @@
+-- testlib.lua - checks for the Lua tests of the kp120 command.
+-- Each group runs in its own pcall; the script exits 1 when any failed.
+local T = { failed = 0, groups = 0 }
+
+local function show(v)
+  if type(v) == "string" then return string.format("%q", v) end
+  return tostring(v)
+end
+
+function T.eq(got, want, what)
+  if got ~= want then
+    error(string.format("%s: got %s, want %s", what or "value", show(got), show(want)), 2)
+  end
+end
+
+function T.ok(cond, what)
+  if not cond then error((what or "condition") .. " is false", 2) end
+end
+
+-- Calls f(...) and expects a Lua error whose message contains `needle`.
+function T.raises(needle, f, ...)
+  local ok, msg = pcall(f, ...)
+  if ok then error("no error raised (wanted one containing '" .. needle .. "')", 2) end
+  msg = tostring(msg)
+  if not msg:find(needle, 1, true) then
+    error("error '" .. msg .. "' does not contain '" .. needle .. "'", 2)
+  end
+  return msg
+end
+
+-- True when calling kp[name] with these arguments works; false when this
+-- build does not provide it (the group is then skipped by its caller).
+function T.provided(name, ...)
+  local ok, msg = pcall(kp[name], ...)
+  if ok then return true end
+  if tostring(msg):find("not provided", 1, true) then return false end
+  error(msg, 0)
+end
+
+function T.group(name, f)
+  T.groups = T.groups + 1
+  local ok, msg = xpcall(f, debug.traceback)
+  if ok then
+    print("ok     " .. name)
+  elseif tostring(msg):find("^SKIP") then
+    print("skip   " .. name .. " (" .. tostring(msg):gsub("\n.*", "") .. ")")
+  else
+    T.failed = T.failed + 1
+    print("FAILED " .. name .. "\n" .. tostring(msg))
+  end
+end
+
+function T.skip(why) error("SKIP: " .. why, 0) end
+
+function T.done()
+  print(string.format("%d groups, %d failed", T.groups, T.failed))
+  if T.failed > 0 then os.exit(1) end
+end
+
+return T

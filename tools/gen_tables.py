@@ -21,6 +21,11 @@ variables.tbl, one a line:
 
 Names are UTF-8 here and become Windows-1252 bytes in the tables.  Blank
 lines and lines starting with # are ignored.
+
+Besides the three tables the output defines kp::tables::provided_mask[], one
+16-bit word a function entry: bit n is set when overload n + 1 is marked `h`.
+The VM never reads it; it lets tests tell a provided overload whose handler
+is not linked yet from one this edition leaves out.
 """
 import shlex
 import sys
@@ -201,7 +206,13 @@ def main():
         ident = (v["id"] & 0xFFFF) | (8 << 16) | ((v["type"] & 0xFF) << 24)
         w.append(f"    {{{c_bytes(v['fr'])}, {c_bytes(v['en'])}, {hex(v['attr'])}, {hex(ident)}}},")
     w.append("};")
-    w.append(f"const std::size_t variable_count = {len(variables)};")
+    w.append(f"const std::size_t variable_count = {len(variables)};\n")
+    w.append("extern const uint16_t provided_mask[];")
+    w.append(f"const uint16_t provided_mask[{len(functions)}] = {{")
+    for f in functions:
+        mask = sum(1 << i for i, o in enumerate(f["ov"]) if o["h"])
+        w.append(f"    {hex(mask)},")
+    w.append("};")
     w.append("} // namespace kp::tables")
     out.parent.mkdir(parents=True, exist_ok=True)
     text = "\n".join(w) + "\n"

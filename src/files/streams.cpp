@@ -1,0 +1,581 @@
+// streams.cpp - the file handle table and the stream functions.
+#include "files/streams.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "component/runtime.h"
+#include "platform/codepage.h"
+#include "platform/memory.h"
+#include "platform/paths.h"
+#include "platform/win32_error.h"
+#include "transforms/regex.h"
+
+static_assert(std::endian::native == std::endian::little, "UTF-16 text is written as it lies in memory");
+
+namespace kp::files {
+
+// --- Handle table ------------------------------------------------------------
+
+FileHandleTable::FileHandleTable(int32_t growth) : growth_(growth > 0 ? growth : 5) {}
+
+FileHandleTable::~FileHandleTable() {
+    std::free(slots_);
+}
+
+int32_t FileHandleTable::insert(OpenFileRecord* record) {
+    int32_t index;
+    if (free_head_ != kEndOfChain) {
+        index = free_head_;
+        free_head_ = slots_[index].state;
+    } else {
+        if (used_ == capacity_) {
+            if (capacity_ > INT32_MAX / 2 - growth_) return -1;
+            int32_t grown = capacity_ + growth_;
+            auto* bigger =
+                static_cast<Slot*>(std::realloc(slots_, sizeof(Slot) * static_cast<std::size_t>(grown)));
+            if (!bigger) return -1;
+            std::memset(bigger + capacity_, 0xFF, sizeof(Slot) * static_cast<std::size_t>(growth_));
+            slots_ = bigger;
+            capacity_ = grown;
+        }
+        index = used_++;
+    }
+    slots_[index].state = kInUse;
+    slots_[index].record = record;
+    ++in_use_;
+    return index;
+}
+
+OpenFileRecord* FileHandleTable::find(int32_t handle) const {
+    // Slots 0 and 1 are the placeholders: they never name a file.
+    if (handle < 2 || handle >= used_ || slots_[handle].state != kInUse) return nullptr;
+    return slots_[handle].record;
+}
+
+OpenFileRecord* FileHandleTable::remove(int32_t handle) {
+    OpenFileRecord* record = find(handle);
+    if (!record) return nullptr;
+    slots_[handle].state = free_head_;
+    slots_[handle].record = nullptr;
+    free_head_ = handle;
+    if (in_use_ > 0) --in_use_;
+    return record;
+}
+
+FileHandleTable& handle_table() {
+    static FileHandleTable* table = [] {
+        auto* t = new FileHandleTable(5);
+        t->insert(nullptr);
+        t->insert(nullptr);
+        return t;
+    }();
+    return *table;
+}
+
+// --- Helpers -------------------------------------------------------------------
+
+namespace {
+
+constexpr uint32_t kLineBlock = 160;
+constexpr uint32_t kLinePiece = 50;
+constexpr uint32_t kPatternLineMax = 255;
+constexpr uint32_t kStackReadMax = 4096;
+constexpr uint8_t kLineEndAnsi[] = {13, 10};
+constexpr uint8_t kLineEndUnicode[] = {13, 0, 10, 0};
+
+// Binds a stream to the call's error object for the length of a call.
+class Bound {
+  public:
+    Bound(IXStream* s, CXError& err) : s_(s) { s_->bind(&err); }
+    ~Bound() { s_->bind(nullptr); }
+    Bound(const Bound&) = delete;
+    Bound& operator=(const Bound&) = delete;
+
+  private:
+    IXStream* s_;
+};
+
+OpenFileRecord* lookup(int32_t handle, CXError& err) {
+    OpenFileRecord* r = handle_table().find(handle);
+    if (!r || !r->stream) err.fail(kErrBadHandle, {handle});
+    return r && r->stream ? r : nullptr;
+}
+
+// The stream's recorded failure becomes an ordinary error of the call.
+void report(IXStream& s, CXError& err) {
+    err.set_system(s.GetLastError());
+    err.set_severity(KP_SEVERITY_ERROR);
+}
+
+void report_system(uint32_t code, CXError& err) {
+    err.clear();
+    err.set_system(code);
+    err.set_severity(KP_SEVERITY_ERROR);
+}
+
+std::u16string decode_ansi(std::span<const uint8_t> bytes) {
+    uint32_t cp = ansi_codepage();
+    if (cp == platform::kCodePage1252) return platform::decode_1252(bytes);
+    std::u16string out;
+    if (!platform::decode(cp, bytes, out)) out = platform::decode_1252(bytes);
+    return out;
+}
+
+std::string encode_ansi(std::u16string_view text) {
+    uint32_t cp = ansi_codepage();
+    if (cp == platform::kCodePage1252) return platform::encode_1252(text);
+    std::string out;
+    if (!platform::encode(cp, text, out)) out = platform::encode_1252(text);
+    return out;
+}
+
+// One piece of a line: up to `size` bytes before the line end.  The stream
+// reads blocks of 160 bytes and moves back over what the piece did not use,
+// so its position is just after the line end once the line is complete.
+bool read_piece(IXStream& s, uint8_t* out, uint32_t size, bool unicode, bool* more, uint32_t* count) {
+    *more = false;
+    *count = 0;
+    uint8_t block[kLineBlock + 2];
+    for (;;) {
+        uint32_t n = 0;
+        if (!s.Read(block, kLineBlock, &n)) return false;
+        if (n == 0) return true;
+        uint32_t end = n, end_length = 0;
+        for (uint32_t i = 0; i < n; ++i) {
+            if (block[i] != 13) continue;
+            if (i == n - 1 && n == kLineBlock) {
+                uint32_t extra = 0;
+                if (!s.Read(block + kLineBlock, 2, &extra)) return false;
+                n += extra;
+            }
+            if (!unicode && i + 1 < n && block[i + 1] == 10) {
+                end = i, end_length = 2;
+                break;
+            }
+            if (unicode && i + 3 < n && block[i + 1] == 0 && block[i + 2] == 10 && block[i + 3] == 0) {
+                end = i, end_length = 4;
+                break;
+            }
+        }
+        uint32_t room = size - *count;
+        if (end > room) {
+            std::memcpy(out + *count, block, room);
+            *count += room;
+            *more = true;
+            return s.Seek(-static_cast<int64_t>(n - room), platform::kFileCurrent) >= 0;
+        }
+        std::memcpy(out + *count, block, end);
+        *count += end;
+        if (end_length) {
+            int64_t back = static_cast<int64_t>(n) - static_cast<int64_t>(end + end_length);
+            return back == 0 || s.Seek(-back, platform::kFileCurrent) >= 0;
+        }
+        if (n < kLineBlock) return true;
+    }
+}
+
+// Writes `length` bytes from program memory at `address`, in chunks.
+bool write_from_memory(IXStream& s, uintptr_t address, uint32_t length, uint32_t* written, uint32_t* error) {
+    *written = 0;
+    *error = 0;
+    uint8_t chunk[kStackReadMax];
+    while (*written < length) {
+        uint32_t n = std::min<uint32_t>(length - *written, kStackReadMax);
+        if (!platform::read_memory(address + *written, chunk, n)) {
+            *error = platform::last_error();
+            return false;
+        }
+        uint32_t done = 0;
+        bool ok = s.Write(chunk, n, &done);
+        *written += done;
+        if (!ok) {
+            *error = s.GetLastError();
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+uint32_t ansi_codepage() {
+    std::string v = runtime::setting(KP_SETTING_ANSI_CODEPAGE);
+    if (v.empty()) return platform::kCodePage1252;
+    char* end = nullptr;
+    unsigned long cp = std::strtoul(v.c_str(), &end, 10);
+    if (!end || *end || cp == 0 || cp > 65535) return platform::kCodePage1252;
+    return static_cast<uint32_t>(cp);
+}
+
+// --- Opening and closing -------------------------------------------------------
+
+int32_t f_open(std::u16string_view name, int32_t mode, CXError& err) {
+    if (!platform::is_absolute_device_name(name)) {
+        err.fail(kErrRelativeName, {name});
+        return -1;
+    }
+    auto* s = new (std::nothrow) IXStream;
+    if (!s) {
+        err.fail(kErrNoMemory);
+        return -1;
+    }
+    s->bind(&err);
+    // Each later rule overrides: write-only unless the read bit asks for
+    // reading, and read-write for the write bit (alone or with the read
+    // bit) or for no access bit at all.  foWrite thus asks for read and
+    // write access first, and foCreate alone opens for writing only.
+    uint32_t access = platform::kGenericWrite;
+    if (mode & kFoRead) access = platform::kGenericRead;
+    if ((mode & kFoWrite) || mode == 0) access = platform::kGenericRead | platform::kGenericWrite;
+    uint32_t creation = platform::kOpenExisting;
+    if (mode & kFoCreate) creation = platform::kCreateAlways;
+    if (mode & kFoCreateIfNotExist) creation = platform::kOpenAlways;
+    const uint32_t share = platform::kShareRead | platform::kShareWrite;
+    const uint32_t flags = platform::kFlagRandomAccess;
+
+    bool created = false;
+    bool ok = s->Open(name, access, share, creation, flags, &created);
+    if (!ok && (mode & kFoWrite))
+        ok = s->Open(name, platform::kGenericWrite, share, creation, flags, &created);
+    if (!ok) {
+        report(*s, err);
+        delete s;
+        return -1;
+    }
+    if (mode & kFoAdd) s->Seek(0, platform::kFileEnd);
+
+    auto* record = new (std::nothrow) OpenFileRecord{s, 0};
+    int32_t handle = record ? handle_table().insert(record) : -1;
+    if (handle < 0) {
+        delete s;
+        delete record;
+        err.fail(record ? kErrTableFull : kErrNoMemory);
+        return -1;
+    }
+    if (!(mode & kFoUnicode)) {
+        s->bind(nullptr);
+        return handle;
+    }
+    record->unicode = 1;
+    if ((mode & kFoCreate) || ((mode & kFoCreateIfNotExist) && created)) {
+        static const uint8_t kMark[2] = {0xFF, 0xFE};
+        if (!s->Write(kMark, 2, nullptr)) {
+            // A handle whose mark could not be written is not handed out.
+            report(*s, err);
+            handle_table().remove(handle);
+            delete s;
+            delete record;
+            return -1;
+        }
+    } else if (!(mode & kFoAdd)) {
+        uint8_t mark[2] = {0, 0};
+        uint32_t n = 0;
+        bool read = s->Read(mark, 2, &n);
+        if (!read || n != 2 || mark[0] != 0xFF || mark[1] != 0xFE) s->Seek(0, platform::kFileBegin);
+        err.clear();
+    }
+    s->bind(nullptr);
+    return handle;
+}
+
+int32_t f_create(std::u16string_view name, int32_t more_mode, CXError& err) {
+    return f_open(name, more_mode | kFoCreate | kFoReadWrite, err);
+}
+
+int32_t f_close(int32_t handle, CXError& err) {
+    OpenFileRecord* r = handle_table().find(handle);
+    if (!r || !r->stream) {
+        err.fail(kErrBadHandle, {handle});
+        return -1;
+    }
+    handle_table().remove(handle);
+    r->stream->bind(&err);
+    r->stream->Close();
+    delete r->stream;
+    delete r;
+    return 0;
+}
+
+// --- Bytes ---------------------------------------------------------------------
+
+std::vector<uint8_t> f_read(int32_t handle, int32_t count, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r || count <= 0) return {};
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    // Never more than what lies between the position and the end.
+    int64_t length = s.GetLength();
+    if (length >= 0) {
+        int64_t left = length - static_cast<int64_t>(s.GetPosition());
+        if (left <= 0) {
+            err.clear();
+            return {};
+        }
+        count = static_cast<int32_t>(std::min<int64_t>(count, left));
+    }
+    std::vector<uint8_t> bytes;
+    try {
+        bytes.resize(static_cast<std::size_t>(count));
+    } catch (const std::bad_alloc&) {
+        err.fail(kErrNoMemory);
+        return {};
+    }
+    uint32_t n = 0;
+    if (!s.Read(bytes.data(), static_cast<uint32_t>(count), &n)) {
+        report(s, err);
+        return {};
+    }
+    bytes.resize(n);
+    return bytes;
+}
+
+int32_t f_read_to(int32_t handle, int32_t count, uintptr_t address, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r || count <= 0) return 0;
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    uint8_t chunk[kStackReadMax];
+    uint32_t total = 0;
+    while (total < static_cast<uint32_t>(count)) {
+        uint32_t want = std::min<uint32_t>(static_cast<uint32_t>(count) - total, kStackReadMax);
+        uint32_t n = 0;
+        if (!s.Read(chunk, want, &n)) {
+            report(s, err);
+            return 0;
+        }
+        if (n && !platform::write_memory(address + total, chunk, n)) {
+            // The bytes could not be delivered: the position goes back.
+            s.Seek(-static_cast<int64_t>(n), platform::kFileCurrent);
+            report_system(platform::kErrorNoAccess, err);
+            return 0;
+        }
+        total += n;
+        if (n < want) break;
+    }
+    return static_cast<int32_t>(total);
+}
+
+int32_t f_write(int32_t handle, std::span<const uint8_t> bytes, int32_t length, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return -1;
+    // A negative length other than -1 names no byte count: invalid
+    // parameter.  A length beyond the value writes the value's bytes only.
+    if (length < -1) {
+        report_system(platform::kErrorInvalidParameter, err);
+        return -1;
+    }
+    std::size_t n =
+        length == -1 ? bytes.size() : std::min<std::size_t>(bytes.size(), static_cast<std::size_t>(length));
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    uint32_t written = 0;
+    if (!s.Write(bytes.data(), static_cast<uint32_t>(n), &written)) {
+        report(s, err);
+        return -1;
+    }
+    return static_cast<int32_t>(written);
+}
+
+int32_t f_write_from(int32_t handle, uintptr_t address, int32_t length, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return -1;
+    if (length < 0) {
+        report_system(platform::kErrorInvalidParameter, err);
+        return -1;
+    }
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    uint32_t written = 0, error = 0;
+    if (!write_from_memory(s, address, static_cast<uint32_t>(length), &written, &error)) {
+        report_system(error, err);
+        return -1;
+    }
+    return static_cast<int32_t>(written);
+}
+
+// --- Lines ---------------------------------------------------------------------
+
+std::u16string f_read_line(int32_t handle, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return {};
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    if (s.at_end()) {
+        err.clear();
+        return std::u16string(1, kEndOfFile);
+    }
+    const bool unicode = r->unicode != 0;
+    std::string line;
+    uint8_t piece[kLinePiece];
+    for (;;) {
+        bool more = false;
+        uint32_t count = 0;
+        if (!read_piece(s, piece, kLinePiece, unicode, &more, &count)) {
+            report(s, err);
+            return {};
+        }
+        line.append(reinterpret_cast<const char*>(piece), count);
+        if (!more) break;
+    }
+    err.clear();
+    if (unicode) {
+        std::u16string out(line.size() / 2, u'\0');
+        std::memcpy(out.data(), line.data(), out.size() * 2);
+        return out;
+    }
+    // The whole line is converted at once, so that a character of a
+    // multi-byte code page is never cut between two pieces.
+    return decode_ansi({reinterpret_cast<const uint8_t*>(line.data()), line.size()});
+}
+
+bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t variables,
+                       const AssignMatch& assign, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return false;
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    std::u16string line;
+    bool more = false, at_end = false;
+    if (!s.ReadLineBuffered(line, kPatternLineMax, r->unicode != 0, &more, &at_end)) {
+        report(s, err);
+        return false;
+    }
+    err.clear();
+    // At the end of the file there is no line to distribute: false, with no
+    // error, so that a reading loop ends.
+    if (at_end) return false;
+    if (!r->unicode) {
+        std::string bytes(line.size(), '\0');
+        for (std::size_t i = 0; i < line.size(); ++i)
+            bytes[i] = static_cast<char>(line[i]);
+        line = decode_ansi({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+    }
+    transforms::WholeMatch m;
+    if (!m.compile(pattern.empty() ? std::u16string_view(u".*") : pattern)) {
+        transforms::report_invalid_pattern(err);
+        return false;
+    }
+    if (!m.match(line)) {
+        if (variables > 0 && assign) assign(0, u"");
+        return true;
+    }
+    bool ok = true;
+    for (std::size_t i = 0; i < variables; ++i) {
+        std::size_t start = 0, end = 0;
+        if (!m.group(i, &start, &end) || end > line.size()) break;
+        if (assign && !assign(i, std::u16string_view(line).substr(start, end - start))) ok = false;
+    }
+    return ok;
+}
+
+namespace {
+bool write_line_bytes(int32_t handle, std::span<const uint8_t> body, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return false;
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    // The text and its line end leave in one write.
+    std::vector<uint8_t> out;
+    try {
+        out.reserve(body.size() + 4);
+    } catch (const std::bad_alloc&) {
+        err.fail(kErrNoMemory);
+        return false;
+    }
+    out.assign(body.begin(), body.end());
+    if (r->unicode)
+        out.insert(out.end(), std::begin(kLineEndUnicode), std::end(kLineEndUnicode));
+    else
+        out.insert(out.end(), std::begin(kLineEndAnsi), std::end(kLineEndAnsi));
+    if (out.size() > UINT32_MAX || !s.Write(out.data(), static_cast<uint32_t>(out.size()), nullptr)) {
+        report(s, err);
+        return false;
+    }
+    return true;
+}
+} // namespace
+
+bool f_write_line(int32_t handle, std::u16string_view text, CXError& err) {
+    OpenFileRecord* r = handle_table().find(handle);
+    if (r && r->unicode) {
+        return write_line_bytes(handle, {reinterpret_cast<const uint8_t*>(text.data()), text.size() * 2},
+                                err);
+    }
+    std::string bytes = encode_ansi(text);
+    return write_line_bytes(handle, {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, err);
+}
+
+bool f_write_line_bytes(int32_t handle, std::span<const uint8_t> bytes, CXError& err) {
+    return write_line_bytes(handle, bytes, err);
+}
+
+bool f_write_line_raw(int32_t handle, std::span<const uint8_t> bytes, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return false;
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    // These forms write the UTF-16 line end whatever the file's encoding,
+    // and report no write failure: both are kept as the language has them.
+    s.Write(bytes.data(), static_cast<uint32_t>(std::min<std::size_t>(bytes.size(), UINT32_MAX)), nullptr);
+    s.Write(kLineEndUnicode, sizeof kLineEndUnicode, nullptr);
+    err.clear();
+    return true;
+}
+
+bool f_write_line_from(int32_t handle, uintptr_t address, int32_t length, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return false;
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    // Memory that cannot be read contributes nothing; the line end is still
+    // written and, as for the other raw form, the result is true.
+    uint32_t written = 0, error = 0;
+    if (length > 0) write_from_memory(s, address, static_cast<uint32_t>(length), &written, &error);
+    s.Write(kLineEndUnicode, sizeof kLineEndUnicode, nullptr);
+    err.clear();
+    return true;
+}
+
+// --- Position and size ---------------------------------------------------------
+
+int64_t f_seek(int32_t handle, int64_t offset, int32_t origin, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return -1;
+    if (origin < 0 || origin > 2) {
+        err.fail(kErrBadOrigin);
+        return -1;
+    }
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    int64_t position = s.Seek(offset, static_cast<uint32_t>(origin));
+    if (position < 0) {
+        report(s, err);
+        return -1;
+    }
+    return position;
+}
+
+bool f_change_size(int32_t handle, int64_t size, CXError& err) {
+    OpenFileRecord* r = lookup(handle, err);
+    if (!r) return false;
+    IXStream& s = *r->stream;
+    Bound bound(&s, err);
+    const int64_t p = static_cast<int64_t>(s.GetPosition());
+    if (!s.SetLength(size, 0)) {
+        report(s, err);
+        return false;
+    }
+    if (p <= 0)
+        s.Seek(0, platform::kFileBegin);
+    else if (p >= size)
+        s.Seek(0, platform::kFileEnd);
+    else
+        s.Seek(p, platform::kFileBegin);
+    return true;
+}
+
+} // namespace kp::files

@@ -1,0 +1,67 @@
+// regex.h - whole-string regular-expression matching over the C library's
+// GNU regex engine.
+//
+// Patterns and subjects are converted to code page 1252 (one byte a UTF-16
+// unit, so offsets in the bytes are offsets in the UTF-16 text; characters
+// without a 1252 byte become "?").  The engine runs with the syntax bits
+// 0x2B244 and under the "C" locale of the calling thread, so every byte is
+// one character and the bracket classes ("alpha", "upper", ...) know only
+// ASCII letters: accented letters are not letters for them.
+//
+// A match counts only when it covers the whole subject, whatever anchors the
+// pattern has.  The compiled pattern and the registers live for one call.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "component/error.h"
+
+namespace kp::transforms {
+
+constexpr unsigned long kRegexSyntax = 0x2B244;
+
+constexpr uint32_t kErrPatternInvalid = 80500;
+constexpr uint32_t kErrTooManyGroups = 80501;
+constexpr uint32_t kErrGroupMissing = 80502;
+
+// One compiled pattern and, after a match, its registers.
+class WholeMatch {
+  public:
+    WholeMatch();
+    ~WholeMatch();
+    WholeMatch(const WholeMatch&) = delete;
+    WholeMatch& operator=(const WholeMatch&) = delete;
+
+    // False when the pattern does not compile.
+    bool compile(std::u16string_view pattern);
+    // True when the compiled pattern matches the whole of `subject`.
+    bool match(std::u16string_view subject);
+    // Start and end (UTF-16 offsets) of group i of the last match; false
+    // when the group took no part in it or does not exist.
+    bool group(std::size_t i, std::size_t* start, std::size_t* end) const;
+
+  private:
+    struct Engine;
+    std::unique_ptr<Engine> engine_;
+};
+
+// Receives the text of group `index` (1-based) for variable `index`; false
+// when the runtime refuses the assignment.
+using AssignGroup = std::function<bool(std::size_t index, std::u16string_view text)>;
+
+// MatchRegularExpression: true when `pattern` matches the whole of `text`;
+// the groups 1..variables go to the variables through `assign`.  Errors
+// 80500 (pattern does not compile, with its detail line), 80502 (a variable
+// has no group), 80501 (more groups matched than variables).
+bool match_regular_expression(std::u16string_view text, std::u16string_view pattern, std::size_t variables,
+                              const AssignGroup& assign, CXError& err);
+
+// Records error 80500 with its detail line (shared with fReadLine's pattern form).
+void report_invalid_pattern(CXError& err);
+
+} // namespace kp::transforms

@@ -228,6 +228,7 @@ TEST(FunctionTable, SignaturesOfTheDateAndNumericFamilies) {
     EXPECT_EQ(signatures("DateSys"), (std::vector<std::string>{"->13", "12->0"}));
     EXPECT_EQ(signatures("IntegerToDate"), (std::vector<std::string>{"8->13", "8,12->13"}));
     EXPECT_EQ(signatures("StringToDuration"), (std::vector<std::string>{"12,8->1b", "12,12->1b"}));
+    EXPECT_EQ(signatures("DurationToString"), (std::vector<std::string>{"9,8->13", "9,12->13"}));
     EXPECT_EQ(signatures("Easter"), (std::vector<std::string>{"12->13", "8->13"}));
     EXPECT_EQ(signatures("eToEuro"),
               (std::vector<std::string>{"a->a", "a,8->a", "a,8,8->a", "a,8,8,400a->a"}));

@@ -501,6 +501,8 @@ CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>
             return out;
         }
     }
+    // One pointer a parameter of the overload: the ones left out are null.
+    for (std::size_t a = args.size(); a < ov.param_count; ++a) m.add_absent();
     auto ctx = std::make_unique<Context>();
     ctx->base.ops = &kContextOps;
     ctx->record.severity = KP_SEVERITY_NONE;

@@ -43,6 +43,8 @@ public:
     Marshalled& operator=(const Marshalled&) = delete;
     bool add(const Value& value, uint16_t param, std::string* issue);
     void** argv() { return argv_.data(); }
+    // A parameter the call leaves out (optional parameters): a null pointer.
+    void add_absent() { argv_.push_back(nullptr); }
     // Variables passed by reference get the values the call left in them.
     void read_back(std::vector<Value>& args);
 

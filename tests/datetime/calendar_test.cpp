@@ -1,0 +1,311 @@
+// Calendar arithmetic, validation and the functions without masks.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "datetime/calendar.h"
+
+namespace kp::datetime {
+namespace {
+
+struct Err {
+    kp_error_record rec{};
+    CXError err{&rec};
+    Err() { rec.severity = 1; }
+    uint32_t id() const { return rec.id; }
+    bool clean() const { return rec.severity == 1 && rec.id == 0; }
+};
+
+TEST(DayNumber, KnownDays) {
+    EXPECT_EQ(day_number(1800, 1, 1), 1);
+    EXPECT_EQ(day_number(1900, 1, 1), 36525);
+    EXPECT_EQ(day_number(2000, 1, 1), 73049);
+    EXPECT_EQ(weekday(73049), 6);
+    EXPECT_EQ(weekday(1), 3);
+    EXPECT_FALSE(day_number(-1, 1, 1));
+    EXPECT_FALSE(day_number(2023, 2, 29));
+    EXPECT_FALSE(day_number(2023, 13, 1));
+    EXPECT_FALSE(day_number(2023, 4, 0));
+}
+
+// Every day from 1583 to 9999 against the C library's proleptic Gregorian
+// calendar: day number, weekday and the way back to the date.
+TEST(DayNumber, MatchesCLibraryCalendarFrom1583To9999) {
+    std::tm start{};
+    start.tm_year = 1583 - 1900;
+    start.tm_mday = 1;
+    time_t t = timegm(&start);
+    int32_t first = *day_number(1583, 1, 1);
+    int32_t last = *day_number(9999, 12, 31);
+    int failures = 0;
+    for (int32_t n = first; n <= last && failures < 5; ++n, t += 86400) {
+        std::tm tm{};
+        gmtime_r(&t, &tm);
+        Date d{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday};
+        auto back = date_of(n);
+        int wd = tm.tm_wday == 0 ? 7 : tm.tm_wday;
+        if (day_number(d.year, d.month, d.day) != n || !back || back->year != d.year ||
+            back->month != d.month || back->day != d.day || weekday(n) != wd) {
+            ADD_FAILURE() << "day " << n << " = " << d.year << "-" << d.month << "-" << d.day;
+            ++failures;
+        }
+    }
+}
+
+TEST(DayNumber, BeforeTheReformTheCorrectionIsLiteral) {
+    // First four days of January to November get the correction, other days
+    // do not: 4 and 5 March 1500 are therefore more than one day apart.
+    auto a = *day_number(1500, 3, 4), b = *day_number(1500, 3, 5);
+    EXPECT_NE(b - a, 1);
+    // December is never corrected.
+    EXPECT_EQ(*day_number(1500, 12, 5) - *day_number(1500, 12, 4), 1);
+    EXPECT_TRUE(is_leap(1500));
+    EXPECT_FALSE(is_leap(1900));
+    EXPECT_TRUE(is_leap(2000));
+}
+
+TEST(DayNumber, HugeAndNegativeNumbersHaveNoDate) {
+    for (int64_t n : {int64_t{INT32_MAX}, int64_t{INT32_MIN}, int64_t{3000000}, int64_t{-700000}})
+        EXPECT_FALSE(date_of(n)) << n;
+    auto last = date_of(*day_number(9999, 12, 31));
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->year, 9999);
+    EXPECT_FALSE(date_of(*day_number(9999, 12, 31) + 1));
+    for (int32_t n : {INT32_MIN, -1, 0, INT32_MAX}) {
+        int32_t w = weekday(n);
+        EXPECT_GE(w, 1);
+        EXPECT_LE(w, 7);
+    }
+}
+
+TEST(DateValidation, EachRuleRecordsItsIdentifier) {
+    struct Case {
+        const char16_t* date;
+        uint32_t id;
+    } cases[] = {
+        {u"2024010", kErrDateLength},
+        {u"202401011", kErrDateLength},
+        {u"", kErrDateLength},
+        {u"2024a101", kErrDateDigit},
+        {u"2024\xD800"
+         u"101",
+         kErrDateDigit},
+        {u"00000101", kErrYearZero},
+        {u"15820805", kErrReformGap},
+        {u"15820814", kErrReformGap},
+        {u"20241301", kErrMonth},
+        {u"20240001", kErrMonth},
+        {u"20240132", kErrDay},
+        {u"20240431", kErrDay},
+        {u"20240100", kErrDay},
+        {u"19000229", kErrFebruary29},
+        {u"20230229", kErrFebruary29},
+    };
+    for (const auto& c : cases) {
+        Err e;
+        Date d;
+        EXPECT_FALSE(parse_date(c.date, d, &e.err))
+            << std::string(c.date, c.date + std::char_traits<char16_t>::length(c.date));
+        EXPECT_EQ(e.id(), c.id);
+        EXPECT_EQ(e.rec.severity, 2);
+        EXPECT_FALSE(date_valid(c.date));
+    }
+    for (const char16_t* ok :
+         {u"15820804", u"15820815", u"15821010", u"20000229", u"15000229", u"99991231"}) {
+        Date d;
+        EXPECT_TRUE(parse_date(ok, d, nullptr));
+        EXPECT_TRUE(date_valid(ok));
+    }
+}
+
+TEST(TimeValidation, SecondsAreCheckedBeforeMinutesAndHours) {
+    struct Case {
+        const char16_t* time;
+        uint32_t id;
+    } cases[] = {
+        {u"126000", kErrMinutes},     {u"00006000", kErrSeconds}, {u"24000000", kErrHours},
+        {u"99996099", kErrSeconds},   {u"99590000", kErrHours},   {u"12:30", kErrTimeDigit},
+        {u"1230000x", kErrTimeDigit},
+    };
+    for (const auto& c : cases) {
+        Err e;
+        Time t;
+        EXPECT_FALSE(parse_time(c.time, t, &e.err));
+        EXPECT_EQ(e.id(), c.id);
+        EXPECT_EQ(time_valid(c.time), 0);
+    }
+    Err e;
+    EXPECT_EQ(time_to_integer(u"1230", e.err), 4500000);
+    EXPECT_EQ(time_to_integer(u"", e.err), 0);
+    EXPECT_EQ(time_to_integer(u"23595999123456", e.err), 8639999); // only the first eight count
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(time_to_integer(u"2400", e.err), -1);
+    EXPECT_EQ(e.id(), kErrHours);
+}
+
+TEST(IntegerTime, HoursAreNotReduced) {
+    Err e;
+    EXPECT_EQ(integer_to_time(9000000, e.err), u"25000000");
+    EXPECT_EQ(integer_to_time(4512345, e.err), u"12320345");
+    EXPECT_EQ(integer_to_time(INT32_MAX, e.err), u"5965135647");
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(integer_to_time(-1, e.err), u"");
+    EXPECT_EQ(e.id(), kErrNegativeTime);
+}
+
+TEST(IntegerToDate, PartSelectors) {
+    Err e;
+    int32_t n = *day_number(2024, 3, 7);
+    EXPECT_EQ(integer_to_date(n, u"", e.err), u"20240307");
+    EXPECT_EQ(integer_to_date(n, u"Année", e.err), u"2024");
+    EXPECT_EQ(integer_to_date(n, u"y", e.err), u"2024");
+    EXPECT_EQ(integer_to_date(n, u"jour", e.err), u"07");
+    EXPECT_EQ(integer_to_date(n, u"D", e.err), u"07");
+    EXPECT_EQ(integer_to_date(n, u"mois", e.err), u"03");
+    EXPECT_EQ(integer_to_date(n, u"x", e.err), u"20240307");
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(integer_to_date(INT32_MAX, u"", e.err), u"");
+    EXPECT_EQ(e.id(), kErrDayNumber);
+}
+
+TEST(DateToInteger, DayNumberOrDayOfYear) {
+    Err e;
+    EXPECT_EQ(date_to_integer(u"20000101", false, e.err), 73049);
+    EXPECT_EQ(date_to_integer(u"20241231", true, e.err), 366);
+    EXPECT_EQ(date_to_integer(u"20230301", true, e.err), 60);
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(date_to_integer(u"2023031", false, e.err), -1);
+    EXPECT_EQ(e.id(), kErrDateLength);
+}
+
+TEST(WeekNumber, WeekZeroAndNoWrap) {
+    Err e;
+    // 2021 begins on a Friday: 1 to 3 January are in week 0.
+    EXPECT_EQ(date_week_number(u"20210101", e.err), 0);
+    EXPECT_EQ(date_week_number(u"20210103", e.err), 0);
+    EXPECT_EQ(date_week_number(u"20210104", e.err), 1);
+    // 2024 begins on a Monday; its last days stay in week 53.
+    EXPECT_EQ(date_week_number(u"20240101", e.err), 1);
+    EXPECT_EQ(date_week_number(u"20241230", e.err), 53);
+    // 2020 begins on a Wednesday: the first days are in week 1.
+    EXPECT_EQ(date_week_number(u"20200101", e.err), 1);
+    EXPECT_EQ(date_week_number(u"20200106", e.err), 2);
+    EXPECT_EQ(integer_week_number(*day_number(2021, 1, 2), e.err), 0);
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(date_week_number(u"2021010", e.err), -1);
+    EXPECT_EQ(e.id(), kErrDateLength);
+    EXPECT_EQ(integer_week_number(-800000, e.err), -1);
+    EXPECT_EQ(e.id(), kErrDayNumber);
+}
+
+TEST(Differences, DatesTimesAndDateTimes) {
+    Err e;
+    EXPECT_EQ(date_difference(u"20240101", u"20241231", e.err), 365);
+    EXPECT_EQ(date_difference(u"20241231", u"20240101", e.err), -365);
+    EXPECT_EQ(time_difference(u"1230", u"1200", e.err), -180000);
+    EXPECT_EQ(date_time_difference(u"2024010112000000", u"2024010112000000", e.err), u"+000000000000000");
+    EXPECT_EQ(date_time_difference(u"2024010212000000", u"20240101", e.err), u"-000000112000000");
+    EXPECT_EQ(date_time_difference(u"20240101", u"2025010101020304", e.err), u"+000036601020304");
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(date_difference(u"20240101", u"20240230", e.err), -1);
+    EXPECT_EQ(e.id(), kErrDateDifference);
+    Err e2;
+    EXPECT_EQ(time_difference(u"1260", u"1200", e2.err), -1);
+    EXPECT_EQ(e2.id(), kErrTimeDifference);
+    Err e3;
+    EXPECT_EQ(date_time_difference(u"2024010", u"20240101", e3.err), u"");
+    EXPECT_EQ(e3.id(), kErrDateDifference);
+    Err e4;
+    EXPECT_EQ(date_time_difference(u"2024010125000000", u"20240101", e4.err), u"");
+    EXPECT_EQ(e4.id(), kErrDateDifference);
+}
+
+TEST(Age, BorrowsMonthsAndYears) {
+    EXPECT_EQ(age(u"19800615", u"20240615"), u"00440000");
+    EXPECT_EQ(age(u"19800615", u"20240614"), u"00431130");
+    EXPECT_EQ(age(u"20230115", u"20240110"), u"00001126"); // December lends 31 days
+    EXPECT_EQ(age(u"20230129", u"20240301"), u"00010101");
+    EXPECT_EQ(age(u"20240110", u"20240310"), u"00000200");
+    EXPECT_EQ(age(u"20240310", u"20240310"), u"00000000");
+    EXPECT_EQ(age(u"20240311", u"20240310"), u"");
+    EXPECT_EQ(age(u"2024031", u"20240310"), u"");
+    EXPECT_EQ(age(u"20240310", u"20240230"), u"");
+}
+
+// Easter by an independent formulation (Gauss's algorithm with Lichtenberg's
+// corrections), checked to fall on a Sunday in March or April.
+TEST(Easter, EveryYearFrom1583To9999) {
+    for (int32_t y = 1583; y <= 9999; ++y) {
+        int32_t k = y / 100, m = 15 + (3 * k + 3) / 4 - (8 * k + 13) / 25, s = 2 - (3 * k + 3) / 4;
+        int32_t a = y % 19, d = (19 * a + m) % 30, r = (d + a / 11) / 29;
+        int32_t og = 21 + d - r, sz = 7 - (y + y / 4 + s) % 7, oe = 7 - (og - sz) % 7;
+        int32_t os = og + oe; // day of March, may run into April
+        int32_t month = os > 31 ? 4 : 3, day = os > 31 ? os - 31 : os;
+        std::u16string got = easter(y);
+        ASSERT_EQ(got, format_date(y, month, day)) << y;
+        ASSERT_EQ(weekday(*day_number(y, month, day)), 7) << y;
+    }
+    EXPECT_EQ(easter(2024), u"20240331");
+    EXPECT_EQ(easter(1582), u"");
+    EXPECT_EQ(easter(10000), u"");
+    EXPECT_EQ(easter(INT32_MIN), u"");
+    EXPECT_EQ(easter(u"2024"), u"20240331");
+    EXPECT_EQ(easter(u"20241231"), u"20240331");
+    EXPECT_EQ(easter(u"1582"), u"");
+    EXPECT_EQ(easter(u"abcd"), u"");
+    EXPECT_EQ(easter(u""), u"");
+}
+
+class TimeZone : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        const char* old = std::getenv("TZ");
+        had_ = old != nullptr;
+        if (had_) old_ = old;
+        // Central European rules written out, so no zone files are needed.
+        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        tzset();
+    }
+    void TearDown() override {
+        if (had_)
+            setenv("TZ", old_.c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+    bool had_ = false;
+    std::string old_;
+};
+
+TEST_F(TimeZone, UtcToLocalFollowsDaylightSaving) {
+    Err e;
+    EXPECT_EQ(date_time_utc_to_local(u"2024011512000000", e.err), u"2024011513000000");
+    EXPECT_EQ(date_time_utc_to_local(u"2024070112000042", e.err), u"2024070114000042");
+    // The spring change happens at 01:00 UTC.
+    EXPECT_EQ(date_time_utc_to_local(u"2024033100590000", e.err), u"2024033101590000");
+    EXPECT_EQ(date_time_utc_to_local(u"2024033101000000", e.err), u"2024033103000000");
+    EXPECT_EQ(date_time_utc_to_local(u"20241231233000", e.err), u"2025010100300000");
+    EXPECT_EQ(date_time_local_to_utc(u"2024070114000042", e.err), u"2024070112000042");
+    EXPECT_EQ(date_time_local_to_utc(u"2024011513000000", e.err), u"2024011512000000");
+    EXPECT_TRUE(e.clean());
+    // Past the last day a date string holds.
+    EXPECT_EQ(date_time_utc_to_local(u"99991231235959", e.err), u"");
+    EXPECT_EQ(e.id(), kErrTimeZone);
+}
+
+TEST_F(TimeZone, FailuresRecord80051) {
+    for (const char16_t* bad :
+         {u"", u"2024011", u"2024013112000000x", u"2024023012000000", u"15000101", u"2024011525000000"}) {
+        Err e;
+        EXPECT_EQ(date_time_utc_to_local(bad, e.err), u"");
+        EXPECT_EQ(e.id(), kErrTimeZone);
+        Err e2;
+        EXPECT_EQ(date_time_local_to_utc(bad, e2.err), u"");
+        EXPECT_EQ(e2.id(), kErrTimeZone);
+    }
+}
+
+} // namespace
+} // namespace kp::datetime

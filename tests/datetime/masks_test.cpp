@@ -1,0 +1,241 @@
+// Date, time and duration masks, names and the regional pictures.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "datetime/masks.h"
+
+namespace kp::datetime {
+namespace {
+
+const kp_regional_settings kFrench = {
+    {u"lundi", u"mardi", u"mercredi", u"jeudi", u"vendredi", u"samedi", u"dimanche"},
+    {u"janvier", u"février", u"mars", u"avril", u"mai", u"juin", u"juillet", u"août", u"septembre",
+     u"octobre", u"novembre", u"décembre"},
+    u"dd/MM/yyyy",
+    u"HH:mm",
+    u',',
+    nullptr};
+const kp_regional_settings kEnglish = {
+    {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
+    {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
+     u"October", u"November", u"December"},
+    u"M/d/yyyy",
+    u"h:mm tt",
+    u'.',
+    nullptr};
+
+struct Err {
+    kp_error_record rec{};
+    CXError err{&rec};
+    Err() { rec.severity = 1; }
+    bool clean() const { return rec.severity == 1 && rec.id == 0; }
+};
+
+std::u16string date_mask(std::u16string_view date, std::u16string_view mask,
+                         const kp_regional_settings& rs = kFrench) {
+    Err e;
+    return date_to_string(date, &mask, rs, e.err);
+}
+std::u16string time_mask(std::u16string_view time, std::u16string_view mask,
+                         const kp_regional_settings& rs = kFrench) {
+    Err e;
+    return time_to_string(time, &mask, rs, e.err);
+}
+std::u16string parse(std::u16string_view input, std::u16string_view mask,
+                     const kp_regional_settings& rs = kFrench) {
+    return string_to_date(input, &mask, rs);
+}
+
+TEST(Abbreviation, ThreeLettersOrFourForJui) {
+    EXPECT_EQ(abbreviate(u"juin"), u"juin");
+    EXPECT_EQ(abbreviate(u"juillet"), u"juil.");
+    EXPECT_EQ(abbreviate(u"Juillet"), u"Juil.");
+    EXPECT_EQ(abbreviate(u"mai"), u"mai");
+    EXPECT_EQ(abbreviate(u"février"), u"fév.");
+    EXPECT_EQ(abbreviate(u"Wednesday"), u"Wed.");
+    EXPECT_EQ(abbreviate(u""), u"");
+}
+
+TEST(DateToString, TokensAndTheirOrder) {
+    EXPECT_EQ(date_mask(u"20240105", u"JJ/MM/AA"), u"05/01/24");
+    EXPECT_EQ(date_mask(u"20240105", u"DD-MM-YYYY"), u"05-01-2024");
+    EXPECT_EQ(date_mask(u"20240105", u"jj/mm/aaaa"), u"05/01/2024");
+    EXPECT_EQ(date_mask(u"20240105", u"JJJJ JJ MMMM AAAA"), u"vendredi 05 janvier 2024");
+    EXPECT_EQ(date_mask(u"20240105", u"DDDD DD MMMM YYYY", kEnglish), u"Friday 05 January 2024");
+    EXPECT_EQ(date_mask(u"20240105", u"JJJ JJ MMM", kEnglish), u"Fri. 05 Jan.");
+    EXPECT_EQ(date_mask(u"20240605", u"MMM"), u"juin");
+    EXPECT_EQ(date_mask(u"20240705", u"MMM"), u"juil.");
+    EXPECT_EQ(date_mask(u"20240505", u"MMM"), u"mai");
+    // JJ found: DD stays literal; AAAA found: AA and YY stay literal.
+    EXPECT_EQ(date_mask(u"20240105", u"JJ DD AAAA YY"), u"05 DD 2024 YY");
+    // Every occurrence of the matched spelling is replaced.
+    EXPECT_EQ(date_mask(u"20240105", u"JJ.JJ"), u"05.05");
+    EXPECT_EQ(date_mask(u"20240105", u"Le JJ"), u"Le 05");
+    EXPECT_EQ(date_mask(u"20240105", u""), u"");
+    EXPECT_EQ(date_mask(u"19990105", u"AA"), u"99");
+}
+
+TEST(DateToString, DefaultFormInvalidAndEmptyDates) {
+    Err e;
+    EXPECT_EQ(date_to_string(u"20240105", nullptr, kFrench, e.err), u"05/01/2024");
+    EXPECT_EQ(date_to_string(u"", nullptr, kFrench, e.err), u"");
+    EXPECT_TRUE(e.clean());
+    std::u16string_view mask = u"JJ/MM/AAAA";
+    EXPECT_EQ(date_to_string(u"20230229", &mask, kFrench, e.err), u"");
+    EXPECT_EQ(e.rec.id, kErrFebruary29);
+    Err e2;
+    std::u16string huge(100000, u'9');
+    EXPECT_EQ(date_to_string(huge, &mask, kFrench, e2.err), u"");
+    EXPECT_EQ(e2.rec.id, kErrDateLength);
+}
+
+TEST(DateToString, MissingNamesGiveEmptyText) {
+    kp_regional_settings empty{};
+    EXPECT_EQ(date_mask(u"20240105", u"[JJJJ][JJJ][MMMM][MMM]", empty), u"[][][][]");
+}
+
+TEST(TimeToString, TwelveHourRule) {
+    EXPECT_EQ(time_mask(u"00000000", u"HH:MM AP"), u"00:00 AM");
+    EXPECT_EQ(time_mask(u"12300000", u"HH:MM AP"), u"12:30 PM");
+    EXPECT_EQ(time_mask(u"13000000", u"HH:MM AP"), u"01:00 PM");
+    EXPECT_EQ(time_mask(u"11595999", u"HH:MM:SS.CC AP"), u"11:59:59.99 AM");
+    EXPECT_EQ(time_mask(u"12000000", u"AM HH AP"), u"PM 12 PM");
+    EXPECT_EQ(time_mask(u"1305", u"hh:mm ap"), u"01:05 PM");
+    EXPECT_EQ(time_mask(u"1305", u"HH:mm"), u"13:05");
+    EXPECT_EQ(time_mask(u"13054217", u"HHhMM SS CC"), u"13h05 42 17");
+    Err e;
+    EXPECT_EQ(time_to_string(u"12300000", nullptr, kFrench, e.err), u"12:30:00:00");
+    EXPECT_EQ(time_to_string(u"", nullptr, kFrench, e.err), u"00:00:00:00");
+    EXPECT_TRUE(e.clean());
+    std::u16string_view mask = u"HH:MM";
+    EXPECT_EQ(time_to_string(u"126000", &mask, kFrench, e.err), u"");
+    EXPECT_EQ(e.rec.id, kErrMinutes);
+}
+
+TEST(StringToDate, FieldsAndSeparators) {
+    EXPECT_EQ(parse(u"010150", u"JJMMAA"), u"20500101");
+    EXPECT_EQ(parse(u"010151", u"JJMMAA"), u"19510101");
+    EXPECT_EQ(parse(u"010100", u"JJMMAA"), u"20000101");
+    EXPECT_EQ(string_to_date(u"05-01-2024", nullptr, kFrench), u"20240105");
+    EXPECT_EQ(string_to_date(u"05.01.2024", nullptr, kFrench), u"20240105");
+    EXPECT_EQ(parse(u"2024/01/05", u"YYYY/MM/DD"), u"20240105");
+    EXPECT_EQ(parse(u"2024/01/05", u"aaaa-mm-jj"), u"20240105");
+    // Followed by MM the two-digit year is not checked as a number.
+    EXPECT_EQ(parse(u"240105", u"AAMMJJ"), u"20240105");
+    // Fields are copied as they stand.
+    EXPECT_EQ(parse(u"ab/cd/efgh", u"JJ/MM/AAAA"), u"efghcdab");
+    EXPECT_EQ(parse(u"31/02/2023", u"JJ/MM/AAAA"), u"20230231");
+}
+
+TEST(StringToDate, MissingFieldsGiveEmpty) {
+    EXPECT_EQ(string_to_date(u"", nullptr, kFrench), u"");
+    EXPECT_EQ(parse(u"05/01", u"JJ/MM/AAAA"), u"");
+    EXPECT_EQ(parse(u"05/01/20", u"JJ/MM/AAAA"), u"");
+    EXPECT_EQ(parse(u"0501", u"JJMM"), u"");
+    EXPECT_EQ(parse(u"05012024", u""), u"");
+    // A two-digit year that does not read as a number up to 99 is no year.
+    EXPECT_EQ(parse(u"0101xx", u"JJMMAA"), u"");
+    EXPECT_EQ(parse(u"010150999", u"JJMMAA"), u"");
+    std::u16string big(50000, u'7');
+    EXPECT_EQ(parse(big, u"JJMMAA"), u"");
+    EXPECT_EQ(parse(big, u"JJ/MM/AAAA"), u"77777777");
+    std::u16string surrogates(9, u'\xDC00');
+    EXPECT_EQ(parse(surrogates, u"JJMMAAAA").size(), 8u);
+}
+
+TEST(Durations, FixedForms) {
+    EXPECT_EQ(duration_to_string(-90061001, kDurationMilli), u"-1010101001");
+    EXPECT_EQ(duration_to_string(90061001, 7), u"1010101001");
+    EXPECT_EQ(duration_to_string(0, kDurationMilli), u"0000000000");
+    EXPECT_EQ(duration_to_string(5, kDurationCenti), u"000000005");
+    // The hundredths form prints the milliseconds.
+    EXPECT_EQ(duration_to_string(150, kDurationCenti), u"0000000150");
+    EXPECT_EQ(duration_to_string(std::numeric_limits<int64_t>::min(), kDurationMilli),
+              u"-106751991167071255808");
+    EXPECT_EQ(duration_to_string(std::numeric_limits<int64_t>::max(), kDurationMilli),
+              u"106751991167071255807");
+
+    EXPECT_EQ(string_to_duration(u"-1010101001", kDurationMilli), -90061001);
+    EXPECT_EQ(string_to_duration(u"+1010101001", kDurationMilli), 90061001);
+    EXPECT_EQ(string_to_duration(u"123000000000", kDurationMilli), 123 * 86400000LL);
+    EXPECT_EQ(string_to_duration(u"101010100", kDurationCenti), 90061000);
+    EXPECT_EQ(string_to_duration(u"100000000", kDurationMilli), 0); // nine characters: too short
+    EXPECT_EQ(string_to_duration(u"-10000000", kDurationCenti), 0); // eight after the sign
+    EXPECT_EQ(string_to_duration(u"", kDurationMilli), 0);
+    EXPECT_EQ(string_to_duration(u"1x10101001", kDurationMilli), 0);
+    EXPECT_EQ(string_to_duration(u"99999999999999999999999000000000", kDurationMilli), 0);
+    EXPECT_EQ(string_to_duration(u"106751991167071255807", kDurationMilli),
+              std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(string_to_duration(u"106751991167071255808", kDurationMilli), 0);
+    for (int64_t v : {int64_t{0}, int64_t{1}, int64_t{-86399999}, int64_t{123456789012}})
+        EXPECT_EQ(string_to_duration(duration_to_string(v, kDurationMilli), kDurationMilli), v);
+}
+
+TEST(Durations, Masks) {
+    DurationLetters l;
+    EXPECT_EQ(duration_to_string(90061234, u"J j HH:MM:SS.LLL", l), u"1 j 01:01:01.234");
+    EXPECT_EQ(duration_to_string(90061234, u"HH:MM:SS.LL", l), u"01:01:01.23");
+    EXPECT_EQ(duration_to_string(90061234, u"SS.L", l), u"01.2");
+    EXPECT_EQ(duration_to_string(-90061234, u"+J H M S", l), u"-1 H M S");
+    EXPECT_EQ(duration_to_string(90061234, u"+HH", l), u"01");
+    EXPECT_EQ(duration_to_string(90061234, u"text", l), u"text");
+    EXPECT_EQ(duration_to_string(3 * 86400000LL, u"JJ", l), u"33");
+    DurationLetters en{u"D", u"H", u"M", u"S", u"L"};
+    EXPECT_EQ(duration_to_string(90061234, u"D days HH:MM", en), u"1 days 01:01");
+    DurationLetters none{u"", u"", u"", u"", u""};
+    EXPECT_EQ(duration_to_string(90061234, u"J HH", none), u"J HH");
+
+    EXPECT_EQ(string_to_duration(u"01:02:03", u"HH:MM:SS", l), 3723000);
+    EXPECT_EQ(string_to_duration(u"2 j 01:02:03.456", u"J j HH:MM:SS.LLL", l), 2 * 86400000LL + 3723456);
+    EXPECT_EQ(string_to_duration(u"-01:00", u"HH:MM", l), -3600000);
+    EXPECT_EQ(string_to_duration(u"x-01:00", u"X+HH:MM", l), -3600000);
+    EXPECT_EQ(string_to_duration(u"00:00.45", u"MM:SS.LL", l), 450);
+    EXPECT_EQ(string_to_duration(u"00:00.4", u"MM:SS.L", l), 400);
+    EXPECT_EQ(string_to_duration(u"", u"HH:MM", l), 0);
+    EXPECT_EQ(string_to_duration(u"999999999999999999 j", u"J j", l), 0);
+    for (int64_t v : {int64_t{0}, int64_t{90061234}, int64_t{-5 * 86400000LL - 1}}) {
+        std::u16string_view mask = u"+J HH:MM:SS.LLL";
+        EXPECT_EQ(string_to_duration(duration_to_string(v, mask, l), mask, l), v);
+    }
+}
+
+TEST(Names, DayAndMonthFunctions) {
+    Err e;
+    int32_t friday = date_to_integer(u"20240105", false, e.err); // a Friday
+    EXPECT_EQ(integer_to_day_in_alpha(friday, kFrench), u"vendredi");
+    EXPECT_EQ(integer_to_day_in_alpha(friday + 3, kEnglish), u"Monday");
+    EXPECT_EQ(integer_to_month_in_alpha(friday, kEnglish, e.err), u"January");
+    EXPECT_EQ(date_to_day_in_alpha(u"20240105", kEnglish, e.err), u"Friday");
+    EXPECT_EQ(date_to_month_in_alpha(u"20240815", kFrench, e.err), u"août");
+    EXPECT_TRUE(e.clean());
+    EXPECT_EQ(integer_to_month_in_alpha(INT32_MAX, kFrench, e.err), u"");
+    EXPECT_EQ(e.rec.id, kErrDayNumber);
+    Err e2;
+    EXPECT_EQ(date_to_month_in_alpha(u"20241301", kFrench, e2.err), u"");
+    EXPECT_EQ(e2.rec.id, kErrMonth);
+}
+
+TEST(SystemMask, RegionalPicturesFormatAndParse) {
+    EXPECT_EQ(date_mask(u"20240105", kSystemMask, kEnglish), u"1/5/2024");
+    EXPECT_EQ(date_mask(u"20241225", kSystemMask, kFrench), u"25/12/2024");
+    EXPECT_EQ(time_mask(u"13054217", kSystemMask, kEnglish), u"1:05 PM");
+    EXPECT_EQ(time_mask(u"00054217", kSystemMask, kEnglish), u"12:05 AM");
+    EXPECT_EQ(time_mask(u"13054217", kSystemMask, kFrench), u"13:05");
+    EXPECT_EQ(parse(u"1/5/2024", kSystemMask, kEnglish), u"20240105");
+    EXPECT_EQ(parse(u"12/25/24", kSystemMask, kEnglish), u"20241225");
+    EXPECT_EQ(parse(u"25/12/2024", kSystemMask, kFrench), u"20241225");
+    EXPECT_EQ(parse(u"25/12", kSystemMask, kFrench), u"");
+    EXPECT_EQ(parse(u"", kSystemMask, kFrench), u"");
+    Date d{2024, 7, 14};
+    EXPECT_EQ(format_date_picture(d, u"dddd d MMMM 'de' yyyy", kFrench), u"dimanche 14 juillet de 2024");
+    EXPECT_EQ(format_date_picture(d, u"ddd dd MMM yyyy HH", kFrench), u"dim. 14 juil. 2024 HH");
+    EXPECT_EQ(parse_date_picture(u"14 juil. 2024", u"d MMM yyyy", kFrench), u"20240714");
+    EXPECT_EQ(parse_date_picture(u"dimanche 14 JUILLET 2024", u"dddd d MMMM yyyy", kFrench), u"20240714");
+    EXPECT_EQ(parse_date_picture(u"14 juin 2024", u"d MMMM yyyy", kFrench), u"20240614");
+}
+
+} // namespace
+} // namespace kp::datetime

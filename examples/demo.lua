@@ -1,0 +1,168 @@
+-- demo.lua - a tour of the standard functions through the kp table.
+--
+-- Run with:  kp120 --root DIR --registry FILE examples/demo.lua
+-- Every step prints the call and its result.  A function that this build
+-- does not provide yet is reported and skipped; the tour goes on.
+
+local skipped, failed, done = 0, 0, 0
+
+local function cut(s)
+  if utf8.len(s) and utf8.len(s) > 70 then return s:sub(1, utf8.offset(s, 68) - 1) .. "..." end
+  return s
+end
+
+local function show(v)
+  local t = type(v)
+  if t == "string" then
+    return cut(kp.json(v))
+  elseif t == "userdata" or t == "table" then
+    return cut(kp.json(v))
+  end
+  return tostring(v)
+end
+
+-- Left-justifies by characters, not bytes.
+local function pad(s, width)
+  local n = utf8.len(s) or #s
+  return n < width and s .. string.rep(" ", width - n) or s
+end
+
+-- Runs one call; `text` is the Lua expression shown to the reader.
+local function step(text, f)
+  local r = table.pack(pcall(f))
+  if r[1] then
+    done = done + 1
+    local shown = {}
+    for i = 2, r.n do shown[#shown + 1] = show(r[i]) end
+    print("  " .. pad(text, 52) .. " -> " .. (#shown > 0 and table.concat(shown, ", ") or "(no result)"))
+    local e = kp.lasterror()
+    if e.severity > 1 then
+      print(string.format("  %s    failed: error %d, system code %d: %s", pad("", 52), e.id, e.system,
+        cut((e.message:gsub("[\r\n]+", " ")))))
+    end
+    return table.unpack(r, 2, r.n)
+  end
+  local msg = tostring(r[2])
+  if msg:find("not provided", 1, true) then
+    skipped = skipped + 1
+    print("  " .. pad(text, 52) .. "    (not provided in this build)")
+  else
+    failed = failed + 1
+    print("  " .. pad(text, 52) .. "    Lua error: " .. msg)
+  end
+end
+
+local function section(title) print("\n" .. title) end
+
+print("kp120 demo: the standard functions from Lua")
+
+section("Dates and times (dates are \"AAAAMMJJ\" strings, times \"HHmmSSCC\", durations milliseconds)")
+step('kp.DateSys()', function() return kp.DateSys() end)
+step('kp.TimeSys()', function() return kp.TimeSys() end)
+step('kp.Now()', function() return kp.Now() end)
+step('kp.DateToString("20240229")', function() return kp.DateToString("20240229") end)
+step('kp.DateValid("20230229")', function() return kp.DateValid("20230229") end)
+step('kp.DateDifference("20240101", "20241225")', function() return kp.DateDifference("20240101", "20241225") end)
+step('kp.Easter(2025)', function() return kp.Easter(2025) end)
+step('kp["Pâques"]("2026")', function() return kp["Pâques"]("2026") end)
+step('kp.IntegerToDayInAlpha(1)', function() return kp.IntegerToDayInAlpha(1) end)
+step('kp.setlang("fr"); kp.EntierVersJourEnLettre(1)', function()
+  kp.setlang("fr")
+  local ok, d = pcall(kp.EntierVersJourEnLettre, 1)
+  kp.setlang("en")
+  if not ok then error(d, 0) end
+  return d
+end)
+step('kp.DurationToString(90061001, 0)', function() return kp.DurationToString(90061001, 0) end)
+
+section("Numbers, colours and currency")
+step('kp.ZigouigouiARoulette(7)', function() return kp.ZigouigouiARoulette(7) end)
+step('kp.IsEven(-4), kp.IsOdd(-3)', function() return kp.IsEven(-4), kp.IsOdd(-3) end)
+step('kp.RGB(255, 128, 0)', function() return kp.RGB(255, 128, 0) end)
+step('kp.RGBGreen(kp.RGB(255, 128, 0))', function() return kp.RGBGreen(kp.RGB(255, 128, 0)) end)
+step('kp.Random(6)', function() return kp.Random(6) end)
+step('kp.LengthToString(123456789)', function() return kp.LengthToString(123456789) end)
+step('kp.IsNumeric("12.5")', function() return kp.IsNumeric("12.5") end)
+step('kp.eToEuro(kp.currency("655.957"), 1)', function() return kp.eToEuro(kp.currency("655.957"), 1) end)
+
+section("Files (absolute device names resolve under the device root)")
+step('kp.fMakeDir("\\\\Demo")', function() return kp.fMakeDir("\\Demo") end)
+step('kp.fSaveText("\\\\Demo\\\\hello.txt", "Bonjour\\r\\nHello")', function()
+  return kp.fSaveText("\\Demo\\hello.txt", "Bonjour\r\nHello")
+end)
+step('kp.fFileExist("\\\\Demo\\\\hello.txt")', function() return kp.fFileExist("\\Demo\\hello.txt") end)
+step('kp.fSize("\\\\Demo\\\\hello.txt")', function() return kp.fSize("\\Demo\\hello.txt") end)
+step('kp.fLoadText("\\\\Demo\\\\hello.txt")', function() return kp.fLoadText("\\Demo\\hello.txt") end)
+local h = step('h = kp.fOpen("\\\\Demo\\\\hello.txt", kp.foRead)', function()
+  return kp.fOpen("\\Demo\\hello.txt", kp.foRead)
+end)
+if type(h) == "number" and h >= 0 then
+  step('kp.fReadLine(h)', function() return kp.fReadLine(h) end)
+  step('kp.fReadLine(h)', function() return kp.fReadLine(h) end)
+  step('kp.fClose(h)', function() return kp.fClose(h) end)
+end
+step('kp.fListFile("\\\\Demo\\\\*.txt", function(dir, name) ... end)', function()
+  local names = {}
+  local n = kp.fListFile("\\Demo\\*.txt", function(dir, name)
+    names[#names + 1] = name
+    return true
+  end)
+  return n, names
+end)
+step('kp.INIWrite("Demo", "greeting", "bonjour", "\\\\Demo\\\\demo.ini")', function()
+  return kp.INIWrite("Demo", "greeting", "bonjour", "\\Demo\\demo.ini")
+end)
+step('kp.INIRead("Demo", "greeting", "", "\\\\Demo\\\\demo.ini")', function()
+  return kp.INIRead("Demo", "greeting", "", "\\Demo\\demo.ini")
+end)
+step('kp.fLoadText("\\\\No\\\\such.txt")', function() return kp.fLoadText("\\No\\such.txt") end)
+
+section("Registry and saved parameters (a SQLite file plays the registry)")
+local key = "HKEY_CURRENT_USER\\Software\\kp120\\Demo"
+step('kp.RegistryCreateKey(key)', function() return kp.RegistryCreateKey(key) end)
+step('kp.RegistrySetValue(key, "Count", 42)', function() return kp.RegistrySetValue(key, "Count", 42) end)
+step('kp.RegistrySetValue(key, "Name", "démo")', function() return kp.RegistrySetValue(key, "Name", "démo") end)
+step('kp.RegistryQueryValue(key, "Count")', function() return kp.RegistryQueryValue(key, "Count") end)
+step('kp.RegistryQueryValue(key, "Name")', function() return kp.RegistryQueryValue(key, "Name") end)
+step('kp.RegistryListValue(key)', function() return kp.RegistryListValue(key) end)
+step('kp.SaveParameter("visits", 3)', function() return kp.SaveParameter("visits", 3) end)
+step('kp.LoadParameter("visits", 0)', function() return kp.LoadParameter("visits", 0) end)
+
+section("Data transforms")
+local secret = step('c = kp.Crypt("mon secret", "motdepasse")', function() return kp.Crypt("mon secret", "motdepasse") end)
+if secret ~= nil and secret ~= "" then
+  -- The encoded result is text; as a buffer it holds UTF-16LE characters.
+  local text = type(secret) == "userdata" and secret:bytes():gsub("(.)%z", "%1") or secret
+  step('kp.Uncrypt(text of c, "motdepasse") as text', function()
+    local b = kp.Uncrypt(text, "motdepasse")
+    return type(b) == "userdata" and (b:bytes():gsub("(.)%z", "%1")) or b
+  end)
+end
+local packed = step('z = kp.Compress(kp.buffer(string.rep("abc", 100)))', function()
+  return kp.Compress(kp.buffer(string.rep("abc", 100)))
+end)
+if packed ~= nil then
+  step('#z, #kp.Uncompress(z)', function() return #packed, #kp.Uncompress(packed) end)
+end
+step('kp.sComputeCrc32(kp.buffer("123456789")) in hex', function()
+  return string.format("%08x", kp.sComputeCrc32(kp.buffer("123456789")) & 0xffffffff)
+end)
+step('kp.Phonetic("Philippe")', function() return kp.Phonetic("Philippe") end)
+step('kp.URLEncode("a b&c=é")', function() return kp.URLEncode("a b&c=é") end)
+step('kp.URLDecode("a%20b%26c")', function() return kp.URLDecode("a%20b%26c") end)
+
+section("System")
+step('kp.ExeRun("echo hello from a child process", 1, 1)', function()
+  return kp.ExeRun("echo hello from a child process", 1, 1)
+end)
+step('kp.ToClipboard("kp120")', function() return kp.ToClipboard("kp120") end)
+step('kp.Clipboard()', function() return kp.Clipboard() end)
+
+section("Values in Lua")
+print("  kp.json({kp.hex(\"00ff\"), kp.currency(\"-2.5\"), \"x\\u{D800}\", n = 1.5})")
+print("    " .. kp.json({ kp.hex("00ff"), kp.currency("-2.5"), "x\u{D800}", n = 1.5 }))
+step('kp.foReadWrite, kp["foLectureEcriture"], kp.Orient90', function()
+  return kp.foReadWrite, kp["foLectureEcriture"], kp.Orient90
+end)
+
+print(string.format("\n%d calls made, %d not provided in this build, %d failed", done, skipped, failed))

@@ -39,7 +39,9 @@ TEST(PublishedTables, TheModuleHandsOutTheGeneratedTables) {
             EXPECT_EQ(x.reserved0 | x.reserved1, 0);
             // The module is linked from the same families as this test.
             EXPECT_EQ(x.handler != nullptr, y.handler != nullptr) << "overload " << k + 1;
-            if (x.handler) EXPECT_TRUE(provided_mask[i] & (1u << k));
+            if (x.handler) {
+                EXPECT_TRUE(provided_mask[i] & (1u << k));
+            }
         }
     }
     for (std::size_t i = 0; i < constant_count; ++i) {
@@ -48,11 +50,12 @@ TEST(PublishedTables, TheModuleHandsOutTheGeneratedTables) {
         ASSERT_STREQ(cons[i].french, constants[i].french);
         EXPECT_EQ(cons[i].attributes, constants[i].attributes);
         EXPECT_EQ(cons[i].kind, constants[i].kind);
-        if (constants[i].kind == KP_CONST_STRING)
+        if (constants[i].kind == KP_CONST_STRING) {
             EXPECT_EQ(kp::tables::test::constant_text(cons[i]),
                       kp::tables::test::constant_text(constants[i]));
-        else
+        } else {
             EXPECT_EQ(cons[i].value, constants[i].value);
+        }
     }
     for (std::size_t i = 0; i < variable_count; ++i) {
         EXPECT_STREQ(vars[i].french, variables[i].french);

@@ -1,0 +1,134 @@
+// Current date and time, the smoothed hundredths and setting the clock,
+// over a clock the test drives.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "datetime/calendar.h"
+#include "datetime/now.h"
+#include "platform/win32_error.h"
+
+namespace kp::datetime {
+namespace {
+
+class FakeClock : public platform::Clock {
+  public:
+    platform::SystemTime now{2024, 2, 29, 13, 5, 42, 378, 4};
+    uint32_t tick = 1000;
+    bool refuse = false;
+    mutable int writes = 0;
+    mutable platform::SystemTime written{};
+
+    platform::SystemTime local_time() const override { return now; }
+    bool set_local_time(const platform::SystemTime& t, uint32_t* error) const override {
+        if (refuse) {
+            *error = platform::kErrorPrivilegeNotHeld;
+            return false;
+        }
+        ++writes;
+        written = t;
+        return true;
+    }
+    uint32_t tick_ms() const override { return tick; }
+};
+
+struct Err {
+    kp_error_record rec{};
+    CXError err{&rec};
+    Err() { rec.severity = 1; }
+};
+
+TEST(CurrentTime, PlainReading) {
+    FakeClock c;
+    Smoother s;
+    EXPECT_EQ(date_sys(c), u"20240229");
+    EXPECT_EQ(time_sys(c, false, s), u"13054237");
+}
+
+TEST(CurrentTime, SmoothedHundredthsFollowTheTick) {
+    FakeClock c;
+    c.now.milliseconds = 0;
+    Smoother s;
+    EXPECT_EQ(time_sys(c, true, s), u"13054200");
+    c.tick += 456; // the clock still reads the same second
+    EXPECT_EQ(time_sys(c, true, s), u"13054245");
+    c.tick += 1000;
+    c.now.second = 43;
+    EXPECT_EQ(time_sys(c, true, s), u"13054345");
+}
+
+TEST(CurrentTime, SmoothingResynchronises) {
+    Smoother s;
+    const int64_t base = 3600000;
+    EXPECT_EQ(s.next(base, 0xFFFFFF00u), base);
+    // The tick wraps around 2^32 without a jump.
+    EXPECT_EQ(s.next(base, 0x100u), base + 512);
+    // More than two seconds of drift: the clock's reading wins.
+    EXPECT_EQ(s.next(base + 10000, 0x200u), base + 10000);
+    EXPECT_EQ(s.next(base + 10000, 0x200u + 2000), base + 12000);
+    // Past midnight: taken again from the clock.
+    Smoother late;
+    EXPECT_EQ(late.next(86399000, 0), 86399000);
+    EXPECT_EQ(late.next(86399000, 1500), 86399000);
+}
+
+TEST(SetClock, DateAndTimeReplaceTheirFieldsOnly) {
+    FakeClock c;
+    Err e;
+    EXPECT_TRUE(set_date_sys(u"20231225", c, e.err));
+    EXPECT_EQ(c.written.year, 2023);
+    EXPECT_EQ(c.written.month, 12);
+    EXPECT_EQ(c.written.day, 25);
+    EXPECT_EQ(c.written.hour, 13);
+    EXPECT_EQ(c.written.milliseconds, 378);
+    EXPECT_TRUE(set_time_sys(u"07080999", c, e.err));
+    EXPECT_EQ(c.written.year, 2024);
+    EXPECT_EQ(c.written.hour, 7);
+    EXPECT_EQ(c.written.minute, 8);
+    EXPECT_EQ(c.written.second, 9);
+    EXPECT_EQ(c.written.milliseconds, 99); // hundredths written unscaled
+    EXPECT_EQ(e.rec.severity, 1);
+}
+
+TEST(SetClock, InvalidValuesNeverReachTheClock) {
+    FakeClock c;
+    Err e;
+    EXPECT_FALSE(set_date_sys(u"20230229", c, e.err));
+    EXPECT_EQ(e.rec.id, kErrFebruary29);
+    Err e2;
+    EXPECT_FALSE(set_time_sys(u"2500", c, e2.err));
+    EXPECT_EQ(e2.rec.id, kErrHours);
+    Err e3;
+    EXPECT_FALSE(set_date_sys(u"", c, e3.err));
+    EXPECT_EQ(e3.rec.id, kErrDateLength);
+    EXPECT_EQ(c.writes, 0);
+}
+
+TEST(SetClock, RefusalRecordsTheSystemError) {
+    FakeClock c;
+    c.refuse = true;
+    Err e;
+    EXPECT_FALSE(set_date_sys(u"20231225", c, e.err));
+    EXPECT_EQ(e.rec.severity, 2);
+    EXPECT_EQ(e.rec.system_code, platform::kErrorPrivilegeNotHeld);
+    std::u16string msg(e.rec.message, e.rec.message_length);
+    EXPECT_NE(msg.find(u" (1314)"), std::u16string::npos);
+    Err e2;
+    EXPECT_FALSE(set_time_sys(u"1200", c, e2.err));
+    EXPECT_EQ(e2.rec.system_code, platform::kErrorPrivilegeNotHeld);
+    EXPECT_EQ(c.writes, 0);
+}
+
+TEST(PlatformClock, ReadsAConsistentLocalTime) {
+    const platform::Clock& c = platform::system_clock();
+    platform::SystemTime t = c.local_time();
+    Date d;
+    EXPECT_TRUE(parse_date(format_date(t.year, t.month, t.day), d, nullptr));
+    EXPECT_LT(t.hour, 24);
+    EXPECT_LT(t.milliseconds, 1000);
+    uint32_t a = c.tick_ms(), b = c.tick_ms();
+    EXPECT_LE(static_cast<uint32_t>(b - a), 1000u);
+}
+
+} // namespace
+} // namespace kp::datetime

@@ -58,8 +58,11 @@ std::u16string utf16(std::string_view s) {
     std::size_t i = 0;
     while (i < s.size()) {
         uint8_t b = static_cast<uint8_t>(s[i]);
-        int extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 && b >= 0xC2 ? 1 : (b & 0xF0) == 0xE0 ? 2
-                                 : (b & 0xF8) == 0xF0 && b <= 0xF4 ? 3 : -1;
+        int extra = b < 0x80                          ? 0
+                    : (b & 0xE0) == 0xC0 && b >= 0xC2 ? 1
+                    : (b & 0xF0) == 0xE0              ? 2
+                    : (b & 0xF8) == 0xF0 && b <= 0xF4 ? 3
+                                                      : -1;
         uint32_t cp = extra == 0 ? b : extra == 1 ? (b & 0x1F) : extra == 2 ? (b & 0x0F) : (b & 0x07);
         bool ok = extra >= 0 && i + extra < s.size() + (extra == 0);
         if (ok && extra > 0 && i + extra >= s.size()) ok = false;
@@ -94,7 +97,8 @@ const i128 kCurrencyMin = -(static_cast<i128>(1) << 79);
 
 i128 currency_value(const uint8_t (&cy)[10]) {
     i128 v = 0;
-    for (int k = 9; k >= 0; --k) v = (v << 8) | cy[k];
+    for (int k = 9; k >= 0; --k)
+        v = (v << 8) | cy[k];
     if (cy[9] & 0x80) v -= static_cast<i128>(1) << 80;
     return v;
 }
@@ -111,7 +115,8 @@ bool currency_store(i128 v, uint8_t (&cy)[10]) {
 
 bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
     std::size_t i = 0;
-    while (i < text.size() && text[i] == ' ') ++i;
+    while (i < text.size() && text[i] == ' ')
+        ++i;
     bool neg = false;
     if (i < text.size() && (text[i] == '-' || text[i] == '+')) neg = text[i++] == '-';
     i128 whole = 0;
@@ -135,9 +140,11 @@ bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
             ++i;
         }
     }
-    while (i < text.size() && text[i] == ' ') ++i;
+    while (i < text.size() && text[i] == ' ')
+        ++i;
     if (i != text.size() || digits + fdigits == 0) return false;
-    for (int k = fdigits; k < 6; ++k) frac *= 10;
+    for (int k = fdigits; k < 6; ++k)
+        frac *= 10;
     i128 v = whole * 1000000 + frac + (round_up ? 1 : 0);
     return currency_store(neg ? -v : v, out);
 }
@@ -219,31 +226,55 @@ Value Value::variable(Value initial) {
 
 const char* Host::type_name(uint16_t code) {
     switch (code & 0xFF) {
-    case KP_T_NONE: return "none";
-    case KP_T_BOOL: return "boolean";
-    case KP_T_INT: return "integer";
-    case KP_T_INT64: return "8-byte integer";
-    case KP_T_CURRENCY: return "currency";
+    case KP_T_NONE:
+        return "none";
+    case KP_T_BOOL:
+        return "boolean";
+    case KP_T_INT:
+        return "integer";
+    case KP_T_INT64:
+        return "8-byte integer";
+    case KP_T_CURRENCY:
+        return "currency";
     case KP_T_REAL:
-    case KP_T_REAL_ALT: return "real";
-    case KP_T_HANDLE_IN: return "handle";
-    case KP_T_HANDLE_OUT: return "handle result";
-    case KP_T_STRING: return "string";
-    case KP_T_STRING_RESULT: return "string buffer";
-    case KP_T_DATE: return "date";
-    case KP_T_TIME: return "time";
-    case KP_T_DATETIME: return "date-time";
-    case KP_T_DURATION: return "duration";
-    case KP_T_BUFFER: return "buffer";
-    case KP_T_ANY: return "any";
-    case KP_T_WINDOW: return "window";
-    case KP_T_IMAGE: return "image";
-    case KP_T_CONTROL: return "control";
-    case KP_T_PROCEDURE: return "procedure";
-    case KP_T_RAW_STRING: return "raw string";
-    case KP_T_RAW_DATA: return "raw data";
-    case KP_T_STORABLE: return "storable value";
-    default: return "unknown";
+    case KP_T_REAL_ALT:
+        return "real";
+    case KP_T_HANDLE_IN:
+        return "handle";
+    case KP_T_HANDLE_OUT:
+        return "handle result";
+    case KP_T_STRING:
+        return "string";
+    case KP_T_STRING_RESULT:
+        return "string buffer";
+    case KP_T_DATE:
+        return "date";
+    case KP_T_TIME:
+        return "time";
+    case KP_T_DATETIME:
+        return "date-time";
+    case KP_T_DURATION:
+        return "duration";
+    case KP_T_BUFFER:
+        return "buffer";
+    case KP_T_ANY:
+        return "any";
+    case KP_T_WINDOW:
+        return "window";
+    case KP_T_IMAGE:
+        return "image";
+    case KP_T_CONTROL:
+        return "control";
+    case KP_T_PROCEDURE:
+        return "procedure";
+    case KP_T_RAW_STRING:
+        return "raw string";
+    case KP_T_RAW_DATA:
+        return "raw data";
+    case KP_T_STORABLE:
+        return "storable value";
+    default:
+        return "unknown";
     }
 }
 
@@ -265,7 +296,9 @@ char16_t* make(kp_allocator* alloc, const void* data, std::size_t bytes, uint32_
     return p;
 }
 
-bool is_binary(const char16_t* p) { return p && ((kp_string_header_of(p)->flags >> 1) & 7u) == 1; }
+bool is_binary(const char16_t* p) {
+    return p && ((kp_string_header_of(p)->flags >> 1) & 7u) == 1;
+}
 
 Value value_of_buffer(const char16_t* p, bool want_buffer) {
     if (!p) return want_buffer ? Value::buffer({}) : Value::string(u"");
@@ -321,27 +354,37 @@ void release_buffer(char16_t* p) {
 
 Value value_from_result(const void* value, uint32_t type) {
     switch (type & 0xFF) {
-    case KP_T_BOOL: return Value::boolean(*static_cast<const int32_t*>(value) != 0);
-    case KP_T_INT: return Value::integer(*static_cast<const int32_t*>(value));
-    case KP_T_INT64: return Value::int64(*static_cast<const int64_t*>(value));
+    case KP_T_BOOL:
+        return Value::boolean(*static_cast<const int32_t*>(value) != 0);
+    case KP_T_INT:
+        return Value::integer(*static_cast<const int32_t*>(value));
+    case KP_T_INT64:
+        return Value::int64(*static_cast<const int64_t*>(value));
     case KP_T_CURRENCY: {
         uint8_t cy[10];
         std::memcpy(cy, value, 10);
         return Value::currency(cy);
     }
     case KP_T_REAL:
-    case KP_T_REAL_ALT: return Value::real(*static_cast<const double*>(value));
+    case KP_T_REAL_ALT:
+        return Value::real(*static_cast<const double*>(value));
     case KP_T_HANDLE_IN:
-    case KP_T_HANDLE_OUT: return Value::integer(static_cast<int64_t>(*static_cast<const uintptr_t*>(value)));
+    case KP_T_HANDLE_OUT:
+        return Value::integer(static_cast<int64_t>(*static_cast<const uintptr_t*>(value)));
     case KP_T_STRING:
     case KP_T_STRING_RESULT:
     case KP_T_DATE:
     case KP_T_TIME:
-    case KP_T_DATETIME: return value_of_buffer(*static_cast<char16_t* const*>(value), false);
-    case KP_T_BUFFER: return value_of_buffer(*static_cast<char16_t* const*>(value), true);
-    case KP_T_DURATION: return Value::int64(*static_cast<const int64_t*>(value));
-    case KP_T_ANY: return value_from_variant(static_cast<const kp_variant*>(value));
-    default: return Value::none();
+    case KP_T_DATETIME:
+        return value_of_buffer(*static_cast<char16_t* const*>(value), false);
+    case KP_T_BUFFER:
+        return value_of_buffer(*static_cast<char16_t* const*>(value), true);
+    case KP_T_DURATION:
+        return Value::int64(*static_cast<const int64_t*>(value));
+    case KP_T_ANY:
+        return value_from_variant(static_cast<const kp_variant*>(value));
+    default:
+        return Value::none();
     }
 }
 
@@ -349,13 +392,17 @@ Value value_from_variant(const kp_variant* v) {
     if (!v) return Value::none();
     const kp_payload& p = v->value;
     switch (v->type & 0xFF) {
-    case KP_T_NONE: return Value::none();
+    case KP_T_NONE:
+        return Value::none();
     case KP_T_STRING:
     case KP_T_STRING_RESULT:
     case KP_T_RAW_STRING:
-    case KP_T_RAW_DATA: return value_of_buffer(p.str, false);
-    case KP_T_BUFFER: return value_of_buffer(p.str, true);
-    default: return value_from_result(&p, v->type & 0xFF);
+    case KP_T_RAW_DATA:
+        return value_of_buffer(p.str, false);
+    case KP_T_BUFFER:
+        return value_of_buffer(p.str, true);
+    default:
+        return value_from_result(&p, v->type & 0xFF);
     }
 }
 
@@ -397,7 +444,9 @@ void value_to_variant(kp_allocator* alloc, const Value& value, kp_variant* v) {
         v->type = KP_T_BUFFER;
         v->value.str = make_binary(alloc, x.bytes);
         break;
-    default: v->type = KP_T_NONE; break;
+    default:
+        v->type = KP_T_NONE;
+        break;
     }
 }
 
@@ -415,7 +464,9 @@ void destroy_variant(kp_variant* v) {
 // ------------------------------------------------------------------------
 
 namespace {
-bool integral_real(double r, double lo, double hi) { return std::isfinite(r) && std::trunc(r) == r && r >= lo && r <= hi; }
+bool integral_real(double r, double lo, double hi) {
+    return std::isfinite(r) && std::trunc(r) == r && r >= lo && r <= hi;
+}
 bool fits_i32(int64_t i) {
     return i >= std::numeric_limits<int32_t>::min() && i <= std::numeric_limits<int32_t>::max();
 }
@@ -426,7 +477,8 @@ int fit_score(const Value& x, uint16_t param, std::string* issue) {
     const bool convert = (param & KP_PARAM_CONVERT) != 0;
     const bool integer = x.kind == K::Int || x.kind == K::Int64;
     switch (param & 0xFF) {
-    case KP_T_BOOL: return x.kind == K::Bool ? 2 : integer ? 1 : -1;
+    case KP_T_BOOL:
+        return x.kind == K::Bool ? 2 : integer ? 1 : -1;
     case KP_T_INT:
         if (integer) {
             if (fits_i32(x.i)) return 2;
@@ -438,14 +490,20 @@ int fit_score(const Value& x, uint16_t param, std::string* issue) {
     case KP_T_INT64:
         if (integer) return 2;
         return x.kind == K::Real && integral_real(x.r, -9.2e18, 9.2e18) ? 1 : -1;
-    case KP_T_CURRENCY: return x.kind == K::Currency ? 2 : (integer || x.kind == K::Real) ? 1 : -1;
+    case KP_T_CURRENCY:
+        // A flagged (0x4000) monetary parameter takes a variable, which the call may update.
+        if ((param & KP_PARAM_FLAG_4000) && x.kind == K::Variable && x.ref)
+            return x.ref->kind == K::None || fit_score(*x.ref, param & 0xFF, nullptr) >= 0 ? 2 : -1;
+        return x.kind == K::Currency ? 2 : (integer || x.kind == K::Real) ? 1 : -1;
     case KP_T_REAL:
-    case KP_T_REAL_ALT: return x.kind == K::Real ? 2 : integer ? 1 : -1;
+    case KP_T_REAL_ALT:
+        return x.kind == K::Real ? 2 : integer ? 1 : -1;
     case KP_T_HANDLE_IN:
     case KP_T_HANDLE_OUT:
     case KP_T_WINDOW:
     case KP_T_IMAGE:
-    case KP_T_CONTROL: return integer ? 1 : -1;
+    case KP_T_CONTROL:
+        return integer ? 1 : -1;
     case KP_T_STRING:
     case KP_T_STRING_RESULT:
     case KP_T_DATE:
@@ -454,15 +512,19 @@ int fit_score(const Value& x, uint16_t param, std::string* issue) {
     case KP_T_DURATION:
         if (x.kind == K::String) return 2;
         return convert && (integer || x.kind == K::Real || x.kind == K::Bool) ? 1 : -1;
-    case KP_T_BUFFER: return x.kind == K::Buffer ? 2 : -1;
+    case KP_T_BUFFER:
+        return x.kind == K::Buffer ? 2 : -1;
     case KP_T_RAW_STRING:
-    case KP_T_RAW_DATA: return (x.kind == K::String || x.kind == K::Buffer) ? 2 : -1;
+    case KP_T_RAW_DATA:
+        return (x.kind == K::String || x.kind == K::Buffer) ? 2 : -1;
     case KP_T_ANY:
     case KP_T_STORABLE:
         if (x.kind == K::Variable) return 2;
         return (x.kind == K::None || x.kind == K::Procedure) ? -1 : 1;
-    case KP_T_PROCEDURE: return x.kind == K::Procedure ? 2 : -1;
-    default: return -1;
+    case KP_T_PROCEDURE:
+        return x.kind == K::Procedure ? 2 : -1;
+    default:
+        return -1;
     }
 }
 
@@ -471,10 +533,17 @@ std::u16string text_of(const Value& x) {
     char buf[64];
     switch (x.kind) {
     case Value::Kind::Int:
-    case Value::Kind::Int64: std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(x.i)); break;
-    case Value::Kind::Real: std::snprintf(buf, sizeof buf, "%.17g", x.r); break;
-    case Value::Kind::Bool: std::snprintf(buf, sizeof buf, "%d", x.b ? 1 : 0); break;
-    default: return x.s;
+    case Value::Kind::Int64:
+        std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(x.i));
+        break;
+    case Value::Kind::Real:
+        std::snprintf(buf, sizeof buf, "%.17g", x.r);
+        break;
+    case Value::Kind::Bool:
+        std::snprintf(buf, sizeof buf, "%d", x.b ? 1 : 0);
+        break;
+    default:
+        return x.s;
     }
     return utf16(buf);
 }
@@ -486,7 +555,9 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
     slot->type = param;
     void* arg = &slot->u;
     switch (param & 0xFF) {
-    case KP_T_BOOL: slot->u.i32 = x.kind == K::Bool ? x.b : x.i != 0; break;
+    case KP_T_BOOL:
+        slot->u.i32 = x.kind == K::Bool ? x.b : x.i != 0;
+        break;
     case KP_T_INT:
         if (x.kind == K::Real)
             slot->u.i32 = static_cast<int32_t>(x.r);
@@ -499,9 +570,19 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
             return false;
         }
         break;
-    case KP_T_INT64: slot->u.i64 = x.kind == K::Real ? static_cast<int64_t>(x.r) : x.i; break;
+    case KP_T_INT64:
+        slot->u.i64 = x.kind == K::Real ? static_cast<int64_t>(x.r) : x.i;
+        break;
     case KP_T_CURRENCY:
-        if (x.kind == K::Currency) {
+        if (x.kind == K::Variable && x.ref) {
+            if (x.ref->kind != K::None && !add(*x.ref, param & 0xFF, issue)) return false;
+            if (x.ref->kind != K::None) {
+                // Take over the slot the referenced value was marshalled into.
+                std::memcpy(slot->u.currency, slots_.back()->u.currency, 10);
+                slots_.pop_back();
+                argv_.pop_back();
+            }
+        } else if (x.kind == K::Currency) {
             std::memcpy(slot->u.currency, x.cy, 10);
         } else {
             double millionths = x.kind == K::Real ? std::round(x.r * 1e6) : static_cast<double>(x.i) * 1e6;
@@ -514,12 +595,16 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
         }
         break;
     case KP_T_REAL:
-    case KP_T_REAL_ALT: slot->u.real = x.kind == K::Real ? x.r : static_cast<double>(x.i); break;
+    case KP_T_REAL_ALT:
+        slot->u.real = x.kind == K::Real ? x.r : static_cast<double>(x.i);
+        break;
     case KP_T_HANDLE_IN:
     case KP_T_HANDLE_OUT:
     case KP_T_WINDOW:
     case KP_T_IMAGE:
-    case KP_T_CONTROL: slot->u.handle = static_cast<uintptr_t>(x.i); break;
+    case KP_T_CONTROL:
+        slot->u.handle = static_cast<uintptr_t>(x.i);
+        break;
     case KP_T_STRING:
     case KP_T_STRING_RESULT:
     case KP_T_DATE:
@@ -553,7 +638,9 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
         slot->procedure->fn = x.proc;
         slot->u.proc = slot->procedure.get();
         break;
-    default: *issue = "unsupported parameter type"; return false;
+    default:
+        *issue = "unsupported parameter type";
+        return false;
     }
     argv_.push_back(arg);
     slots_.push_back(std::move(slot));
@@ -565,6 +652,8 @@ void Marshalled::read_back(std::vector<Value>& args) {
         uint16_t t = slots_[k]->type & 0xFF;
         if ((t == KP_T_ANY || t == KP_T_STORABLE) && args[k].kind == Value::Kind::Variable && args[k].ref)
             *args[k].ref = value_from_variant(&slots_[k]->variant);
+        if (t == KP_T_CURRENCY && args[k].kind == Value::Kind::Variable && args[k].ref)
+            *args[k].ref = Value::currency(slots_[k]->u.currency);
     }
 }
 
@@ -579,10 +668,15 @@ Marshalled::~Marshalled() {
         case KP_T_DURATION:
         case KP_T_BUFFER:
         case KP_T_RAW_STRING:
-        case KP_T_RAW_DATA: release_buffer(s->u.str); break;
+        case KP_T_RAW_DATA:
+            release_buffer(s->u.str);
+            break;
         case KP_T_ANY:
-        case KP_T_STORABLE: destroy_variant(&s->variant); break;
-        default: break;
+        case KP_T_STORABLE:
+            destroy_variant(&s->variant);
+            break;
+        default:
+            break;
         }
     }
 }
@@ -591,7 +685,8 @@ int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant*
                             kp_variant* result) {
     if (!proc || !proc->fn || !*proc->fn) return 1;
     std::vector<Value> values;
-    for (int32_t k = 0; k < argc; ++k) values.push_back(value_from_variant(&args[k]));
+    for (int32_t k = 0; k < argc; ++k)
+        values.push_back(value_from_variant(&args[k]));
     Value r = (*proc->fn)(values);
     if (result) {
         destroy_variant(result);
@@ -621,7 +716,8 @@ bool parse_real(std::u16string_view s, double& out) {
     if (b == std::string::npos) return false;
     a = a.substr(b, e - b + 1);
     for (char c : a)
-        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E')) return false;
+        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E'))
+            return false;
     char* end = nullptr;
     out = std::strtod(a.c_str(), &end);
     return end && *end == 0 && std::isfinite(out);
@@ -643,8 +739,12 @@ int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uin
     std::u16string text;
     switch (from) {
     case KP_T_BOOL:
-    case KP_T_INT: integer = value->i32; break;
-    case KP_T_INT64: integer = value->i64; break;
+    case KP_T_INT:
+        integer = value->i32;
+        break;
+    case KP_T_INT64:
+        integer = value->i64;
+        break;
     case KP_T_REAL:
     case KP_T_REAL_ALT:
         real = value->real;
@@ -661,7 +761,8 @@ int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uin
     case KP_T_STRING_RESULT:
         if (value->str) text.assign(value->str, kp_string_header_of(value->str)->length);
         break;
-    default: return kConversionUnsupported;
+    default:
+        return kConversionUnsupported;
     }
     if (is_text && to != KP_T_STRING && to != KP_T_STRING_RESULT) {
         if (to == KP_T_CURRENCY) {
@@ -675,7 +776,9 @@ int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uin
     }
     auto as_real = [&] { return integral ? static_cast<double>(integer) : real; };
     switch (to) {
-    case KP_T_BOOL: scratch->i32 = as_real() != 0; return 0;
+    case KP_T_BOOL:
+        scratch->i32 = as_real() != 0;
+        return 0;
     case KP_T_INT: {
         double r = as_real();
         if (!(r >= -2147483648.0 && r <= 2147483647.0)) return kConversionOverflow;
@@ -689,7 +792,9 @@ int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uin
         return 0;
     }
     case KP_T_REAL:
-    case KP_T_REAL_ALT: scratch->real = as_real(); return 0;
+    case KP_T_REAL_ALT:
+        scratch->real = as_real();
+        return 0;
     case KP_T_CURRENCY: {
         double r = as_real();
         if (!std::isfinite(r) || std::fabs(r) > 6.0e17) return kConversionOverflow;
@@ -712,7 +817,8 @@ int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uin
         scratch->str = make_text(current_allocator(), text);
         return 0;
     }
-    default: return kConversionUnsupported;
+    default:
+        return kConversionUnsupported;
     }
 }
 } // namespace
@@ -722,12 +828,14 @@ __attribute__((visibility("default"))) int32_t nConversionDepassement(const kp_p
                                                                       kp_payload* scratch, uint32_t to) {
     return convert(value, from, scratch, to);
 }
-__attribute__((visibility("default"))) int32_t nConversionDepassementEx(const kp_payload* value, uint32_t from,
-                                                                        kp_payload* scratch, uint32_t to, int32_t) {
+__attribute__((visibility("default"))) int32_t
+nConversionDepassementEx(const kp_payload* value, uint32_t from, kp_payload* scratch, uint32_t to, int32_t) {
     return convert(value, from, scratch, to);
 }
 // A converted string belongs to the variant that received it: nothing to free.
 __attribute__((visibility("default"))) void FinConversion(kp_payload*) {}
 // The VM's peer entry point, called by the component's execution hooks.
-__attribute__((visibility("default"))) int32_t Execution(int32_t, uintptr_t*) { return 1; }
+__attribute__((visibility("default"))) int32_t Execution(int32_t, uintptr_t*) {
+    return 1;
+}
 }

@@ -1,0 +1,158 @@
+// The exported entry points, answered through the real module as a VM calls them.
+#include <gtest/gtest.h>
+#include <dlfcn.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "support/test_host.h"
+
+namespace {
+
+using kp::host::CallStatus;
+using kp::host::Value;
+
+class EntryTest : public ::testing::Test {
+protected:
+    kp::test::HostFixture fx;
+    kp::host::Host& host() { return *fx.host; }
+};
+
+TEST_F(EntryTest, HostLoadsTheModule) { ASSERT_TRUE(host().loaded()) << host().load_error(); }
+
+TEST_F(EntryTest, InfoComposanteAnswers) {
+    EXPECT_EQ(host().info(0, 0), 2);
+    EXPECT_EQ(host().info(1, 0), 8);
+    EXPECT_EQ(host().info(2, 0), 0x204);
+    EXPECT_EQ(host().info(3, 0), 1);
+    EXPECT_EQ(host().info(22, 0), 381);
+    EXPECT_EQ(host().info(24, 0), 441);
+    EXPECT_EQ(host().info(26, 0), 45);
+    EXPECT_NE(host().info(21, 0), 0);
+    EXPECT_NE(host().info(23, 0), 0);
+    EXPECT_NE(host().info(25, 0), 0);
+    for (int q : {5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18, 19, 20, 28, 29, 100, -1})
+        EXPECT_EQ(host().info(q, 0), 0) << "query " << q;
+    for (int lang : {0, 1}) {
+        auto* d = reinterpret_cast<const char16_t*>(host().info(4, lang));
+        ASSERT_NE(d, nullptr);
+        EXPECT_EQ(d[0], 0); // empty description, never a null address
+    }
+}
+
+TEST_F(EntryTest, WordsSetThroughTheComponentObject) {
+    kp_component_object* obj = host().query_proxy(60);
+    ASSERT_NE(obj, nullptr);
+    EXPECT_EQ(obj->word1, 0u);
+    EXPECT_EQ(obj->word2, 0u);
+    obj->ops->set_error_state(obj, 0x1234, 0x5678);
+    EXPECT_EQ(host().info(13, 0), 0x1234);
+    EXPECT_EQ(host().info(27, 0), 0x5678);
+    obj->ops->destroy(obj);
+}
+
+TEST_F(EntryTest, ComponentObjectNamesAndLanguages) {
+    kp_component_object* obj = host().query_proxy(60);
+    ASSERT_NE(obj, nullptr);
+    char16_t buf[64];
+    obj->ops->set_language(obj, 0);
+    obj->ops->name(obj, buf, 64);
+    EXPECT_EQ(std::u16string(buf), u"Fonctions standard");
+    obj->ops->set_language(obj, 7); // anything but 0 is English
+    obj->ops->name(obj, buf, 64);
+    EXPECT_EQ(std::u16string(buf), u"Standard functions");
+    obj->ops->name(obj, buf, 5); // cut to the buffer, always terminated
+    EXPECT_EQ(std::u16string(buf), u"Stan");
+    EXPECT_EQ(obj->ops->description(obj)[0], 0);
+    obj->ops->destroy(obj);
+    for (int code : {0, 59, 61, -1}) EXPECT_EQ(host().query_proxy(code), nullptr);
+}
+
+TEST_F(EntryTest, UnknownCodesAnswerZero) {
+    EXPECT_EQ(host().general_param(2007, 5), 0);
+    EXPECT_EQ(host().general_param(0, 0), 0);
+    uintptr_t block[4] = {};
+    EXPECT_EQ(host().execution(1, block), 0);
+    EXPECT_EQ(host().execution(3986, block), 0);
+    host().command(99, nullptr); // ignored
+    host().command(1, block);
+    EXPECT_EQ(host().info(0, 0), 2); // still answering
+}
+
+TEST_F(EntryTest, AttachNeedsThePeerEntryPoint) {
+    // A module without "Execution": nothing is registered and 0 comes back,
+    // unless the hooks exist already (the host attached at start-up).
+    void* libm = dlopen("libm.so.6", RTLD_NOW);
+    ASSERT_NE(libm, nullptr);
+    uintptr_t block[4] = {0, reinterpret_cast<uintptr_t>(libm), 0, 0};
+    uintptr_t detach[4] = {};
+    EXPECT_EQ(host().execution(4875, detach), 1); // the host's own attach ends: hooks destroyed
+    EXPECT_EQ(host().execution(3985, block), 0);
+    EXPECT_EQ(host().execution(3985, nullptr), 0);
+    dlclose(libm);
+    EXPECT_EQ(host().execution(4875, detach), 1); // detach below zero stays harmless
+}
+
+TEST_F(EntryTest, LocaleMessagesAnswerOne) {
+    uintptr_t words[3] = {1, 1, 5};
+    EXPECT_EQ(host().execution(4876, words), 1);
+    EXPECT_EQ(host().execution(4877, words), 1);
+}
+
+TEST_F(EntryTest, MessageTextOnRequest) {
+    char16_t buf[64] = {};
+    uintptr_t block[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 64, 0};
+    host().command(3, block);
+    EXPECT_EQ(std::u16string(buf), u"bytes;KB;MB;GB;TB");
+    EXPECT_EQ(block[4], 17u);
+    uintptr_t small[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 6, 0};
+    host().command(3, small);
+    EXPECT_EQ(std::u16string(buf), u"bytes");
+    EXPECT_EQ(small[4], 5u);
+    host().command(3, nullptr);
+}
+
+TEST_F(EntryTest, DeclareProxyListsNothing) {
+    void* list = nullptr;
+    void* first = reinterpret_cast<void*>(1);
+    uint16_t c1 = 9, c2 = 9;
+    host().declare_proxy(&list, &c1, &first, &c2);
+    EXPECT_NE(list, nullptr);
+    EXPECT_EQ(first, nullptr);
+    EXPECT_EQ(c1, 0);
+    EXPECT_EQ(c2, 0);
+}
+
+TEST_F(EntryTest, ConversionHooksRefusedOnRevisionOrMode) {
+    EXPECT_EQ(host().init_conversions(nullptr, 1, 0), 0);
+    EXPECT_EQ(host().init_conversions(nullptr, 2, 3), 0);
+    void* libm = dlopen("libm.so.6", RTLD_NOW);
+    EXPECT_EQ(host().init_conversions(libm, 2, 0), 0); // the required hooks are missing
+    dlclose(libm);
+}
+
+struct ReleaseCounter {
+    kp_allocator base;
+    int releases = 0;
+};
+
+TEST_F(EntryTest, ReplacingTheAllocatorReleasesTheOldOne) {
+    static const kp_allocator_ops ops = {nullptr, nullptr, nullptr,
+                                         [](kp_allocator* a, int32_t flag) {
+                                             EXPECT_EQ(flag, 1);
+                                             reinterpret_cast<ReleaseCounter*>(a)->releases++;
+                                         },
+                                         nullptr, nullptr, nullptr, nullptr};
+    ReleaseCounter first{{&ops, 0}}, second{{&ops, 1}};
+    kp_allocator* mine = host().allocator();
+    EXPECT_EQ(host().general_param(2008, reinterpret_cast<intptr_t>(&first.base)), 1);
+    EXPECT_EQ(host().general_param(2008, reinterpret_cast<intptr_t>(&second.base)), 1);
+    EXPECT_EQ(first.releases, 1);
+    EXPECT_EQ(host().general_param(2008, reinterpret_cast<intptr_t>(&first.base)), 1);
+    EXPECT_EQ(second.releases, 0); // marked as replaced: not released
+    first.base.replaced = 1;
+    host().general_param(2008, reinterpret_cast<intptr_t>(mine));
+}
+
+} // namespace

@@ -1,0 +1,166 @@
+// CXError: applying definitions, severities, system errors, message lookup
+// through the VM's callback, and the insert syntax.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "component/error.h"
+#include "component/runtime.h"
+
+namespace {
+
+std::u16string msg(const kp_error_record& r) { return std::u16string(r.message, r.message_length); }
+
+class ErrorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        saved = kp::runtime::state();
+        kp::runtime::state().message_callback = nullptr;
+        kp::runtime::state().services = nullptr;
+        rec.severity = KP_SEVERITY_NONE;
+    }
+    void TearDown() override { kp::runtime::state() = saved; }
+    kp_error_record rec{};
+    kp::CXError err{&rec};
+    kp::runtime::State saved;
+};
+
+TEST_F(ErrorTest, FirstDefinitionRowWins) {
+    err.set(80260);
+    EXPECT_EQ(rec.id, 80260u);
+    EXPECT_EQ(rec.severity, KP_SEVERITY_ERROR);
+    EXPECT_STREQ(rec.module_name, "KP120STD.DLL");
+    EXPECT_STREQ(rec.module_version, "12.00Dr");
+}
+
+TEST_F(ErrorTest, IdentifiersWithoutTextRecordAnEmptyMessage) {
+    err.set(80001);
+    EXPECT_EQ(rec.id, 80001u);
+    EXPECT_EQ(rec.message_length, 0u);
+    err.set(80002);
+    EXPECT_EQ(rec.id, 80002u);
+    EXPECT_EQ(rec.message_length, 0u);
+}
+
+TEST_F(ErrorTest, UnknownIdentifierIsFatalWithItsOwnMessage) {
+    err.set(99999);
+    EXPECT_EQ(rec.severity, KP_SEVERITY_FATAL);
+    EXPECT_EQ(msg(rec), u"##(CXError)-Pas de définition d'erreur dans gstErrorDef pour l'identifiant <99999>##");
+}
+
+TEST_F(ErrorTest, ExtraCodesAndSeverityOneRows) {
+    err.set(80022);
+    EXPECT_EQ(rec.extra, 1u);
+    err.set(80100);
+    EXPECT_EQ(rec.extra, 2u);
+    err.set(80102);
+    EXPECT_EQ(rec.extra, 3u);
+    err.set(80160); // severity 1: the object is clear again
+    EXPECT_EQ(rec.severity, KP_SEVERITY_NONE);
+    EXPECT_EQ(rec.id, 0u);
+    EXPECT_EQ(rec.message_length, 0u);
+}
+
+TEST_F(ErrorTest, SeverityRules) {
+    err.set(80121);
+    uint32_t len = rec.message_length;
+    err.set_severity(2);
+    err.set_severity(2);
+    EXPECT_EQ(rec.severity, 2);
+    EXPECT_EQ(rec.message_length, len);
+    err.set_severity(3);
+    EXPECT_EQ(rec.severity, 3);
+    err.set_system(2);
+    err.set_severity(1);
+    EXPECT_EQ(rec.severity, 1);
+    EXPECT_EQ(rec.id, 0u);
+    EXPECT_EQ(rec.message_length, 0u);
+    EXPECT_EQ(rec.system_code, 0u);
+}
+
+TEST_F(ErrorTest, SystemErrorKeepsCodeAndText) {
+    err.set_system(2);
+    EXPECT_EQ(rec.system_code, 2u);
+    EXPECT_GT(rec.system_text_length, 0u);
+    err.set_system(0);
+    EXPECT_EQ(rec.system_code, 0u);
+    EXPECT_EQ(rec.system_text_length, 0u);
+    err.set_system(0xDEADBEEF); // no text for it
+    EXPECT_EQ(rec.system_text_length, 0u);
+}
+
+int g_calls = 0;
+int g_sizes[4] = {};
+int32_t long_callback(uint32_t number, char16_t* buffer, int32_t size) {
+    if (g_calls < 4) g_sizes[g_calls] = size;
+    ++g_calls;
+    if (number != 4242) return 0;
+    if (size < 300) return 300;
+    std::u16string text(299, u'x');
+    text.replace(0, 6, u"<%1!u!");
+    for (std::size_t i = 0; i < text.size(); ++i) buffer[i] = text[i];
+    buffer[text.size()] = 0;
+    return static_cast<int32_t>(text.size());
+}
+
+TEST_F(ErrorTest, CallbackAskedAgainWithTheSizeItNeeds) {
+    kp::runtime::state().message_callback = long_callback;
+    g_calls = 0;
+    err.set_message(4242, {7u});
+    EXPECT_EQ(g_calls, 2);
+    EXPECT_EQ(g_sizes[0], 256);
+    EXPECT_EQ(g_sizes[1], 300);
+    EXPECT_EQ(msg(rec).substr(0, 4), u"<7xx");
+    EXPECT_EQ(rec.message_length, 295u);
+}
+
+TEST_F(ErrorTest, MissingMessageTextBecomesADiagnostic) {
+    err.set_message(3);
+    EXPECT_EQ(msg(rec), u"##(CXError)-Ressource <3> non chargée##");
+}
+
+int32_t empty_callback(uint32_t, char16_t* buffer, int32_t) {
+    buffer[0] = 0;
+    return 0;
+}
+
+TEST_F(ErrorTest, MessagesAreAppendedOnLinesOfTheirOwn) {
+    err.set(80121);
+    std::u16string first = msg(rec);
+    ASSERT_FALSE(first.empty());
+    err.append_formatted(u"##(IXStream)-Handle=<%1!p!>##", {reinterpret_cast<const void*>(0x1F)});
+    std::u16string all = msg(rec);
+    EXPECT_EQ(all.substr(0, first.size()), first);
+    EXPECT_EQ(all.substr(first.size()), u"\r\n##(IXStream)-Handle=<000000000000001F>##");
+    (void)empty_callback;
+}
+
+TEST_F(ErrorTest, UnformattableTextIsKeptRaw) {
+    err.append_formatted(u"value %2!u!", {1u});
+    EXPECT_EQ(msg(rec), u"\r\n##(CXError)-Message non formaté : <value %2!u!>##");
+}
+
+TEST_F(ErrorTest, MessageLongerThanTheRecordIsCut) {
+    std::u16string big(10000, u'a');
+    err.append_line(big);
+    EXPECT_EQ(rec.message_length, KP_ERROR_MESSAGE_CAPACITY - 1u);
+    EXPECT_EQ(rec.message[KP_ERROR_MESSAGE_CAPACITY - 1], 0);
+}
+
+TEST(MessageFormat, InsertSyntax) {
+    std::u16string out;
+    ASSERT_TRUE(kp::format_message(u"<%1!u!> <%2!d!> <%3>", {4000000000u, -12, u"txt"}, out));
+    EXPECT_EQ(out, u"<4000000000> <-12> <txt>");
+    ASSERT_TRUE(kp::format_message(u"%1!s! and %1!s!", {u"twice"}, out));
+    EXPECT_EQ(out, u"twice and twice");
+    ASSERT_TRUE(kp::format_message(u"Le module %s est corrompu. The module %s", {u"A", u"B"}, out));
+    EXPECT_EQ(out, u"Le module A est corrompu. The module B");
+    ASSERT_TRUE(kp::format_message(u"100%% %1!04X!", {255u}, out));
+    EXPECT_EQ(out, u"100% 00FF");
+    EXPECT_FALSE(kp::format_message(u"%1!u!", {}, out));       // missing insert
+    EXPECT_FALSE(kp::format_message(u"%1!u!", {u"text"}, out)); // text for a number
+    EXPECT_FALSE(kp::format_message(u"%1!u", {1u}, out));       // unterminated format
+    EXPECT_FALSE(kp::format_message(u"trailing %", {}, out));
+}
+
+} // namespace

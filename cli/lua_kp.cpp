@@ -23,9 +23,9 @@ using kp::host::Value;
 namespace {
 
 // Registry key of the Session pointer.
-const char kSessionKey = 0;
+char kSessionKey;
 // Registry key of the error a Lua procedure raised during a component call.
-const char kPendingKey = 0;
+char kPendingKey;
 
 Session& session(lua_State* L) {
     lua_rawgetp(L, LUA_REGISTRYINDEX, &kSessionKey);
@@ -443,8 +443,6 @@ int call_impl(lua_State* L, std::string& err) {
         return kFail;
     }
     const kp_overload& o = fn->overloads[ov];
-    lua_pushnil(L);
-    lua_rawsetp(L, LUA_REGISTRYINDEX, &kPendingKey);
     kp::host::CallOutcome out = s.host.call_overload(*fn, ov, args);
     switch (out.status) {
     case CallStatus::Ok:

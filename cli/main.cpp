@@ -185,7 +185,7 @@ bool prepare_paths(const Args& a, kp::host::Options& o, std::string& err) {
 
 // os.exit ends the script by unwinding to main, so that the host detaches
 // from the component and closes its files and registry on the way out.
-const char kExitKey = 0;
+char kExitKey;
 int exit_code = 0;
 bool exited = false;
 
@@ -195,7 +195,7 @@ int lua_exit(lua_State* L) {
     else
         exit_code = static_cast<int>(luaL_optinteger(L, 1, 0));
     exited = true;
-    lua_pushlightuserdata(L, const_cast<char*>(&kExitKey));
+    lua_pushlightuserdata(L, &kExitKey);
     return lua_error(L);
 }
 

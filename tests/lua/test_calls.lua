@@ -59,7 +59,10 @@ end)
 
 T.group("error messages carry the caller's line", function()
   if not T.provided("ZigouigouiARoulette", 0) then T.skip("ZigouigouiARoulette not provided") end
-  local msg = T.raises("ZigouigouiARoulette", kp.ZigouigouiARoulette, 1, 2)
+  local msg = T.raises("ZigouigouiARoulette", function()
+    local r = kp.ZigouigouiARoulette(1, 2)
+    return r
+  end)
   T.ok(msg:find("test_calls.lua:%d+:") ~= nil, "position in '" .. msg .. "'")
 end)
 

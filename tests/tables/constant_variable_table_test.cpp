@@ -53,6 +53,11 @@ TEST(ConstantTable, AttributeWordsAreTheOnesInUse) {
     EXPECT_TRUE(constant_by_english("foWriteLock")->attributes & KP_ATTR_NOT_PROVIDED);
     EXPECT_TRUE(constant_by_english("exeName")->attributes & KP_ATTR_NOT_PROVIDED);
     EXPECT_FALSE(constant_by_english("foUnicode")->attributes & KP_ATTR_NOT_PROVIDED);
+    // Parameter stores: the registry and INI ones only.
+    EXPECT_FALSE(constant_by_english("paramRegistry")->attributes & KP_ATTR_NOT_PROVIDED);
+    EXPECT_TRUE(constant_by_english("paramXML")->attributes & KP_ATTR_NOT_PROVIDED);
+    EXPECT_TRUE(constant_by_english("paramString")->attributes & KP_ATTR_NOT_PROVIDED);
+    EXPECT_FALSE(constant_by_english("ParamIni")->attributes & KP_ATTR_NOT_PROVIDED);
 }
 
 TEST(ConstantTable, NamesAreUniqueInEachLanguage) {

@@ -187,4 +187,37 @@ T.group("French interface language", function()
   T.ok(fr ~= en, "day names follow --lang: " .. fr .. en)
 end)
 
+T.group("component that cannot be loaded", function()
+  local out, err, code = run("KP120_COMPONENT=" .. q(work .. "/no-such-lib.so") .. " " .. base .. " -e 1")
+  T.eq(code, 1, "exit code")
+  T.eq(out, "", "stdout")
+  one_line(err, "message")
+  T.ok(err:find("cannot load the component", 1, true), err)
+end)
+
+T.group("device root and registry paths", function()
+  local root = work .. "/root-check"
+  local cmd = q(exe) .. " --root " .. q(root) .. " --registry " .. q(work .. "/sub/dir/reg.sqlite3")
+  local chunk = [[
+    local ok, r = pcall(kp.fSaveText, "\\in-root.txt", "x")
+    if not ok then print("n/a") return end
+    print(r, kp.fSaveText("/Data/slash.txt", "y"))
+  ]]
+  os.execute("rm -rf " .. q(root))
+  local out, err, code = run(cmd .. " -e " .. q("print(1)"))
+  T.eq(code, 0, "exit code: " .. err)
+  T.ok(io.open(root .. "/", "r") ~= nil, "device root created")
+  T.ok(io.open(work .. "/sub/dir/", "r") ~= nil, "registry folder created")
+  os.execute("mkdir -p " .. q(root .. "/Data"))
+  out, err, code = run(cmd .. " -e " .. q(chunk))
+  T.eq(code, 0, "exit code: " .. err)
+  if out == "n/a\n" then T.skip("fSaveText not provided") end
+  T.eq(out, "true\ttrue\n", "both names written")
+  for _, name in ipairs({ "/in-root.txt", "/Data/slash.txt" }) do
+    local f = io.open(root .. name, "rb")
+    T.ok(f ~= nil, name .. " lands under the root")
+    f:close()
+  end
+end)
+
 T.done()

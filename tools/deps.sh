@@ -3,7 +3,7 @@
 # need, when they are missing.  As root it runs apt-get; otherwise it prints
 # the command to run.
 set -eu
-pkgs=(build-essential cmake pkg-config python3 clang libclang-rt-dev lld
+pkgs=(build-essential gcc-multilib cmake pkg-config python3 clang libclang-rt-dev lld
       libicu-dev libsqlite3-dev liblua5.4-dev libedit-dev
       libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev ncompress coreutils gcovr)
 missing=()

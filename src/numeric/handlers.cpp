@@ -1,13 +1,11 @@
 // handlers.cpp - the handlers of the numeric, colour and currency functions.
 // Each adapts the arguments, calls one implementation and hands back the result.
-#include <chrono>
-#include <cstring>
-
 #include "component/call.h"
 #include "numeric/colour.h"
 #include "numeric/currency.h"
 #include "numeric/numbers.h"
 #include "numeric/random.h"
+#include "platform/clock.h"
 
 namespace kp::handlers {
 
@@ -24,10 +22,9 @@ void ret_random(Call& call, const numeric::RandomValue& r) {
     variant::destroy(&v);
 }
 
-// The millisecond tick of the system clock (GetTickCount's count, modulo 2^32).
+// The device's tick count (milliseconds, modulo 2^32).
 uint32_t tick_count() {
-    using namespace std::chrono;
-    return static_cast<uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+    return platform::system_clock().tick_ms();
 }
 
 numeric::Money money(const Call& call, int i) {

@@ -1,0 +1,264 @@
+// The euro functions on a rate table of their own.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "numeric/currency.h"
+
+using kp::numeric::Money;
+namespace num = kp::numeric;
+
+namespace {
+
+struct Err {
+    kp_error_record rec{};
+    kp::CXError err{&rec};
+    Err() { rec.severity = 1; }
+};
+
+Money m(const char* text) {
+    return Money::from_text(text).value();
+}
+
+// Euro, French franc, lira, Irish pound, escudo.
+struct Table {
+    kp_currency_table t{};
+    Table() {
+        std::memset(&t, 0, sizeof t);
+        const struct {
+            const char16_t* name;
+            int32_t rate;
+        } rows[] = {{u"EUR", 1000000},
+                    {u"FRF", 6559570},
+                    {u"ITL", 1936270000},
+                    {u"IEP", 787564},
+                    {u"PTE", 200482000}};
+        for (const auto& r : rows) {
+            t.rates[t.count] = r.rate;
+            std::memcpy(t.names[t.count], r.name, std::char_traits<char16_t>::length(r.name) * 2);
+            ++t.count;
+        }
+    }
+    kp_currency_table* operator->() { return &t; }
+    operator kp_currency_table*() { return &t; }
+};
+
+constexpr int32_t kFRF = 1, kITL = 2, kIEP = 3, kPTE = 4;
+
+} // namespace
+
+TEST(CurrencyLookup, DefaultsAndInvalidIndexes) {
+    Table t;
+    t->default_memory = kFRF;
+    t->default_view = kITL;
+    EXPECT_EQ(6559570, num::currency_rate(t, 0xFFFF, num::DefaultOf::Memory));
+    EXPECT_EQ(1936270000, num::currency_rate(t, 0xFFFF, num::DefaultOf::View));
+    EXPECT_EQ(787564, num::currency_rate(t, kIEP, num::DefaultOf::View));
+    for (int32_t bad : {0xFFFE, -1, -65537, 5, 64, 65536, INT32_MIN, INT32_MAX})
+        EXPECT_FALSE(num::currency_rate(t, bad, num::DefaultOf::View)) << bad;
+    // A default that points past the count is as invalid as the index itself.
+    t->default_view = 9;
+    EXPECT_FALSE(num::currency_rate(t, 0xFFFF, num::DefaultOf::View));
+    // An empty table has no currency at all, and a count above the capacity
+    // is held to it.
+    t->count = 0;
+    EXPECT_FALSE(num::currency_rate(t, 0, num::DefaultOf::View));
+    t->count = 60000;
+    EXPECT_TRUE(num::currency_rate(t, KP_CURRENCY_CAPACITY - 1, num::DefaultOf::View));
+    EXPECT_FALSE(num::currency_rate(t, KP_CURRENCY_CAPACITY, num::DefaultOf::View));
+    EXPECT_FALSE(num::currency_rate(nullptr, 0, num::DefaultOf::View));
+}
+
+TEST(CurrencyInit, ChecksIndexRateAndEuro) {
+    Table t;
+    Err ok;
+    num::init_currency(t, kFRF, u"Francs", m("6.6"), ok.err);
+    EXPECT_FALSE(ok.err.failed());
+    EXPECT_EQ(6600000, t->rates[kFRF]);
+    num::init_currency(t, kPTE, u"TwelveCharsX", m("2147.483647"), ok.err);
+    EXPECT_FALSE(ok.err.failed());
+    EXPECT_EQ(INT32_MAX, t->rates[kPTE]);
+    EXPECT_EQ(0, std::memcmp(t->names[kPTE], u"TwelveCh", 16)); // 8 characters kept, no terminator
+    EXPECT_EQ(u"TwelveCh", num::currency_name(t, kPTE, ok.err));
+    num::init_currency(t, 0, u"EUR", m("1"), ok.err);
+    EXPECT_FALSE(ok.err.failed());
+
+    struct Case {
+        int32_t index;
+        const char* rate;
+        uint32_t id;
+    } cases[] = {
+        {0, "1.000001", 80191},
+        {0, "2", 80191},
+        {5, "1", 80191},
+        {-1, "1", 80191},
+        {0xFFFF, "1", 80191},
+        {kFRF, "2148", 80192},
+        {kFRF, "2147.483648", 80192},
+        {kFRF, "2147.999999", 80192},
+        {kFRF, "0", 80192},
+        {kFRF, "-5", 80192},
+        {kFRF, "100000000000", 80192},
+    };
+    const Table pristine;
+    for (const Case& c : cases) {
+        Table fresh;
+        Err e;
+        num::init_currency(fresh, c.index, u"X", m(c.rate), e.err);
+        EXPECT_EQ(c.id, e.err.id()) << c.index << " " << c.rate;
+        EXPECT_EQ(2, e.err.severity());
+        EXPECT_EQ(0, std::memcmp(&fresh.t, &pristine.t, sizeof(kp_currency_table))) << "table changed";
+    }
+    Err e;
+    num::init_currency(t, kFRF, u"X", m("2148"), e.err);
+    EXPECT_NE(std::u16string_view::npos, e.err.message().find(u"2147"));
+    Err none;
+    num::init_currency(nullptr, 0, u"EUR", m("1"), none.err);
+    EXPECT_EQ(80190u, none.err.id());
+}
+
+TEST(CurrencyRate, RealRateAndFailures) {
+    Table t;
+    Err e;
+    EXPECT_DOUBLE_EQ(6.55957, num::exchange_rate(t, kFRF, e.err));
+    EXPECT_DOUBLE_EQ(1.0, num::exchange_rate(t, 0xFFFF, e.err));
+    EXPECT_FALSE(e.err.failed());
+    Err bad;
+    EXPECT_EQ(-1.0, num::exchange_rate(t, 0xFFFE, bad.err));
+    EXPECT_EQ(80191u, bad.err.id());
+    Err none;
+    EXPECT_EQ(-1.0, num::exchange_rate(nullptr, 0, none.err));
+    EXPECT_EQ(80190u, none.err.id());
+}
+
+TEST(CurrencyDefaults, ReturnPreviousAndIgnoreBadIndexes) {
+    Table t;
+    Err e;
+    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::Memory, kFRF, e.err));
+    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, std::nullopt, e.err));
+    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, -1, e.err));
+    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, 5, e.err));
+    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, 0xFFFF, e.err));
+    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, kPTE, e.err));
+    EXPECT_EQ(kPTE, t->default_memory);
+    EXPECT_EQ(0, t->default_view); // the other default is left alone
+    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::View, kIEP, e.err));
+    EXPECT_EQ(u"IEP", num::currency_name(t, 0xFFFF, e.err)); // names follow the display default
+    EXPECT_FALSE(e.err.failed());
+    Err none;
+    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none.err));
+    EXPECT_EQ(80190u, none.err.id());
+}
+
+TEST(CurrencyName, InvalidIndexGivesEmpty) {
+    Table t;
+    for (int32_t bad : {5, -1, 0xFFFE, 70000}) {
+        Err e;
+        EXPECT_EQ(u"", num::currency_name(t, bad, e.err));
+        EXPECT_EQ(80191u, e.err.id());
+    }
+}
+
+// Expected values from exact decimal arithmetic, truncated at the sixth decimal.
+TEST(CurrencyConversion, ExactToTheMillionth) {
+    Table t;
+    Err e;
+    auto euro = [&](const char* v, int32_t i) {
+        return num::to_euro(t, m(v), i, 6, nullptr, e.err).to_text();
+    };
+    auto cur = [&](const char* v, int32_t i) {
+        return num::to_currency(t, m(v), i, 6, nullptr, e.err).to_text();
+    };
+    EXPECT_EQ("15.244901", euro("100", kFRF));
+    EXPECT_EQ("-38.188478", euro("-250.5", kFRF));
+    EXPECT_EQ("152449017237.410378", euro("999999999999.999999", kFRF));
+    EXPECT_EQ("0.000516", euro("1", kITL));
+    EXPECT_EQ("156757.786049", euro("123456.789012", kIEP));
+    EXPECT_EQ("655.957000", cur("100", kFRF));
+    EXPECT_EQ("1936269999999999.998063", cur("999999999999.999999", kITL));
+    EXPECT_EQ("-197.284782", cur("-250.5", kIEP));
+    EXPECT_EQ("24750863.974703", cur("123456.789012", kPTE));
+    // The euro's own rate copies the value.
+    EXPECT_EQ("0.000001", euro("0.000001", 0));
+    EXPECT_FALSE(e.err.failed());
+}
+
+TEST(CurrencyConversion, DefaultsOfTheConversions) {
+    Table t;
+    t->default_memory = kFRF;
+    t->default_view = kIEP;
+    Err e;
+    // The source of a conversion is the memory currency, the target the display one.
+    EXPECT_EQ("15.244901", num::to_euro(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
+    EXPECT_EQ("78.756400", num::to_currency(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
+    EXPECT_EQ(num::change_currency(t, m("100"), kFRF, kIEP, 6, nullptr, e.err),
+              num::change_currency(t, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e.err));
+    EXPECT_FALSE(e.err.failed());
+}
+
+TEST(CurrencyConversion, ChangeGoesThroughTheEuro) {
+    Table t;
+    Err e;
+    // 100 FRF -> 15.244901 EUR -> 12.006335 IEP (truncated at each step).
+    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), kFRF, kIEP, 6, nullptr, e.err).to_text());
+    // Equal indexes copy the value: no round trip through the euro.
+    EXPECT_EQ("100.000001",
+              num::change_currency(t, m("100.000001"), kITL, kITL, 6, nullptr, e.err).to_text());
+    t->default_memory = kITL;
+    EXPECT_EQ("100.000001",
+              num::change_currency(t, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e.err).to_text());
+    EXPECT_FALSE(e.err.failed());
+}
+
+TEST(CurrencyConversion, RoundingAndItsDifference) {
+    Table t;
+    Err e;
+    Money diff = m("99");
+    Money r = num::to_euro(t, m("100"), kFRF, 2, &diff, e.err);
+    EXPECT_EQ("15.240000", r.to_text());
+    EXPECT_EQ("0.004901", diff.to_text());
+    r = num::to_euro(t, m("-100"), kFRF, 2, &diff, e.err);
+    EXPECT_EQ("-15.240000", r.to_text());
+    EXPECT_EQ("-0.004901", diff.to_text());
+    r = num::to_currency(t, m("2.5"), 0, 0, &diff, e.err);
+    EXPECT_EQ("3.000000", r.to_text());
+    EXPECT_EQ("-0.500000", diff.to_text());
+    r = num::change_currency(t, m("1.005"), 0, 0, 2, &diff, e.err);
+    EXPECT_EQ("1.010000", r.to_text());
+    EXPECT_EQ("-0.005000", diff.to_text());
+    r = num::to_euro(t, m("100"), kFRF, 6, &diff, e.err);
+    EXPECT_TRUE(diff.is_zero());
+    EXPECT_FALSE(e.err.failed());
+}
+
+TEST(CurrencyConversion, FailuresGiveZero) {
+    Table t;
+    Money diff = m("7");
+    for (int32_t bad : {0xFFFE, -1, 5, 65536}) {
+        Err e;
+        EXPECT_TRUE(num::to_euro(t, m("100"), bad, 2, &diff, e.err).is_zero());
+        EXPECT_EQ(80191u, e.err.id());
+        EXPECT_TRUE(diff.is_zero());
+        Err e2;
+        EXPECT_TRUE(num::change_currency(t, m("100"), kFRF, bad, 2, nullptr, e2.err).is_zero());
+        EXPECT_EQ(80191u, e2.err.id());
+    }
+    Err none;
+    EXPECT_TRUE(num::to_currency(nullptr, m("100"), 0, 6, nullptr, none.err).is_zero());
+    EXPECT_EQ(80190u, none.err.id());
+
+    // Overflow: the largest value in lire does not fit.
+    const Money big = *Money::from_millionths(Money::kMax);
+    Err over;
+    EXPECT_TRUE(num::to_currency(t, big, kITL, 6, &diff, over.err).is_zero());
+    EXPECT_EQ(534u, over.err.system_code());
+    EXPECT_EQ(2, over.err.severity());
+    Err over2;
+    EXPECT_TRUE(num::to_euro(t, big, kIEP, 6, nullptr, over2.err).is_zero());
+    EXPECT_EQ(534u, over2.err.system_code());
+    // A zero rate stored in the table by its owner cannot divide.
+    t->rates[kFRF] = 0;
+    Err zero;
+    EXPECT_TRUE(num::to_euro(t, m("1"), kFRF, 6, nullptr, zero.err).is_zero());
+    EXPECT_TRUE(zero.err.failed());
+}

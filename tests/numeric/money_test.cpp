@@ -1,0 +1,147 @@
+// The 10-byte monetary value: bytes, text, exact arithmetic, overflow, rounding.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "numeric/money.h"
+
+using kp::numeric::int128;
+using kp::numeric::Money;
+namespace num = kp::numeric;
+
+namespace {
+
+Money m(const char* text) {
+    auto v = Money::from_text(text);
+    EXPECT_TRUE(v.has_value()) << text;
+    return v.value_or(Money());
+}
+
+std::string txt(std::optional<Money> v) {
+    return v ? v->to_text() : "overflow";
+}
+
+const Money kMax = *Money::from_millionths(Money::kMax);
+const Money kMin = *Money::from_millionths(Money::kMin);
+
+} // namespace
+
+TEST(Money, BytesAreLittleEndianTwosComplementOfMillionths) {
+    uint8_t b[10];
+    Money::from_int(1).to_bytes(b);
+    const uint8_t one[10] = {0x40, 0x42, 0x0F, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_EQ(0, memcmp(b, one, 10));
+
+    Money::from_int(-1).to_bytes(b);
+    const uint8_t minus_one[10] = {0xC0, 0xBD, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    EXPECT_EQ(0, memcmp(b, minus_one, 10));
+
+    // The sign is the top bit of the last byte; the extremes survive the trip.
+    for (Money v : {kMax, kMin, m("-0.000001"), m("123456789.987654")}) {
+        v.to_bytes(b);
+        EXPECT_EQ(v, Money::from_bytes(b)) << v.to_text();
+    }
+    kMin.to_bytes(b);
+    EXPECT_EQ(0x80, b[9]);
+}
+
+TEST(Money, TextHasSixDecimalsAndReadsBack) {
+    EXPECT_EQ("0.000000", Money().to_text());
+    EXPECT_EQ("-2.500000", m("-2.5").to_text());
+    EXPECT_EQ("-0.000001", m("-0.000001").to_text());
+    EXPECT_EQ("604462909807314587.353087", kMax.to_text());
+    EXPECT_EQ("-604462909807314587.353088", kMin.to_text());
+    EXPECT_EQ(kMin, m("-604462909807314587.353088"));
+    // Decimals past the sixth are cut, not rounded.
+    EXPECT_EQ("1.999999", m("1.9999999").to_text());
+    EXPECT_EQ("5.000000", m("+5.").to_text());
+    EXPECT_EQ("0.500000", m(".5").to_text());
+}
+
+TEST(Money, TextRejectsGarbageAndOutOfRange) {
+    for (const char* bad : {"", "-", ".", "1e5", "12a", " 1", "1 ", "--1", "1.2.3", "0x10"})
+        EXPECT_FALSE(Money::from_text(bad).has_value()) << bad;
+    EXPECT_FALSE(Money::from_text("604462909807314587.353088").has_value());
+    EXPECT_FALSE(Money::from_text("-604462909807314587.353089").has_value());
+    EXPECT_FALSE(Money::from_text("99999999999999999999999999999999999999999").has_value());
+}
+
+TEST(Money, IntegerPartTruncatesTowardZero) {
+    EXPECT_EQ(2147, m("2147.999999").integer_part());
+    EXPECT_EQ(-3, m("-3.7").integer_part());
+    EXPECT_EQ(0, m("-0.5").integer_part());
+    EXPECT_EQ(604462909807314587LL, kMax.integer_part());
+}
+
+// Expected values computed with exact decimal arithmetic, truncated at the
+// sixth decimal.
+TEST(Money, MultiplyAndDivideAreExactToTheMillionth) {
+    EXPECT_EQ("655.957000", txt(num::multiply(m("100"), m("6.55957"))));
+    EXPECT_EQ("0.065595", txt(num::multiply(m("0.01"), m("6.55957"))));
+    EXPECT_EQ("-1643.172285", txt(num::multiply(m("-250.5"), m("6.55957"))));
+    EXPECT_EQ("15.244901", txt(num::divide(m("100"), m("6.55957"))));
+    EXPECT_EQ("-38.188478", txt(num::divide(m("-250.5"), m("6.55957"))));
+    EXPECT_EQ("0.000005", txt(num::divide(m("0.01"), m("1936.27"))));
+    // Operands above 2^63 millionths take the wide product.
+    EXPECT_EQ("563937184307281344.429656", txt(num::multiply(m("123456789012345.678901"), m("4567.891234"))));
+    EXPECT_EQ("-296296395095061.739506", txt(num::multiply(m("-98765432109876.543210"), m("3.000001"))));
+    EXPECT_EQ("402975273204876391.568724", txt(num::divide(kMax, m("1.5"))));
+    EXPECT_EQ(kMin, num::multiply(kMin, m("1")));
+    EXPECT_EQ(kMax, num::divide(kMax, m("1")));
+}
+
+TEST(Money, OverflowIsDetectedNotWrapped) {
+    EXPECT_FALSE(num::add(kMax, m("0.000001")));
+    EXPECT_FALSE(num::subtract(kMin, m("0.000001")));
+    EXPECT_FALSE(num::negate(kMin));
+    EXPECT_FALSE(num::multiply(kMax, m("2")));
+    EXPECT_FALSE(num::multiply(kMin, kMin));
+    EXPECT_FALSE(num::multiply(kMin, m("-1")));
+    EXPECT_FALSE(num::divide(kMax, m("0.5")));
+    EXPECT_FALSE(num::divide(kMin, m("-1")));
+    EXPECT_FALSE(num::divide(m("1"), Money()));
+    EXPECT_EQ(kMax, num::negate(*Money::from_millionths(-Money::kMax)));
+}
+
+TEST(Money, RoundingHalfAwayFromZero) {
+    struct Case {
+        const char* value;
+        int decimals;
+        const char* expected;
+    } cases[] = {
+        {"2.5", 0, "3.000000"},      {"-2.5", 0, "-3.000000"},     {"1.005", 2, "1.010000"},
+        {"-1.005", 2, "-1.010000"},  {"1.004999", 2, "1.000000"},  {"2.4999995", 0, "2.000000"},
+        {"0.000005", 5, "0.000010"}, {"0.000004", 5, "0.000000"},  {"123.456789", 3, "123.457000"},
+        {"-0.4", 0, "0.000000"},     {"9.99995", 4, "10.000000"},  {"1.234567", 6, "1.234567"},
+        {"1.234567", 9, "1.234567"}, {"1.234567", -1, "1.234567"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(c.expected, txt(num::round_decimals(m(c.value), c.decimals)))
+            << c.value << " " << c.decimals;
+}
+
+// The rounding adds the half unit and cuts the decimal text after d digits;
+// the arithmetic must agree with that text procedure everywhere.
+TEST(Money, RoundingAgreesWithTheTextCut) {
+    const int64_t half[6] = {500000, 50000, 5000, 500, 50, 5};
+    uint64_t seed = 12345;
+    for (int i = 0; i < 20000; ++i) {
+        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+        int128 raw = static_cast<int64_t>(seed) >> (seed % 40);
+        Money v = *Money::from_millionths(raw);
+        int d = static_cast<int>(i % 6);
+        Money mag = v.negative() ? *num::negate(v) : v;
+        std::string t = num::add(mag, *Money::from_millionths(half[d]))->to_text();
+        t = t.substr(0, t.find('.') + (d ? d + 1 : 0));
+        Money expect = *Money::from_text(t);
+        if (v.negative()) expect = *num::negate(expect);
+        ASSERT_EQ(expect, num::round_decimals(v, d)) << v.to_text() << " d=" << d;
+    }
+}
+
+TEST(Money, RoundingAtTheEdgesOfTheRangeOverflowsCleanly) {
+    EXPECT_FALSE(num::round_decimals(kMax, 5));
+    EXPECT_FALSE(num::round_decimals(kMin, 5));
+    EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
+    EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
+}

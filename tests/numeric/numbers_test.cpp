@@ -1,0 +1,118 @@
+// Parity, the numeric test of strings, and sizes as text.
+#include <gtest/gtest.h>
+
+#include "numeric/numbers.h"
+
+namespace num = kp::numeric;
+
+namespace {
+struct Err {
+    kp_error_record rec{};
+    kp::CXError err{&rec};
+    Err() { rec.severity = 1; }
+};
+const std::u16string kUnits = u"bytes;KB;MB;GB;TB";
+std::u16string size(int64_t n, int32_t unit, char16_t dec = u'.') {
+    Err e;
+    std::u16string s = num::length_to_string(n, unit, kUnits, dec, e.err);
+    EXPECT_FALSE(e.err.failed());
+    return s;
+}
+} // namespace
+
+TEST(Parity, NegativesKeepTheirSign) {
+    EXPECT_TRUE(num::is_even(-4));
+    EXPECT_FALSE(num::is_even(-3));
+    EXPECT_TRUE(num::is_odd(-3));
+    EXPECT_TRUE(num::is_even(0));
+    EXPECT_TRUE(num::is_even(INT32_MIN));
+    EXPECT_TRUE(num::is_odd(INT32_MAX));
+    EXPECT_TRUE(num::is_odd(-1));
+}
+
+TEST(Wcstod, ConsumesTheNumberAtTheStart) {
+    struct Case {
+        const char16_t* text;
+        std::size_t length;
+    } cases[] = {
+        {u"0", 1},       {u"0.0", 3},     {u"-0", 2},        {u"+.5", 3}, {u"5.", 2},
+        {u"  12abc", 4}, {u"\t\n 7", 4},  {u"1e5", 3},       {u"1e", 1},  {u"1e+", 1},
+        {u"2E-3x", 4},   {u"0x10", 1},    {u"", 0},          {u"   ", 0}, {u"abc", 0},
+        {u".", 0},       {u"-", 0},       {u"+-1", 0},       {u"- 1", 0}, {u"inf", 0},
+        {u"nan", 0},     {u"\u00a01", 2}, {u"\u30001.5", 4}, {u"1,5", 1}, {u".e1", 0},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(c.length, num::wcstod_length(c.text)) << "case " << (&c - cases);
+}
+
+TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
+    auto conv = [](double v, bool ok = true) {
+        return [=](double& out) {
+            out = v;
+            return ok;
+        };
+    };
+    EXPECT_TRUE(num::is_numeric_text(u"0", conv(0)));
+    EXPECT_TRUE(num::is_numeric_text(u"0.0", conv(0)));
+    EXPECT_TRUE(num::is_numeric_text(u" -0", conv(0)));
+    EXPECT_FALSE(num::is_numeric_text(u"", conv(0)));
+    EXPECT_FALSE(num::is_numeric_text(u"abc", conv(0)));
+    EXPECT_TRUE(num::is_numeric_text(u"12", conv(12)));
+    EXPECT_FALSE(num::is_numeric_text(u"12", conv(0, false))); // the VM could not convert
+    // 100 characters or more: not numeric, and the VM is not even asked.
+    bool asked = false;
+    auto spy = [&](double& out) {
+        asked = true;
+        out = 1;
+        return true;
+    };
+    EXPECT_FALSE(num::is_numeric_text(std::u16string(100, u'1'), spy));
+    EXPECT_FALSE(asked);
+    EXPECT_TRUE(num::is_numeric_text(std::u16string(99, u'1'), spy));
+}
+
+TEST(IsNumeric, TypeCodes) {
+    for (uint16_t t : {0x08, 0x09, 0x0A, 0x0C, 0x0D})
+        EXPECT_TRUE(num::is_numeric_type(t)) << t;
+    for (uint16_t t : {0x00, 0x01, 0x0E, 0x12, 0x13, 0x18, 0x1C, 0x1F})
+        EXPECT_FALSE(num::is_numeric_type(t)) << t;
+    EXPECT_FALSE(num::is_numeric(nullptr));
+}
+
+TEST(LengthToString, AutomaticUnit) {
+    EXPECT_EQ(u"0 bytes", size(0, 0));
+    EXPECT_EQ(u"1023 bytes", size(1023, 0));
+    EXPECT_EQ(u"1.00 KB", size(1024, 0));
+    EXPECT_EQ(u"1.50 KB", size(1536, 0));
+    EXPECT_EQ(u"1,50 KB", size(1536, 0, u','));
+    EXPECT_EQ(u"1024.00 KB", size(1048575, 0)); // 1023.999 rounds up in the text only
+    EXPECT_EQ(u"1.00 MB", size(1048576, 0));
+    EXPECT_EQ(u"2.00 GB", size(2LL << 30, 0));
+    EXPECT_EQ(u"3.00 TB", size(3LL << 40, 0));
+    EXPECT_EQ(u"2048.00 TB", size(2LL << 50, 0)); // terabytes are the last unit
+    EXPECT_EQ(u"-5 bytes", size(-5, 0));
+}
+
+TEST(LengthToString, FixedUnit) {
+    EXPECT_EQ(u"5000000000 bytes", size(5000000000LL, 1)); // the whole 64-bit size
+    EXPECT_EQ(u"0.50 KB", size(512, 2));
+    EXPECT_EQ(u"0.00 MB", size(1536, 3));
+    EXPECT_EQ(u"1536.00 MB", size(1536LL << 20, 3));
+    EXPECT_EQ(u"1.50 GB", size(1536LL << 20, 4));
+    EXPECT_EQ(u"0.00 TB", size(1, 5));
+    EXPECT_EQ(u"8388608.00 TB", size(INT64_MAX, 5));
+}
+
+TEST(LengthToString, UnitOutOfRangeAndShortLists) {
+    for (int32_t unit : {-1, 6, INT32_MIN, INT32_MAX}) {
+        Err e;
+        EXPECT_EQ(u"", num::length_to_string(100, unit, kUnits, u'.', e.err));
+        EXPECT_EQ(81507u, e.err.id());
+        EXPECT_EQ(2, e.err.severity());
+    }
+    Err e;
+    EXPECT_EQ(u"2.00 ", num::length_to_string(2048, 0, u"o;", u'.', e.err));
+    EXPECT_EQ(u"3 o", num::length_to_string(3, 0, u"o", u'.', e.err));
+    EXPECT_EQ(u"1.00 To", num::length_to_string(1LL << 40, 0, u"o;Ko;Mo;Go;To;extra", u'.', e.err));
+    EXPECT_FALSE(e.err.failed());
+}

@@ -195,6 +195,41 @@ const kp_call_context_ops kContextOps = [] {
     return ops;
 }();
 
+// Call contexts are reused per thread: a call made from inside a handler (a
+// procedure called back) takes the next one, so nesting never shares a record.
+class ContextLease {
+public:
+    ContextLease() {
+        if (pool().size() <= depth()) {
+            auto c = std::make_unique<Context>();
+            c->base.ops = &kContextOps;
+            pool().push_back(std::move(c));
+        }
+        ctx_ = pool()[depth()++].get();
+        kp_error_record& r = ctx_->record;
+        r.severity = KP_SEVERITY_NONE;
+        r.id = r.extra = r.system_code = 0;
+        r.module_name[0] = r.module_version[0] = 0;
+        r.message_length = r.system_text_length = 0;
+        r.message[0] = r.system_text[0] = 0;
+    }
+    ~ContextLease() { --depth(); }
+    ContextLease(const ContextLease&) = delete;
+    ContextLease& operator=(const ContextLease&) = delete;
+    Context* get() const { return ctx_; }
+
+private:
+    static std::vector<std::unique_ptr<Context>>& pool() {
+        thread_local std::vector<std::unique_ptr<Context>> p;
+        return p;
+    }
+    static std::size_t& depth() {
+        thread_local std::size_t d = 0;
+        return d;
+    }
+    Context* ctx_;
+};
+
 // Value interface: the result handle is the Value to fill.
 struct ResultSlot {
     Value* out;
@@ -421,7 +456,13 @@ int Host::choose_overload(const kp_function& fn, const std::vector<Value>& args,
     bool count_matched = false;
     std::string range_issue;
     for (int k = 0; k < count; ++k) {
-        if (ov[k].param_count != args.size()) continue;
+        if (args.size() > ov[k].param_count) continue;
+        // Trailing parameters marked 0x4000 (the variables of fReadLine and
+        // MatchRegularExpression) may be left out.
+        bool fits = true;
+        for (std::size_t a = args.size(); a < ov[k].param_count; ++a)
+            if (!(ov[k].params[a] & 0x4000)) fits = false;
+        if (!fits) continue;
         count_matched = true;
         int score = 0;
         for (std::size_t a = 0; a < args.size() && score >= 0; ++a) {
@@ -436,6 +477,7 @@ int Host::choose_overload(const kp_function& fn, const std::vector<Value>& args,
             }
         }
         if (score < 0) continue;
+        if (args.size() == ov[k].param_count) score += 1000; // an overload without omissions first
         if (ov[k].handler) {
             if (score > best_score) best = k, best_score = score;
         } else if (score > best_unprovided_score) {
@@ -503,9 +545,8 @@ CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>
     }
     // One pointer a parameter of the overload: the ones left out are null.
     for (std::size_t a = args.size(); a < ov.param_count; ++a) m.add_absent();
-    auto ctx = std::make_unique<Context>();
-    ctx->base.ops = &kContextOps;
-    ctx->record.severity = KP_SEVERITY_NONE;
+    ContextLease lease;
+    Context* ctx = lease.get();
     ResultSlot slot{&out.result, alloc, false};
     kp_call_frame frame{&g_values, nullptr, nullptr, nullptr, &slot};
     ov.handler(&frame, &ctx->base, m.argv());

@@ -310,11 +310,7 @@ std::vector<uint8_t> f_read(int32_t handle, int32_t count, CXError& err) {
     // Never more than what lies between the position and the end.
     int64_t length = s.GetLength();
     if (length >= 0) {
-        int64_t left = length - static_cast<int64_t>(s.GetPosition());
-        if (left <= 0) {
-            err.clear();
-            return {};
-        }
+        int64_t left = std::max<int64_t>(length - static_cast<int64_t>(s.GetPosition()), 0);
         count = static_cast<int32_t>(std::min<int64_t>(count, left));
     }
     std::vector<uint8_t> bytes;

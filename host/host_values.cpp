@@ -472,8 +472,36 @@ bool fits_i32(int64_t i) {
 }
 } // namespace
 
+namespace {
+bool by_reference(uint16_t param) {
+    uint16_t t = param & 0xFF;
+    return (param & KP_PARAM_FLAG_4000) && t != KP_T_ANY && t != KP_T_STORABLE;
+}
+// The value an unset variable starts with, by the parameter's type.
+Value default_value(uint16_t param) {
+    switch (param & 0xFF) {
+    case KP_T_BOOL: return Value::boolean(false);
+    case KP_T_REAL:
+    case KP_T_REAL_ALT: return Value::real(0);
+    case KP_T_CURRENCY: {
+        const uint8_t zero[10] = {};
+        return Value::currency(zero);
+    }
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT: return Value::string(u"");
+    default: return Value::integer(0);
+    }
+}
+} // namespace
+
 int fit_score(const Value& x, uint16_t param, std::string* issue) {
     using K = Value::Kind;
+    // A variable given for a by-reference parameter passes its value and
+    // receives the one the call leaves.
+    if (x.kind == K::Variable && by_reference(param)) {
+        if (!x.ref || x.ref->kind == K::None) return 1;
+        return fit_score(*x.ref, param & ~KP_PARAM_FLAG_4000, issue);
+    }
     const bool convert = (param & KP_PARAM_CONVERT) != 0;
     const bool integer = x.kind == K::Int || x.kind == K::Int64;
     switch (param & 0xFF) {
@@ -488,6 +516,7 @@ int fit_score(const Value& x, uint16_t param, std::string* issue) {
         if (x.kind == K::Real) return integral_real(x.r, -2147483648.0, 2147483647.0) ? 1 : -1;
         return x.kind == K::Bool ? 1 : -1;
     case KP_T_INT64:
+    case KP_T_DURATION: // signed 64-bit milliseconds, as the duration result
         if (integer) return 2;
         return x.kind == K::Real && integral_real(x.r, -9.2e18, 9.2e18) ? 1 : -1;
     case KP_T_CURRENCY:
@@ -509,7 +538,6 @@ int fit_score(const Value& x, uint16_t param, std::string* issue) {
     case KP_T_DATE:
     case KP_T_TIME:
     case KP_T_DATETIME:
-    case KP_T_DURATION:
         if (x.kind == K::String) return 2;
         return convert && (integer || x.kind == K::Real || x.kind == K::Bool) ? 1 : -1;
     case KP_T_BUFFER:
@@ -551,6 +579,12 @@ std::u16string text_of(const Value& x) {
 
 bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
     using K = Value::Kind;
+    if (x.kind == K::Variable && by_reference(param)) {
+        bool set = x.ref && x.ref->kind != K::None;
+        if (!add(set ? *x.ref : default_value(param), param, issue)) return false;
+        slots_.back()->by_reference = true;
+        return true;
+    }
     auto slot = std::make_unique<Slot>();
     slot->type = param;
     void* arg = &slot->u;
@@ -571,6 +605,7 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
         }
         break;
     case KP_T_INT64:
+    case KP_T_DURATION:
         slot->u.i64 = x.kind == K::Real ? static_cast<int64_t>(x.r) : x.i;
         break;
     case KP_T_CURRENCY:
@@ -609,8 +644,7 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
     case KP_T_STRING_RESULT:
     case KP_T_DATE:
     case KP_T_TIME:
-    case KP_T_DATETIME:
-    case KP_T_DURATION: {
+    case KP_T_DATETIME: {
         std::u16string t = text_of(x);
         if (t.size() >= KP_STRING_MAX_CHARS) {
             *issue = "string too long";
@@ -652,8 +686,8 @@ void Marshalled::read_back(std::vector<Value>& args) {
         uint16_t t = slots_[k]->type & 0xFF;
         if ((t == KP_T_ANY || t == KP_T_STORABLE) && args[k].kind == Value::Kind::Variable && args[k].ref)
             *args[k].ref = value_from_variant(&slots_[k]->variant);
-        if (t == KP_T_CURRENCY && args[k].kind == Value::Kind::Variable && args[k].ref)
-            *args[k].ref = Value::currency(slots_[k]->u.currency);
+        else if (slots_[k]->by_reference && args[k].kind == Value::Kind::Variable && args[k].ref)
+            *args[k].ref = value_from_result(&slots_[k]->u, t);
     }
 }
 
@@ -665,7 +699,6 @@ Marshalled::~Marshalled() {
         case KP_T_DATE:
         case KP_T_TIME:
         case KP_T_DATETIME:
-        case KP_T_DURATION:
         case KP_T_BUFFER:
         case KP_T_RAW_STRING:
         case KP_T_RAW_DATA:

@@ -51,6 +51,7 @@ public:
 private:
     struct Slot {
         uint16_t type = 0;
+        bool by_reference = false; // a variable's value, read back after the call
         union {
             int32_t i32;
             int64_t i64;

@@ -136,6 +136,17 @@ bool format_message(std::u16string_view fmt, Inserts inserts, std::u16string& ou
     return true;
 }
 
+std::u16string module_corrupted_message(std::u16string_view module) {
+    static constexpr char16_t kCorrupted[] =
+        u"Le module %s est corrompu.\n Vérifiez que vous n'avez pas un virus, ou qu'il n'a \n pas été altéré "
+        u"par un problème disque ou lors \n d'un transfert par un réseau. \n\n The module %s is corrupted. \n "
+        u"Please check that you are not infected by a virus, \nor that it was not altered by a disk problem \n "
+        u"or a network transmission.";
+    std::u16string out;
+    format_message(kCorrupted, {module, module}, out);
+    return out;
+}
+
 bool message_text(uint32_t number, std::u16string& out) {
     out.clear();
     runtime::State& st = runtime::state();

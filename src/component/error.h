@@ -96,6 +96,10 @@ const ErrorDef* error_defs(std::size_t* count);
 bool message_text(uint32_t number, std::u16string& out);
 // The component's own catalogue (French when `french`).  Null when absent.
 const char16_t* catalogue_text(uint32_t number, bool french);
+// The text shown when a module is found corrupted (one text for both
+// languages, the module name inserted twice).  No call of the component
+// shows it today; it is kept for the VM's integrity checks.
+std::u16string module_corrupted_message(std::u16string_view module);
 // System text of a Win32 error code ("" when unknown).
 std::u16string system_error_text(uint32_t code, bool french);
 

@@ -164,3 +164,12 @@ TEST(MessageFormat, InsertSyntax) {
 }
 
 } // namespace
+
+namespace {
+TEST(ModuleIntegrity, NameInsertedInBothLanguages) {
+    std::u16string t = kp::module_corrupted_message(u"KP120STD.DLL");
+    EXPECT_EQ(t.substr(0, 37), u"Le module KP120STD.DLL est corrompu.\n");
+    EXPECT_NE(t.find(u"The module KP120STD.DLL is corrupted."), std::u16string::npos);
+    EXPECT_EQ(t.substr(t.size() - 26), u"or a network transmission.");
+}
+} // namespace

@@ -1,0 +1,136 @@
+// regex_test.cpp - whole-string matching, group transfer and its errors.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <string>
+#include <vector>
+
+#include "files_fixture.h"
+#include "transforms/regex.h"
+
+namespace kp::transforms {
+namespace {
+
+struct Outcome {
+    bool result = false;
+    uint32_t id = 0;
+    std::vector<std::u16string> groups;
+    std::u16string message;
+};
+
+Outcome run(std::u16string_view text, std::u16string_view pattern, std::size_t variables) {
+    kp_error_record rec{};
+    rec.severity = 1;
+    CXError err(&rec);
+    Outcome o;
+    o.result = match_regular_expression(
+        text, pattern, variables,
+        [&](std::size_t i, std::u16string_view g) {
+            EXPECT_EQ(i, o.groups.size() + 1);
+            o.groups.emplace_back(g);
+            return true;
+        },
+        err);
+    o.id = rec.id;
+    o.message.assign(rec.message, rec.message_length);
+    return o;
+}
+
+TEST(RegexWholeString, AnchoredAtBothEnds) {
+    EXPECT_TRUE(run(u"aaa", u"a+", 0).result);
+    EXPECT_FALSE(run(u"aaab", u"a+", 0).result);
+    EXPECT_FALSE(run(u"baaa", u"a+", 0).result);
+    EXPECT_TRUE(run(u"", u"", 0).result);
+    EXPECT_FALSE(run(u"x", u"", 0).result);
+    // Alternation must cover the whole subject through its longest branch.
+    EXPECT_TRUE(run(u"abc", u"a|abc", 0).result);
+}
+
+TEST(RegexWholeString, SyntaxOfTheEngine) {
+    EXPECT_TRUE(run(u"a\nb", u"a.b", 0).result);     // "." matches a newline
+    EXPECT_TRUE(run(u"x)", u"x)", 0).result);        // an unmatched ")" is ordinary
+    EXPECT_TRUE(run(u"aaa", u"a{3}", 0).result);     // intervals with plain braces
+    EXPECT_TRUE(run(u"a|b", u"a\\|b", 0).result);    // "\|" is a literal bar
+    EXPECT_TRUE(run(u"b", u"a|b", 0).result);        // bare bar alternates
+    EXPECT_TRUE(run(u"abab", u"(ab)\\1", 1).result); // back-references
+    EXPECT_TRUE(run(u"ab", u"ab?c?", 0).result);     // "?" is an operator
+    EXPECT_TRUE(run(u"Q9", u"[[:upper:]][[:digit:]]", 0).result);
+}
+
+TEST(RegexWholeString, GroupsGoToTheVariables) {
+    Outcome o = run(u"key=value", u"([a-z]+)=([a-z]*)", 2);
+    EXPECT_TRUE(o.result);
+    EXPECT_EQ(o.groups, (std::vector<std::u16string>{u"key", u"value"}));
+    // Offsets in the 1252 bytes are offsets in the UTF-16 text.
+    o = run(u"\u20ac\u00e9=\u4e2d", u"(..)=(.)", 2);
+    EXPECT_TRUE(o.result);
+    EXPECT_EQ(o.groups, (std::vector<std::u16string>{u"\u20ac\u00e9", u"\u4e2d"}));
+    EXPECT_TRUE(run(u"ab", u"(a)(b)", 0).result);
+}
+
+TEST(RegexWholeString, GroupErrors) {
+    Outcome o = run(u"a", u"(a)(b)?", 2);
+    EXPECT_FALSE(o.result);
+    EXPECT_EQ(o.id, kErrGroupMissing);
+    EXPECT_EQ(o.groups.size(), 1u);
+    o = run(u"ab", u"(a)(b)", 1);
+    EXPECT_FALSE(o.result);
+    EXPECT_EQ(o.id, kErrTooManyGroups);
+    o = run(u"a", u"(a)", 3);
+    EXPECT_EQ(o.id, kErrGroupMissing);
+}
+
+TEST(RegexWholeString, PatternsThatDoNotCompile) {
+    for (std::u16string p : {u"(a", u"[a", u"a{2,1}", u"\\"}) {
+        Outcome o = run(u"a", p, 0);
+        EXPECT_FALSE(o.result);
+        EXPECT_EQ(o.id, kErrPatternInvalid);
+        EXPECT_NE(o.message.find(u"Valeur de retour d'analyse du format : -1"), std::u16string::npos);
+    }
+}
+
+TEST(RegexWholeString, ResultsDoNotDependOnTheProcessLocale) {
+    const char* previous = std::setlocale(LC_ALL, nullptr);
+    std::string saved = previous ? previous : "C";
+    bool utf8 = std::setlocale(LC_ALL, "C.UTF-8") != nullptr;
+    // Every 1252 byte is one character; accented letters are not letters.
+    EXPECT_TRUE(run(u"\u00e9", u".", 0).result);
+    EXPECT_TRUE(run(u"\u00e9t\u00e9", u"...", 0).result);
+    EXPECT_FALSE(run(u"\u00e9", u"[[:alpha:]]", 0).result);
+    EXPECT_TRUE(run(u"\u00e9", u"[^[:alpha:]]", 0).result);
+    std::setlocale(LC_ALL, saved.c_str());
+    if (!utf8) GTEST_SKIP() << "no UTF-8 locale on this host";
+}
+
+TEST(RegexWholeString, BinaryAndLongSubjects) {
+    std::u16string nul(u"a\0b", 3);
+    EXPECT_TRUE(run(nul, std::u16string(u"a\0b", 3), 0).result);
+    std::u16string big(200000, u'x');
+    EXPECT_TRUE(run(big, u"x*", 0).result);
+    EXPECT_FALSE(run(big + u"y", u"x*", 0).result);
+}
+
+using kp::files::test::DeviceTest;
+using kp::host::Value;
+using RegexCalls = DeviceTest;
+
+TEST_F(RegexCalls, VariablesReceiveTheGroups) {
+    std::vector<Value> args = {Value::string(u"2024-05"), Value::string(u"([0-9]+)-([0-9]+)"),
+                               Value::variable(), Value::variable()};
+    auto out = call_with("MatchRegularExpression", args);
+    ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
+    EXPECT_TRUE(out.result.b);
+    EXPECT_EQ(args[2].ref->s, u"2024");
+    EXPECT_EQ(args[3].ref->s, u"05");
+    EXPECT_TRUE(call("MatchRegularExpression", {Value::string(u"ab"), Value::string(u"(a)(b)")}).result.b);
+    std::vector<Value> one = {Value::string(u"ab"), Value::string(u"(a)(b)"), Value::variable()};
+    out = call_with("MatchRegularExpression", one);
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(out.error.id, 80501u);
+    out = call("MatchRegularExpression", {Value::string(u"a"), Value::string(u"(")});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(out.error.id, 80500u);
+}
+
+} // namespace
+} // namespace kp::transforms

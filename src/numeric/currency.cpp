@@ -51,11 +51,24 @@ Money failed(uint32_t id, Money* difference, CXError& err) {
 } // namespace
 
 kp_currency_table* currency_table(CXError& err) {
+    // The table is looked up on the first currency call of a calling thread
+    // and kept; it is looked up again when the VM hands over another
+    // services block.  A missing table is not kept: the next call asks again.
+    struct Kept {
+        const kp_services* services = nullptr;
+        void* vm = nullptr;
+        kp_currency_table* table = nullptr;
+    };
+    thread_local Kept kept;
+    const kp_services* services = runtime::services();
+    void* vm = runtime::vm();
+    if (kept.table && kept.services == services && kept.vm == vm) return kept.table;
     kp_currency_table* t = nullptr;
     if (auto lookup = runtime::service(&kp_services::object_module_symbol)) {
-        if (void* sym = lookup(runtime::vm(), "OBJ_pclGetTauxDeChange"))
+        if (void* sym = lookup(vm, "OBJ_pclGetTauxDeChange"))
             t = reinterpret_cast<kp_currency_table_fn>(sym)();
     }
+    kept = {services, vm, t};
     if (!t) err.fail(kErrNoTable);
     return t;
 }

@@ -1,0 +1,84 @@
+-- Random bytes and values thrown at the kp values (fixed seed): every call
+-- either succeeds with a consistent result or raises a Lua error.
+local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
+math.randomseed(120)
+
+local function bytes(n)
+  local t = {}
+  for i = 1, n do t[i] = string.char(math.random(0, 255)) end
+  return table.concat(t)
+end
+
+-- Mostly valid UTF-8 with some damage.
+local function text()
+  local parts = {}
+  for i = 1, math.random(0, 8) do
+    local r = math.random(1, 6)
+    if r == 1 then parts[i] = bytes(math.random(1, 3))
+    elseif r == 2 then parts[i] = utf8.char(math.random(0xD800, 0xDFFF))
+    else parts[i] = utf8.char(math.random(0, 0x10FFFF)) end
+  end
+  return table.concat(parts)
+end
+
+T.group("strings through variables", function()
+  for _ = 1, 3000 do
+    local s = text()
+    local ok, v = pcall(kp.var, s)
+    if ok then
+      -- A high and a low surrogate spelled separately join into one pair.
+      local joined = s:find("\237[\160-\175][\128-\191]\237[\176-\191][\128-\191]") ~= nil
+      if not joined then T.eq(v.value, s, "round trip of " .. string.format("%q", s)) end
+      T.eq(kp.var(v.value).value, v.value, "second round trip")
+      T.ok(utf8.len((s:gsub("\237[\160-\191][\128-\191]", "s"))) ~= nil, "accepted input is WTF-8")
+    else
+      T.ok(tostring(v):find("invalid UTF-8", 1, true), tostring(v))
+    end
+  end
+end)
+
+T.group("hex and currency texts", function()
+  local alphabet = "0123456789abcdefABCDEF.-+ xe"
+  for _ = 1, 3000 do
+    local t = {}
+    for i = 1, math.random(0, 24) do
+      local k = math.random(1, #alphabet)
+      t[i] = alphabet:sub(k, k)
+    end
+    local s = table.concat(t)
+    local ok, b = pcall(kp.hex, s)
+    if ok then T.eq(b:hex(), s:lower(), "hex round trip") end
+    local okc, c = pcall(kp.currency, s)
+    if okc then
+      local again = kp.currency(tostring(c))
+      T.eq(again, c, "currency text reads back: " .. s)
+    end
+  end
+end)
+
+T.group("JSON of random tables", function()
+  local function value(depth)
+    local r = math.random(1, depth > 3 and 6 or 8)
+    if r == 1 then return math.random(-1000, 1000)
+    elseif r == 2 then return (math.random() - 0.5) * 10 ^ math.random(-300, 300)
+    elseif r == 3 then return math.random(0, 1) == 1
+    elseif r == 4 then return (text():gsub("[\128-\255]", "a"))
+    elseif r == 5 then return kp.buffer(bytes(math.random(0, 6)))
+    elseif r == 6 then return kp.currency(math.random(-10 ^ 6, 10 ^ 6))
+    end
+    local t = {}
+    for i = 1, math.random(0, 5) do
+      if r == 7 then t[i] = value(depth + 1) else t["k" .. math.random(1, 20)] = value(depth + 1) end
+    end
+    return t
+  end
+  for _ = 1, 1500 do
+    local v = value(0)
+    local j = kp.json(v)
+    T.eq(type(j), "string", "json text")
+    T.ok(utf8.len(j) ~= nil, "json is UTF-8")
+    if math.type(v) == "float" and v == v then T.eq(tonumber(j), v, "float reads back") end
+  end
+end)
+
+T.done()

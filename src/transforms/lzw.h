@@ -1,0 +1,57 @@
+// lzw.h - the LZW coder of compressed blocks (method 4).
+//
+// Codes: 0 clears the dictionary, 1..256 are the bytes 0..255 (byte + 1),
+// 257 ends the data, 258 upwards are dictionary entries {prefix code, last
+// byte}.  Codes start 9 bits wide and grow to 16; they are packed least
+// significant bit first.  The encoder finds entries through a hash table of
+// 131072 slots and clears the dictionary when ten further probes find no
+// room, or, once all 65536 codes are taken, when the compression ratio falls
+// below the best seen since the last clear.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <span>
+#include <vector>
+
+namespace kp::transforms {
+
+class LzwCoder {
+  public:
+    static constexpr uint32_t kClear = 0;
+    static constexpr uint32_t kEnd = 257;
+    static constexpr uint32_t kFirstFree = 258;
+    static constexpr uint32_t kMaxCodes = 65536;
+    static constexpr uint32_t kHashSlots = 131072;
+    // Inputs shorter than this are stored as they are.
+    static constexpr std::size_t kMinInput = 20;
+
+    LzwCoder() = default;
+    LzwCoder(const LzwCoder&) = delete;
+    LzwCoder& operator=(const LzwCoder&) = delete;
+
+    // Appends one whole block (header included) for `in` to `out`: method 4,
+    // or a stored block (method 0) when the input is short or the coding
+    // stops paying.
+    void encode(std::span<const uint8_t> in, std::vector<uint8_t>& out);
+
+    // Expands the payload of a method-4 block into exactly `length` bytes
+    // appended to `out`.  False (and `out` as it was) when the codes are
+    // inconsistent, the payload ends early or the output would overrun.
+    bool decode(std::span<const uint8_t> payload, uint32_t length, std::vector<uint8_t>& out);
+
+  private:
+    struct Encoder;
+    struct Decoder;
+    std::mutex mutex_; // one encode or decode at a time on a coder
+    std::vector<uint16_t> hash_;
+    std::vector<uint16_t> prefix_;
+    std::vector<uint8_t> last_;
+    std::vector<uint8_t> first_;
+    std::vector<uint32_t> length_;
+};
+
+// Appends a stored block (method 0) holding `in` to `out`.
+void append_stored_block(std::span<const uint8_t> in, std::vector<uint8_t>& out);
+
+} // namespace kp::transforms

@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include "test_util.h"
+#include "transforms/bytes.h"
+#include "transforms/coders.h"
+#include "transforms/compression.h"
+#include "transforms/lzw.h"
+
+namespace kp::transforms {
+namespace {
+
+using test::ErrorBox;
+
+// Packs codes of given widths into bytes, least or most significant bit first.
+std::vector<uint8_t> pack(const std::vector<std::pair<uint32_t, unsigned>>& codes, bool msb_first) {
+    std::vector<uint8_t> out;
+    uint64_t buf = 0;
+    unsigned bits = 0;
+    for (auto [code, width] : codes) {
+        if (msb_first) {
+            buf = (buf << width) | code;
+            bits += width;
+            while (bits >= 8)
+                out.push_back(static_cast<uint8_t>(buf >> (bits -= 8)));
+        } else {
+            buf |= static_cast<uint64_t>(code) << bits;
+            bits += width;
+            for (; bits >= 8; bits -= 8, buf >>= 8)
+                out.push_back(static_cast<uint8_t>(buf));
+        }
+    }
+    if (bits) out.push_back(static_cast<uint8_t>(msb_first ? buf << (8 - bits) : buf));
+    return out;
+}
+
+std::vector<uint8_t> block(uint8_t method, const std::vector<uint8_t>& payload, uint32_t length) {
+    std::vector<uint8_t> b(11 + payload.size());
+    b[0] = method;
+    put_u32(&b[1], static_cast<uint32_t>(payload.size()));
+    put_u32(&b[5], length);
+    std::copy(payload.begin(), payload.end(), b.begin() + 11);
+    return b;
+}
+
+std::vector<uint8_t> value_header(uint8_t kind, uint32_t mode) {
+    std::vector<uint8_t> v{kind};
+    append_u32(v, mode);
+    return v;
+}
+
+TEST(Compress, TenByteBufferIsAStoredBlockBehindTheHeader) {
+    ErrorBox e;
+    const std::vector<uint8_t> data = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    const auto out = compress(data, false, e.err);
+    ASSERT_EQ(out.size(), 24u);
+    EXPECT_EQ(out[0], 0);            // buffer
+    EXPECT_EQ(get_u32(&out[1]), 1u); // compressLZW
+    EXPECT_EQ(out[5], 0);            // stored block
+    EXPECT_EQ(get_u32(&out[6]), 14u);
+    EXPECT_EQ(get_u32(&out[10]), 10u);
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), out.begin() + 14));
+    EXPECT_EQ(compress(data, true, e.err)[0], 2);
+    EXPECT_EQ(uncompress(out, e.err), data);
+    EXPECT_FALSE(e.err.failed());
+}
+
+TEST(Compress, RoundTripsEveryModeAndSize) {
+    for (std::size_t n : test::round_trip_sizes()) {
+        for (int kind = 0; kind < 2; ++kind) {
+            const auto data =
+                kind ? test::mixed_bytes(n, static_cast<uint32_t>(n)) : test::random_bytes(n, 3);
+            for (uint32_t mode = 0; mode <= 2; ++mode) {
+                ErrorBox e;
+                const auto packed = compress_value(data, kKindBuffer, mode, e.err);
+                const auto back = uncompress_value(packed, mode == 2 ? 2 : -1, e.err);
+                ASSERT_EQ(back, data) << "size " << n << " mode " << mode << " kind " << kind;
+                ASSERT_FALSE(e.err.failed());
+                if (mode == 2) {
+                    EXPECT_LE(packed.size(), 3 * n + 4); // 1.5 x n + 2 characters
+                }
+            }
+        }
+    }
+}
+
+TEST(Compress, CompressibleDataUsesLzwAndShrinks) {
+    ErrorBox e;
+    const auto data = test::mixed_bytes(1 << 20, 11);
+    const auto out = compress(data, false, e.err);
+    EXPECT_EQ(out[5], kMethodLzw);
+    EXPECT_EQ(get_u32(&out[6]), out.size() - 5 - 11);
+    EXPECT_EQ(get_u32(&out[10]), data.size() + 4);
+    EXPECT_LT(out.size(), data.size() * 3 / 4);
+}
+
+TEST(Compress, IncompressibleDataFallsBackToStored) {
+    ErrorBox e;
+    for (std::size_t n : {20u, 64u, 64000u}) {
+        const auto data = test::random_bytes(n, 5);
+        const auto out = compress(data, false, e.err);
+        EXPECT_EQ(out[5], kMethodStored) << n;
+        EXPECT_EQ(out.size(), 5 + 5 + 4 + n);
+    }
+}
+
+TEST(Lzw, ByteFFIsTheLiteralCode256) {
+    const std::vector<uint8_t> data(40, 0xFF);
+    std::vector<uint8_t> out;
+    LzwCoder().encode(data, out);
+    ASSERT_EQ(out[0], kMethodLzw);
+    EXPECT_EQ(out[11], 0x00); // 256 in 9 bits, least significant bit first
+    EXPECT_EQ(out[12] & 1, 1);
+    std::vector<uint8_t> back;
+    ASSERT_TRUE(LzwCoder().decode(std::span(out).subspan(11), 40, back));
+    EXPECT_EQ(back, data);
+}
+
+TEST(Lzw, HandMadeStreamsWithRepeatAndClearCodes) {
+    // a, b (258 = "ab"), 258, then 260 before it exists: the previous string
+    // followed by its own first byte ("ab" + "a").
+    const auto a = 'a' + 1u, b = 'b' + 1u;
+    auto p = pack({{a, 9}, {b, 9}, {258, 9}, {260, 9}, {257, 9}}, false);
+    std::vector<uint8_t> out;
+    ASSERT_TRUE(LzwCoder().decode(p, 7, out));
+    EXPECT_EQ(std::string(out.begin(), out.end()), "abababa");
+
+    // A clear code: the next code is a single byte and 258 is defined anew.
+    p = pack({{a, 9}, {b, 9}, {0, 9}, {b, 9}, {a, 9}, {258, 9}, {257, 9}}, false);
+    out.clear();
+    ASSERT_TRUE(LzwCoder().decode(p, 6, out));
+    EXPECT_EQ(std::string(out.begin(), out.end()), "abbaba");
+}
+
+TEST(Lzw, RejectsForgedStreamsWithoutTouchingTheOutput) {
+    const std::vector<uint8_t> keep = {7, 7};
+    auto check = [&](const std::vector<uint8_t>& payload, uint32_t length) {
+        std::vector<uint8_t> out = keep;
+        EXPECT_FALSE(LzwCoder().decode(payload, length, out));
+        EXPECT_EQ(out, keep);
+    };
+    check(pack({{300, 9}}, false), 4);                                         // first code is not a byte
+    check(pack({{'a' + 1u, 9}, {400, 9}}, false), 4);                          // beyond the dictionary
+    check(pack({{'a' + 1u, 9}, {257, 9}}, false), 4);                          // ends early
+    check(pack({{'a' + 1u, 9}, {'b' + 1u, 9}}, false), 4);                     // payload runs out
+    check({}, 0xFFFFFFFFu);                                                    // 4 GB promised, nothing given
+    check(pack({{'a' + 1u, 9}, {'a' + 1u, 9}, {258, 9}, {259, 9}}, false), 3); // overruns the length
+}
+
+TEST(Dictionary, HandMadeBlockDecodes) {
+    // a, b (adds 256 = "ab"), escape 0 = code 256 (adds 257 = "ba"), a, end.
+    const auto payload = pack({{'a', 9}, {'b', 9}, {256, 9}, {0, 9}, {'a', 9}, {256, 9}, {3, 9}}, true);
+    std::vector<uint8_t> out;
+    ASSERT_TRUE(decode_block(block(kMethodDictionary, payload, 5), false, out));
+    EXPECT_EQ(std::string(out.begin(), out.end()), "ababa");
+
+    // a, b, a (257 = "ba"), widen to 10 bits, 257, end at 10 bits.
+    const auto wide =
+        pack({{'a', 9}, {'b', 9}, {'a', 9}, {256, 9}, {2, 9}, {257, 10}, {256, 10}, {3, 10}}, true);
+    out.clear();
+    ASSERT_TRUE(decode_block(block(kMethodDictionary, wide, 5), false, out));
+    EXPECT_EQ(std::string(out.begin(), out.end()), "ababa");
+}
+
+TEST(Dictionary, EncoderRoundTripsAndFallsBack) {
+    for (std::size_t n : {0u, 1u, 21u, 4095u, 64001u, 1u << 20}) {
+        const auto data = test::mixed_bytes(n, 9);
+        std::vector<uint8_t> b;
+        encode_block(kMethodDictionary, data, b);
+        if (n > 1000) {
+            EXPECT_EQ(b[0], kMethodDictionary);
+        }
+        std::vector<uint8_t> back;
+        ASSERT_TRUE(decode_block(b, false, back)) << n;
+        EXPECT_EQ(back, data) << n;
+    }
+    const auto noise = test::random_bytes(5000, 1);
+    std::vector<uint8_t> b;
+    encode_block(kMethodDictionary, noise, b);
+    EXPECT_EQ(b[0], kMethodStored);
+}
+
+TEST(Uncompress, BadInputGivesEmptyResults) {
+    ErrorBox e;
+    EXPECT_TRUE(uncompress({}, e.err).empty());
+    EXPECT_FALSE(e.err.failed());
+
+    // Mode field 7.
+    auto v = value_header(0, 7);
+    append_u32(v, 0);
+    EXPECT_TRUE(uncompress(v, e.err).empty());
+    EXPECT_EQ(e.err.id(), kErrCompressionMode);
+
+    auto expect_empty = [](const std::vector<uint8_t>& value) {
+        ErrorBox e2;
+        EXPECT_TRUE(uncompress(value, e2.err).empty());
+        EXPECT_FALSE(e2.err.failed());
+    };
+    expect_empty({0, 1, 0}); // truncated header
+    auto u = value_header(0, 1);
+    u.push_back(9); // unknown method
+    u.resize(30, 0);
+    expect_empty(u);
+    u = value_header(0, 1);
+    u.push_back(0);
+    append_u32(u, 0xFFFFFFFFu); // stored length beyond the data
+    u.resize(40, 1);
+    expect_empty(u);
+    u = value_header(0, 1);
+    auto blk = block(kMethodLzw, pack({{'a' + 1u, 9}, {257, 9}}, false), 0xFFFFFFFFu); // 4 GB promised
+    u.insert(u.end(), blk.begin(), blk.end());
+    expect_empty(u);
+    u = value_header(0, 1);
+    blk = block(kMethodLzw, {1, 2, 3}, 10);
+    put_u32(&blk[1], 1000); // payload length beyond the data
+    u.insert(u.end(), blk.begin(), blk.end());
+    expect_empty(u);
+
+    // A count beyond the data gives the bytes present.
+    auto s = value_header(0, 0);
+    append_u32(s, 100);
+    s.insert(s.end(), {1, 2, 3});
+    EXPECT_EQ(uncompress(s, e.err), (std::vector<uint8_t>{1, 2, 3}));
+}
+
+TEST(CompressValue, ModeThreeIsRefused) {
+    ErrorBox e;
+    EXPECT_TRUE(compress_value(std::vector<uint8_t>{1, 2}, 0, 3, e.err).empty());
+    EXPECT_EQ(e.err.id(), kErrCompressionMode);
+    EXPECT_EQ(e.err.severity(), 2);
+}
+
+TEST(ShortString, CorruptBlocksAreRejected) {
+    std::vector<uint8_t> out;
+    EXPECT_FALSE(short_string::decode(std::vector<uint8_t>{5, 0xFF, 0xFF, 0xFF, 0xFF, 0x0F}, out));
+    EXPECT_FALSE(short_string::decode(std::vector<uint8_t>{5, 4, 0x80, 0x05}, out)); // copy before the start
+    EXPECT_FALSE(short_string::decode(std::vector<uint8_t>{5, 4, 0x05, 1}, out));    // run beyond the block
+    EXPECT_TRUE(out.empty());
+    // Trailing padding after the last token is ignored.
+    ASSERT_TRUE(short_string::decode(std::vector<uint8_t>{5, 2, 0x01, 'h', 'i', 0}, out));
+    EXPECT_EQ(std::string(out.begin(), out.end()), "hi");
+}
+
+} // namespace
+} // namespace kp::transforms

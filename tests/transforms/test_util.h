@@ -1,0 +1,55 @@
+// test_util.h - shared helpers of the transforms tests.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "component/error.h"
+
+namespace kp::transforms::test {
+
+// Fresh error object over a local record.
+struct ErrorBox {
+    kp_error_record rec{};
+    kp::CXError err{&rec};
+    ErrorBox() { rec.severity = 1; }
+};
+
+inline std::vector<uint8_t> random_bytes(std::size_t n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::vector<uint8_t> v(n);
+    for (auto& b : v)
+        b = static_cast<uint8_t>(rng());
+    return v;
+}
+
+// Text-like bytes with binary stretches: compresses, but fills dictionaries.
+inline std::vector<uint8_t> mixed_bytes(std::size_t n, uint32_t seed) {
+    static const char* words[] = {"alpha ", "beta ",   "gamma ",   "delta\r\n", "epsilon ", "zeta ",
+                                  "eta, ",  "theta. ", "iota ",    "kappa ",    "lambda ",  "mu ",
+                                  "nu\r\n", "xi ",     "omicron ", "pi "};
+    std::mt19937 rng(seed);
+    std::vector<uint8_t> v;
+    v.reserve(n);
+    while (v.size() < n) {
+        if (rng() % 16 == 0) {
+            for (int k = rng() % 64; k > 0 && v.size() < n; --k)
+                v.push_back(static_cast<uint8_t>(rng()));
+        } else {
+            for (const char* w = words[rng() % 16]; *w && v.size() < n; ++w)
+                v.push_back(static_cast<uint8_t>(*w));
+            if (rng() % 8 == 0 && v.size() < n) v.push_back(static_cast<uint8_t>('0' + rng() % 10));
+        }
+    }
+    return v;
+}
+
+inline const std::vector<std::size_t>& round_trip_sizes() {
+    static const std::vector<std::size_t> sizes = {0,  1,  2,    19,    20,    21,      63,
+                                                   64, 65, 4095, 64000, 64001, 1u << 20};
+    return sizes;
+}
+
+} // namespace kp::transforms::test

@@ -1,1 +1,138 @@
-// handlers.cpp - the handlers of this family (filled as the family lands).
+// handlers.cpp - the handlers of the data transforms: compression,
+// checksums, encodings, phonetic key and encryption.  Each adapts the
+// arguments, calls one implementation and hands back the result.
+#include "component/call.h"
+#include "transforms/checksum.h"
+#include "transforms/cipher.h"
+#include "transforms/compression.h"
+#include "transforms/crypt.h"
+#include "transforms/encodings.h"
+#include "transforms/phonetic.h"
+
+namespace kp::handlers {
+
+namespace {
+
+void ret_any_buffer(Call& call, std::span<const uint8_t> bytes) {
+    kp_variant v;
+    variant::init(&v);
+    variant::set_buffer(&v, bytes);
+    call.ret_variant(&v);
+    variant::destroy(&v);
+}
+
+void ret_any_string(Call& call, std::u16string_view text) {
+    kp_variant v;
+    variant::init(&v);
+    variant::set_string(&v, text);
+    call.ret_variant(&v);
+    variant::destroy(&v);
+}
+
+void crypt(Call& call, int32_t mode, int32_t encoding) {
+    const bool is_string = !str::is_binary(call.buffer(0));
+    const auto out = transforms::crypt(call.raw(0), is_string, call.str(1), mode, encoding, call.error());
+    if (call.error().failed())
+        ret_any_string(call, u"");
+    else
+        ret_any_buffer(call, out);
+}
+
+void uncrypt(Call& call, int32_t mode, int32_t encoding) {
+    const auto r = transforms::uncrypt_bytes(call.raw(0), call.str(1), mode, encoding, call.error());
+    if (r.is_string)
+        ret_any_string(call, r.text);
+    else
+        ret_any_buffer(call, r.bytes);
+}
+
+} // namespace
+
+// Compress(buffer) / Compress(string)
+KP_HANDLER(Compress_1) {
+    Call call(frame, context, args);
+    call.ret_buffer(transforms::compress(call.raw(0), false, call.error()));
+    return 0;
+}
+KP_HANDLER(Compress_2) {
+    Call call(frame, context, args);
+    call.ret_buffer(transforms::compress(call.raw(0), true, call.error()));
+    return 0;
+}
+KP_HANDLER(Uncompress_1) {
+    Call call(frame, context, args);
+    call.ret_buffer(transforms::uncompress(call.raw(0), call.error()));
+    return 0;
+}
+
+KP_HANDLER(sComputeCrc16_1) {
+    Call call(frame, context, args);
+    call.ret_int(transforms::crc16(call.str(0)));
+    return 0;
+}
+KP_HANDLER(sComputeCrc32_1) {
+    Call call(frame, context, args);
+    call.ret_int(static_cast<int32_t>(transforms::crc32(call.raw(0))));
+    return 0;
+}
+KP_HANDLER(sComputeCrc32_2) {
+    Call call(frame, context, args);
+    call.ret_int(static_cast<int32_t>(transforms::crc32(call.raw(0), static_cast<uint32_t>(call.i32(1)))));
+    return 0;
+}
+
+KP_HANDLER(URLEncode_1) {
+    Call call(frame, context, args);
+    call.ret_string(transforms::url_encode(call.str(0)));
+    return 0;
+}
+KP_HANDLER(URLDecode_1) {
+    Call call(frame, context, args);
+    call.ret_string(transforms::url_decode(call.str(0)));
+    return 0;
+}
+KP_HANDLER(ZigouigouiARoulette_1) {
+    Call call(frame, context, args);
+    call.ret_int(transforms::zigouigoui_a_roulette(call.i32(0)));
+    return 0;
+}
+
+KP_HANDLER(Phonetic_1) {
+    Call call(frame, context, args);
+    call.ret_string(transforms::phonetic(call.str(0)));
+    return 0;
+}
+
+// Crypt and Uncrypt: mode 1 (cryptFast) and encoding 1 (encodeQRT) unless given.
+KP_HANDLER(Crypt_1) {
+    Call call(frame, context, args);
+    crypt(call, transforms::kCryptFast, transforms::kEncodeQrt);
+    return 0;
+}
+KP_HANDLER(Crypt_2) {
+    Call call(frame, context, args);
+    crypt(call, call.i32(2), transforms::kEncodeQrt);
+    return 0;
+}
+KP_HANDLER(Crypt_3) {
+    Call call(frame, context, args);
+    crypt(call, call.i32(2), call.i32(3));
+    return 0;
+}
+KP_HANDLER(Uncrypt_1) {
+    Call call(frame, context, args);
+    uncrypt(call, transforms::kCryptFast, transforms::kEncodeQrt);
+    return 0;
+}
+KP_HANDLER(Uncrypt_2) {
+    Call call(frame, context, args);
+    uncrypt(call, call.i32(2), transforms::kEncodeQrt);
+    return 0;
+}
+KP_HANDLER(Uncrypt_3) {
+    Call call(frame, context, args);
+    uncrypt(call, call.i32(2), call.i32(3));
+    return 0;
+}
+
+} // namespace kp::handlers

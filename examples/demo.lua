@@ -147,6 +147,11 @@ end
 step('kp.sComputeCrc32(kp.buffer("123456789")) in hex', function()
   return string.format("%08x", kp.sComputeCrc32(kp.buffer("123456789")) & 0xffffffff)
 end)
+step('kp.MatchRegularExpression("2024-11-21", "([0-9]+)-([0-9]+)-[0-9]+", y, m)', function()
+  local y, m = kp.var(), kp.var()
+  local ok = kp.MatchRegularExpression("2024-11-21", "([0-9]+)-([0-9]+)-[0-9]+", y, m)
+  return ok, y.value, m.value
+end)
 step('kp.Phonetic("Philippe")', function() return kp.Phonetic("Philippe") end)
 step('kp.URLEncode("a b&c=é")', function() return kp.URLEncode("a b&c=é") end)
 step('kp.URLDecode("a%20b%26c")', function() return kp.URLDecode("a%20b%26c") end)

@@ -124,9 +124,24 @@ T.group("procedure parameters", function()
 end)
 
 T.group("variables passed by reference", function()
-  if not T.provided("IsNumeric", "1") then T.skip("IsNumeric not provided") end
-  T.eq(kp.IsNumeric(kp.var("12")), true, "variable read by the call")
-  T.eq(kp.IsNumeric(kp.var("douze")), false, "variable read by the call")
+  if T.provided("IsNumeric", "1") then
+    T.eq(kp.IsNumeric(kp.var("12")), true, "variable read by the call")
+    T.eq(kp.IsNumeric(kp.var("douze")), false, "variable read by the call")
+  end
+  if T.provided("MatchRegularExpression", "a", "a") then
+    local y, m, d = kp.var(), kp.var("old"), kp.var(0)
+    T.eq(kp.MatchRegularExpression("2024-11-21", "([0-9]+)-([0-9]+)-([0-9]+)", y, m, d), true, "match")
+    T.eq(y.value, "2024", "first variable filled")
+    T.eq(m.value, "11", "second variable replaced")
+    T.eq(d.value, "21", "third variable")
+    T.eq(kp.MatchRegularExpression("abc", "x(.)", y), false, "no match")
+  end
+  if T.provided("eToEuro", kp.currency("1"), 1) then
+    local diff = kp.var(kp.currency("99"))
+    kp.eToEuro(kp.currency("655.957"), 1, 2, diff)
+    T.ok(diff.value ~= kp.currency("99"), "currency variable written by the call")
+    T.ok(tostring(diff.value):match("^%-?%d+%.%d%d%d%d%d%d$"), "still a currency")
+  end
 end)
 
 T.done()

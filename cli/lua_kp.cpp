@@ -226,9 +226,18 @@ VarBox* varbox_at(lua_State* L, int index) {
     return static_cast<VarBox*>(luaL_testudata(L, index, kVarType));
 }
 
-// Lua value -> host value.  `what` names the value in messages.
+// The Lua functions passed as procedures in one call: registry references,
+// dropped when the call is over.
+struct FunctionRef {
+    int ref;
+    std::shared_ptr<bool> live;
+};
+using FunctionRefs = std::vector<FunctionRef>;
+
+// Lua value -> host value.  `what` names the value in messages.  Variables
+// and functions are accepted only as call arguments (`function_refs` given).
 bool to_value(lua_State* L, int index, Value& out, const std::string& what, std::string& err,
-              std::vector<int>* function_refs);
+              FunctionRefs* function_refs);
 
 int var_new(lua_State* L, std::string& err) {
     Value initial;
@@ -280,18 +289,23 @@ int var_tostring(lua_State* L) {
 
 // ---- values ---------------------------------------------------------------
 
-void unref_all(lua_State* L, std::vector<int>& refs) {
-    for (int r : refs)
-        luaL_unref(L, LUA_REGISTRYINDEX, r);
+void unref_all(lua_State* L, FunctionRefs& refs) {
+    for (FunctionRef& r : refs) {
+        *r.live = false;
+        luaL_unref(L, LUA_REGISTRYINDEX, r.ref);
+    }
     refs.clear();
 }
 
 // A Lua function given as a procedure parameter.  The component calls it
 // in the middle of a call; Lua errors are caught there (a longjmp must not
-// cross the component) and raised again once the call has returned.
+// cross the component) and raised again once the call has returned.  The
+// procedure lives as long as the call it was passed to: called after that,
+// it does nothing and gives no value.
 struct Callback {
     lua_State* L;
     int fref;
+    std::shared_ptr<bool> live;
 };
 
 struct CallbackRun {
@@ -322,6 +336,7 @@ void set_pending(lua_State* L) {
 Value run_callback(const Callback& cb, std::vector<Value>& args) {
     lua_State* L = cb.L;
     Value result;
+    if (!*cb.live) return result;
     if (!lua_checkstack(L, static_cast<int>(args.size()) + 8)) return result;
     CallbackRun run{cb.fref, &args};
     lua_pushcfunction(L, callback_trampoline);
@@ -342,7 +357,7 @@ Value run_callback(const Callback& cb, std::vector<Value>& args) {
 }
 
 bool to_value(lua_State* L, int index, Value& out, const std::string& what, std::string& err,
-              std::vector<int>* function_refs) {
+              FunctionRefs* function_refs) {
     switch (lua_type(L, index)) {
     case LUA_TBOOLEAN:
         out = Value::boolean(lua_toboolean(L, index) != 0);
@@ -396,8 +411,9 @@ bool to_value(lua_State* L, int index, Value& out, const std::string& what, std:
         if (function_refs) {
             lua_pushvalue(L, index);
             const int ref = luaL_ref(L, LUA_REGISTRYINDEX);
-            function_refs->push_back(ref);
-            Callback cb{L, ref};
+            auto live = std::make_shared<bool>(true);
+            function_refs->push_back({ref, live});
+            Callback cb{L, ref, live};
             out = Value::procedure([cb](std::vector<Value>& args) { return run_callback(cb, args); });
             return true;
         }
@@ -418,10 +434,10 @@ int call_impl(lua_State* L, std::string& err) {
     Session& s = session(L);
     const int argc = lua_gettop(L);
 
-    std::vector<int> refs;
+    FunctionRefs refs;
     struct RefGuard {
         lua_State* L;
-        std::vector<int>& refs;
+        FunctionRefs& refs;
         ~RefGuard() { unref_all(L, refs); }
     } guard{L, refs};
 

@@ -91,6 +91,23 @@ T.group("error record after a call", function()
   end
 end)
 
+T.group("a recorded failure is not a Lua error", function()
+  if not T.provided("DateToString", "20240101") then T.skip("DateToString not provided") end
+  T.eq(kp.DateToString("20231345"), "", "failure value")
+  local en = kp.lasterror()
+  T.eq(en.severity, 2, "severity")
+  T.ok(en.id >= 80001 and en.id <= 81507, "identifier " .. en.id)
+  T.ok(#en.message > 0, "message")
+  kp.setlang("fr")
+  kp.DateToString("20231345")
+  local fr = kp.lasterror()
+  kp.setlang("en")
+  T.eq(fr.id, en.id, "same identifier in French")
+  T.ok(fr.message ~= en.message, "message in the interface language: " .. fr.message)
+  kp.DateToString("20240101")
+  T.eq(kp.lasterror().severity, 1, "cleared by a good call")
+end)
+
 T.group("interface language", function()
   T.raises("expects \"fr\" or \"en\"", kp.setlang, "de")
   T.raises("expects \"fr\" or \"en\"", kp.setlang)

@@ -405,6 +405,57 @@ bool IXStream::ReadLineBuffered(std::u16string& line, uint32_t maximum, bool uni
     }
 }
 
+bool IXStream::ReadUntil(const uint8_t* end, uint32_t end_length, std::string& out, bool* found) {
+    *found = false;
+    if (!end || end_length == 0 || end_length > 4) return false;
+    begin();
+    for (;;) {
+        bool inside = buffered_ && position_ >= aux_start_ && position_ - aux_start_ < buffered_;
+        if (!inside || aux_start_ + buffered_ - position_ < end_length) {
+            if (!fill(position_)) return fail_read(kAuxiliaryBufferSize, 0, false);
+            if (buffered_ < end_length) {
+                // The end of the file: the rest is the line.
+                out.append(reinterpret_cast<const char*>(aux_.get()), buffered_);
+                position_ += buffered_;
+                return true;
+            }
+        }
+        const uint8_t* from = aux_.get() + (position_ - aux_start_);
+        const uint8_t* limit = aux_.get() + buffered_;
+        // First byte by memchr, then the rest of the line end in place.
+        const uint8_t* at = nullptr;
+        for (const uint8_t* p = from; p + end_length <= limit;) {
+            p = static_cast<const uint8_t*>(std::memchr(p, end[0], static_cast<std::size_t>(limit - p)));
+            if (!p || p + end_length > limit) break;
+            uint32_t k = 1;
+            while (k < end_length && p[k] == end[k])
+                ++k;
+            if (k == end_length) {
+                at = p;
+                break;
+            }
+            ++p;
+        }
+        if (at) {
+            out.append(reinterpret_cast<const char*>(from), static_cast<std::size_t>(at - from));
+            position_ += static_cast<uint64_t>(at - from) + end_length;
+            *found = true;
+            return true;
+        }
+        // Keep the last end_length - 1 bytes: they may begin the line end.
+        std::size_t take = static_cast<std::size_t>(limit - from) - (end_length - 1);
+        out.append(reinterpret_cast<const char*>(from), take);
+        position_ += take;
+        if (buffered_ < kAuxiliaryBufferSize) {
+            // Short fill: the end of the file is in the buffer.
+            out.append(reinterpret_cast<const char*>(from + take), end_length - 1);
+            position_ += end_length - 1;
+            return true;
+        }
+        drop_buffer();
+    }
+}
+
 bool IXStream::Lock(uint64_t position, uint64_t count) {
     begin();
     if (RawLock(position, count)) return true;

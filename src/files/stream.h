@@ -110,6 +110,19 @@ class IXStream {
     virtual uint32_t GetLastError() const { return last_error_; }
     virtual void base_operation_4() {}
 
+    // Appends to `out` the bytes from the position up to the first
+    // occurrence of `end` (1 to 4 bytes) and moves the position just after
+    // it; without one, everything up to the end of the file.  `found` tells
+    // which.  This is the result the line reader's 160-byte blocks and
+    // 50-byte pieces give, reached in one pass over the read-ahead.
+    bool ReadUntil(const uint8_t* end, uint32_t end_length, std::string& out, bool* found);
+
+    // Code page of the file's ANSI text (the host's, taken at open).
+    uint32_t codepage() const { return codepage_; }
+    void set_codepage(uint32_t cp) { codepage_ = cp; }
+    // Working bytes of the line functions, kept to spare an allocation a line.
+    std::string& scratch() { return scratch_; }
+
     bool is_open() const { return handle_ != platform::kInvalidFile; }
     const std::u16string& name() const { return name_; }
     platform::FileHandle handle() const { return handle_; }
@@ -134,6 +147,8 @@ class IXStream {
     std::unique_ptr<uint8_t[]> aux_;
     uint64_t aux_start_ = 0;
     uint32_t buffered_ = 0;
+    std::string scratch_;
+    uint32_t codepage_ = 1252;
 };
 
 } // namespace kp::files

@@ -7,6 +7,10 @@
 #include <cstring>
 #include <new>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "component/runtime.h"
 #include "platform/codepage.h"
 #include "platform/memory.h"
@@ -80,8 +84,6 @@ FileHandleTable& handle_table() {
 
 namespace {
 
-constexpr uint32_t kLineBlock = 160;
-constexpr uint32_t kLinePiece = 50;
 constexpr uint32_t kPatternLineMax = 255;
 constexpr uint32_t kStackReadMax = 4096;
 constexpr uint8_t kLineEndAnsi[] = {13, 10};
@@ -117,65 +119,44 @@ void report_system(uint32_t code, CXError& err) {
     err.set_severity(KP_SEVERITY_ERROR);
 }
 
-std::u16string decode_ansi(std::span<const uint8_t> bytes) {
-    uint32_t cp = ansi_codepage();
-    if (cp == platform::kCodePage1252) return platform::decode_1252(bytes);
+std::u16string decode_ansi(uint32_t cp, std::span<const uint8_t> bytes) {
+    if (cp == platform::kCodePage1252) {
+        // Line reading's hot path: bytes widen sixteen at a time into a
+        // chunk on the stack, and the bytes of 0x80 and more go through the
+        // table; the chunk is appended with one copy.
+        std::u16string out;
+        out.reserve(bytes.size());
+        constexpr std::size_t kChunk = 512;
+        char16_t chunk[kChunk];
+        for (std::size_t base = 0; base < bytes.size(); base += kChunk) {
+            const std::size_t n = std::min(kChunk, bytes.size() - base);
+            const uint8_t* in = bytes.data() + base;
+            std::size_t i = 0;
+#if defined(__SSE2__)
+            const __m128i zero = _mm_setzero_si128();
+            for (; i + 16 <= n; i += 16) {
+                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+                if (_mm_movemask_epi8(v)) break;
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(chunk + i), _mm_unpacklo_epi8(v, zero));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(chunk + i + 8), _mm_unpackhi_epi8(v, zero));
+            }
+#endif
+            for (; i < n; ++i)
+                chunk[i] = in[i] < 0x80 ? char16_t(in[i]) : platform::cp1252_to_unicode(in[i]);
+            out.append(chunk, n);
+        }
+        return out;
+    }
     std::u16string out;
     if (!platform::decode(cp, bytes, out)) out = platform::decode_1252(bytes);
     return out;
 }
 
-std::string encode_ansi(std::u16string_view text) {
-    uint32_t cp = ansi_codepage();
+std::string encode_ansi(uint32_t cp, std::u16string_view text) {
     if (cp == platform::kCodePage1252) return platform::encode_1252(text);
     std::string out;
     if (!platform::encode(cp, text, out)) out = platform::encode_1252(text);
     return out;
-}
-
-// One piece of a line: up to `size` bytes before the line end.  The stream
-// reads blocks of 160 bytes and moves back over what the piece did not use,
-// so its position is just after the line end once the line is complete.
-bool read_piece(IXStream& s, uint8_t* out, uint32_t size, bool unicode, bool* more, uint32_t* count) {
-    *more = false;
-    *count = 0;
-    uint8_t block[kLineBlock + 2];
-    for (;;) {
-        uint32_t n = 0;
-        if (!s.Read(block, kLineBlock, &n)) return false;
-        if (n == 0) return true;
-        uint32_t end = n, end_length = 0;
-        for (uint32_t i = 0; i < n; ++i) {
-            if (block[i] != 13) continue;
-            if (i == n - 1 && n == kLineBlock) {
-                uint32_t extra = 0;
-                if (!s.Read(block + kLineBlock, 2, &extra)) return false;
-                n += extra;
-            }
-            if (!unicode && i + 1 < n && block[i + 1] == 10) {
-                end = i, end_length = 2;
-                break;
-            }
-            if (unicode && i + 3 < n && block[i + 1] == 0 && block[i + 2] == 10 && block[i + 3] == 0) {
-                end = i, end_length = 4;
-                break;
-            }
-        }
-        uint32_t room = size - *count;
-        if (end > room) {
-            std::memcpy(out + *count, block, room);
-            *count += room;
-            *more = true;
-            return s.Seek(-static_cast<int64_t>(n - room), platform::kFileCurrent) >= 0;
-        }
-        std::memcpy(out + *count, block, end);
-        *count += end;
-        if (end_length) {
-            int64_t back = static_cast<int64_t>(n) - static_cast<int64_t>(end + end_length);
-            return back == 0 || s.Seek(-back, platform::kFileCurrent) >= 0;
-        }
-        if (n < kLineBlock) return true;
-    }
 }
 
 // Writes `length` bytes from program memory at `address`, in chunks.
@@ -224,6 +205,7 @@ int32_t f_open(std::u16string_view name, int32_t mode, CXError& err) {
         return -1;
     }
     s->bind(&err);
+    s->set_codepage(ansi_codepage());
     // Each later rule overrides: write-only unless the read bit asks for
     // reading, and read-write for the write bit (alone or with the read
     // bit) or for no access bit at all.  foWrite thus asks for read and
@@ -404,28 +386,33 @@ std::u16string f_read_line(int32_t handle, CXError& err) {
         err.clear();
         return std::u16string(1, kEndOfFile);
     }
+    // A line ends at CR LF only (13 10, or 13 0 10 0 searched byte by byte
+    // in a Unicode file); a lone CR or LF is data.  The line reader works
+    // in blocks of 160 bytes and pieces of 50 bytes and moves back over
+    // what it did not use, so the position is just after the line end;
+    // ReadUntil gives that same line and position in one pass over the
+    // stream's read-ahead.
     const bool unicode = r->unicode != 0;
-    std::string line;
-    uint8_t piece[kLinePiece];
-    for (;;) {
-        bool more = false;
-        uint32_t count = 0;
-        if (!read_piece(s, piece, kLinePiece, unicode, &more, &count)) {
-            report(s, err);
-            return {};
-        }
-        line.append(reinterpret_cast<const char*>(piece), count);
-        if (!more) break;
+    std::string& line = s.scratch();
+    line.clear();
+    bool found = false;
+    if (!(unicode ? s.ReadUntil(kLineEndUnicode, sizeof kLineEndUnicode, line, &found)
+                  : s.ReadUntil(kLineEndAnsi, sizeof kLineEndAnsi, line, &found))) {
+        report(s, err);
+        return {};
     }
     err.clear();
+    std::u16string out;
     if (unicode) {
-        std::u16string out(line.size() / 2, u'\0');
+        out.assign(line.size() / 2, u'\0');
         std::memcpy(out.data(), line.data(), out.size() * 2);
-        return out;
+    } else {
+        // The whole line is converted at once, so that a character of a
+        // multi-byte code page is never cut between two pieces.
+        out = decode_ansi(s.codepage(), {reinterpret_cast<const uint8_t*>(line.data()), line.size()});
     }
-    // The whole line is converted at once, so that a character of a
-    // multi-byte code page is never cut between two pieces.
-    return decode_ansi({reinterpret_cast<const uint8_t*>(line.data()), line.size()});
+    if (line.capacity() > (1u << 20)) std::string().swap(line); // a huge line's bytes are not kept
+    return out;
 }
 
 bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t variables,
@@ -448,7 +435,7 @@ bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t 
         std::string bytes(line.size(), '\0');
         for (std::size_t i = 0; i < line.size(); ++i)
             bytes[i] = static_cast<char>(line[i]);
-        line = decode_ansi({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+        line = decode_ansi(s.codepage(), {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
     }
     transforms::WholeMatch m;
     if (!m.compile(pattern.empty() ? std::u16string_view(u".*") : pattern)) {
@@ -501,7 +488,7 @@ bool f_write_line(int32_t handle, std::u16string_view text, CXError& err) {
         return write_line_bytes(handle, {reinterpret_cast<const uint8_t*>(text.data()), text.size() * 2},
                                 err);
     }
-    std::string bytes = encode_ansi(text);
+    std::string bytes = encode_ansi(r ? r->stream->codepage() : ansi_codepage(), text);
     return write_line_bytes(handle, {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, err);
 }
 

@@ -161,7 +161,8 @@ std::optional<Date> date_of(int64_t n) {
 }
 
 int32_t weekday(int64_t n) {
-    int64_t r = (n + kEpoch) % 7;
+    // Reduced before adding the epoch, so that no day number overflows.
+    int64_t r = (n % 7 + kEpoch % 7) % 7;
     if (r < 0) r += 7;
     return r == 0 ? 7 : static_cast<int32_t>(r);
 }

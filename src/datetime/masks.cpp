@@ -47,10 +47,35 @@ bool replace_all(std::u16string& s, std::u16string_view what, std::u16string_vie
     return replace_all_from(s, what, value, 0);
 }
 
+// A mask being replaced, with the set of ASCII characters it may hold so
+// that tokens whose first letter never occurred are not searched for.  The
+// set only grows (inserted values are added), so it never hides a token.
+struct MaskText {
+    std::u16string s;
+    uint64_t seen[2] = {0, 0};
+
+    explicit MaskText(std::u16string_view mask) {
+        s.reserve(mask.size() + 48);
+        s.assign(mask);
+        note(mask);
+    }
+    void note(std::u16string_view v) {
+        for (char16_t c : v)
+            if (c < 128) seen[c >> 6] |= uint64_t{1} << (c & 63);
+    }
+    bool has(char16_t c) const { return c < 128 && ((seen[c >> 6] >> (c & 63)) & 1); }
+};
+
 // Token replacement with the value produced only when the token is there.
-template <class Make> bool replace_token_with(std::u16string& s, std::u16string_view token, Make make) {
-    size_t pos = s.find(token.data(), 0, token.size());
-    if (pos != std::u16string::npos) return replace_all_from(s, token, make(), pos);
+template <class Make> bool replace_token_with(MaskText& t, std::u16string_view token, Make make) {
+    if (t.has(token[0])) {
+        size_t pos = t.s.find(token.data(), 0, token.size());
+        if (pos != std::u16string::npos) {
+            auto value = make();
+            t.note(value);
+            return replace_all_from(t.s, token, value, pos);
+        }
+    }
     char16_t low[8];
     if (token.size() > 8) return false;
     bool differs = false;
@@ -58,15 +83,17 @@ template <class Make> bool replace_token_with(std::u16string& s, std::u16string_
         low[i] = to_lower_ascii(token[i]);
         differs |= low[i] != token[i];
     }
-    if (!differs) return false;
+    if (!differs || !t.has(low[0])) return false;
     std::u16string_view lowered(low, token.size());
-    pos = s.find(lowered.data(), 0, lowered.size());
+    size_t pos = t.s.find(lowered.data(), 0, lowered.size());
     if (pos == std::u16string::npos) return false;
-    return replace_all_from(s, lowered, make(), pos);
+    auto value = make();
+    t.note(value);
+    return replace_all_from(t.s, lowered, value, pos);
 }
 
-bool replace_number(std::u16string& s, std::u16string_view token, int64_t v, int width) {
-    return replace_token_with(s, token, [&] { return int_text(v, width); });
+bool replace_number(MaskText& t, std::u16string_view token, int64_t v, int width) {
+    return replace_token_with(t, token, [&] { return int_text(v, width); });
 }
 
 // Leading decimal digits at s[i], at most `max` of them.
@@ -112,8 +139,135 @@ std::u16string_view month_name(const kp_regional_settings& rs, int32_t month) {
 }
 
 bool replace_token(std::u16string& s, std::u16string_view token, std::u16string_view value) {
-    return replace_token_with(s, token, [&] { return value; });
+    MaskText t(s);
+    bool found = replace_token_with(t, token, [&] { return value; });
+    s = std::move(t.s);
+    return found;
 }
+
+namespace {
+
+bool token_letter(char16_t c) {
+    switch (to_lower_ascii(c)) {
+    case u'j':
+    case u'd':
+    case u'm':
+    case u'a':
+    case u'y':
+        return true;
+    default:
+        return false;
+    }
+}
+
+// A name that can never form a token with the text around it: no doubled
+// token letter inside.
+bool plain_name(std::u16string_view name) {
+    for (size_t i = 0; i + 1 < name.size(); ++i)
+        if (name[i] == name[i + 1] && token_letter(name[i])) return false;
+    return true;
+}
+
+void append_abbreviation(std::u16string& out, std::u16string_view name) {
+    size_t keep = 3;
+    if (name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
+        to_lower_ascii(name[2]) == u'i')
+        keep = 4;
+    if (name.size() <= keep) {
+        out += name;
+        return;
+    }
+    out += name.substr(0, keep);
+    out.push_back(u'.');
+}
+
+// One pass over the mask for the common masks, whose result is the same as
+// that of the successive replacements: upper-case runs of exactly a token's
+// length, no other token letter, one spelling of the day number and of the
+// year, and names that cannot form tokens with what surrounds them.  Returns
+// false (and leaves `out` alone) for any other mask.
+bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, const kp_regional_settings& rs,
+                        std::u16string& out) {
+    struct Run {
+        size_t pos, len;
+        char16_t letter;
+    };
+    Run runs[16];
+    size_t count = 0;
+    char16_t year_kind = 0;
+    size_t year_len = 0;
+    bool day_jj = false, day_dd = false;
+    for (size_t i = 0; i < mask.size();) {
+        char16_t c = mask[i];
+        if (!token_letter(c)) {
+            ++i;
+            continue;
+        }
+        if (c != u'J' && c != u'D' && c != u'M' && c != u'A' && c != u'Y') return false;
+        size_t n = 1;
+        while (i + n < mask.size() && mask[i + n] == c)
+            ++n;
+        if (n > 4 || n < 2 || count == 16) return false;
+        bool year = c == u'A' || c == u'Y';
+        if (year) {
+            if (n == 3 || (year_kind && (year_kind != c || year_len != n))) return false;
+            year_kind = c;
+            year_len = n;
+        }
+        if (n == 2 && c == u'J') day_jj = true;
+        if (n == 2 && c == u'D') day_dd = true;
+        bool name = !year && n >= 3;
+        if (name) {
+            // A name run needs plain text on both sides.
+            if (i > 0 && token_letter(mask[i - 1])) return false;
+            if (i + n < mask.size() && token_letter(mask[i + n])) return false;
+        }
+        runs[count++] = Run{i, n, c};
+        i += n;
+    }
+    if (day_jj && day_dd) return false;
+    std::u16string_view day = day_name(rs, wd), month = month_name(rs, d.month);
+    if (!plain_name(day) || !plain_name(month)) return false;
+
+    std::u16string s;
+    s.reserve(mask.size() + day.size() + month.size() + 8);
+    size_t at = 0;
+    for (size_t k = 0; k < count; ++k) {
+        const Run& r = runs[k];
+        s.append(mask.substr(at, r.pos - at));
+        at = r.pos + r.len;
+        switch (r.letter) {
+        case u'J':
+        case u'D':
+            if (r.len == 4)
+                s += day;
+            else if (r.len == 3)
+                append_abbreviation(s, day);
+            else
+                append_int(s, d.day, 2);
+            break;
+        case u'M':
+            if (r.len == 4)
+                s += month;
+            else if (r.len == 3)
+                append_abbreviation(s, month);
+            else
+                append_int(s, d.month, 2);
+            break;
+        default:
+            if (r.len == 4)
+                append_int(s, d.year, 4);
+            else
+                append_int(s, d.year % 100, 2);
+            break;
+        }
+    }
+    s.append(mask.substr(at));
+    out = std::move(s);
+    return true;
+}
+
+} // namespace
 
 std::u16string date_to_string(std::u16string_view date, const std::u16string_view* mask,
                               const kp_regional_settings& rs, CXError& err) {
@@ -132,8 +286,10 @@ std::u16string date_to_string(std::u16string_view date, const std::u16string_vie
         append_int(out, d.year, 4);
         return out;
     }
-    std::u16string s(*mask);
     int32_t wd = weekday(*day_number(d.year, d.month, d.day));
+    std::u16string quick;
+    if (date_mask_one_pass(d, wd, *mask, rs, quick)) return quick;
+    MaskText s(*mask);
     auto full_day = [&] { return day_name(rs, wd); };
     auto short_day = [&] { return abbreviate(day_name(rs, wd)); };
     replace_token_with(s, u"JJJJ", full_day);
@@ -147,7 +303,7 @@ std::u16string date_to_string(std::u16string_view date, const std::u16string_vie
     if (!replace_number(s, u"AAAA", d.year, 4) && !replace_number(s, u"YYYY", d.year, 4) &&
         !replace_number(s, u"AA", d.year % 100, 2))
         replace_number(s, u"YY", d.year % 100, 2);
-    return s;
+    return std::move(s.s);
 }
 
 std::u16string time_to_string(std::u16string_view time, const std::u16string_view* mask,
@@ -168,13 +324,13 @@ std::u16string time_to_string(std::u16string_view time, const std::u16string_vie
         append_int(out, t.hundredths, 2);
         return out;
     }
-    std::u16string s(*mask);
+    MaskText s(*mask);
     int32_t h = t.hour;
-    if (replace_token(s, u"AP", h < 12 ? u"AM" : u"PM")) {
+    if (replace_token_with(s, u"AP", [&] { return std::u16string_view(h < 12 ? u"AM" : u"PM"); })) {
         // Noon keeps 12 and turns the whole text to PM; every other hour is
         // taken modulo 12, so midnight prints as 00.
         if (h == 12)
-            replace_all(s, u"AM", u"PM");
+            replace_all(s.s, u"AM", u"PM");
         else
             h %= 12;
     }
@@ -182,7 +338,7 @@ std::u16string time_to_string(std::u16string_view time, const std::u16string_vie
     replace_number(s, u"MM", t.minute, 2);
     replace_number(s, u"SS", t.second, 2);
     replace_number(s, u"CC", t.hundredths, 2);
-    return s;
+    return std::move(s.s);
 }
 
 std::u16string string_to_date(std::u16string_view input, const std::u16string_view* mask_arg,

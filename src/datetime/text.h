@@ -14,19 +14,21 @@ inline bool is_digit(char16_t c) {
 
 // Appends v in decimal, zero-padded to `width` digits ("%0*lld").
 inline void append_int(std::u16string& out, int64_t v, int width = 0) {
-    char16_t buf[24];
-    int n = 0;
+    char16_t buf[48];
+    char16_t* end = buf + sizeof(buf) / sizeof(buf[0]);
+    char16_t* p = end;
     bool neg = v < 0;
     uint64_t u = neg ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
     do {
-        buf[n++] = static_cast<char16_t>(u'0' + u % 10);
+        *--p = static_cast<char16_t>(u'0' + u % 10);
         u /= 10;
     } while (u);
-    if (neg) out.push_back(u'-');
-    for (int i = n + (neg ? 1 : 0); i < width; ++i)
-        out.push_back(u'0');
-    while (n)
-        out.push_back(buf[--n]);
+    if (width > 24) width = 24;
+    int pad = width - static_cast<int>(end - p) - (neg ? 1 : 0);
+    while (pad-- > 0)
+        *--p = u'0';
+    if (neg) *--p = u'-';
+    out.append(p, static_cast<size_t>(end - p));
 }
 
 inline std::u16string int_text(int64_t v, int width = 0) {

@@ -14,6 +14,7 @@
 #include <system_error>
 #include <vector>
 
+#include <csignal>
 #include <unistd.h>
 
 #include "listing.h"
@@ -199,6 +200,32 @@ int lua_exit(lua_State* L) {
     return lua_error(L);
 }
 
+// Ctrl-C while Lua code runs stops it with a Lua error at the next Lua
+// instruction (a component call in progress finishes first), so that the
+// prompt survives and a script ends through the usual error path.
+lua_State* interrupt_state = nullptr;
+
+void interrupt_hook(lua_State* L, lua_Debug*) {
+    lua_sethook(L, nullptr, 0, 0);
+    luaL_error(L, "interrupted");
+}
+
+extern "C" void on_interrupt(int sig) {
+    std::signal(sig, SIG_DFL); // a second Ctrl-C ends the process
+    if (interrupt_state)
+        lua_sethook(interrupt_state, interrupt_hook, LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT, 1);
+}
+
+int pcall_interruptible(lua_State* L, int nargs, int nresults) {
+    interrupt_state = L;
+    std::signal(SIGINT, on_interrupt);
+    const int status = lua_pcall(L, nargs, nresults, 0);
+    std::signal(SIGINT, SIG_DFL);
+    lua_sethook(L, nullptr, 0, 0);
+    interrupt_state = nullptr;
+    return status;
+}
+
 bool is_exit(lua_State* L, int index) {
     return lua_islightuserdata(L, index) && lua_touserdata(L, index) == &kExitKey;
 }
@@ -218,7 +245,7 @@ std::string error_text(lua_State* L, int index) {
 // not), or 1 after printing a Lua error.
 int run_protected(lua_State* L, int nargs, int nresults, bool& ended) {
     ended = false;
-    const int status = lua_pcall(L, nargs, nresults, 0);
+    const int status = pcall_interruptible(L, nargs, nresults);
     if (status == LUA_OK) return 0;
     if (is_exit(L, -1)) {
         lua_pop(L, 1);
@@ -349,7 +376,7 @@ int interactive(lua_State* L) {
             continue;
         }
         const int base = lua_gettop(L) - 1;
-        const int status = lua_pcall(L, 0, LUA_MULTRET, 0);
+        const int status = pcall_interruptible(L, 0, LUA_MULTRET);
         if (status != LUA_OK) {
             if (is_exit(L, -1)) {
                 lua_pop(L, 1);

@@ -43,16 +43,13 @@ void store_difference(void** args, int i, numeric::Money diff) {
     if (args && args[i]) diff.to_bytes(static_cast<uint8_t*>(args[i]));
 }
 
-// A conversion with or without rounding and its difference.
+// A conversion with or without rounding and its difference.  A missing
+// table goes to the conversion too, which fails with 80190 and zeroes the
+// difference.
 template <typename Convert>
 void convert(kp_call_frame* frame, kp_call_context* context, void** args, Convert&& fn) {
     Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    if (!t) {
-        ret_money(call, numeric::Money());
-        return;
-    }
-    ret_money(call, fn(call, t));
+    ret_money(call, fn(call, numeric::currency_table(call.error())));
 }
 
 } // namespace

@@ -514,6 +514,24 @@ int push_constant(lua_State* L, const kp_constant& c, const std::string& name, s
     return 1;
 }
 
+// A name for a message: bytes that are not UTF-8 are written as \xNN.
+std::string printable(std::string_view name) {
+    std::string out;
+    while (!name.empty()) {
+        const size_t bad = wtf8_invalid_at(name);
+        if (bad == std::string_view::npos) {
+            out += name;
+            break;
+        }
+        out += name.substr(0, bad);
+        char esc[8];
+        std::snprintf(esc, sizeof esc, "\\x%02X", static_cast<unsigned char>(name[bad]));
+        out += esc;
+        name.remove_prefix(bad + 1);
+    }
+    return out;
+}
+
 int kp_index(lua_State* L, std::string& err) {
     if (lua_type(L, 2) != LUA_TSTRING) {
         err = "kp: function and constant names are strings";
@@ -530,7 +548,7 @@ int kp_index(lua_State* L, std::string& err) {
         return 1;
     }
     if (const kp_constant* c = s.host.find_constant(name)) return push_constant(L, *c, name, err);
-    err = "unknown function or constant '" + name + "'";
+    err = "unknown function or constant '" + printable(name) + "'";
     return kFail;
 }
 

@@ -21,7 +21,7 @@ end)
 T.group("unknown names", function()
   T.raises("unknown function or constant 'NoSuchFunction'", function() return kp.NoSuchFunction end)
   T.raises("unknown function or constant 'fOuvr'", function() return kp.fOuvr end)
-  T.raises("unknown function or constant", function() return kp["\255\254"] end)
+  T.raises("unknown function or constant 'a\\xFF\\xFE'", function() return kp["a\255\254"] end)
   T.raises("names are strings", function() return kp[1] end)
 end)
 

@@ -537,6 +537,10 @@ int kp_index(lua_State* L, std::string& err) {
         err = "kp: function and constant names are strings";
         return kFail;
     }
+    // Functions already looked up under this exact name (upvalue 1).
+    lua_pushvalue(L, 2);
+    if (lua_rawget(L, lua_upvalueindex(1)) != LUA_TNIL) return 1;
+    lua_pop(L, 1);
     size_t n = 0;
     const char* p = lua_tolstring(L, 2, &n);
     const std::string name(p, n);
@@ -545,6 +549,9 @@ int kp_index(lua_State* L, std::string& err) {
         lua_pushlightuserdata(L, const_cast<kp_function*>(fn));
         lua_pushlstring(L, name.data(), name.size());
         lua_pushcclosure(L, guarded<call_impl>, 2);
+        lua_pushvalue(L, 2);
+        lua_pushvalue(L, -2);
+        lua_rawset(L, lua_upvalueindex(1));
         return 1;
     }
     if (const kp_constant* c = s.host.find_constant(name)) return push_constant(L, *c, name, err);
@@ -685,7 +692,8 @@ void open_kp(lua_State* L, Session& s) {
                                    {"setlang", guarded<kp_setlang>},    {nullptr, nullptr}};
     luaL_newlib(L, api);
     lua_createtable(L, 0, 1);
-    lua_pushcfunction(L, guarded<kp_index>);
+    lua_newtable(L);
+    lua_pushcclosure(L, guarded<kp_index>, 1);
     lua_setfield(L, -2, "__index");
     lua_setmetatable(L, -2);
     lua_setglobal(L, "kp");

@@ -3,6 +3,9 @@
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 JOBS ?= $(shell nproc)
+# Seconds each fuzz target runs under `make fuzz`; FUZZ_TARGETS picks some.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?=
 CMAKE_FLAGS ?=
 
 .PHONY: deps configure build run test test-asan bench fuzz coverage format clean
@@ -29,10 +32,10 @@ bench: build
 	tools/bench.sh $(BUILD)
 
 fuzz: deps
-	@if [ -f tools/fuzz.sh ]; then tools/fuzz.sh; else echo "no fuzz targets yet"; fi
+	@if [ -f tools/fuzz.sh ]; then FUZZ_SECONDS=$(FUZZ_SECONDS) JOBS=$(JOBS) tools/fuzz.sh $(FUZZ_TARGETS); else echo "no fuzz targets yet"; fi
 
 coverage: deps
-	@if [ -f tools/coverage.sh ]; then tools/coverage.sh; else echo "no coverage script yet"; fi
+	@if [ -f tools/coverage.sh ]; then JOBS=$(JOBS) tools/coverage.sh; else echo "no coverage script yet"; fi
 
 format:
 	find include src host cli tests bench fuzz -name '*.[ch]pp' -o -name '*.h' -o -name '*.c' | xargs clang-format -i

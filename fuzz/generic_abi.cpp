@@ -1,0 +1,309 @@
+// generic_abi.cpp - every handler of the module, called through the real
+// component interface with arguments made from the fuzzer's bytes.
+//
+// The module (libkp120std.so of the same build) is loaded by the reference
+// host once per process.  Each input picks one overload that has a handler,
+// then builds one argument of the overload's type per parameter: strings of
+// any UTF-16 units, integers at the extremes, reals with NaN and infinities,
+// raw currency bytes, buffers, variants of every simple type, procedures,
+// variables for the parameters that take one.  Trailing parameters that may
+// be left out (the 0x4000 ones) are sometimes left out.
+//
+// Sandbox: the device root and the registry file live in a temporary
+// directory made once per process, which is also the current directory; the
+// device root is always set, so no device name reaches the host's own file
+// system.  Files the process writes are capped in size, and the device is
+// emptied from time to time so that it does not fill up.  A few functions are
+// never called (see kDenied).
+//
+// Environment: KP120_COMPONENT names another module to load.
+
+#include <fuzzer/FuzzedDataProvider.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fuzz_input.h"
+#include "host.h"
+
+namespace {
+
+using kp::host::Value;
+namespace fs = std::filesystem;
+
+// Functions that would block, leave the sandbox or change the machine:
+// processes (start, stop, shell), the clipboard (shared with the desktop),
+// the file selector (a dialog), setting the system date or time (the
+// overloads of DateSys, TimeSys, Today and Now that take a value), and the
+// forms of fRead, fWrite and fWriteLine that copy to or from a memory
+// address given as an integer (any mapped address is fair game for them).
+enum class Which { All, WithArguments, AddressForm };
+struct Denied {
+    const char* english;
+    Which which;
+};
+constexpr Denied kDenied[] = {
+    {"ExeRun", Which::All},          {"ShellExecute", Which::All},       {"ExeTerminate", Which::All},
+    {"ToClipboard", Which::All},     {"Clipboard", Which::All},          {"ClipboardHeight", Which::All},
+    {"ClipboardWidth", Which::All},  {"ClipboardFormat", Which::All},    {"TableToClipboard", Which::All},
+    {"fSelect", Which::All},         {"DateSys", Which::WithArguments},  {"TimeSys", Which::WithArguments},
+    {"Today", Which::WithArguments}, {"Now", Which::WithArguments},      {"fRead", Which::AddressForm},
+    {"fWrite", Which::AddressForm},  {"fWriteLine", Which::AddressForm},
+};
+
+bool address_form(const kp_overload& ov) {
+    if (ov.param_count != 3) return false;
+    for (int k = 0; k < 3; ++k)
+        if ((ov.params[k] & 0xFF) != KP_T_INT) return false;
+    return true;
+}
+
+bool denied(const kp_function& fn, const kp_overload& ov) {
+    for (const Denied& d : kDenied) {
+        if (std::strcmp(fn.english, d.english) != 0) continue;
+        if (d.which == Which::All || (d.which == Which::WithArguments && ov.param_count > 0) ||
+            (d.which == Which::AddressForm && address_form(ov)))
+            return true;
+    }
+    return false;
+}
+
+// Interesting strings: device names (files, directories, wildcards, stream
+// devices, attempts to climb out), registry keys, dates, times, masks.
+const std::vector<std::u16string_view> kDictionary = {
+    u"\\f.txt",
+    u"\\d",
+    u"\\d\\g.ini",
+    u"\\d\\*.*",
+    u"/f.txt",
+    u"\\F.TXT",
+    u"\\..\\..\\x",
+    u"\\d\\..\\f.txt",
+    u"COM1:",
+    u"*.*",
+    u"\\",
+    u"HKEY_CURRENT_USER\\Software\\kp",
+    u"HKEY_LOCAL_MACHINE\\Software\\kp\\sub",
+    u"HKEY_CLASSES_ROOT\\.txt",
+    u"20240229",
+    u"18000101",
+    u"99991231",
+    u"23595999",
+    u"1200",
+    u"2024022912000000",
+    u"JJ/MM/AAAA",
+    u"JJJJ JJ MMMM AAAA",
+    u"HH:MM:SS:CC",
+    u"AAAAMMJJ",
+    u"UseSystemMask",
+    u"J H M S L",
+    u"[a-z]+([0-9]*)",
+    u"^(.*)$",
+    u"section",
+    u"key",
+    u"password",
+};
+
+struct Sandbox {
+    fs::path dir;
+    fs::path device;
+    std::unique_ptr<kp::host::Host> host;
+    struct Callable {
+        const kp_function* fn;
+        int overload;
+    };
+    std::vector<Callable> callables;
+    uint64_t calls = 0;
+
+    ~Sandbox() {
+        host.reset();
+        std::error_code ec;
+        if (!dir.empty()) fs::remove_all(dir, ec);
+    }
+};
+
+Sandbox* g_box = nullptr;
+
+void cleanup() {
+    delete g_box;
+    g_box = nullptr;
+}
+
+void empty_device() {
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(g_box->device, ec))
+        fs::remove_all(e.path(), ec);
+}
+
+Value simple_value(FuzzedDataProvider& in) {
+    switch (in.ConsumeIntegralInRange<int>(0, 7)) {
+    case 0:
+        return Value::boolean(in.ConsumeBool());
+    case 1:
+        return Value::integer(kp::fuzz::integer<int32_t>(in));
+    case 2:
+        return Value::int64(kp::fuzz::integer<int64_t>(in));
+    case 3:
+        return Value::real(kp::fuzz::real(in));
+    case 4: {
+        uint8_t cy[10] = {};
+        for (uint8_t& b : cy)
+            b = in.ConsumeIntegral<uint8_t>();
+        return Value::currency(cy);
+    }
+    case 5:
+        return Value::buffer(kp::fuzz::bytes(in));
+    default:
+        return Value::string(kp::fuzz::text(in, kDictionary));
+    }
+}
+
+Value argument(FuzzedDataProvider& in, uint16_t param) {
+    const bool convert = (param & KP_PARAM_CONVERT) != 0;
+    const bool variable = (param & KP_PARAM_FLAG_4000) != 0;
+    switch (param & 0xFF) {
+    case KP_T_BOOL:
+        return in.ConsumeIntegralInRange<int>(0, 7) == 0 ? Value::integer(kp::fuzz::integer<int32_t>(in))
+                                                         : Value::boolean(in.ConsumeBool());
+    case KP_T_INT:
+        return Value::integer(kp::fuzz::integer<int32_t>(in));
+    case KP_T_INT64:
+    case KP_T_DURATION:
+        return Value::int64(kp::fuzz::integer<int64_t>(in));
+    case KP_T_CURRENCY: {
+        uint8_t cy[10] = {};
+        for (uint8_t& b : cy)
+            b = in.ConsumeIntegral<uint8_t>();
+        if (variable && in.ConsumeBool()) return Value::variable(Value::currency(cy));
+        return Value::currency(cy);
+    }
+    case KP_T_REAL:
+    case KP_T_REAL_ALT:
+        return Value::real(kp::fuzz::real(in));
+    case KP_T_HANDLE_IN:
+    case KP_T_HANDLE_OUT:
+    case KP_T_WINDOW:
+    case KP_T_IMAGE:
+    case KP_T_CONTROL:
+        return Value::integer(kp::fuzz::integer<int32_t>(in));
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+    case KP_T_DATE:
+    case KP_T_TIME:
+    case KP_T_DATETIME:
+        if (convert && in.ConsumeIntegralInRange<int>(0, 3) == 0) {
+            switch (in.ConsumeIntegralInRange<int>(0, 2)) {
+            case 0:
+                return Value::integer(kp::fuzz::integer<int32_t>(in));
+            case 1:
+                return Value::real(kp::fuzz::real(in));
+            default:
+                return Value::boolean(in.ConsumeBool());
+            }
+        }
+        return Value::string(kp::fuzz::text(in, kDictionary));
+    case KP_T_BUFFER:
+        return Value::buffer(kp::fuzz::bytes(in));
+    case KP_T_RAW_STRING:
+    case KP_T_RAW_DATA:
+        return in.ConsumeBool() ? Value::buffer(kp::fuzz::bytes(in))
+                                : Value::string(kp::fuzz::text(in, kDictionary));
+    case KP_T_ANY:
+    case KP_T_STORABLE:
+        if (variable || in.ConsumeIntegralInRange<int>(0, 3) == 0)
+            return in.ConsumeBool() ? Value::variable() : Value::variable(simple_value(in));
+        return simple_value(in);
+    case KP_T_PROCEDURE: {
+        // The procedure answers every call with the same value, chosen now.
+        auto answer = std::make_shared<Value>(simple_value(in));
+        return Value::procedure([answer](std::vector<Value>&) { return *answer; });
+    }
+    default:
+        return Value::none();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    // No file written by a call grows past 256 MiB; the write fails instead.
+    std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit fsize = {256u << 20, 256u << 20};
+    setrlimit(RLIMIT_FSIZE, &fsize);
+
+    g_box = new Sandbox();
+    std::string tmpl = (fs::temp_directory_path() / "kp120-fuzz-XXXXXX").string();
+    if (!mkdtemp(tmpl.data())) {
+        std::perror("mkdtemp");
+        std::abort();
+    }
+    g_box->dir = tmpl;
+    g_box->device = g_box->dir / "device";
+    fs::create_directories(g_box->device);
+    if (chdir(g_box->dir.c_str()) != 0) {
+        std::perror("chdir");
+        std::abort();
+    }
+    std::atexit(cleanup);
+
+    kp::host::Options o;
+    if (const char* p = std::getenv("KP120_COMPONENT")) o.component_path = p;
+    o.device_root = g_box->device.string();
+    o.registry_path = (g_box->dir / "registry.sqlite3").string();
+    g_box->host = std::make_unique<kp::host::Host>(o);
+    if (!g_box->host->loaded()) {
+        std::fprintf(stderr, "generic_abi: %s\n", g_box->host->load_error().c_str());
+        std::abort();
+    }
+    for (const kp_function& fn : g_box->host->functions()) {
+        int count = static_cast<int>(KP_IDENT_COUNT(fn.ident));
+        for (int k = 0; k < count; ++k)
+            if (fn.overloads[k].handler && !denied(fn, fn.overloads[k])) g_box->callables.push_back({&fn, k});
+    }
+    if (std::getenv("KP120_FUZZ_LIST")) {
+        for (const auto& c : g_box->callables)
+            std::fprintf(stderr, "%s_%d\n", c.fn->english, c.overload + 1);
+    }
+    std::fprintf(stderr, "generic_abi: %zu overloads with a handler, sandbox %s\n", g_box->callables.size(),
+                 g_box->dir.c_str());
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (!g_box || g_box->callables.empty()) return 0;
+    // The first two bytes choose the overload, so that a seed keeps its
+    // function while the rest of it is mutated.
+    if (size < 2) return 0;
+    const uint16_t pick = static_cast<uint16_t>(data[0] | data[1] << 8);
+    FuzzedDataProvider in(data + 2, size - 2);
+    const auto& c = g_box->callables[pick % g_box->callables.size()];
+    const kp_overload& ov = c.fn->overloads[c.overload];
+
+    // Trailing 0x4000 parameters may be left out.
+    size_t required = ov.param_count;
+    while (required > 0 && (ov.params[required - 1] & KP_PARAM_FLAG_4000))
+        --required;
+    size_t count =
+        required == ov.param_count ? required : in.ConsumeIntegralInRange<size_t>(required, ov.param_count);
+    std::vector<Value> args;
+    for (size_t a = 0; a < count; ++a)
+        args.push_back(argument(in, ov.params[a]));
+
+    kp::host::CallOutcome out = g_box->host->call_overload(*c.fn, c.overload, args);
+    // A handler records severity 1 (none), 2 (error) or 3 (fatal), nothing else.
+    if (out.status == kp::host::CallStatus::Ok && (out.error.severity < 1 || out.error.severity > 3)) {
+        std::fprintf(stderr, "%s_%d: severity %d\n", c.fn->english, c.overload + 1, out.error.severity);
+        std::abort();
+    }
+    if (++g_box->calls % 5000 == 0) empty_device();
+    return 0;
+}

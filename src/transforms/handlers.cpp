@@ -135,4 +135,42 @@ KP_HANDLER(Uncrypt_3) {
     return 0;
 }
 
+// fCrypt and fUncrypt: mode 1 (cryptFast) and no encoding unless given.
+KP_HANDLER(fCrypt_1) {
+    Call call(frame, context, args);
+    call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
+                                     transforms::kEncodeNone, call.error()));
+    return 0;
+}
+KP_HANDLER(fCrypt_2) {
+    Call call(frame, context, args);
+    call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
+                                     transforms::kEncodeNone, call.error()));
+    return 0;
+}
+KP_HANDLER(fCrypt_3) {
+    Call call(frame, context, args);
+    call.ret_bool(
+        transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3), call.i32(4), call.error()));
+    return 0;
+}
+KP_HANDLER(fUncrypt_1) {
+    Call call(frame, context, args);
+    call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
+                                       transforms::kEncodeNone, call.error()));
+    return 0;
+}
+KP_HANDLER(fUncrypt_2) {
+    Call call(frame, context, args);
+    call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
+                                       transforms::kEncodeNone, call.error()));
+    return 0;
+}
+KP_HANDLER(fUncrypt_3) {
+    Call call(frame, context, args);
+    call.ret_bool(
+        transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3), call.i32(4), call.error()));
+    return 0;
+}
+
 } // namespace kp::handlers

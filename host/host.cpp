@@ -159,8 +159,10 @@ int32_t svc_call_procedure(void* vm, kp_procedure* proc, kp_variant* args, int32
 void svc_begin_blocking(void* vm) { impl_of(vm)->blocking++; }
 void svc_end_blocking(void* vm) { impl_of(vm)->blocking--; }
 const char16_t* svc_project_name(void*) { return u"kp120"; }
-int32_t svc_version_accepts(void*, const char* module, const char*) { return std::strcmp(module, "KP120STD.DLL") == 0; }
-const char* svc_version_own(void*) { return "9.00Aa"; }
+int32_t svc_version_accepts(void* vm, const char* module, const char*) {
+    return impl_of(vm)->options.accept_component && std::strcmp(module, "KP120STD.DLL") == 0;
+}
+const char* svc_version_own(void* vm) { return impl_of(vm)->options.vm_version.c_str(); }
 void svc_version_register(void*, const char*, const char*) {}
 const char16_t* svc_version_describe(void*, const char*) { return u"KP120STD.DLL"; }
 void* svc_object_symbol(void* vm, const char* name) {

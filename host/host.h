@@ -88,6 +88,10 @@ struct Options {
     bool smooth_time = false;   // answer of the option query code 9
     uint32_t ansi_codepage = 1252;
     bool per_thread_allocators = false; // run with a threading descriptor (GeneralParam 2006)
+    // What the version service of the release check answers: whether it
+    // accepts the component, and the object module's own version.
+    bool accept_component = true;
+    std::string vm_version = "9.00Aa";
 };
 
 class Host {

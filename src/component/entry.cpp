@@ -74,6 +74,7 @@ int32_t release_check() {
     auto accepts = service(&kp_services::version_accepts);
     if (!accepts) return 1;
     void* vm = runtime::vm();
+    CXError(runtime::attach_error()).clear();
     bool accepted = accepts(vm, kModule, kOwnVersion) != 0;
     if (accepted) {
         auto own = service(&kp_services::version_own);

@@ -156,3 +156,55 @@ TEST_F(EntryTest, ReplacingTheAllocatorReleasesTheOldOne) {
 }
 
 } // namespace
+
+namespace {
+
+// The release check runs at the first attach; its failure is the component's
+// error state, reported by the component object.
+struct ReleaseCase {
+    bool accept;
+    const char* version;
+    uint32_t message_number;
+};
+
+const kp_error_record* attach_with(kp::test::TempDir& dir, const ReleaseCase& c, kp::host::Host*& out) {
+    kp::host::Options o;
+    if (const char* p = std::getenv("KP120_COMPONENT")) o.component_path = p;
+    o.device_root = dir.path().string();
+    o.accept_component = c.accept;
+    o.vm_version = c.version;
+    out = new kp::host::Host(o);
+    kp_component_object* obj = out->query_proxy(60);
+    const kp_error_record* r = obj->ops->last_error(obj);
+    obj->ops->destroy(obj);
+    return r;
+}
+
+TEST(ReleaseCheck, MismatchedObjectModuleIsFatal) {
+    kp::test::TempDir dir;
+    for (const ReleaseCase& c : {ReleaseCase{true, "9.00Ab", 28567}, ReleaseCase{false, "9.00Aa", 28117}}) {
+        kp::host::Host* h = nullptr;
+        const kp_error_record* r = attach_with(dir, c, h);
+        ASSERT_NE(r, nullptr);
+        EXPECT_EQ(r->severity, KP_SEVERITY_FATAL);
+        std::u16string text(r->message, r->message_length);
+        EXPECT_NE(text.find(u"9.00Aa"), std::u16string::npos) << c.message_number;
+        EXPECT_NE(text.find(u"12.00Dr"), std::u16string::npos) << c.message_number;
+        EXPECT_NE(text.find(u"KM120OBJ.DLL"), std::u16string::npos) << c.message_number;
+        delete h;
+    }
+}
+
+TEST(ReleaseCheck, MatchingReleasesRecordNothing) {
+    kp::test::HostFixture fx;
+    std::vector<Value> args{Value::integer(1)};
+    fx.host->call("ZigouigouiARoulette", args); // succeeds: no failure noted
+    kp_component_object* obj = fx.host->query_proxy(60);
+    const kp_error_record* r = obj->ops->last_error(obj);
+    if (r) {
+        EXPECT_NE(r->severity, KP_SEVERITY_FATAL);
+    }
+    obj->ops->destroy(obj);
+}
+
+} // namespace

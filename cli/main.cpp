@@ -426,7 +426,6 @@ int run_lua(const Args& a) {
     kp::cli::open_kp(L, session);
 
     if (!a.chunks.empty()) {
-        if (!a.rest.empty()) return fail("-e and a script file cannot be given together");
         set_arg_table(L, "-e", {});
         for (const auto& c : a.chunks) {
             lua_settop(L, 0);
@@ -481,6 +480,7 @@ int main(int argc, char** argv) {
         std::printf("kp120 %s (%s)\n", KP120_VERSION, LUA_RELEASE);
         return 0;
     }
+    if (!a.chunks.empty() && !a.rest.empty()) return fail("-e and a script file cannot be given together");
     try {
         if (a.chunks.empty() && !a.rest.empty() &&
             (a.rest[0] == "functions" || a.rest[0] == "constants" || a.rest[0] == "describe"))

@@ -34,11 +34,11 @@ void append_raw(kp_error_record* rec, std::u16string_view text) {
 std::u16string ascii16(const char* s) { return std::u16string(s, s + std::strlen(s)); }
 
 // One printf conversion of an integer insert ("u", "d", "x", "08X", "lu" ...).
-bool format_number(const std::string& spec, const Insert& in, std::u16string& out) {
-    if (spec.empty()) return false;
-    char conv = spec.back();
+bool format_number(const std::string& directive, const Insert& in, std::u16string& out) {
+    if (directive.empty()) return false;
+    char conv = directive.back();
     // Length modifiers (l, h, I64) are dropped: every value is 64-bit here.
-    std::string body = spec.substr(0, spec.size() - 1), flags;
+    std::string body = directive.substr(0, directive.size() - 1), flags;
     for (std::size_t k = 0; k < body.size(); ++k) {
         if (body[k] == 'l' || body[k] == 'h') continue;
         if (body.compare(k, 3, "I64") == 0) {
@@ -105,18 +105,18 @@ bool format_message(std::u16string_view fmt, Inserts inserts, std::u16string& ou
             if (i + 1 < fmt.size() && fmt[i + 1] >= u'0' && fmt[i + 1] <= u'9') n = n * 10 + (fmt[++i] - u'0');
             if (n > args.size()) return false;
             const Insert& in = *args[n - 1];
-            std::string spec = "s";
+            std::string directive = "s";
             if (i + 1 < fmt.size() && fmt[i + 1] == u'!') {
                 std::size_t end = fmt.find(u'!', i + 2);
                 if (end == std::u16string_view::npos) return false;
-                spec.clear();
+                directive.clear();
                 for (std::size_t k = i + 2; k < end; ++k) {
                     if (fmt[k] > 0x7F) return false;
-                    spec += static_cast<char>(fmt[k]);
+                    directive += static_cast<char>(fmt[k]);
                 }
                 i = end;
             }
-            bool text_spec = !spec.empty() && (spec.back() == 's' || spec.back() == 'S');
+            bool text_spec = !directive.empty() && (directive.back() == 's' || directive.back() == 'S');
             if (text_spec) {
                 if (in.kind == Insert::Kind::Text) {
                     out += in.text;
@@ -126,7 +126,7 @@ bool format_message(std::u16string_view fmt, Inserts inserts, std::u16string& ou
                 }
             } else {
                 if (in.kind == Insert::Kind::Text) return false;
-                if (!format_number(spec, in, out)) return false;
+                if (!format_number(directive, in, out)) return false;
             }
         } else {
             out += u'%';

@@ -1,6 +1,8 @@
 // Date formatting and day numbers per call.  Target: DateToString with a
-// mask of names no slower than strftime writing the same text; the peer of
-// DateToInteger is timegm on the same broken-down date.
+// mask of names no slower than strftime writing the same text.  Two peers:
+// strftime alone from a broken-down date it is handed (the floor), and
+// strptime + strftime, which start from the same date text as DateToString.
+// The peer of DateToInteger is timegm on the same broken-down date.
 #include <benchmark/benchmark.h>
 
 #include <ctime>
@@ -50,6 +52,22 @@ void BM_StrftimePeer(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_StrftimePeer);
+
+// The C library's whole way from the same date text: strptime reads it and
+// works out the weekday, strftime writes the names.
+void BM_StrptimeStrftimePeer(benchmark::State& state) {
+    const char* date = "20240105";
+    char buf[64];
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(date);
+        std::tm tm{};
+        strptime(date, "%Y%m%d", &tm);
+        size_t n = std::strftime(buf, sizeof buf, "%A %d %B %Y", &tm);
+        std::string s(buf, n);
+        benchmark::DoNotOptimize(s.data());
+    }
+}
+BENCHMARK(BM_StrptimeStrftimePeer);
 
 void BM_DateToInteger(benchmark::State& state) {
     kp_error_record rec{};

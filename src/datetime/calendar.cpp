@@ -84,9 +84,12 @@ bool parse_date(std::u16string_view s, Date& out, CXError* err) {
         return false;
     };
     if (s.size() != 8) return fail(kErrDateLength);
-    for (char16_t c : s)
-        if (!is_digit(c)) return fail(kErrDateDigit);
-    int32_t y = digits(s, 0, 4), m = digits(s, 4, 2), d = digits(s, 6, 2);
+    int32_t v[8];
+    for (size_t i = 0; i < 8; ++i) {
+        if (!is_digit(s[i])) return fail(kErrDateDigit);
+        v[i] = s[i] - u'0';
+    }
+    int32_t y = ((v[0] * 10 + v[1]) * 10 + v[2]) * 10 + v[3], m = v[4] * 10 + v[5], d = v[6] * 10 + v[7];
     if (y == 0) return fail(kErrYearZero);
     // The days that the reform removed, tested on August as the device does.
     if (y == 1582 && m == 8 && d >= 5 && d <= 14) return fail(kErrReformGap);

@@ -147,17 +147,12 @@ bool replace_token(std::u16string& s, std::u16string_view token, std::u16string_
 
 namespace {
 
+// The letters of date tokens, either case: J D M A Y.
 bool token_letter(char16_t c) {
-    switch (to_lower_ascii(c)) {
-    case u'j':
-    case u'd':
-    case u'm':
-    case u'a':
-    case u'y':
-        return true;
-    default:
-        return false;
-    }
+    constexpr uint32_t kLetters =
+        (1u << ('j' - 'a')) | (1u << ('d' - 'a')) | (1u << ('m' - 'a')) | (1u << 0) | (1u << ('y' - 'a'));
+    char16_t l = c | 0x20;
+    return l >= u'a' && l <= u'z' && ((kLetters >> (l - u'a')) & 1);
 }
 
 // A name that can never form a token with the text around it: no doubled
@@ -166,19 +161,6 @@ bool plain_name(std::u16string_view name) {
     for (size_t i = 0; i + 1 < name.size(); ++i)
         if (name[i] == name[i + 1] && token_letter(name[i])) return false;
     return true;
-}
-
-void append_abbreviation(std::u16string& out, std::u16string_view name) {
-    size_t keep = 3;
-    if (name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
-        to_lower_ascii(name[2]) == u'i')
-        keep = 4;
-    if (name.size() <= keep) {
-        out += name;
-        return;
-    }
-    out += name.substr(0, keep);
-    out.push_back(u'.');
 }
 
 // One pass over the mask for the common masks, whose result is the same as
@@ -229,41 +211,70 @@ bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, con
     std::u16string_view day = day_name(rs, wd), month = month_name(rs, d.month);
     if (!plain_name(day) || !plain_name(month)) return false;
 
-    std::u16string s;
-    s.reserve(mask.size() + day.size() + month.size() + 8);
+    // Written on the stack and copied once: the text is short.
+    constexpr size_t kNameMax = 48, kMaskMax = 160;
+    if (mask.size() > kMaskMax || day.size() > kNameMax || month.size() > kNameMax) return false;
+    char16_t buf[kMaskMax + 16 * (kNameMax + 1)];
+    char16_t* p = buf;
+    auto put = [&](std::u16string_view v) {
+        for (char16_t c : v)
+            *p++ = c;
+    };
+    auto put_abbreviation = [&](std::u16string_view name) {
+        size_t keep = 3;
+        if (name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
+            to_lower_ascii(name[2]) == u'i')
+            keep = 4;
+        if (name.size() <= keep) return put(name);
+        put(name.substr(0, keep));
+        *p++ = u'.';
+    };
+    auto put_number = [&](int32_t v, int width) {
+        char16_t digits[12];
+        int n = 0;
+        uint32_t u = static_cast<uint32_t>(v);
+        do {
+            digits[n++] = static_cast<char16_t>(u'0' + u % 10);
+            u /= 10;
+        } while (u);
+        for (int k = n; k < width; ++k)
+            *p++ = u'0';
+        while (n)
+            *p++ = digits[--n];
+    };
     size_t at = 0;
     for (size_t k = 0; k < count; ++k) {
         const Run& r = runs[k];
-        s.append(mask.substr(at, r.pos - at));
+        put(mask.substr(at, r.pos - at));
         at = r.pos + r.len;
         switch (r.letter) {
         case u'J':
         case u'D':
             if (r.len == 4)
-                s += day;
+                put(day);
             else if (r.len == 3)
-                append_abbreviation(s, day);
+                put_abbreviation(day);
             else
-                append_int(s, d.day, 2);
+                put_number(d.day, 2);
             break;
         case u'M':
             if (r.len == 4)
-                s += month;
+                put(month);
             else if (r.len == 3)
-                append_abbreviation(s, month);
+                put_abbreviation(month);
             else
-                append_int(s, d.month, 2);
+                put_number(d.month, 2);
             break;
         default:
             if (r.len == 4)
-                append_int(s, d.year, 4);
+                put_number(d.year, 4);
             else
-                append_int(s, d.year % 100, 2);
+                put_number(d.year % 100, 2);
             break;
         }
     }
-    s.append(mask.substr(at));
-    out = std::move(s);
+    put(mask.substr(at));
+    out.assign(buf, static_cast<size_t>(p - buf));
     return true;
 }
 

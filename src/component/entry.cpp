@@ -3,8 +3,6 @@
 // hooks and locale (Execution), allocator and threading (GeneralParam),
 // proxies (DeclareProxy, pQueryProxy) and the conversion hooks
 // (bInitKLConvFromVM).
-#include <dlfcn.h>
-
 #include <cstring>
 #include <new>
 #include <string>
@@ -15,6 +13,7 @@
 #include "component/tables.h"
 #include "component/variant.h"
 #include "kp120/component.h"
+#include "platform/modules.h"
 
 namespace kp {
 
@@ -60,12 +59,6 @@ Lifecycle& lifecycle() {
 
 std::u16string ascii16(const char* s) { return std::u16string(s, s + std::strlen(s)); }
 
-std::string module_path(const void* address) {
-    Dl_info info{};
-    if (address && dladdr(address, &info) && info.dli_fname) return info.dli_fname;
-    return {};
-}
-
 // The release check against the VM's object module.  Without a version
 // service in the services block there is nothing to compare with, and the
 // check passes.
@@ -87,10 +80,10 @@ int32_t release_check() {
     std::u16string description;
     if (auto describe = service(&kp_services::version_describe))
         if (const char16_t* d = describe(vm, kModule)) description = d;
-    std::string own_path = module_path(reinterpret_cast<const void*>(&release_check));
+    std::string own_path = platform::module_path_of(reinterpret_cast<const void*>(&release_check));
     std::string object_path;
     if (auto sym = service(&kp_services::object_module_symbol))
-        object_path = module_path(sym(vm, "OBJ_pclGetTauxDeChange"));
+        object_path = platform::module_path_of(sym(vm, "OBJ_pclGetTauxDeChange"));
     own_path = own_path.substr(0, 260);
     object_path = object_path.substr(0, 260);
     CXError err(runtime::attach_error());
@@ -185,7 +178,7 @@ KP120_EXPORT int32_t Execution(int32_t message, uintptr_t* block) {
         if (!block) return 0;
         if (!lc.hooks) {
             void* module = reinterpret_cast<void*>(block[1]);
-            void* peer = module ? dlsym(module, "Execution") : nullptr;
+            void* peer = platform::module_symbol(module, "Execution");
             if (!peer) return 0;
             lc.hooks = new (std::nothrow) ExecutionHooks(reinterpret_cast<kp_execution_fn>(peer));
             if (!lc.hooks) return 0;
@@ -255,9 +248,9 @@ KP120_EXPORT kp_component_object* pQueryProxy(int32_t code) {
 KP120_EXPORT int32_t bInitKLConvFromVM(void* module, int32_t revision, int32_t mode, void* /*reserved*/) {
     if (revision < 2 || mode > 2) return 0;
     if (!module) return 0;
-    void* conv = dlsym(module, "nConversionDepassement");
-    void* conv_ex = dlsym(module, "nConversionDepassementEx");
-    void* end = dlsym(module, "FinConversion");
+    void* conv = platform::module_symbol(module, "nConversionDepassement");
+    void* conv_ex = platform::module_symbol(module, "nConversionDepassementEx");
+    void* end = platform::module_symbol(module, "FinConversion");
     if (!conv || !end) return 0;
     variant::Hooks& h = variant::hooks();
     h.convert = reinterpret_cast<kp_conversion_fn>(conv);

@@ -142,9 +142,10 @@ std::string env_or(const char* name, const std::string& fallback) {
     return v && *v ? std::string(v) : fallback;
 }
 
-// Resolves the device root and registry file, creating the device root and
-// the registry's folder when they do not exist yet.
-bool prepare_paths(const Args& a, kp::host::Options& o, std::string& err) {
+// Resolves the device root and registry file; with `create`, makes the
+// device root and the registry's folder when they do not exist yet (the
+// listings, which touch neither, create nothing).
+bool prepare_paths(const Args& a, kp::host::Options& o, bool create, std::string& err) {
     std::string root = a.root ? *a.root : env_or("KP120_ROOT", data_home() + "/kp120/device");
     std::string reg =
         a.registry ? *a.registry : env_or("KP120_REGISTRY", data_home() + "/kp120/registry.sqlite3");
@@ -154,7 +155,7 @@ bool prepare_paths(const Args& a, kp::host::Options& o, std::string& err) {
         err = "device root '" + root + "': " + ec.message();
         return false;
     }
-    if (rp != "/") {
+    if (create && rp != "/") {
         fs::create_directories(rp, ec);
         if (ec || !fs::is_directory(rp, ec)) {
             err = "cannot use '" + root + "' as the device root" + (ec ? ": " + ec.message() : "");
@@ -170,7 +171,7 @@ bool prepare_paths(const Args& a, kp::host::Options& o, std::string& err) {
         err = "registry '" + reg + "' is a directory";
         return false;
     }
-    if (gp.has_parent_path()) {
+    if (create && gp.has_parent_path()) {
         fs::create_directories(gp.parent_path(), ec);
         if (ec) {
             err = "cannot create the folder of the registry '" + reg + "': " + ec.message();
@@ -409,7 +410,7 @@ int run_lua(const Args& a) {
     o.language = a.language;
     if (const char* c = std::getenv("KP120_COMPONENT"); c && *c) o.component_path = c;
     std::string err;
-    if (!prepare_paths(a, o, err)) return fail(err);
+    if (!prepare_paths(a, o, true, err)) return fail(err);
 
     kp::host::Host host(o);
     if (!host.loaded()) return fail("cannot load the component: " + host.load_error());
@@ -450,7 +451,7 @@ int run_listing(const Args& a) {
     o.language = a.language;
     if (const char* c = std::getenv("KP120_COMPONENT"); c && *c) o.component_path = c;
     std::string err;
-    if (!prepare_paths(a, o, err)) return fail(err);
+    if (!prepare_paths(a, o, false, err)) return fail(err);
     kp::host::Host host(o);
     if (!host.loaded()) return fail("cannot load the component: " + host.load_error());
     const std::string arg = a.rest.size() > 1 ? a.rest[1] : "";

@@ -150,6 +150,12 @@ T.group("functions listing", function()
   out, err, code = run(base .. " functions nothingmatches")
   T.eq(out, "", "no match")
   T.eq(code, 0, "no match is not an error")
+  local untouched = work .. "/listing-root"
+  os.execute("rm -rf " .. q(untouched))
+  out, err, code = run(q(exe) .. " --root " .. q(untouched) .. " --registry " .. q(untouched .. "/r.sqlite3")
+    .. " functions Max")
+  T.eq(code, 0, "exit code")
+  T.eq(io.open(untouched .. "/", "r"), nil, "a listing creates no device root")
 end)
 
 T.group("constants listing", function()

@@ -145,3 +145,33 @@ TEST(Money, RoundingAtTheEdgesOfTheRangeOverflowsCleanly) {
     EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
     EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
 }
+
+// Random 80-bit values: bytes and text round trips, and multiplication by a
+// whole number (which takes the wide product for large values) against the
+// plain 128-bit product.
+TEST(Money, RandomValuesRoundTripAndScaleExactly) {
+    uint64_t seed = 987654321;
+    auto next = [&] {
+        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+        return seed;
+    };
+    for (int i = 0; i < 20000; ++i) {
+        uint8_t b[10];
+        const uint64_t lo = next(), hi = next();
+        std::memcpy(b, &lo, 8);
+        std::memcpy(b + 8, &hi, 2);
+        Money v = Money::from_bytes(b);
+        uint8_t back[10];
+        v.to_bytes(back);
+        ASSERT_EQ(0, std::memcmp(b, back, 10));
+        ASSERT_EQ(v, Money::from_text(v.to_text())) << v.to_text();
+
+        const int64_t k = static_cast<int64_t>(next() % 2001) - 1000;
+        const int128 exact = v.millionths() * k;
+        auto product = num::multiply(v, Money::from_int(k));
+        if (exact > Money::kMax || exact < Money::kMin)
+            ASSERT_FALSE(product) << v.to_text() << " x " << k;
+        else
+            ASSERT_EQ(exact, product->millionths()) << v.to_text() << " x " << k;
+    }
+}

@@ -71,14 +71,6 @@ TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
     EXPECT_TRUE(num::is_numeric_text(std::u16string(99, u'1'), spy));
 }
 
-TEST(IsNumeric, TypeCodes) {
-    for (uint16_t t : {0x08, 0x09, 0x0A, 0x0C, 0x0D})
-        EXPECT_TRUE(num::is_numeric_type(t)) << t;
-    for (uint16_t t : {0x00, 0x01, 0x0E, 0x12, 0x13, 0x18, 0x1C, 0x1F})
-        EXPECT_FALSE(num::is_numeric_type(t)) << t;
-    EXPECT_FALSE(num::is_numeric(nullptr));
-}
-
 TEST(LengthToString, AutomaticUnit) {
     EXPECT_EQ(u"0 bytes", size(0, 0));
     EXPECT_EQ(u"1023 bytes", size(1023, 0));

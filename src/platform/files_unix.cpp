@@ -104,6 +104,8 @@ bool full_pread(int fd, uint64_t offset, void* buffer, uint32_t count, uint32_t*
     auto* p = static_cast<uint8_t*>(buffer);
     while (total < count) {
         ssize_t n = pread(fd, p + total, count - total, static_cast<off_t>(offset + total));
+        // Stream devices (pipes, terminals) have no offsets: plain reads.
+        if (n < 0 && errno == ESPIPE) n = read(fd, p + total, count - total);
         if (n < 0) {
             if (errno == EINTR) continue;
             if (done) *done = total;
@@ -121,6 +123,7 @@ bool full_pwrite(int fd, uint64_t offset, const void* buffer, uint32_t count, ui
     const auto* p = static_cast<const uint8_t*>(buffer);
     while (total < count) {
         ssize_t n = pwrite(fd, p + total, count - total, static_cast<off_t>(offset + total));
+        if (n < 0 && errno == ESPIPE) n = write(fd, p + total, count - total);
         if (n < 0) {
             if (errno == EINTR) continue;
             if (done) *done = total;

@@ -2,6 +2,7 @@
 #include "transforms/lzw.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "transforms/bytes.h"
@@ -14,6 +15,10 @@ void append_stored_block(std::span<const uint8_t> in, std::vector<uint8_t>& out)
     out.insert(out.end(), in.begin(), in.end());
 }
 
+void LzwCoder::FreeDeleter::operator()(uint64_t* p) const {
+    std::free(p);
+}
+
 void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t n = in.size();
@@ -21,14 +26,16 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         append_stored_block(in, out);
         return;
     }
-    if (hash_.size() != kHashSlots)
-        hash_.assign(kHashSlots, 0);
-    else
-        std::fill(hash_.begin(), hash_.end(), uint16_t{0});
-    if (prefix_.size() < 512) {
-        prefix_.assign(512, 0);
-        last_.assign(512, 0);
+    if (!slots_) {
+        // calloc: the pages of the table are only paid for when touched.
+        slots_.reset(static_cast<uint64_t*>(std::calloc(kHashSlots, sizeof(uint64_t))));
+        if (!slots_) {
+            append_stored_block(in, out);
+            return;
+        }
+        generation_ = 0;
     }
+    uint64_t* const slots = slots_.get();
 
     // The coding stops paying once the block (header included) reaches
     // n + 3 bytes; the output area never needs more than that.
@@ -43,14 +50,22 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     double best = 0, out_count = 0;
     uint64_t bitbuf = 0;
     unsigned bits = 0;
+    uint64_t gen = 0;
 
+    // Every slot empty: a new generation (the table is cleared only when
+    // the generations wrap).
     auto reset = [&] {
-        std::fill(hash_.begin(), hash_.end(), uint16_t{0});
+        if (++generation_ >= 0xFFFF) {
+            std::fill_n(slots, kHashSlots, uint64_t{0});
+            generation_ = 1;
+        }
+        gen = generation_ << 40;
         width = 9;
         threshold = 512;
         next = kFirstFree;
         best = 0;
     };
+    reset();
     auto emit = [&](uint32_t code) {
         bitbuf |= static_cast<uint64_t>(code) << bits;
         bits += width;
@@ -61,11 +76,12 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             out_count += 1;
         }
     };
+    auto taken = [&](uint32_t s) { return (slots[s] & 0xFFFF0000000000ull) == gen; };
     // Probes from the home slot of (prefix, byte) to a free slot; returns
-    // the free slot, or kHashSlots when the chain is full.
+    // the free slot, or kHashSlots when ten further probes find none.
     auto free_slot = [&](uint32_t prefix, uint32_t byte) -> uint32_t {
         uint32_t s = ((byte * 256u + prefix) * 2u + 1u) & 0x1FFFFu;
-        for (uint32_t k = 0; hash_[s] != 0; ++k) {
+        for (uint32_t k = 0; taken(s); ++k) {
             if (k >= 10) return kHashSlots;
             s = ((s + k + 1019u) & 0xFFFFu) * 2u;
         }
@@ -79,12 +95,13 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         uint32_t slot = kHashSlots; // free slot of (cur, p[i]) when the match stops
         while (i < n) {
             const uint32_t b = p[i];
+            const uint64_t want = gen | static_cast<uint64_t>(cur) << 24 | static_cast<uint64_t>(b) << 16;
             uint32_t s = ((b * 256u + cur) * 2u + 1u) & 0x1FFFFu;
             uint32_t k = 0;
-            uint32_t c;
+            uint64_t v;
             bool found = false;
-            while ((c = hash_[s]) != 0) {
-                if (prefix_[c] == cur && last_[c] == b) {
+            while (((v = slots[s]) & 0xFFFF0000000000ull) == gen) {
+                if ((v & ~uint64_t{0xFFFF}) == want) {
                     found = true;
                     break;
                 }
@@ -99,7 +116,7 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
                 slot = s;
                 break;
             }
-            cur = c;
+            cur = static_cast<uint32_t>(v & 0xFFFF);
             ++i;
         }
         emit(cur);
@@ -123,13 +140,7 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             emit(kClear);
             reset();
         } else {
-            if (next >= prefix_.size()) {
-                prefix_.resize(prefix_.size() * 2);
-                last_.resize(last_.size() * 2);
-            }
-            hash_[slot] = static_cast<uint16_t>(next);
-            prefix_[next] = static_cast<uint16_t>(cur);
-            last_[next] = static_cast<uint8_t>(byte);
+            slots[slot] = gen | static_cast<uint64_t>(cur) << 24 | static_cast<uint64_t>(byte) << 16 | next;
             ++next;
             if (width < 16 && next > threshold) {
                 threshold *= 2;

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <span>
 #include <vector>
@@ -44,7 +45,16 @@ class LzwCoder {
     struct Encoder;
     struct Decoder;
     std::mutex mutex_; // one encode or decode at a time on a coder
-    std::vector<uint16_t> hash_;
+    // The encoder's hash table: 131072 slots, each holding the code stored
+    // there with its key (prefix, byte) and the generation of the dictionary
+    // that stored it, so that a reset is a new generation rather than a
+    // clearing of the table.  Bits 0-15 code, 16-23 byte, 24-39 prefix,
+    // 40-55 generation (0 = never used).  Allocated zeroed on first use.
+    struct FreeDeleter {
+        void operator()(uint64_t* p) const;
+    };
+    std::unique_ptr<uint64_t[], FreeDeleter> slots_;
+    uint64_t generation_ = 0;
     std::vector<uint16_t> prefix_;
     std::vector<uint8_t> last_;
     std::vector<uint8_t> first_;

@@ -32,7 +32,8 @@ TEST(Crc32, KnownAnswersAndEmptyInput) {
 
 TEST(Crc32, AgreesWithBitwiseOverEveryAlignmentAndContinues) {
     const auto data = test::random_bytes(4133, 7);
-    for (std::size_t n : {1u, 15u, 16u, 17u, 31u, 33u, 255u, 4133u}) {
+    for (std::size_t n :
+         {1u, 15u, 16u, 17u, 31u, 33u, 63u, 64u, 65u, 79u, 80u, 127u, 128u, 129u, 255u, 1000u, 4133u}) {
         const auto s = std::span<const uint8_t>(data).subspan(0, n);
         ASSERT_EQ(crc32(s), crc32_bitwise(s)) << n;
         for (std::size_t cut : {std::size_t{0}, n / 3, n - 1, n}) {

@@ -19,6 +19,24 @@ void LzwCoder::FreeDeleter::operator()(uint64_t* p) const {
     std::free(p);
 }
 
+namespace {
+constexpr uint32_t kLookupBits = 17;
+constexpr uint32_t kLookupSlots = 1u << kLookupBits;
+constexpr uint64_t kGenerationMask = 0xFFFFull << 40;
+
+// Home slot of (prefix, byte) in the format's hash table, and the k-th
+// further probe (k from 0).
+inline uint32_t home_slot(uint32_t prefix, uint32_t byte) {
+    return ((byte * 256u + prefix) * 2u + 1u) & 0x1FFFFu;
+}
+inline uint32_t next_probe(uint32_t slot, uint32_t k) {
+    return ((slot + k + 1019u) & 0xFFFFu) * 2u;
+}
+inline uint32_t lookup_home(uint32_t key) {
+    return (key * 0x9E3779B1u) >> (32 - kLookupBits);
+}
+} // namespace
+
 void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t n = in.size();
@@ -26,16 +44,18 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         append_stored_block(in, out);
         return;
     }
-    if (!slots_) {
+    if (!lookup_) {
         // calloc: the pages of the table are only paid for when touched.
-        slots_.reset(static_cast<uint64_t*>(std::calloc(kHashSlots, sizeof(uint64_t))));
-        if (!slots_) {
+        lookup_.reset(static_cast<uint64_t*>(std::calloc(kLookupSlots, sizeof(uint64_t))));
+        if (!lookup_) {
             append_stored_block(in, out);
             return;
         }
         generation_ = 0;
     }
-    uint64_t* const slots = slots_.get();
+    uint64_t* const table = lookup_.get();
+    taken_.resize(kHashSlots / 64);
+    uint64_t* const taken = taken_.data();
 
     // The coding stops paying once the block (header included) reaches
     // n + 3 bytes; the output area never needs more than that.
@@ -47,16 +67,15 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     uint8_t* const stop = start + limit;
 
     uint32_t width = 9, threshold = 512, next = kFirstFree;
-    double best = 0, out_count = 0;
+    double best = 0;
     uint64_t bitbuf = 0;
     unsigned bits = 0;
     uint64_t gen = 0;
 
-    // Every slot empty: a new generation (the table is cleared only when
-    // the generations wrap).
     auto reset = [&] {
+        std::fill_n(taken, kHashSlots / 64, uint64_t{0});
         if (++generation_ >= 0xFFFF) {
-            std::fill_n(slots, kHashSlots, uint64_t{0});
+            std::fill_n(table, kLookupSlots, uint64_t{0});
             generation_ = 1;
         }
         gen = generation_ << 40;
@@ -73,47 +92,34 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             *o++ = static_cast<uint8_t>(bitbuf);
             bitbuf >>= 8;
             bits -= 8;
-            out_count += 1;
         }
     };
-    auto taken = [&](uint32_t s) { return (slots[s] & 0xFFFF0000000000ull) == gen; };
-    // Probes from the home slot of (prefix, byte) to a free slot; returns
-    // the free slot, or kHashSlots when ten further probes find none.
-    auto free_slot = [&](uint32_t prefix, uint32_t byte) -> uint32_t {
-        uint32_t s = ((byte * 256u + prefix) * 2u + 1u) & 0x1FFFFu;
-        for (uint32_t k = 0; taken(s); ++k) {
-            if (k >= 10) return kHashSlots;
-            s = ((s + k + 1019u) & 0xFFFFu) * 2u;
+    // Takes a slot of the format's table for (prefix, byte): false when ten
+    // further probes find none.
+    auto take_slot = [&](uint32_t prefix, uint32_t byte) {
+        uint32_t s = home_slot(prefix, byte);
+        for (uint32_t k = 0; (taken[s >> 6] >> (s & 63)) & 1u; ++k) {
+            if (k >= 10) return false;
+            s = next_probe(s, k);
         }
-        return s;
+        taken[s >> 6] |= uint64_t{1} << (s & 63);
+        return true;
     };
 
     const uint8_t* p = in.data();
     std::size_t i = 0;
     while (i < n) {
         uint32_t cur = p[i++] + 1u;
-        uint32_t slot = kHashSlots; // free slot of (cur, p[i]) when the match stops
+        uint32_t free = 0; // our table's free slot for (cur, p[i]) when the match stops
         while (i < n) {
-            const uint32_t b = p[i];
-            const uint64_t want = gen | static_cast<uint64_t>(cur) << 24 | static_cast<uint64_t>(b) << 16;
-            uint32_t s = ((b * 256u + cur) * 2u + 1u) & 0x1FFFFu;
-            uint32_t k = 0;
+            const uint32_t key = cur << 8 | p[i];
+            const uint64_t want = gen | static_cast<uint64_t>(key) << 16;
+            uint32_t s = lookup_home(key);
             uint64_t v;
-            bool found = false;
-            while (((v = slots[s]) & 0xFFFF0000000000ull) == gen) {
-                if ((v & ~uint64_t{0xFFFF}) == want) {
-                    found = true;
-                    break;
-                }
-                if (k >= 10) {
-                    s = kHashSlots;
-                    break;
-                }
-                s = ((s + k + 1019u) & 0xFFFFu) * 2u;
-                ++k;
-            }
-            if (!found) {
-                slot = s;
+            while (((v = table[s]) & kGenerationMask) == gen && (v & ~uint64_t{0xFFFF}) != want)
+                s = (s + 1) & (kLookupSlots - 1);
+            if ((v & kGenerationMask) != gen) {
+                free = s;
                 break;
             }
             cur = static_cast<uint32_t>(v & 0xFFFF);
@@ -124,10 +130,8 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
 
         // The entry (match, next byte), or (match, 15) at the end of input.
         const uint32_t byte = i < n ? p[i] : 15u;
-        if (i >= n) slot = free_slot(cur, byte);
         if (next == kMaxCodes) {
-            const double in_count = static_cast<double>(i);
-            const double ratio = (1.0 - out_count / in_count) * 100.0;
+            const double ratio = (1.0 - static_cast<double>(o - start - 11) / static_cast<double>(i)) * 100.0;
             best = std::max(best, ratio);
             const double x = (100.0 - best) * 0.01;
             const double tolerance = x < 0.2 ? 0.2 : 0.0;
@@ -135,12 +139,13 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
                 emit(kClear);
                 reset();
             }
-        } else if (slot == kHashSlots) {
+        } else if (!take_slot(cur, byte)) {
             if (width < 16 && next == threshold) ++width;
             emit(kClear);
             reset();
         } else {
-            slots[slot] = gen | static_cast<uint64_t>(cur) << 24 | static_cast<uint64_t>(byte) << 16 | next;
+            // No lookup follows the last entry: it only counts.
+            if (i < n) table[free] = gen | static_cast<uint64_t>(cur << 8 | byte) << 16 | next;
             ++next;
             if (width < 16 && next > threshold) {
                 threshold *= 2;
@@ -167,28 +172,30 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     out.resize(base + total);
 }
 
+// Each entry's string is the previous string followed by the first byte of
+// the next one, so it lies in the output already: the decoder keeps where
+// it was written and copies it, rather than walking prefix chains.
 bool LzwCoder::decode(std::span<const uint8_t> payload, uint32_t length, std::vector<uint8_t>& out) {
     std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t base = out.size();
     if (length == 0) return true;
-    if (prefix_.size() < 512) {
-        prefix_.assign(512, 0);
-        last_.assign(512, 0);
+    if (offset_.size() < 512) {
+        offset_.assign(512, 0);
+        length_.assign(512, 0);
     }
-    if (first_.size() < prefix_.size()) {
-        first_.resize(prefix_.size());
-        length_.resize(prefix_.size());
-    }
-    for (uint32_t c = 1; c <= 256; ++c) {
-        prefix_[c] = 0;
-        last_[c] = first_[c] = static_cast<uint8_t>(c - 1);
+    for (uint32_t c = 1; c <= 256; ++c)
         length_[c] = 1;
-    }
 
     // The output grows with what the codes really produce, never beyond the
-    // declared length: a forged length costs nothing.
+    // declared length (plus the slack of the 16-byte copies): a forged
+    // length costs nothing.
+    constexpr std::size_t kSlack = 16;
     std::size_t room = std::min<std::size_t>(length, payload.size() * 4 + 4096);
-    out.resize(base + room);
+    out.resize(base + room + kSlack);
+    auto grow = [&](std::size_t need) {
+        room = std::min<std::size_t>(length, std::max<std::size_t>(room * 2, need));
+        out.resize(base + room + kSlack);
+    };
 
     const uint8_t* in = payload.data();
     const std::size_t np = payload.size();
@@ -198,6 +205,7 @@ bool LzwCoder::decode(std::span<const uint8_t> payload, uint32_t length, std::ve
     uint32_t width = 9, threshold = 512, next = kFirstFree;
     constexpr uint32_t kNone = 0xFFFFFFFFu;
     uint32_t prev = kNone;
+    std::size_t prev_pos = 0;
     std::size_t pos = 0;
 
     auto fail = [&] {
@@ -223,52 +231,44 @@ bool LzwCoder::decode(std::span<const uint8_t> payload, uint32_t length, std::ve
             prev = kNone;
             continue;
         }
-        if (prev == kNone) {
-            if (code > 256) return fail();
-            if (pos + 1 > room) {
-                room = std::min<std::size_t>(length, std::max<std::size_t>(room * 2, pos + 1));
-                out.resize(base + room);
+        if (code <= 256) {
+            if (prev == kNone || code < next) {
+                if (pos + 1 > room) grow(pos + 1);
+                out[base + pos] = static_cast<uint8_t>(code - 1);
             }
-            out[base + pos++] = static_cast<uint8_t>(code - 1);
-            prev = code;
-            continue;
+        } else if (prev == kNone) {
+            return fail(); // the first code after a clear is a single byte
         }
-        uint32_t len;
-        uint32_t c;
-        if (code < next) {
-            len = length_[code];
-            c = code;
-        } else if (code == next) {
-            len = length_[prev] + 1;
-            c = prev;
-        } else {
-            return fail();
-        }
-        if (len > length - pos) return fail();
-        if (pos + len > room) {
-            room = std::min<std::size_t>(length, std::max<std::size_t>(room * 2, pos + len));
-            out.resize(base + room);
-        }
-        uint8_t* d = out.data() + base + pos;
-        uint8_t* q = d + length_[c] - 1;
-        if (c != code) d[len - 1] = first_[prev]; // string followed by its own first byte
-        while (c > 256) {
-            *q-- = last_[c];
-            c = prefix_[c];
-        }
-        *q = static_cast<uint8_t>(c - 1);
-
-        if (next < kMaxCodes) {
-            if (next >= prefix_.size()) {
-                const std::size_t size = prefix_.size() * 2;
-                prefix_.resize(size);
-                last_.resize(size);
-                first_.resize(size);
-                length_.resize(size);
+        uint32_t len = 1;
+        if (code > 256) {
+            std::size_t from;
+            if (code < next) {
+                len = length_[code];
+                from = offset_[code];
+            } else if (code == next) {
+                len = length_[prev] + 1; // the previous string and its own first byte
+                from = prev_pos;
+            } else {
+                return fail();
             }
-            prefix_[next] = static_cast<uint16_t>(prev);
-            last_[next] = d[0];
-            first_[next] = first_[prev];
+            if (len > length - pos) return fail();
+            if (pos + len > room) grow(pos + len);
+            uint8_t* d = out.data() + base;
+            const std::size_t distance = pos - from;
+            if (distance >= kSlack) {
+                for (std::size_t k = 0; k < len; k += kSlack)
+                    std::memcpy(d + pos + k, d + from + k, kSlack);
+            } else {
+                for (std::size_t k = 0; k < len; ++k)
+                    d[pos + k] = d[from + k];
+            }
+        }
+        if (prev != kNone && next < kMaxCodes) {
+            if (next >= offset_.size()) {
+                offset_.resize(offset_.size() * 2);
+                length_.resize(length_.size() * 2);
+            }
+            offset_[next] = static_cast<uint32_t>(prev_pos);
             length_[next] = length_[prev] + 1;
             ++next;
             if (width < 16 && next == threshold) {
@@ -276,8 +276,9 @@ bool LzwCoder::decode(std::span<const uint8_t> payload, uint32_t length, std::ve
                 ++width;
             }
         }
-        pos += len;
         prev = code;
+        prev_pos = pos;
+        pos += len;
     }
     if (pos != length) return fail();
     out.resize(base + pos);

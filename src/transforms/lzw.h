@@ -42,22 +42,24 @@ class LzwCoder {
     bool decode(std::span<const uint8_t> payload, uint32_t length, std::vector<uint8_t>& out);
 
   private:
-    struct Encoder;
-    struct Decoder;
     std::mutex mutex_; // one encode or decode at a time on a coder
-    // The encoder's hash table: 131072 slots, each holding the code stored
-    // there with its key (prefix, byte) and the generation of the dictionary
-    // that stored it, so that a reset is a new generation rather than a
-    // clearing of the table.  Bits 0-15 code, 16-23 byte, 24-39 prefix,
-    // 40-55 generation (0 = never used).  Allocated zeroed on first use.
+    // The encoder keeps two tables.  `taken_` is the occupancy of the
+    // format's own hash table (131072 slots, one bit each): it alone decides
+    // when ten further probes find no room and the dictionary is cleared.
+    // Lookups of (prefix, byte) go through `lookup_`, a linear-probing
+    // table of our own with the same contents, whose probes stay within a
+    // cache line or two.  Its entries: bits 0-15 code, 16-23 byte, 24-39
+    // prefix, 40-55 generation of the dictionary (0 = never used), so that a
+    // clear is a new generation rather than a wipe of the table.
     struct FreeDeleter {
         void operator()(uint64_t* p) const;
     };
-    std::unique_ptr<uint64_t[], FreeDeleter> slots_;
+    std::unique_ptr<uint64_t[], FreeDeleter> lookup_;
+    std::vector<uint64_t> taken_;
     uint64_t generation_ = 0;
-    std::vector<uint16_t> prefix_;
-    std::vector<uint8_t> last_;
-    std::vector<uint8_t> first_;
+    // Decoder: where each code's string was first written in the output,
+    // and its length.
+    std::vector<uint32_t> offset_;
     std::vector<uint32_t> length_;
 };
 

@@ -1,0 +1,110 @@
+// Inputs of any length and content: every function gives its documented
+// failure value or a well-formed result, never a crash or a read out of
+// bounds (worth running under the address sanitizer too).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "datetime/calendar.h"
+#include "datetime/masks.h"
+
+namespace kp::datetime {
+namespace {
+
+const kp_regional_settings kNoNames{};
+
+struct Gen {
+    uint64_t state = 0x9E3779B97F4A7C15ull;
+    uint32_t next() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return static_cast<uint32_t>(state);
+    }
+    std::u16string text() {
+        static const char16_t pool[] = u"0123456789JDMAYjdmayHSCLP+-/: x\xD800\xDC00\xFFFF\x00E9";
+        size_t len = next() % 4 == 0 ? next() % 300 : next() % 20;
+        std::u16string s;
+        for (size_t i = 0; i < len; ++i)
+            s.push_back(pool[next() % (sizeof(pool) / sizeof(pool[0]) - 1)]);
+        return s;
+    }
+};
+
+bool digits_only(const std::u16string& s) {
+    for (char16_t c : s)
+        if (c < u'0' || c > u'9') return false;
+    return true;
+}
+
+TEST(BadInput, RandomTextNeverBreaksAFunction) {
+    Gen g;
+    kp_regional_settings rs = kNoNames;
+    for (int i = 0; i < 20000; ++i) {
+        std::u16string a = g.text(), b = g.text();
+        kp_error_record rec{};
+        rec.severity = 1;
+        CXError err(&rec);
+        int32_t dn = date_to_integer(a, false, err);
+        EXPECT_TRUE(dn == -1 || date_valid(a));
+        int32_t t = time_to_integer(a, err);
+        EXPECT_TRUE(t == -1 || (t >= 0 && t < 8640000));
+        EXPECT_GE(date_week_number(a, err), -1);
+        int32_t wd = date_to_day(a, err);
+        EXPECT_TRUE(wd == -1 || (wd >= 1 && wd <= 7));
+        date_difference(a, b, err);
+        time_difference(a, b, err);
+        std::u16string diff = date_time_difference(a, b, err);
+        EXPECT_TRUE(diff.empty() || diff.size() == 16);
+        std::u16string ag = age(a, b);
+        EXPECT_TRUE(ag.empty() || ag.size() == 8);
+        EXPECT_TRUE(easter(a).empty() || easter(a).size() == 8);
+        std::u16string_view mask = b;
+        date_to_string(a, &mask, rs, err);
+        time_to_string(a, &mask, rs, err);
+        std::u16string d = string_to_date(a, &mask, rs);
+        EXPECT_TRUE(d.empty() || d.size() == 8);
+        string_to_date(a, &kSystemMask, rs);
+        DurationLetters letters;
+        duration_to_string(static_cast<int64_t>(g.next()) << 32 | g.next(), b, letters);
+        string_to_duration(a, b, letters);
+        string_to_duration(a, static_cast<int32_t>(g.next() % 3));
+        date_time_utc_to_local(a, err);
+        date_time_local_to_utc(a, err);
+        date_to_day_in_alpha(a, rs, err);
+        date_to_month_in_alpha(a, rs, err);
+    }
+}
+
+TEST(BadInput, IntegerExtremes) {
+    kp_error_record rec{};
+    rec.severity = 1;
+    CXError err(&rec);
+    for (int32_t n : {INT32_MIN, INT32_MIN + 1, -657072, -657071, -1, 0, 1, 2958465, 2958466, INT32_MAX}) {
+        std::u16string d = integer_to_date(n, u"", err);
+        EXPECT_TRUE(d.empty() || (d.size() == 8 && digits_only(d))) << n;
+        EXPECT_GE(integer_week_number(n, err), -1);
+        int32_t w = weekday(n);
+        EXPECT_TRUE(w >= 1 && w <= 7);
+        integer_to_month_in_alpha(n, kNoNames, err);
+        integer_to_day_in_alpha(n, kNoNames);
+        std::u16string t = integer_to_time(n, err);
+        EXPECT_EQ(t.empty(), n < 0);
+        EXPECT_EQ(easter(n).empty(), n < 1583 || n > 9999);
+    }
+    for (int64_t v : {std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::min() + 1,
+                      int64_t{-1}, int64_t{0}, std::numeric_limits<int64_t>::max()}) {
+        std::u16string milli = duration_to_string(v, kDurationMilli);
+        if (v != std::numeric_limits<int64_t>::min()) {
+            EXPECT_EQ(string_to_duration(milli, kDurationMilli), v);
+        }
+        DurationLetters l;
+        EXPECT_FALSE(duration_to_string(v, u"+J HH MM SS LLL", l).empty());
+    }
+}
+
+} // namespace
+} // namespace kp::datetime

@@ -92,7 +92,7 @@ for t in "${targets[@]}"; do
     log="$BUILD/fuzz-$t.log"
     echo "== $t: $SECONDS_EACH s (log $log)"
     set +e
-    LD_PRELOAD=$(asan_runtime) "$BUILD/fuzz_$t" -max_total_time="$SECONDS_EACH" -timeout=25 -rss_limit_mb=2048 \
+    LD_PRELOAD=$(asan_runtime) "$BUILD/fuzz_$t" -max_total_time="$SECONDS_EACH" -timeout=25 -rss_limit_mb=2048 -handle_xfsz=0 \
         -print_final_stats=1 -artifact_prefix="$crashes/" "$work" "$seeds" >"$log" 2>&1
     rc=$?
     set -e

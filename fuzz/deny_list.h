@@ -1,0 +1,47 @@
+// deny_list.h - the overloads the generic fuzz target never calls.
+#pragma once
+
+#include <cstring>
+
+#include "kp120/types.h"
+
+namespace kp::fuzz {
+
+// Functions that would block, leave the sandbox or change the machine:
+// processes (start, stop, shell), the clipboard (shared with the desktop),
+// the file selector (a dialog), setting the system date or time (the
+// overloads of DateSys, TimeSys, Today and Now that take a value), and the
+// forms of fRead, fWrite and fWriteLine that copy to or from a memory
+// address given as an integer (any mapped address is fair game for them).
+enum class Which { All, WithArguments, AddressForm };
+struct Denied {
+    const char* english;
+    Which which;
+};
+constexpr Denied kDenied[] = {
+    {"ExeRun", Which::All},          {"ShellExecute", Which::All},       {"ExeTerminate", Which::All},
+    {"ToClipboard", Which::All},     {"Clipboard", Which::All},          {"ClipboardHeight", Which::All},
+    {"ClipboardWidth", Which::All},  {"ClipboardFormat", Which::All},    {"TableToClipboard", Which::All},
+    {"fSelect", Which::All},         {"DateSys", Which::WithArguments},  {"TimeSys", Which::WithArguments},
+    {"Today", Which::WithArguments}, {"Now", Which::WithArguments},      {"fRead", Which::AddressForm},
+    {"fWrite", Which::AddressForm},  {"fWriteLine", Which::AddressForm},
+};
+
+inline bool address_form(const kp_overload& ov) {
+    if (ov.param_count != 3) return false;
+    for (int k = 0; k < 3; ++k)
+        if ((ov.params[k] & 0xFF) != KP_T_INT) return false;
+    return true;
+}
+
+inline bool denied(const kp_function& fn, const kp_overload& ov) {
+    for (const Denied& d : kDenied) {
+        if (std::strcmp(fn.english, d.english) != 0) continue;
+        if (d.which == Which::All || (d.which == Which::WithArguments && ov.param_count > 0) ||
+            (d.which == Which::AddressForm && address_form(ov)))
+            return true;
+    }
+    return false;
+}
+
+} // namespace kp::fuzz

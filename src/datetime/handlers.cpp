@@ -22,6 +22,12 @@ bool smooth() {
     return runtime::query_option(KP_OPTION_SMOOTH_TIME);
 }
 
+// An optional parameter the caller left out arrives as a null pointer; the
+// function then behaves as its overload without that parameter.
+bool given(void** args, int i) {
+    return args && args[i];
+}
+
 // Duration values travel as signed 64-bit milliseconds under their own type code.
 void ret_duration(kp_call_frame* frame, int64_t ms) {
     if (!frame || !frame->values || !frame->values->ops || !frame->values->ops->set_result) return;
@@ -87,7 +93,7 @@ KP_HANDLER(IntegerToDate_1) {
 }
 KP_HANDLER(IntegerToDate_2) {
     Call call(frame, context, args);
-    call.ret_string(integer_to_date(call.i32(0), call.str(1), call.error()));
+    call.ret_string(integer_to_date(call.i32(0), given(args, 1) ? call.str(1) : u"", call.error()));
     return 0;
 }
 KP_HANDLER(IntegerToDay_1) {
@@ -112,7 +118,7 @@ KP_HANDLER(DateToInteger_1) {
 }
 KP_HANDLER(DateToInteger_2) {
     Call call(frame, context, args);
-    call.ret_int(date_to_integer(call.str(0), call.boolean(1), call.error()));
+    call.ret_int(date_to_integer(call.str(0), given(args, 1) && call.boolean(1), call.error()));
     return 0;
 }
 
@@ -203,7 +209,7 @@ KP_HANDLER(Age_1) {
 }
 KP_HANDLER(Age_2) {
     Call call(frame, context, args);
-    call.ret_string(age(call.str(0), call.str(1)));
+    call.ret_string(given(args, 1) ? age(call.str(0), call.str(1)) : age(call.str(0), date_sys(clock())));
     return 0;
 }
 KP_HANDLER(Easter_1) {
@@ -237,7 +243,8 @@ KP_HANDLER(DateToString_1) {
 KP_HANDLER(DateToString_2) {
     Call call(frame, context, args);
     std::u16string_view mask = call.str(1);
-    call.ret_string(date_to_string(call.str(0), &mask, runtime::regional_settings(), call.error()));
+    call.ret_string(date_to_string(call.str(0), given(args, 1) ? &mask : nullptr,
+                                   runtime::regional_settings(), call.error()));
     return 0;
 }
 KP_HANDLER(TimeToString_1) {
@@ -248,7 +255,8 @@ KP_HANDLER(TimeToString_1) {
 KP_HANDLER(TimeToString_2) {
     Call call(frame, context, args);
     std::u16string_view mask = call.str(1);
-    call.ret_string(time_to_string(call.str(0), &mask, runtime::regional_settings(), call.error()));
+    call.ret_string(time_to_string(call.str(0), given(args, 1) ? &mask : nullptr,
+                                   runtime::regional_settings(), call.error()));
     return 0;
 }
 KP_HANDLER(StringToDate_1) {
@@ -259,7 +267,8 @@ KP_HANDLER(StringToDate_1) {
 KP_HANDLER(StringToDate_2) {
     Call call(frame, context, args);
     std::u16string_view mask = call.str(1);
-    call.ret_string(string_to_date(call.str(0), &mask, runtime::regional_settings()));
+    call.ret_string(
+        string_to_date(call.str(0), given(args, 1) ? &mask : nullptr, runtime::regional_settings()));
     return 0;
 }
 KP_HANDLER(DurationToString_1) {
@@ -269,7 +278,10 @@ KP_HANDLER(DurationToString_1) {
 }
 KP_HANDLER(DurationToString_2) {
     Call call(frame, context, args);
-    call.ret_string(duration_to_string(call.i64(0), call.str(1), duration_letters()));
+    if (given(args, 1))
+        call.ret_string(duration_to_string(call.i64(0), call.str(1), duration_letters()));
+    else
+        call.ret_string(duration_to_string(call.i64(0), kDurationMilli));
     return 0;
 }
 KP_HANDLER(StringToDuration_1) {
@@ -279,7 +291,10 @@ KP_HANDLER(StringToDuration_1) {
 }
 KP_HANDLER(StringToDuration_2) {
     Call call(frame, context, args);
-    ret_duration(frame, string_to_duration(call.str(0), call.str(1), duration_letters()));
+    if (given(args, 1))
+        ret_duration(frame, string_to_duration(call.str(0), call.str(1), duration_letters()));
+    else
+        ret_duration(frame, string_to_duration(call.str(0), kDurationMilli));
     return 0;
 }
 

@@ -214,4 +214,22 @@ TEST_F(DateTimeAbi, Durations) {
     EXPECT_EQ(number("StringToDuration", {s(u"01:02:03"), s(u"HH:MM:SS")}), 3723000);
 }
 
+TEST_F(DateTimeAbi, LeftOutParametersMeanTheShortForm) {
+    auto second_overload = [&](const char* name, std::vector<Value> args) {
+        const kp_function* fn = fx.host->find_function(name);
+        EXPECT_NE(fn, nullptr);
+        CallOutcome out = fx.host->call_overload(*fn, 1, args);
+        EXPECT_EQ(out.status, CallStatus::Ok) << name << ": " << out.detail;
+        return out;
+    };
+    EXPECT_EQ(second_overload("DateToString", {s(u"20240105")}).result.s, u"05/01/2024");
+    EXPECT_EQ(second_overload("TimeToString", {s(u"1230")}).result.s, u"12:30:00:00");
+    EXPECT_EQ(second_overload("StringToDate", {s(u"05/01/2024")}).result.s, u"20240105");
+    EXPECT_EQ(second_overload("IntegerToDate", {n(1)}).result.s, u"18000101");
+    EXPECT_EQ(second_overload("DateToInteger", {s(u"18000102")}).result.i, 2);
+    EXPECT_EQ(second_overload("Age", {s(u"18000101")}).result.s.size(), 8u);
+    EXPECT_EQ(second_overload("DurationToString", {Value::int64(1001)}).result.s, u"0000001001");
+    EXPECT_EQ(second_overload("StringToDuration", {s(u"0000001001")}).result.i, 1001);
+}
+
 } // namespace

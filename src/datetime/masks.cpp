@@ -110,6 +110,14 @@ Digits read_digits(std::u16string_view s, size_t i, size_t max) {
     return d;
 }
 
+// Characters an abbreviated name keeps: three, or four for names that
+// begin with "jui" in any case, so that juin and juillet stay apart.
+size_t abbreviation_keep(std::u16string_view name) {
+    bool jui = name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
+               to_lower_ascii(name[2]) == u'i';
+    return jui ? 4 : 3;
+}
+
 // "19" when the two-digit year exceeds 50, else "20".
 std::u16string_view century_of(int64_t two_digits) {
     return two_digits > 50 ? u"19" : u"20";
@@ -118,10 +126,7 @@ std::u16string_view century_of(int64_t two_digits) {
 } // namespace
 
 std::u16string abbreviate(std::u16string_view name) {
-    size_t keep = 3;
-    if (name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
-        to_lower_ascii(name[2]) == u'i')
-        keep = 4; // juin and juillet stay apart
+    size_t keep = abbreviation_keep(name);
     if (name.size() <= keep) return std::u16string(name);
     std::u16string out(name.substr(0, keep));
     out.push_back(u'.');
@@ -221,10 +226,7 @@ bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, con
             *p++ = c;
     };
     auto put_abbreviation = [&](std::u16string_view name) {
-        size_t keep = 3;
-        if (name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
-            to_lower_ascii(name[2]) == u'i')
-            keep = 4;
+        size_t keep = abbreviation_keep(name);
         if (name.size() <= keep) return put(name);
         put(name.substr(0, keep));
         *p++ = u'.';

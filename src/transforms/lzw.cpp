@@ -15,14 +15,14 @@ void append_stored_block(std::span<const uint8_t> in, std::vector<uint8_t>& out)
     out.insert(out.end(), in.begin(), in.end());
 }
 
-void LzwCoder::FreeDeleter::operator()(uint64_t* p) const {
+void LzwCoder::FreeDeleter::operator()(void* p) const {
     std::free(p);
 }
 
 namespace {
 constexpr uint32_t kLookupBits = 17;
 constexpr uint32_t kLookupSlots = 1u << kLookupBits;
-constexpr uint64_t kGenerationMask = 0xFFFFull << 40;
+constexpr uint32_t kGenerationMask = 0xFF;
 
 // Home slot of (prefix, byte) in the format's hash table, and the k-th
 // further probe (k from 0).
@@ -46,16 +46,21 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     }
     if (!lookup_) {
         // calloc: the pages of the table are only paid for when touched.
-        lookup_.reset(static_cast<uint64_t*>(std::calloc(kLookupSlots, sizeof(uint64_t))));
-        if (!lookup_) {
+        lookup_.reset(static_cast<uint32_t*>(std::calloc(kLookupSlots, sizeof(uint32_t))));
+        codes_.reset(static_cast<uint16_t*>(std::calloc(kLookupSlots, sizeof(uint16_t))));
+        if (!lookup_ || !codes_) {
+            lookup_.reset();
             append_stored_block(in, out);
             return;
         }
         generation_ = 0;
     }
-    uint64_t* const table = lookup_.get();
+    uint32_t* const table = lookup_.get();
+    uint16_t* const codes = codes_.get();
     taken_.resize(kHashSlots / 64);
     uint64_t* const taken = taken_.data();
+    root_.resize(256 * 256);
+    uint16_t* const root = root_.data();
 
     // The coding stops paying once the block (header included) reaches
     // n + 3 bytes; the output area never needs more than that.
@@ -70,15 +75,16 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     double best = 0;
     uint64_t bitbuf = 0;
     unsigned bits = 0;
-    uint64_t gen = 0;
+    uint32_t gen = 0;
 
     auto reset = [&] {
         std::fill_n(taken, kHashSlots / 64, uint64_t{0});
-        if (++generation_ >= 0xFFFF) {
-            std::fill_n(table, kLookupSlots, uint64_t{0});
+        std::fill_n(root, 256 * 256, uint16_t{0});
+        if (++generation_ > kGenerationMask) {
+            std::fill_n(table, kLookupSlots, uint32_t{0});
             generation_ = 1;
         }
-        gen = generation_ << 40;
+        gen = static_cast<uint32_t>(generation_);
         width = 9;
         threshold = 512;
         next = kFirstFree;
@@ -112,17 +118,28 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         uint32_t cur = p[i++] + 1u;
         uint32_t free = 0; // our table's free slot for (cur, p[i]) when the match stops
         while (i < n) {
+            if (cur <= 256) {
+                // Single-byte prefixes: the direct table.
+                const uint32_t c = root[(cur - 1) << 8 | p[i]];
+                if (c == 0) break;
+                cur = c;
+                ++i;
+                continue;
+            }
             const uint32_t key = cur << 8 | p[i];
-            const uint64_t want = gen | static_cast<uint64_t>(key) << 16;
+            const uint32_t want = key << 8 | gen;
             uint32_t s = lookup_home(key);
-            uint64_t v;
-            while (((v = table[s]) & kGenerationMask) == gen && (v & ~uint64_t{0xFFFF}) != want)
+            uint32_t v;
+            uint32_t c = codes[s];
+            while (((v = table[s]) & kGenerationMask) == gen && v != want) {
                 s = (s + 1) & (kLookupSlots - 1);
+                c = codes[s];
+            }
             if ((v & kGenerationMask) != gen) {
                 free = s;
                 break;
             }
-            cur = static_cast<uint32_t>(v & 0xFFFF);
+            cur = c;
             ++i;
         }
         emit(cur);
@@ -145,7 +162,13 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             reset();
         } else {
             // No lookup follows the last entry: it only counts.
-            if (i < n) table[free] = gen | static_cast<uint64_t>(cur << 8 | byte) << 16 | next;
+            if (i >= n) {
+            } else if (cur <= 256) {
+                root[(cur - 1) << 8 | byte] = static_cast<uint16_t>(next);
+            } else {
+                table[free] = (cur << 8 | byte) << 8 | gen;
+                codes[free] = static_cast<uint16_t>(next);
+            }
             ++next;
             if (width < 16 && next > threshold) {
                 threshold *= 2;

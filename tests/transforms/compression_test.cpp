@@ -115,6 +115,38 @@ TEST(Lzw, ByteFFIsTheLiteralCode256) {
     EXPECT_EQ(back, data);
 }
 
+TEST(Lzw, EncoderCodesOfAKnownInput) {
+    // a b ab aba ba bab abab ababa b, then the end code; all 9 bits wide.
+    const std::string text = "ababababababababababab";
+    std::vector<uint8_t> out;
+    LzwCoder().encode(std::vector<uint8_t>(text.begin(), text.end()), out);
+    const auto a = 'a' + 1u, b = 'b' + 1u;
+    const auto codes =
+        pack({{a, 9}, {b, 9}, {258, 9}, {260, 9}, {259, 9}, {262, 9}, {261, 9}, {264, 9}, {b, 9}, {257, 9}},
+             false);
+    ASSERT_EQ(out.size(), 11 + codes.size());
+    EXPECT_EQ(out[0], kMethodLzw);
+    EXPECT_EQ(get_u32(&out[1]), codes.size());
+    EXPECT_EQ(get_u32(&out[5]), text.size());
+    EXPECT_EQ(std::vector<uint8_t>(out.begin() + 11, out.end()), codes);
+}
+
+TEST(Lzw, RunsAndShortPeriodsRoundTrip) {
+    // Strings that repeat themselves (code = next free code) and overlapping
+    // copies at every short distance.
+    for (std::size_t period : {1u, 2u, 3u, 15u, 16u, 17u, 250u}) {
+        std::vector<uint8_t> data(1 << 20);
+        for (std::size_t i = 0; i < data.size(); ++i)
+            data[i] = static_cast<uint8_t>(i % period * 7);
+        std::vector<uint8_t> packed;
+        LzwCoder().encode(data, packed);
+        ASSERT_EQ(packed[0], kMethodLzw);
+        std::vector<uint8_t> back;
+        ASSERT_TRUE(decode_block(packed, false, back)) << period;
+        ASSERT_EQ(back, data) << period;
+    }
+}
+
 TEST(Lzw, HandMadeStreamsWithRepeatAndClearCodes) {
     // a, b (258 = "ab"), 258, then 260 before it exists: the previous string
     // followed by its own first byte ("ab" + "a").

@@ -183,7 +183,7 @@ bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, con
     size_t count = 0;
     char16_t year_kind = 0;
     size_t year_len = 0;
-    bool day_jj = false, day_dd = false;
+    bool day_jj = false, day_dd = false, day_names = false, month_names = false;
     for (size_t i = 0; i < mask.size();) {
         char16_t c = mask[i];
         if (!token_letter(c)) {
@@ -209,12 +209,13 @@ bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, con
             if (i > 0 && token_letter(mask[i - 1])) return false;
             if (i + n < mask.size() && token_letter(mask[i + n])) return false;
         }
+        if (name) (c == u'M' ? month_names : day_names) = true;
         runs[count++] = Run{i, n, c};
         i += n;
     }
     if (day_jj && day_dd) return false;
     std::u16string_view day = day_name(rs, wd), month = month_name(rs, d.month);
-    if (!plain_name(day) || !plain_name(month)) return false;
+    if ((day_names && !plain_name(day)) || (month_names && !plain_name(month))) return false;
 
     // Written on the stack and copied once: the text is short.
     constexpr size_t kNameMax = 48, kMaskMax = 160;

@@ -1,6 +1,8 @@
 // handlers.cpp - the handlers of the data transforms: compression,
 // checksums, encodings, phonetic key and encryption.  Each adapts the
 // arguments, calls one implementation and hands back the result.
+#include <new>
+
 #include "component/call.h"
 #include "transforms/checksum.h"
 #include "transforms/cipher.h"
@@ -12,6 +14,19 @@
 namespace kp::handlers {
 
 namespace {
+
+constexpr uint32_t kErrPhoneticMemory = 80229;
+
+// Runs an implementation: memory exhaustion never leaves the component, it
+// becomes the function's failure value, with `id` recorded when not 0.
+template <class Body, class Fail> void run(Call& call, uint32_t id, Body&& body, Fail&& fail) {
+    try {
+        body();
+    } catch (const std::bad_alloc&) {
+        if (id) call.error().fail(id);
+        fail();
+    }
+}
 
 void ret_any_buffer(Call& call, std::span<const uint8_t> bytes) {
     kp_variant v;
@@ -51,17 +66,23 @@ void uncrypt(Call& call, int32_t mode, int32_t encoding) {
 // Compress(buffer) / Compress(string)
 KP_HANDLER(Compress_1) {
     Call call(frame, context, args);
-    call.ret_buffer(transforms::compress(call.raw(0), false, call.error()));
+    run(
+        call, 0, [&] { call.ret_buffer(transforms::compress(call.raw(0), false, call.error())); },
+        [&] { call.ret_buffer({}); });
     return 0;
 }
 KP_HANDLER(Compress_2) {
     Call call(frame, context, args);
-    call.ret_buffer(transforms::compress(call.raw(0), true, call.error()));
+    run(
+        call, 0, [&] { call.ret_buffer(transforms::compress(call.raw(0), true, call.error())); },
+        [&] { call.ret_buffer({}); });
     return 0;
 }
 KP_HANDLER(Uncompress_1) {
     Call call(frame, context, args);
-    call.ret_buffer(transforms::uncompress(call.raw(0), call.error()));
+    run(
+        call, 0, [&] { call.ret_buffer(transforms::uncompress(call.raw(0), call.error())); },
+        [&] { call.ret_buffer({}); });
     return 0;
 }
 
@@ -83,12 +104,16 @@ KP_HANDLER(sComputeCrc32_2) {
 
 KP_HANDLER(URLEncode_1) {
     Call call(frame, context, args);
-    call.ret_string(transforms::url_encode(call.str(0)));
+    run(
+        call, 0, [&] { call.ret_string(transforms::url_encode(call.str(0))); },
+        [&] { call.ret_string(u""); });
     return 0;
 }
 KP_HANDLER(URLDecode_1) {
     Call call(frame, context, args);
-    call.ret_string(transforms::url_decode(call.str(0)));
+    run(
+        call, 0, [&] { call.ret_string(transforms::url_decode(call.str(0))); },
+        [&] { call.ret_string(u""); });
     return 0;
 }
 KP_HANDLER(ZigouigouiARoulette_1) {
@@ -99,77 +124,123 @@ KP_HANDLER(ZigouigouiARoulette_1) {
 
 KP_HANDLER(Phonetic_1) {
     Call call(frame, context, args);
-    call.ret_string(transforms::phonetic(call.str(0)));
+    run(
+        call, kErrPhoneticMemory, [&] { call.ret_string(transforms::phonetic(call.str(0))); },
+        [&] { call.ret_string(u""); });
     return 0;
 }
 
 // Crypt and Uncrypt: mode 1 (cryptFast) and encoding 1 (encodeQRT) unless given.
 KP_HANDLER(Crypt_1) {
     Call call(frame, context, args);
-    crypt(call, transforms::kCryptFast, transforms::kEncodeQrt);
+    run(
+        call, transforms::kErrCreateObject,
+        [&] { crypt(call, transforms::kCryptFast, transforms::kEncodeQrt); },
+        [&] { ret_any_string(call, u""); });
     return 0;
 }
 KP_HANDLER(Crypt_2) {
     Call call(frame, context, args);
-    crypt(call, call.i32(2), transforms::kEncodeQrt);
+    run(
+        call, transforms::kErrCreateObject, [&] { crypt(call, call.i32(2), transforms::kEncodeQrt); },
+        [&] { ret_any_string(call, u""); });
     return 0;
 }
 KP_HANDLER(Crypt_3) {
     Call call(frame, context, args);
-    crypt(call, call.i32(2), call.i32(3));
+    run(
+        call, transforms::kErrCreateObject, [&] { crypt(call, call.i32(2), call.i32(3)); },
+        [&] { ret_any_string(call, u""); });
     return 0;
 }
 KP_HANDLER(Uncrypt_1) {
     Call call(frame, context, args);
-    uncrypt(call, transforms::kCryptFast, transforms::kEncodeQrt);
+    run(
+        call, transforms::kErrCreateObject,
+        [&] { uncrypt(call, transforms::kCryptFast, transforms::kEncodeQrt); },
+        [&] { ret_any_string(call, u""); });
     return 0;
 }
 KP_HANDLER(Uncrypt_2) {
     Call call(frame, context, args);
-    uncrypt(call, call.i32(2), transforms::kEncodeQrt);
+    run(
+        call, transforms::kErrCreateObject, [&] { uncrypt(call, call.i32(2), transforms::kEncodeQrt); },
+        [&] { ret_any_string(call, u""); });
     return 0;
 }
 KP_HANDLER(Uncrypt_3) {
     Call call(frame, context, args);
-    uncrypt(call, call.i32(2), call.i32(3));
+    run(
+        call, transforms::kErrCreateObject, [&] { uncrypt(call, call.i32(2), call.i32(3)); },
+        [&] { ret_any_string(call, u""); });
     return 0;
 }
 
 // fCrypt and fUncrypt: mode 1 (cryptFast) and no encoding unless given.
 KP_HANDLER(fCrypt_1) {
     Call call(frame, context, args);
-    call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
-                                     transforms::kEncodeNone, call.error()));
+    run(
+        call, transforms::kErrCreateObject,
+        [&] {
+            call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
+                                             transforms::kEncodeNone, call.error()));
+        },
+        [&] { call.ret_bool(false); });
     return 0;
 }
 KP_HANDLER(fCrypt_2) {
     Call call(frame, context, args);
-    call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
-                                     transforms::kEncodeNone, call.error()));
+    run(
+        call, transforms::kErrCreateObject,
+        [&] {
+            call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
+                                             transforms::kEncodeNone, call.error()));
+        },
+        [&] { call.ret_bool(false); });
     return 0;
 }
 KP_HANDLER(fCrypt_3) {
     Call call(frame, context, args);
-    call.ret_bool(
-        transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3), call.i32(4), call.error()));
+    run(
+        call, transforms::kErrCreateObject,
+        [&] {
+            call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3), call.i32(4),
+                                             call.error()));
+        },
+        [&] { call.ret_bool(false); });
     return 0;
 }
 KP_HANDLER(fUncrypt_1) {
     Call call(frame, context, args);
-    call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
-                                       transforms::kEncodeNone, call.error()));
+    run(
+        call, transforms::kErrCreateObject,
+        [&] {
+            call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
+                                               transforms::kEncodeNone, call.error()));
+        },
+        [&] { call.ret_bool(false); });
     return 0;
 }
 KP_HANDLER(fUncrypt_2) {
     Call call(frame, context, args);
-    call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
-                                       transforms::kEncodeNone, call.error()));
+    run(
+        call, transforms::kErrCreateObject,
+        [&] {
+            call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
+                                               transforms::kEncodeNone, call.error()));
+        },
+        [&] { call.ret_bool(false); });
     return 0;
 }
 KP_HANDLER(fUncrypt_3) {
     Call call(frame, context, args);
-    call.ret_bool(
-        transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3), call.i32(4), call.error()));
+    run(
+        call, transforms::kErrCreateObject,
+        [&] {
+            call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
+                                               call.i32(4), call.error()));
+        },
+        [&] { call.ret_bool(false); });
     return 0;
 }
 

@@ -71,13 +71,13 @@ OpenFileRecord* FileHandleTable::remove(int32_t handle) {
 }
 
 FileHandleTable& handle_table() {
-    static FileHandleTable* table = [] {
-        auto* t = new FileHandleTable(5);
-        t->insert(nullptr);
-        t->insert(nullptr);
-        return t;
-    }();
-    return *table;
+    // Lives as long as the component: its slot array is freed when the
+    // module is unloaded (files still open then are not closed by it).
+    static FileHandleTable table(5);
+    // Slots 0 and 1: the placeholders taken at start-up.
+    static const bool placeholders = (table.insert(nullptr), table.insert(nullptr), true);
+    (void)placeholders;
+    return table;
 }
 
 // --- Helpers -------------------------------------------------------------------

@@ -472,3 +472,35 @@ TEST_F(Names, StreamDeviceNamesLiveInTheRoot) {
 
 } // namespace
 } // namespace kp::files::test
+
+namespace kp::files::test {
+namespace {
+
+// A host whose ANSI code page is 1251: text files are read and written in it.
+TEST(AnsiCodePage, HostSettingDecidesTheTextEncoding) {
+    kp::test::TempDir dir;
+    std::filesystem::create_directories(dir.path() / "device");
+    kp::host::Options o;
+    if (const char* p = std::getenv("KP120_COMPONENT")) o.component_path = p;
+    o.device_root = (dir.path() / "device").string();
+    o.registry_path = (dir.path() / "registry.sqlite3").string();
+    o.ansi_codepage = 1251;
+    kp::host::Host host(o);
+    ASSERT_TRUE(host.loaded()) << host.load_error();
+    std::vector<Value> args = {Value::string(u"\\cp.txt")};
+    int64_t h = host.call("fCreate", args).result.i;
+    ASSERT_GE(h, 2);
+    args = {Value::integer(h), Value::string(u"\u0416\u0438\u0437\u043d\u044c")};
+    EXPECT_TRUE(host.call("fWriteLine", args).result.b);
+    args = {Value::integer(h), Value::int64(0), Value::integer(0)};
+    host.call("fSeek", args);
+    args = {Value::integer(h)};
+    EXPECT_EQ(host.call("fReadLine", args).result.s, u"\u0416\u0438\u0437\u043d\u044c");
+    host.call("fClose", args);
+    std::ifstream f(dir.path() / "device" / "cp.txt", std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(bytes, "\xC6\xE8\xE7\xED\xFC\r\n");
+}
+
+} // namespace
+} // namespace kp::files::test

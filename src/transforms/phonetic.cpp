@@ -171,13 +171,11 @@ std::u16string phonetic(std::u16string_view input) {
             t.set(i, u'E');
             t.erase(i + 1);
         }
-    // 22. Every H goes; a P before it becomes F.  (The C rule cannot fire
+    // 22. H is deleted; a P before it becomes F.  (The C rule cannot fire
     // any more, every C being a K by now; it is kept as the pass has it.)
-    for (std::ptrdiff_t i = 0; i < t.size();) {
-        if (t.at(i) != u'H') {
-            ++i;
-            continue;
-        }
+    // The pass moves on after a deletion, so of "HH" the second H stays.
+    for (std::ptrdiff_t i = 0; i < t.size(); ++i) {
+        if (t.at(i) != u'H') continue;
         t.erase(i);
         const char16_t before = t.at(i - 1);
         if (before == u'C')

@@ -45,6 +45,7 @@ TEST(Phonetic, FoldingAndEndRules) {
 
 TEST(Phonetic, DigitsAndPunctuationPassButMerge) {
     EXPECT_EQ(phonetic(u"R2D2"), u"R2D2");
+    EXPECT_EQ(phonetic(u"AHHA"), u"AHA"); // the H pass moves on after a deletion
     EXPECT_EQ(phonetic(u"A11..B"), u"A1.B");
     for (const char16_t* s : {u"Zoé", u"x", u"Hh", u"EUUU", u"AUAU", u"QQQUUU", u"---"})
         EXPECT_LE(phonetic(s).size(), std::u16string_view(s).size()) << std::u16string_view(s).size();

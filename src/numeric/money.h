@@ -25,8 +25,8 @@ class Money {
 
     constexpr Money() = default;
 
-    // From a whole number of units (always fits).
-    static constexpr Money from_int(int64_t units) { return Money(static_cast<int128>(units) * kScale); }
+    // From a 32-bit whole number of units (always fits).
+    static constexpr Money from_int(int32_t units) { return Money(static_cast<int128>(units) * kScale); }
     // From a count of millionths; nullopt outside the 80-bit range.
     static constexpr std::optional<Money> from_millionths(int128 m) {
         if (m < kMin || m > kMax) return std::nullopt;

@@ -166,7 +166,7 @@ TEST(Money, RandomValuesRoundTripAndScaleExactly) {
         ASSERT_EQ(0, std::memcmp(b, back, 10));
         ASSERT_EQ(v, Money::from_text(v.to_text())) << v.to_text();
 
-        const int64_t k = static_cast<int64_t>(next() % 2001) - 1000;
+        const int32_t k = static_cast<int32_t>(next() % 2001) - 1000;
         const int128 exact = v.millionths() * k;
         auto product = num::multiply(v, Money::from_int(k));
         if (exact > Money::kMax || exact < Money::kMin)

@@ -459,11 +459,11 @@ int Host::choose_overload(const kp_function& fn, const std::vector<Value>& args,
     std::string range_issue;
     for (int k = 0; k < count; ++k) {
         if (args.size() > ov[k].param_count) continue;
-        // Trailing parameters marked 0x4000 (the variables of fReadLine and
-        // MatchRegularExpression) may be left out.
+        // Trailing variables (any value by reference, 0x401F: the receiving
+        // variables of fReadLine and MatchRegularExpression) may be left out.
         bool fits = true;
         for (std::size_t a = args.size(); a < ov[k].param_count; ++a)
-            if (!(ov[k].params[a] & 0x4000)) fits = false;
+            if ((ov[k].params[a] & 0x40FF) != 0x401F) fits = false;
         if (!fits) continue;
         count_matched = true;
         int score = 0;

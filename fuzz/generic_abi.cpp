@@ -6,8 +6,8 @@
 // then builds one argument of the overload's type per parameter: strings of
 // any UTF-16 units, integers at the extremes, reals with NaN and infinities,
 // raw currency bytes, buffers, variants of every simple type, procedures,
-// variables for the parameters that take one.  Trailing parameters that may
-// be left out (the 0x4000 ones) are sometimes left out.
+// variables for the parameters that take one.  Trailing receiving variables
+// (0x401F), which a program may leave out, are sometimes left out.
 //
 // Sandbox: the device root and the registry file live in a temporary
 // directory made once per process, which is also the current directory; the
@@ -260,9 +260,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto& c = g_box->callables[pick % g_box->callables.size()];
     const kp_overload& ov = c.fn->overloads[c.overload];
 
-    // Trailing 0x4000 parameters may be left out.
+    // Trailing receiving variables (0x401F) may be left out, as a program may.
     size_t required = ov.param_count;
-    while (required > 0 && (ov.params[required - 1] & KP_PARAM_FLAG_4000))
+    while (required > 0 && (ov.params[required - 1] & 0x40FF) == (KP_PARAM_FLAG_4000 | KP_T_ANY))
         --required;
     size_t count =
         required == ov.param_count ? required : in.ConsumeIntegralInRange<size_t>(required, ov.param_count);

@@ -1,7 +1,9 @@
 // encodings.cpp - URL escapes and the three byte-to-text encoders.
 #include "transforms/encodings.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace kp::transforms {
 namespace {
@@ -18,6 +20,16 @@ constexpr std::array<uint8_t, 256> make_reverse() {
 }
 constexpr auto kReverse = make_reverse();
 
+// The two characters of every 12-bit value, as two UTF-16 units in memory
+// order (little-endian host).
+constexpr std::array<uint32_t, 4096> make_pairs() {
+    std::array<uint32_t, 4096> t{};
+    for (uint32_t v = 0; v < 4096; ++v)
+        t[v] = static_cast<uint32_t>(kAlphabet[v >> 6]) | static_cast<uint32_t>(kAlphabet[v & 63]) << 16;
+    return t;
+}
+constexpr auto kPairs = make_pairs();
+
 inline bool is_line_break(char16_t c) {
     return c == u'\r' || c == u'\n';
 }
@@ -25,7 +37,7 @@ inline bool is_line_break(char16_t c) {
 // Encoders over the Base64 alphabet: 3 bytes give 4 characters, a last
 // group of 1 or 2 bytes gives 2 or 3, and a CR LF follows every
 // `groups_per_line`-th complete group.
-class Base64Family : public TextEncoder {
+class Base64Family final : public TextEncoder {
   public:
     explicit Base64Family(bool padded) : padded_(padded) {}
     char16_t to_char(uint8_t v) const override { return static_cast<char16_t>(kAlphabet[v & 63]); }
@@ -41,12 +53,17 @@ class Base64Family : public TextEncoder {
         if (rest) count += padded_ ? 4 : rest + 1;
         if (!out) return count;
         const uint8_t* p = in.data();
-        for (std::size_t g = 0; g < full; ++g, p += 3) {
-            *out++ = to_char(p[0] >> 2);
-            *out++ = to_char(static_cast<uint8_t>((p[0] << 4) | (p[1] >> 4)));
-            *out++ = to_char(static_cast<uint8_t>((p[1] << 2) | (p[2] >> 6)));
-            *out++ = to_char(p[2]);
-            if (per_line && (g + 1) % per_line == 0) {
+        // Two characters at a time from 12 bits, a line at a time.
+        for (std::size_t g = 0; g < full;) {
+            const std::size_t line_end = per_line ? std::min(full, (g / per_line + 1) * per_line) : full;
+            for (; g < line_end; ++g, p += 3) {
+                const uint32_t v =
+                    static_cast<uint32_t>(p[0]) << 16 | static_cast<uint32_t>(p[1]) << 8 | p[2];
+                std::memcpy(out, &kPairs[v >> 12], 4);
+                std::memcpy(out + 2, &kPairs[v & 0xFFF], 4);
+                out += 4;
+            }
+            if (per_line && g % per_line == 0) {
                 *out++ = u'\r';
                 *out++ = u'\n';
             }
@@ -108,7 +125,7 @@ class Base64Family : public TextEncoder {
 // The uu framing of this component: "begin 0666 uu\r\n", lines of 45 groups,
 // a "_" length character only on a line that starts with more than 45 bytes
 // left, characters = value + 32, and "\r\nend\r\n" written in full.
-class UuEncoder : public TextEncoder {
+class UuEncoder final : public TextEncoder {
   public:
     static constexpr std::u16string_view kHeader = u"begin 0666 uu\r\n";
     static constexpr std::u16string_view kTrailer = u"\r\nend\r\n";

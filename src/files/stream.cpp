@@ -405,6 +405,40 @@ bool IXStream::ReadLineBuffered(std::u16string& line, uint32_t maximum, bool uni
     }
 }
 
+namespace {
+// First occurrence of a line end of 1 to 4 bytes in [from, limit), or null.
+const uint8_t* find_end(const uint8_t* from, const uint8_t* limit, const uint8_t* end, uint32_t end_length) {
+    for (const uint8_t* p = from; p + end_length <= limit;) {
+        p = static_cast<const uint8_t*>(std::memchr(p, end[0], static_cast<std::size_t>(limit - p)));
+        if (!p || p + end_length > limit) return nullptr;
+        uint32_t k = 1;
+        while (k < end_length && p[k] == end[k])
+            ++k;
+        if (k == end_length) return p;
+        ++p;
+    }
+    return nullptr;
+}
+} // namespace
+
+bool IXStream::ScanLine(const uint8_t* end, uint32_t end_length, const uint8_t** data, std::size_t* size) {
+    bool inside = buffered_ && position_ >= aux_start_ && position_ - aux_start_ < buffered_;
+    if (!inside) {
+        begin();
+        if (!fill(position_)) {
+            buffered_ = 0;
+            return false;
+        }
+    }
+    const uint8_t* from = aux_.get() + (position_ - aux_start_);
+    const uint8_t* at = find_end(from, aux_.get() + buffered_, end, end_length);
+    if (!at) return false;
+    *data = from;
+    *size = static_cast<std::size_t>(at - from);
+    position_ += *size + end_length;
+    return true;
+}
+
 bool IXStream::ReadUntil(const uint8_t* end, uint32_t end_length, std::string& out, bool* found) {
     *found = false;
     if (!end || end_length == 0 || end_length > 4) return false;
@@ -422,20 +456,7 @@ bool IXStream::ReadUntil(const uint8_t* end, uint32_t end_length, std::string& o
         }
         const uint8_t* from = aux_.get() + (position_ - aux_start_);
         const uint8_t* limit = aux_.get() + buffered_;
-        // First byte by memchr, then the rest of the line end in place.
-        const uint8_t* at = nullptr;
-        for (const uint8_t* p = from; p + end_length <= limit;) {
-            p = static_cast<const uint8_t*>(std::memchr(p, end[0], static_cast<std::size_t>(limit - p)));
-            if (!p || p + end_length > limit) break;
-            uint32_t k = 1;
-            while (k < end_length && p[k] == end[k])
-                ++k;
-            if (k == end_length) {
-                at = p;
-                break;
-            }
-            ++p;
-        }
+        const uint8_t* at = find_end(from, limit, end, end_length);
         if (at) {
             out.append(reinterpret_cast<const char*>(from), static_cast<std::size_t>(at - from));
             position_ += static_cast<uint64_t>(at - from) + end_length;

@@ -117,6 +117,12 @@ class IXStream {
     // 50-byte pieces give, reached in one pass over the read-ahead.
     bool ReadUntil(const uint8_t* end, uint32_t end_length, std::string& out, bool* found);
 
+    // The same when the line end lies in the read-ahead (filled once at the
+    // position if need be): `data` and `size` show the bytes before it in
+    // the stream's buffer, valid until the next operation, and the position
+    // moves past the line end.  False, with nothing moved, otherwise.
+    bool ScanLine(const uint8_t* end, uint32_t end_length, const uint8_t** data, std::size_t* size);
+
     // Code page of the file's ANSI text (the host's, taken at open).
     uint32_t codepage() const { return codepage_; }
     void set_codepage(uint32_t cp) { codepage_ = cp; }

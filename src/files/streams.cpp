@@ -70,13 +70,20 @@ OpenFileRecord* FileHandleTable::remove(int32_t handle) {
     return record;
 }
 
+namespace {
+// The component's table: slots 0 and 1 are the placeholders taken at start-up.
+struct ComponentTable : FileHandleTable {
+    ComponentTable() : FileHandleTable(5) {
+        insert(nullptr);
+        insert(nullptr);
+    }
+};
+} // namespace
+
 FileHandleTable& handle_table() {
     // Lives as long as the component: its slot array is freed when the
     // module is unloaded (files still open then are not closed by it).
-    static FileHandleTable table(5);
-    // Slots 0 and 1: the placeholders taken at start-up.
-    static const bool placeholders = (table.insert(nullptr), table.insert(nullptr), true);
-    (void)placeholders;
+    static ComponentTable table;
     return table;
 }
 
@@ -383,7 +390,7 @@ std::u16string f_read_line(int32_t handle, CXError& err) {
     IXStream& s = *r->stream;
     Bound bound(&s, err);
     if (s.at_end()) {
-        err.clear();
+        if (err.failed()) err.clear();
         return std::u16string(1, kEndOfFile);
     }
     // A line ends at CR LF only (13 10, or 13 0 10 0 searched byte by byte
@@ -393,23 +400,32 @@ std::u16string f_read_line(int32_t handle, CXError& err) {
     // ReadUntil gives that same line and position in one pass over the
     // stream's read-ahead.
     const bool unicode = r->unicode != 0;
+    const uint8_t* end = unicode ? kLineEndUnicode : kLineEndAnsi;
+    const uint32_t end_length = unicode ? sizeof kLineEndUnicode : sizeof kLineEndAnsi;
     std::string& line = s.scratch();
-    line.clear();
-    bool found = false;
-    if (!(unicode ? s.ReadUntil(kLineEndUnicode, sizeof kLineEndUnicode, line, &found)
-                  : s.ReadUntil(kLineEndAnsi, sizeof kLineEndAnsi, line, &found))) {
-        report(s, err);
-        return {};
+    std::span<const uint8_t> bytes;
+    const uint8_t* data = nullptr;
+    std::size_t size = 0;
+    if (s.ScanLine(end, end_length, &data, &size)) {
+        bytes = {data, size}; // the usual case: the line lies in the read-ahead
+    } else {
+        line.clear();
+        bool found = false;
+        if (!s.ReadUntil(end, end_length, line, &found)) {
+            report(s, err);
+            return {};
+        }
+        bytes = {reinterpret_cast<const uint8_t*>(line.data()), line.size()};
     }
-    err.clear();
+    if (err.failed()) err.clear(); // a length query that failed before the read
     std::u16string out;
     if (unicode) {
-        out.assign(line.size() / 2, u'\0');
-        std::memcpy(out.data(), line.data(), out.size() * 2);
+        out.assign(bytes.size() / 2, u'\0');
+        std::memcpy(out.data(), bytes.data(), out.size() * 2);
     } else {
         // The whole line is converted at once, so that a character of a
         // multi-byte code page is never cut between two pieces.
-        out = decode_ansi(s.codepage(), {reinterpret_cast<const uint8_t*>(line.data()), line.size()});
+        out = decode_ansi(s.codepage(), bytes);
     }
     if (line.capacity() > (1u << 20)) std::string().swap(line); // a huge line's bytes are not kept
     return out;

@@ -198,6 +198,24 @@ TEST_F(LineReader, CrLfSplitAcrossTheBlockBoundary) {
     close(h);
 }
 
+TEST_F(LineReader, LineEndsAcrossTheReadAheadBoundary) {
+    // The stream reads ahead 65536 bytes at a time: line ends that begin in
+    // one such block and finish in the next.
+    for (std::size_t k : {65533u, 65534u, 65535u, 65536u}) {
+        put("edge.txt", std::string(k, 'a') + "\r\nb\r\n");
+        int64_t h = open(u"\\edge.txt", kRead);
+        EXPECT_EQ(line(h).size(), k);
+        EXPECT_EQ(line(h), u"b") << k;
+        EXPECT_EQ(line(h), kEot);
+        close(h);
+        put("edge16.txt", utf16le(std::u16string(k / 2, u'a') + u"\r\nb\r\n"));
+        h = open(u"\\edge16.txt", kRead | kUnicode);
+        EXPECT_EQ(line(h).size(), k / 2);
+        EXPECT_EQ(line(h), u"b") << k;
+        close(h);
+    }
+}
+
 TEST_F(LineReader, AnsiBytesAreDecodedWithCodePage1252) {
     put("a.txt", "caf\xE9 \x80\r\n");
     int64_t h = open(u"\\a.txt", kRead);

@@ -1,0 +1,76 @@
+// robustness_test.cpp - random files and patterns: the line reader gives the
+// file back exactly, and no input makes a function fail other than by its
+// failure value.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <random>
+
+#include "files/streams.h"
+#include "platform/codepage.h"
+#include "support/test_host.h"
+#include "transforms/regex.h"
+
+namespace kp::files {
+namespace {
+
+struct Box {
+    kp_error_record rec{};
+    CXError err{&rec};
+    Box() { rec.severity = 1; }
+};
+
+// Without a host the device root is "/": names are host paths here.
+TEST(LineReaderProperty, LinesAndLineEndsGiveTheFileBack) {
+    kp::test::TempDir dir;
+    std::mt19937 rng(1234);
+    for (int round = 0; round < 40; ++round) {
+        // Bytes rich in CR and LF so that every combination occurs.
+        std::string bytes(rng() % 3000, '\0');
+        for (char& c : bytes) {
+            uint32_t r = rng() % 8;
+            c = r == 0 ? '\r' : r == 1 ? '\n' : static_cast<char>(rng() % 128);
+        }
+        std::string path = (dir.path() / "r.txt").string();
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+        Box b;
+        int32_t h = f_open(platform::from_utf8(path), kFoRead, b.err);
+        ASSERT_GE(h, 2);
+        std::string back;
+        for (int guard = 0; guard < 10000; ++guard) {
+            std::u16string line = f_read_line(h, b.err);
+            if (line == std::u16string(1, kEndOfFile)) break;
+            for (char16_t c : line)
+                back.push_back(static_cast<char>(c));
+            back += "\r\n";
+            // The position is where the next line starts.
+            ASSERT_EQ(f_seek(h, 0, 1, b.err), static_cast<int64_t>(std::min(back.size(), bytes.size())));
+        }
+        f_close(h, b.err);
+        if (back.size() == bytes.size() + 2) back.resize(bytes.size()); // last line without its end
+        EXPECT_EQ(back, bytes) << "round " << round;
+    }
+}
+
+TEST(RegexProperty, RandomPatternsNeverBreakTheCall) {
+    std::mt19937 rng(99);
+    const char16_t alphabet[] = u"ab()[]{}|*+?.^$\\-,:019";
+    for (int round = 0; round < 3000; ++round) {
+        std::u16string pattern, text;
+        for (int i = rng() % 12; i > 0; --i)
+            pattern.push_back(alphabet[rng() % 22]);
+        for (int i = rng() % 8; i > 0; --i)
+            text.push_back(alphabet[rng() % 3]);
+        Box b;
+        std::size_t vars = rng() % 4;
+        bool ok = transforms::match_regular_expression(
+            text, pattern, vars, [](std::size_t, std::u16string_view) { return true; }, b.err);
+        if (b.rec.severity > 1) {
+            EXPECT_FALSE(ok);
+            EXPECT_TRUE(b.rec.id == 80500 || b.rec.id == 80501 || b.rec.id == 80502) << b.rec.id;
+        }
+    }
+}
+
+} // namespace
+} // namespace kp::files

@@ -36,6 +36,10 @@
 #include "fuzz_input.h"
 #include "host.h"
 
+// The host left loaded at exit, still referenced so that it is no leak
+// (external linkage: the store cannot be dropped).
+kp::host::Host* g_kept_host = nullptr;
+
 namespace {
 
 using kp::host::Value;
@@ -77,9 +81,6 @@ const std::vector<std::u16string_view> kDictionary = {
     u"password",
 };
 
-// The host left loaded at exit, still referenced so that it is no leak.
-kp::host::Host* kept_host = nullptr;
-
 struct Sandbox {
     fs::path dir;
     fs::path device;
@@ -95,7 +96,7 @@ struct Sandbox {
         // The module stays loaded: files a program leaves open are not
         // closed when the module is unloaded (deliberately so), and the leak
         // check at exit would count them.
-        kept_host = host.release();
+        g_kept_host = host.release();
         std::error_code ec;
         if (!dir.empty()) fs::remove_all(dir, ec);
     }

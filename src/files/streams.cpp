@@ -283,7 +283,9 @@ int32_t f_close(int32_t handle, CXError& err) {
     }
     handle_table().remove(handle);
     r->stream->bind(&err);
-    r->stream->Close();
+    // The handle is gone either way; a failed close (data the system could
+    // not write) stays recorded as an error of the call.
+    if (!r->stream->Close()) report(*r->stream, err);
     delete r->stream;
     delete r;
     return 0;

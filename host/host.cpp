@@ -214,6 +214,7 @@ public:
         r.module_name[0] = r.module_version[0] = 0;
         r.message_length = r.system_text_length = 0;
         r.message[0] = r.system_text[0] = 0;
+        r.additional[0] = r.additional[1] = 0;
     }
     ~ContextLease() { --depth(); }
     ContextLease(const ContextLease&) = delete;
@@ -558,6 +559,8 @@ CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>
     out.error.id = r.id;
     out.error.extra = r.extra;
     out.error.system_code = r.system_code;
+    out.error.additional[0] = r.additional[0];
+    out.error.additional[1] = r.additional[1];
     out.error.message.assign(r.message, std::min<uint32_t>(r.message_length, KP_ERROR_MESSAGE_CAPACITY));
     out.error.system_text.assign(r.system_text, std::min<uint32_t>(r.system_text_length, KP_ERROR_SYSTEXT_CAPACITY));
     return out;

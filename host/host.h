@@ -61,6 +61,7 @@ struct ErrorInfo {
     uint32_t id = 0;
     uint32_t extra = 0;
     uint32_t system_code = 0;
+    uint32_t additional[2] = {0, 0}; // (1, 1): access denied on a target that is not read-only
     std::u16string message;
     std::u16string system_text;
 };

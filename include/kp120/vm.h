@@ -178,6 +178,10 @@ typedef struct kp_error_record {
     char16_t message[KP_ERROR_MESSAGE_CAPACITY];
     uint32_t system_text_length;
     char16_t system_text[KP_ERROR_SYSTEXT_CAPACITY];
+    /* Additional flag: set (1, 1) when access was denied although the
+     * target is not read-only, so the VM can tell a rights problem from a
+     * protected file.  Cleared with the rest of the record. */
+    uint32_t additional[2];
 } kp_error_record;
 
 /* ------------------------------------------------------------------ */

@@ -190,6 +190,13 @@ void CXError::clear() {
     rec_->message[0] = 0;
     rec_->system_text_length = 0;
     rec_->system_text[0] = 0;
+    rec_->additional[0] = rec_->additional[1] = 0;
+}
+
+void CXError::set_additional(uint32_t first, uint32_t second) {
+    if (!rec_) return;
+    rec_->additional[0] = first;
+    rec_->additional[1] = second;
 }
 
 void CXError::stamp_module() {

@@ -54,6 +54,8 @@ public:
     // Appends raw text as a line of its own.
     void append_line(std::u16string_view text);
     void clear();
+    // The record's additional flag (access denied on a file that is not read-only).
+    void set_additional(uint32_t first, uint32_t second);
 
     // Shorthand of the usual failure path: set(id, inserts) then severity 2.
     void fail(uint32_t id, Inserts inserts = {}) {

@@ -232,6 +232,13 @@ int32_t f_open(std::u16string_view name, int32_t mode, CXError& err) {
         ok = s->Open(name, platform::kGenericWrite, share, creation, flags, &created);
     if (!ok) {
         report(*s, err);
+        // Access denied on a file that is not read-only: a rights problem,
+        // which the VM tells apart through the record's additional flag.
+        if (s->GetLastError() == platform::kErrorAccessDenied) {
+            uint32_t attributes = platform::get_file_attributes(name);
+            if (attributes == platform::kInvalidAttributes || !(attributes & platform::kAttributeReadOnly))
+                err.set_additional(1, 1);
+        }
         delete s;
         return -1;
     }

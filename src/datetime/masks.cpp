@@ -36,10 +36,19 @@ bool replace_all_from(std::u16string& s, std::u16string_view what, std::u16strin
     if (what.empty()) return false;
     size_t pos = s.find(what.data(), from, what.size());
     if (pos == std::u16string::npos) return false;
+    // One pass into a new text: replacing in place moves the tail once per
+    // occurrence, which is quadratic on long masks.
+    std::u16string out;
+    out.reserve(s.size());
+    size_t done = 0;
     do {
-        s.replace(pos, what.size(), value);
-        pos = s.find(what.data(), pos + value.size(), what.size());
+        out.append(s, done, pos - done);
+        out.append(value);
+        done = pos + what.size();
+        pos = s.find(what.data(), done, what.size());
     } while (pos != std::u16string::npos);
+    out.append(s, done, std::u16string::npos);
+    s = std::move(out);
     return true;
 }
 

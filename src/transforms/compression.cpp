@@ -67,11 +67,12 @@ void CompressionStream::write_u32(uint32_t v) {
 
 void CompressionStream::flush() {
     if (mode_ == CompressionMode::None || data_.size() < prefix_) return;
-    std::vector<uint8_t> block;
+    // The block is written behind a copy of the prefix, then takes the
+    // stream's place.
+    std::vector<uint8_t> image(data_.begin(), data_.begin() + static_cast<std::ptrdiff_t>(prefix_));
     const auto section = std::span<const uint8_t>(data_).subspan(prefix_);
-    encode_block(mode_ == CompressionMode::Lzw ? kMethodLzw : kMethodShortString, section, block);
-    data_.resize(prefix_);
-    data_.insert(data_.end(), block.begin(), block.end());
+    encode_block(mode_ == CompressionMode::Lzw ? kMethodLzw : kMethodShortString, section, image);
+    data_.swap(image);
 }
 
 bool CompressionStream::load(std::span<const uint8_t> image, CompressionMode mode) {

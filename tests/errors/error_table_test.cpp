@@ -38,34 +38,20 @@ const std::vector<uint32_t> kRaised = {
     80070, 80160, 80182,                                                  // special rows
 };
 
-TEST(ErrorTable, RowCountsPerSeverity) {
+// 224 rows, identifiers in 80001..81507, only 80260 repeated, and only the
+// two outcome rows at severity 1.
+TEST(ErrorTable, ShapeOfTheRows) {
     auto rows = table();
     ASSERT_EQ(rows.size(), 224u);
-    std::map<int32_t, int> per_severity;
-    for (const auto& row : rows)
-        ++per_severity[row.severity];
-    EXPECT_EQ(per_severity.size(), 3u) << "only severities 1, 2 and 3 occur";
-    EXPECT_EQ(per_severity[2], 122);
-    EXPECT_EQ(per_severity[3], 100);
-    EXPECT_EQ(per_severity[1], 2);
-    for (const auto& row : rows)
-        if (row.severity == 1) {
-            EXPECT_TRUE(row.id == 80160 || row.id == 80182) << row.id;
-        }
-}
-
-TEST(ErrorTable, IdentifiersInRangeAndOnlyOneRepeated) {
     std::map<uint32_t, int> seen;
-    for (const auto& row : table()) {
+    for (const auto& row : rows) {
         EXPECT_GE(row.id, 80001u);
         EXPECT_LE(row.id, 81507u);
-        ++seen[row.id];
+        EXPECT_TRUE(row.severity >= 1 && row.severity <= 3) << row.id;
+        EXPECT_EQ(row.severity == 1, row.id == 80160 || row.id == 80182) << row.id;
+        EXPECT_LE(++seen[row.id], row.id == 80260 ? 2 : 1) << row.id;
     }
     EXPECT_EQ(seen.size(), 223u);
-    for (const auto& [id, n] : seen)
-        if (id != 80260) {
-            EXPECT_EQ(n, 1) << id;
-        }
     EXPECT_EQ(seen[80260], 2);
 }
 
@@ -111,19 +97,12 @@ TEST(ErrorTable, LookupTakesFirstRow) {
         auto first = std::find_if(rows.begin(), rows.end(), [&](const auto& r) { return r.id == row.id; });
         EXPECT_EQ(found, &*first) << row.id;
     }
-    const kp::ErrorDef* random_count = kp::find_error_def(80260);
-    ASSERT_NE(random_count, nullptr);
-    EXPECT_EQ(random_count->message, 2224u);
-    EXPECT_EQ(random_count->severity, 2);
 }
 
 TEST(ErrorTable, LookupOfUnknownIdentifiers) {
     for (uint32_t id : {0u, 1u, 80000u, 80999u, 81506u, 81508u, 99999u, 0xFFFFFFFFu})
         EXPECT_EQ(kp::find_error_def(id), nullptr) << id;
-    std::size_t n = 0;
     EXPECT_NE(kp::error_defs(nullptr), nullptr); // a null count is allowed
-    kp::error_defs(&n);
-    EXPECT_EQ(n, 224u);
 }
 
 TEST(ErrorTable, EveryRaisedIdentifierHasARow) {

@@ -153,16 +153,13 @@ TEST_F(StringsTest, ShorteningCopiesOnlyWhenShared) {
 }
 
 TEST(StringGrowth, SteppedPolicy) {
-    using kp::str::growth_capacity;
-    EXPECT_EQ(growth_capacity(1, 0), 104u);
-    EXPECT_EQ(growth_capacity(104, 0), 104u);
-    EXPECT_EQ(growth_capacity(105, 0), 1000u);
-    EXPECT_EQ(growth_capacity(1000, 0), 1000u);
-    EXPECT_EQ(growth_capacity(1001, 1000), 1200u); // shortfall 1 < c/10
-    EXPECT_EQ(growth_capacity(1150, 1000), 1500u); // 150: below c/5
-    EXPECT_EQ(growth_capacity(1400, 1000), 2000u); // 400: below c/2
-    EXPECT_EQ(growth_capacity(1500, 1000), 3000u); // 500: twice the request
-    EXPECT_EQ(growth_capacity(5000, 0), 10000u);
+    // {needed, current, expected}: 104, then 1000, then by the shortfall
+    // against the current capacity (c/10, c/5, c/2), else twice the request.
+    const uint32_t cases[][3] = {{1, 0, 104},        {104, 0, 104},      {105, 0, 1000},
+                                 {1000, 0, 1000},    {1001, 1000, 1200}, {1150, 1000, 1500},
+                                 {1400, 1000, 2000}, {1500, 1000, 3000}, {5000, 0, 10000}};
+    for (const auto& c : cases)
+        EXPECT_EQ(kp::str::growth_capacity(c[0], c[1]), c[2]) << c[0] << " from " << c[1];
 }
 
 TEST_F(StringsTest, GrowthKeepsTextAndWritesTerminator) {

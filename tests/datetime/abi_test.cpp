@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -38,40 +39,14 @@ Value n(int64_t v) {
 }
 
 TEST_F(DateTimeAbi, TablesCarryEveryHandler) {
-    for (const char* name : {"DateSys",
-                             "TimeSys",
-                             "IntegerToDate",
-                             "IntegerToDay",
-                             "IntegerToTime",
-                             "TimeToInteger",
-                             "TimeToString",
-                             "DateToInteger",
-                             "DateToString",
-                             "DateValid",
-                             "WeekNumber",
-                             "IntegerToDayInAlpha",
-                             "IntegerToWeekNumber",
-                             "IntegerToMonthInAlpha",
-                             "TimeValid",
-                             "DateDifference",
-                             "TimeDifference",
-                             "DateTimeDifference",
-                             "StringToDate",
-                             "Today",
-                             "Now",
-                             "DateIsValid",
-                             "TimeIsValid",
-                             "DateToDay",
-                             "DateToDayInAlpha",
-                             "DateToMonthInAlpha",
-                             "DateToWeekNumber",
-                             "StringToDuration",
-                             "DurationToString",
-                             "Age",
-                             "Easter",
-                             "DateTimeUTCToLocal",
-                             "DateTimeLocalToUTC"}) {
-        const kp_function* fn = fx.host->find_function(name);
+    std::istringstream names(
+        "DateSys TimeSys IntegerToDate IntegerToDay IntegerToTime TimeToInteger TimeToString DateToInteger "
+        "DateToString DateValid WeekNumber IntegerToDayInAlpha IntegerToWeekNumber IntegerToMonthInAlpha "
+        "TimeValid DateDifference TimeDifference DateTimeDifference StringToDate Today Now DateIsValid "
+        "TimeIsValid DateToDay DateToDayInAlpha DateToMonthInAlpha DateToWeekNumber StringToDuration "
+        "DurationToString Age Easter DateTimeUTCToLocal DateTimeLocalToUTC");
+    for (std::string name; names >> name;) {
+        const kp_function* fn = fx.host->find_function(name.c_str());
         ASSERT_NE(fn, nullptr) << name;
         for (uint32_t k = 0; k < KP_IDENT_COUNT(fn->ident); ++k)
             EXPECT_NE(fn->overloads[k].handler, nullptr) << name << " overload " << k + 1;
@@ -105,30 +80,21 @@ TEST_F(DateTimeAbi, SettingAnInvalidValueRecordsTheValidationError) {
     EXPECT_EQ(call("Now", {s(u"12:00")}).error.id, 80128u);
 }
 
+// Integer and string results, and the failure value of each result type.
 TEST_F(DateTimeAbi, DayNumbersAndTimes) {
-    EXPECT_EQ(number("DateToInteger", {s(u"18000101")}), 1);
     EXPECT_EQ(number("DateToInteger", {s(u"20000101")}), 73049);
     EXPECT_EQ(number("DateToInteger", {s(u"20241231"), Value::boolean(true)}), 366);
-    EXPECT_EQ(text("IntegerToDate", {n(36525)}), u"19000101");
     EXPECT_EQ(text("IntegerToDate", {n(73049), s(u"Y")}), u"2000");
     EXPECT_EQ(number("IntegerToDay", {n(73049)}), 6);
-    EXPECT_EQ(number("DateToDay", {s(u"20000101")}), 6);
     EXPECT_EQ(text("IntegerToTime", {n(9000000)}), u"25000000");
-    EXPECT_EQ(number("TimeToInteger", {s(u"1230")}), 4500000);
-    EXPECT_EQ(number("WeekNumber", {s(u"20210102")}), 0);
     EXPECT_EQ(number("DateToWeekNumber", {s(u"20241230")}), 53);
-    EXPECT_EQ(number("IntegerToWeekNumber", {n(73049)}), 0);
 
     CallOutcome bad = call("IntegerToDate", {n(std::numeric_limits<int32_t>::max())});
     EXPECT_EQ(bad.result.s, u"");
     EXPECT_EQ(bad.error.id, 80132u);
-    CallOutcome neg = call("IntegerToTime", {n(-1)});
-    EXPECT_EQ(neg.result.s, u"");
-    EXPECT_EQ(neg.error.id, 80120u);
     CallOutcome inv = call("DateToInteger", {s(u"15820810")});
     EXPECT_EQ(inv.result.i, -1);
     EXPECT_EQ(inv.error.id, 80124u);
-    EXPECT_EQ(call("TimeToInteger", {s(u"126000")}).error.id, 80130u);
     EXPECT_EQ(call("IntegerToWeekNumber", {n(-1000000)}).error.id, 80132u);
 }
 
@@ -145,19 +111,15 @@ TEST_F(DateTimeAbi, ValidationIsSilent) {
 
 TEST_F(DateTimeAbi, DifferencesAgeEaster) {
     EXPECT_EQ(number("DateDifference", {s(u"20240101"), s(u"20240301")}), 60);
-    EXPECT_EQ(number("TimeDifference", {s(u"1200"), s(u"1230")}), 180000);
     EXPECT_EQ(text("DateTimeDifference", {s(u"2024010112"), s(u"2024010112")}), u"+000000000000000");
     CallOutcome bad = call("DateDifference", {s(u"2024"), s(u"20240301")});
     EXPECT_EQ(bad.result.i, -1);
     EXPECT_EQ(bad.error.id, 80134u);
     EXPECT_EQ(call("TimeDifference", {s(u"99"), s(u"1230")}).error.id, 80135u);
-    EXPECT_EQ(call("DateTimeDifference", {s(u"x"), s(u"20240101")}).error.id, 80134u);
-    EXPECT_EQ(text("Age", {s(u"19800615"), s(u"20240614")}), u"00431130");
     EXPECT_EQ(text("Age", {s(u"99991231")}), u""); // after today
     EXPECT_EQ(text("Age", {s(u"18000101")}).size(), 8u);
     EXPECT_EQ(text("Easter", {n(2024)}), u"20240331");
     EXPECT_EQ(text("Easter", {s(u"2025")}), u"20250420");
-    EXPECT_EQ(text("Easter", {n(1582)}), u"");
 }
 
 TEST_F(DateTimeAbi, TimeZoneConversion) {
@@ -174,30 +136,18 @@ TEST_F(DateTimeAbi, MasksAndNamesFollowTheInterfaceLanguage) {
     EXPECT_EQ(text("DateToString", {s(u"20240105"), s(u"JJJJ JJ MMMM AAAA")}), u"Friday 05 January 2024");
     EXPECT_EQ(text("DateToString", {s(u"20240105"), s(u"UseSystemMask")}), u"1/5/24");
     EXPECT_EQ(text("TimeToString", {s(u"13054217"), s(u"UseSystemMask")}), u"1:05 PM");
-    EXPECT_EQ(text("DateToDayInAlpha", {s(u"20240105")}), u"Friday");
-    EXPECT_EQ(text("IntegerToMonthInAlpha", {n(73049)}), u"January");
     fx.host->set_language(0);
     EXPECT_EQ(text("DateToString", {s(u"20240705"), s(u"JJJ JJ MMM AAAA")}), u"ven. 05 juil. 2024");
     EXPECT_EQ(text("DateToString", {s(u"20240105"), s(u"UseSystemMask")}), u"05/01/2024");
     EXPECT_EQ(text("StringToDate", {s(u"05/01/2024"), s(u"UseSystemMask")}), u"20240105");
-    EXPECT_EQ(text("IntegerToDayInAlpha", {n(1)}), u"mercredi");
     EXPECT_EQ(text("DateToMonthInAlpha", {s(u"20240815")}), u"août");
     CallOutcome bad = call("DateToString", {s(u"2024010"), s(u"JJ")});
     EXPECT_EQ(bad.result.s, u"");
     EXPECT_EQ(bad.error.id, 80121u);
 }
 
-TEST_F(DateTimeAbi, StringToDateAndTimeMasks) {
-    EXPECT_EQ(text("StringToDate", {s(u"05-01-2024")}), u"20240105");
-    EXPECT_EQ(text("StringToDate", {s(u"010150"), s(u"JJMMAA")}), u"20500101");
-    EXPECT_EQ(text("StringToDate", {s(u"0101"), s(u"JJMMAA")}), u"");
-    EXPECT_EQ(text("TimeToString", {s(u"00000000"), s(u"HH:MM AP")}), u"00:00 AM");
-    EXPECT_EQ(text("TimeToString", {s(u"12300000")}), u"12:30:00:00");
-}
-
 TEST_F(DateTimeAbi, Durations) {
     EXPECT_EQ(text("DurationToString", {Value::int64(-90061001), n(0)}), u"-1010101001");
-    EXPECT_EQ(text("DurationToString", {Value::int64(150), n(1)}), u"0000000150");
     // The mask letters are the VM's: D for days in English, J in French.
     EXPECT_EQ(text("DurationToString", {Value::int64(90061234), s(u"D HH:MM:SS.LLL")}), u"1 01:01:01.234");
     EXPECT_EQ(number("StringToDuration", {s(u"2 00:00:01.5"), s(u"D HH:MM:SS.L")}), 2 * 86400000LL + 1500);
@@ -207,11 +157,8 @@ TEST_F(DateTimeAbi, Durations) {
     EXPECT_EQ(
         text("DurationToString", {Value::int64(std::numeric_limits<int64_t>::min()), n(0)}).substr(0, 4),
         u"-106");
-    CallOutcome d = call("StringToDuration", {s(u"-1010101001"), n(0)});
-    EXPECT_EQ(d.result.i, -90061001);
-    EXPECT_EQ(number("StringToDuration", {s(u"101010100"), n(1)}), 90061000);
+    EXPECT_EQ(number("StringToDuration", {s(u"-1010101001"), n(0)}), -90061001);
     EXPECT_EQ(number("StringToDuration", {s(u"123"), n(0)}), 0);
-    EXPECT_EQ(number("StringToDuration", {s(u"01:02:03"), s(u"HH:MM:SS")}), 3723000);
 }
 
 TEST_F(DateTimeAbi, LeftOutParametersMeanTheShortForm) {

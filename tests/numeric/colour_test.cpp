@@ -25,12 +25,11 @@ TEST(Rgb, PacksWithoutMaskingAndUnpacks) {
 
 TEST(Hsl, KnownColours) {
     Err e;
-    EXPECT_EQ(16777215, num::hsl_to_rgb(0, 0, 100, e.err));
-    EXPECT_EQ(0, num::hsl_to_rgb(0, 0, 0, e.err));
-    EXPECT_EQ(255, num::hsl_to_rgb(0, 100, 50, e.err));
-    EXPECT_EQ(255, num::hsl_to_rgb(360, 100, 50, e.err));
-    EXPECT_EQ(0xFF0000, num::hsl_to_rgb(240, 100, 50, e.err));
-    EXPECT_EQ(num::rgb(127, 127, 127), num::hsl_to_rgb(200, 0, 50, e.err));
+    const int cases[][4] = {{0, 0, 100, 16777215},    {0, 0, 0, 0},
+                            {0, 100, 50, 255},        {360, 100, 50, 255},
+                            {240, 100, 50, 0xFF0000}, {200, 0, 50, 0x7F7F7F}};
+    for (const auto& c : cases)
+        EXPECT_EQ(c[3], num::hsl_to_rgb(c[0], c[1], c[2], e.err)) << c[0] << "," << c[1] << "," << c[2];
     EXPECT_FALSE(e.err.failed());
 
     num::Hsl blue = num::rgb_to_hsl(0xFF0000);
@@ -110,19 +109,13 @@ TEST(Hsl, RoundTripFromHslKeepsTheTriple) {
 }
 
 TEST(ColourNames, NamesInBothLanguagesWithoutCase) {
-    EXPECT_EQ(255u, num::colour_from_name(u"Rouge"));
-    EXPECT_EQ(255u, num::colour_from_name(u"RED"));
-    EXPECT_EQ(65280u, num::colour_from_name(u"vert"));
-    EXPECT_EQ(65280u, num::colour_from_name(u"Green"));
-    EXPECT_EQ(0xFF0000u, num::colour_from_name(u"bLeU"));
-    EXPECT_EQ(0xFF0000u, num::colour_from_name(u"Blue"));
-    EXPECT_EQ(0u, num::colour_from_name(u"Noir"));
-    EXPECT_EQ(0u, num::colour_from_name(u"black"));
-    EXPECT_EQ(0xFFFFFFu, num::colour_from_name(u"Blanc"));
-    EXPECT_EQ(0xFFFFFFu, num::colour_from_name(u"WHITE"));
-    EXPECT_EQ(65535u, num::colour_from_name(u"Jaune"));
-    EXPECT_EQ(65535u, num::colour_from_name(u"yellow"));
-    EXPECT_EQ(33023u, num::colour_from_name(u"Orange"));
+    const std::pair<const char16_t*, uint32_t> known[] = {
+        {u"Rouge", 255},      {u"RED", 255},        {u"vert", 65280},  {u"Green", 65280},
+        {u"bLeU", 0xFF0000},  {u"Blue", 0xFF0000},  {u"Noir", 0},      {u"black", 0},
+        {u"Blanc", 0xFFFFFF}, {u"WHITE", 0xFFFFFF}, {u"Jaune", 65535}, {u"yellow", 65535},
+        {u"Orange", 33023}};
+    for (const auto& [name, colour] : known)
+        EXPECT_EQ(colour, num::colour_from_name(name));
     for (const char16_t* unknown : {u"", u"Redd", u"Re", u"purple", u"R\u00e9d", u"rouge "})
         EXPECT_EQ(num::kNoColour, num::colour_from_name(unknown));
 }

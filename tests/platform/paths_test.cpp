@@ -29,12 +29,10 @@ class DeviceNames : public ::testing::Test {
 };
 
 TEST(DeviceNameForm, AbsoluteNames) {
-    EXPECT_TRUE(is_absolute_device_name(u"\\a"));
-    EXPECT_TRUE(is_absolute_device_name(u"/a"));
-    EXPECT_TRUE(is_absolute_device_name(u"COM1:"));
-    EXPECT_FALSE(is_absolute_device_name(u""));
-    EXPECT_FALSE(is_absolute_device_name(u"a\\b"));
-    EXPECT_FALSE(is_absolute_device_name(u"C:\\a")); // no drive letters on the device
+    for (const char16_t* name : {u"\\a", u"/a", u"COM1:"})
+        EXPECT_TRUE(is_absolute_device_name(name));
+    for (const char16_t* name : {u"", u"a\\b", u"C:\\a"}) // no drive letters on the device
+        EXPECT_FALSE(is_absolute_device_name(name));
 }
 
 TEST_F(DeviceNames, SeparatorsDotsAndTheRoot) {
@@ -77,23 +75,21 @@ TEST_F(DeviceNames, MissingComponents) {
 }
 
 TEST_F(DeviceNames, BadNames) {
-    uint32_t e = 0;
-    resolve(u"", &e);
-    EXPECT_EQ(e, kErrorPathNotFound);
-    resolve(std::u16string(u"\\a\0b", 4), &e);
-    EXPECT_EQ(e, kErrorInvalidName);
-    resolve(u"\\a" + std::u16string(1, char16_t(0xDC00)), &e);
-    EXPECT_EQ(e, kErrorInvalidName);
-    resolve(u"\\a" + std::u16string(1, char16_t(0xD800)), &e);
-    EXPECT_EQ(e, kErrorInvalidName);
-    resolve(u"\\a*", &e);
-    EXPECT_EQ(e, kErrorInvalidName);
-    resolve(u"\\" + std::u16string(kMaxDeviceName, u'x'), &e);
-    EXPECT_EQ(e, kErrorFilenameExcedRange);
-    resolve(u"\\" + std::u16string(200, u'\u00e9'), &e); // 400 bytes in one host component
-    EXPECT_EQ(e, kErrorFilenameExcedRange);
-    resolve(u"\\ok\\\U0001F600.txt", &e);
-    EXPECT_EQ(e, 0u);
+    const std::pair<std::u16string, uint32_t> rows[] = {
+        {u"", kErrorPathNotFound},
+        {std::u16string(u"\\a\0b", 4), kErrorInvalidName},
+        {u"\\a" + std::u16string(1, char16_t(0xDC00)), kErrorInvalidName}, // lone surrogates
+        {u"\\a" + std::u16string(1, char16_t(0xD800)), kErrorInvalidName},
+        {u"\\a*", kErrorInvalidName},
+        {u"\\" + std::u16string(kMaxDeviceName, u'x'), kErrorFilenameExcedRange},
+        {u"\\" + std::u16string(200, u'\u00e9'), kErrorFilenameExcedRange}, // 400 bytes in one host component
+        {u"\\ok\\\U0001F600.txt", 0u},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        uint32_t e = 0;
+        resolve(rows[i].first, &e);
+        EXPECT_EQ(e, rows[i].second) << "row " << i;
+    }
 }
 
 TEST_F(DeviceNames, DeviceNameOfAHostPath) {

@@ -139,36 +139,6 @@ TEST(Catalogue, InsertReaderRefusesMalformedTexts) {
     EXPECT_EQ(inserts_of(u"50%% of %1 and %2!u!"), (Shape{{1, 's'}, {2, 'u'}}));
 }
 
-// Each text formats with the inserts its callers pass, and every insert is
-// consumed (no "%" left over except a literal one).
-TEST(Catalogue, TextsFormatWithTheirInserts) {
-    for (uint32_t number : all_numbers()) {
-        auto it = kCallerInserts.find(number);
-        for (bool french : {true, false}) {
-            const char16_t* text = kp::catalogue_text(number, french);
-            ASSERT_NE(text, nullptr);
-            std::u16string out;
-            bool ok = false;
-            if (it == kCallerInserts.end()) {
-                ok = kp::format_message(text, {}, out);
-            } else if (it->second.size() == 1) {
-                ok = it->second.at(1) == 's' ? kp::format_message(text, {u"X"}, out)
-                                             : kp::format_message(text, {7}, out);
-            } else if (it->second.size() == 2) {
-                ok = it->second.at(2) == 'u'   ? kp::format_message(text, {7u, 9u}, out)
-                     : it->second.at(2) == 'd' ? kp::format_message(text, {u"X", 9}, out)
-                                               : kp::format_message(text, {u"X", u"Y"}, out);
-            } else if (it->second.size() == 3) {
-                ok = kp::format_message(text, {u"A", u"B", u"C"}, out);
-            } else {
-                ok = kp::format_message(text, {u"A", u"B", u"C", u"D", u"E", u"F", u"G"}, out);
-            }
-            EXPECT_TRUE(ok) << number;
-            EXPECT_EQ(out.find(u'%'), std::u16string::npos) << number;
-        }
-    }
-}
-
 TEST(Catalogue, ReleaseCheckTextsShowEveryInsert) {
     const kp::Inserts parts = {u"KP120STD.DLL", u"KM120OBJ.DLL", u"9.00Aa",   u"12.00Dr",
                                u"desc",         u"/lib/a.so",    u"/lib/b.so"};

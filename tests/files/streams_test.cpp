@@ -43,15 +43,6 @@ TEST_F(OpenModes, FailuresGiveMinusOne) {
     }
 }
 
-TEST_F(OpenModes, BothSeparatorsOpenTheSameFile) {
-    put("dir/a.txt", "x");
-    for (std::u16string name : {u"\\dir\\a.txt", u"/dir/a.txt", u"\\dir/a.txt"}) {
-        int64_t h = open(name, kRead);
-        EXPECT_GE(h, 2) << std::string(name.begin(), name.end());
-        close(h);
-    }
-}
-
 TEST_F(OpenModes, CreateTruncatesAndCreateIfNotExistKeeps) {
     put("keep.txt", "content");
     int64_t h = open(u"\\keep.txt", kReadWrite | kCreate | kCreateIfNotExist);

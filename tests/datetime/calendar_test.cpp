@@ -73,11 +73,6 @@ TEST(DayNumber, HugeAndNegativeNumbersHaveNoDate) {
     ASSERT_TRUE(last);
     EXPECT_EQ(last->year, 9999);
     EXPECT_FALSE(date_of(*day_number(9999, 12, 31) + 1));
-    for (int32_t n : {INT32_MIN, -1, 0, INT32_MAX}) {
-        int32_t w = weekday(n);
-        EXPECT_GE(w, 1);
-        EXPECT_LE(w, 7);
-    }
 }
 
 TEST(DateValidation, EachRuleRecordsItsIdentifier) {

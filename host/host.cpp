@@ -73,8 +73,8 @@ void alloc_free(kp_allocator* self, char16_t* chars) {
     std::free(kp_string_header_of(chars));
 }
 
-const kp_allocator_ops kAllocatorOps = {alloc_grow, alloc_offer, nullptr, alloc_release, nullptr, alloc_create,
-                                        nullptr,    alloc_free};
+const kp_allocator_ops kAllocatorOps = {alloc_grow, alloc_offer,  nullptr, alloc_release,
+                                        nullptr,    alloc_create, nullptr, alloc_free};
 
 } // namespace
 
@@ -142,7 +142,9 @@ HostAllocator* Host::Impl::thread_allocator() {
 
 namespace {
 
-Host::Impl* impl_of(void* vm) { return static_cast<Host::Impl*>(vm); }
+Host::Impl* impl_of(void* vm) {
+    return static_cast<Host::Impl*>(vm);
+}
 
 int32_t svc_query_option(void* vm, int32_t code) {
     return code == KP_OPTION_SMOOTH_TIME && impl_of(vm)->smooth.load() ? 1 : 0;
@@ -150,21 +152,37 @@ int32_t svc_query_option(void* vm, int32_t code) {
 int32_t svc_message_text(void* vm, uint32_t number, char16_t* buffer, int32_t size) {
     return host_message_text(impl_of(vm)->language.load(), number, buffer, size);
 }
-const kp_regional_settings* svc_regional(void* vm) { return regional_settings(impl_of(vm)->language.load()); }
-kp_allocator* svc_tls_get(void* vm, uint32_t) { return &impl_of(vm)->thread_allocator()->base; }
-kp_procedure* svc_find_procedure(void*, const char16_t*) { return nullptr; }
+const kp_regional_settings* svc_regional(void* vm) {
+    return regional_settings(impl_of(vm)->language.load());
+}
+kp_allocator* svc_tls_get(void* vm, uint32_t) {
+    return &impl_of(vm)->thread_allocator()->base;
+}
+kp_procedure* svc_find_procedure(void*, const char16_t*) {
+    return nullptr;
+}
 int32_t svc_call_procedure(void* vm, kp_procedure* proc, kp_variant* args, int32_t argc, kp_variant* result) {
     return call_host_procedure(&impl_of(vm)->thread_allocator()->base, proc, args, argc, result);
 }
-void svc_begin_blocking(void* vm) { impl_of(vm)->blocking++; }
-void svc_end_blocking(void* vm) { impl_of(vm)->blocking--; }
-const char16_t* svc_project_name(void*) { return u"kp120"; }
+void svc_begin_blocking(void* vm) {
+    impl_of(vm)->blocking++;
+}
+void svc_end_blocking(void* vm) {
+    impl_of(vm)->blocking--;
+}
+const char16_t* svc_project_name(void*) {
+    return u"kp120";
+}
 int32_t svc_version_accepts(void* vm, const char* module, const char*) {
     return impl_of(vm)->options.accept_component && std::strcmp(module, "KP120STD.DLL") == 0;
 }
-const char* svc_version_own(void* vm) { return impl_of(vm)->options.vm_version.c_str(); }
+const char* svc_version_own(void* vm) {
+    return impl_of(vm)->options.vm_version.c_str();
+}
 void svc_version_register(void*, const char*, const char*) {}
-const char16_t* svc_version_describe(void*, const char*) { return u"KP120STD.DLL"; }
+const char16_t* svc_version_describe(void*, const char*) {
+    return u"KP120STD.DLL";
+}
 void* svc_object_symbol(void* vm, const char* name) {
     Host::Impl* h = impl_of(vm);
     return h->host_module ? dlsym(h->host_module, name) : nullptr;
@@ -190,7 +208,9 @@ struct Context {
     kp_call_context base;
     kp_error_record record;
 };
-kp_error_record* context_error(kp_call_context* self) { return &reinterpret_cast<Context*>(self)->record; }
+kp_error_record* context_error(kp_call_context* self) {
+    return &reinterpret_cast<Context*>(self)->record;
+}
 const kp_call_context_ops kContextOps = [] {
     kp_call_context_ops ops{};
     ops.error = context_error;
@@ -200,7 +220,7 @@ const kp_call_context_ops kContextOps = [] {
 // Call contexts are reused per thread: a call made from inside a handler (a
 // procedure called back) takes the next one, so nesting never shares a record.
 class ContextLease {
-public:
+  public:
     ContextLease() {
         if (pool().size() <= depth()) {
             auto c = std::make_unique<Context>();
@@ -221,7 +241,7 @@ public:
     ContextLease& operator=(const ContextLease&) = delete;
     Context* get() const { return ctx_; }
 
-private:
+  private:
     static std::vector<std::unique_ptr<Context>>& pool() {
         thread_local std::vector<std::unique_ptr<Context>> p;
         return p;
@@ -253,7 +273,8 @@ const kp_value_interface_ops kValueOps = [] {
 kp_value_interface g_values{&kValueOps};
 
 std::string fold_key(std::string_view utf8_name) {
-    icu::UnicodeString u = icu::UnicodeString::fromUTF8(icu::StringPiece(utf8_name.data(), static_cast<int32_t>(utf8_name.size())));
+    icu::UnicodeString u = icu::UnicodeString::fromUTF8(
+        icu::StringPiece(utf8_name.data(), static_cast<int32_t>(utf8_name.size())));
     u.foldCase();
     std::string out;
     u.toUTF8String(out);
@@ -348,7 +369,8 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     h.general_param(KP_PARAM_TLS_INDEX, 1);
     h.general_param(KP_PARAM_THREADING, reinterpret_cast<intptr_t>(&h.threading));
     h.general_param(KP_PARAM_ALLOCATOR, reinterpret_cast<intptr_t>(&h.allocator.base));
-    for (int32_t q = 0; q <= 3; ++q) h.info(q, 0);
+    for (int32_t q = 0; q <= 3; ++q)
+        h.info(q, 0);
     h.functions = {reinterpret_cast<const kp_function*>(h.info(KP_INFO_FUNCTIONS, 0)),
                    static_cast<std::size_t>(h.info(KP_INFO_FUNCTION_COUNT, 0))};
     h.constants = {reinterpret_cast<const kp_constant*>(h.info(KP_INFO_CONSTANTS, 0)),
@@ -390,11 +412,21 @@ Host::~Host() {
     t_allocators.erase(&h);
 }
 
-bool Host::loaded() const { return impl_->module != nullptr && impl_->error.empty(); }
-const std::string& Host::load_error() const { return impl_->error; }
-std::span<const kp_function> Host::functions() const { return impl_->functions; }
-std::span<const kp_constant> Host::constants() const { return impl_->constants; }
-std::span<const kp_variable> Host::variables() const { return impl_->variables; }
+bool Host::loaded() const {
+    return impl_->module != nullptr && impl_->error.empty();
+}
+const std::string& Host::load_error() const {
+    return impl_->error;
+}
+std::span<const kp_function> Host::functions() const {
+    return impl_->functions;
+}
+std::span<const kp_constant> Host::constants() const {
+    return impl_->constants;
+}
+std::span<const kp_variable> Host::variables() const {
+    return impl_->variables;
+}
 
 std::string Host::name_utf8(const char* cp1252) {
     std::string out;
@@ -419,21 +451,32 @@ void Host::set_language(int32_t language) {
     h.language = language == 0 ? 0 : 1;
     if (!h.module) return;
     if (h.object) h.object->ops->set_language(h.object, h.language);
-    uintptr_t words[2] = {static_cast<uintptr_t>(h.language.load()), static_cast<uintptr_t>(h.language.load())};
+    uintptr_t words[2] = {static_cast<uintptr_t>(h.language.load()),
+                          static_cast<uintptr_t>(h.language.load())};
     h.execution(KP_EXEC_LOCALE, words);
 }
-int32_t Host::language() const { return impl_->language; }
-void Host::set_smooth_time(bool on) { impl_->smooth = on; }
+int32_t Host::language() const {
+    return impl_->language;
+}
+void Host::set_smooth_time(bool on) {
+    impl_->smooth = on;
+}
 
-intptr_t Host::info(int32_t q, int32_t i) const { return impl_->info ? impl_->info(q, i) : 0; }
+intptr_t Host::info(int32_t q, int32_t i) const {
+    return impl_->info ? impl_->info(q, i) : 0;
+}
 void Host::command(int32_t c, void* b) const {
     if (impl_->command) impl_->command(c, b);
 }
-int32_t Host::execution(int32_t m, uintptr_t* b) const { return impl_->execution ? impl_->execution(m, b) : 0; }
+int32_t Host::execution(int32_t m, uintptr_t* b) const {
+    return impl_->execution ? impl_->execution(m, b) : 0;
+}
 int32_t Host::general_param(int32_t c, intptr_t v) const {
     return impl_->general_param ? impl_->general_param(c, v) : 0;
 }
-kp_component_object* Host::query_proxy(int32_t c) const { return impl_->query_proxy ? impl_->query_proxy(c) : nullptr; }
+kp_component_object* Host::query_proxy(int32_t c) const {
+    return impl_->query_proxy ? impl_->query_proxy(c) : nullptr;
+}
 void Host::declare_proxy(void** l, uint16_t* c1, void** f, uint16_t* c2) const {
     if (impl_->declare_proxy) impl_->declare_proxy(l, c1, f, c2);
 }
@@ -443,9 +486,12 @@ int32_t Host::init_conversions(void* module, int32_t revision, int32_t mode) con
 
 Host::AllocatorStats Host::allocator_stats() const {
     const Impl& h = *impl_;
-    return {h.counters[kCreates], h.counters[kGrows], h.counters[kFrees], h.counters[kOffers], h.counters[kLive]};
+    return {h.counters[kCreates], h.counters[kGrows], h.counters[kFrees], h.counters[kOffers],
+            h.counters[kLive]};
 }
-kp_allocator* Host::allocator() const { return &impl_->thread_allocator()->base; }
+kp_allocator* Host::allocator() const {
+    return &impl_->thread_allocator()->base;
+}
 
 // ------------------------------------------------------------------------
 // Calls
@@ -520,7 +566,8 @@ CallOutcome Host::call(std::string_view name, std::vector<Value>& args) {
     int k = choose_overload(*fn, args, &why);
     if (k < 0) {
         out.status = k == -2 ? CallStatus::NotProvided : CallStatus::NoOverload;
-        if (k == -1 && why.find("argument ") != std::string::npos && why.find(": argument") != std::string::npos)
+        if (k == -1 && why.find("argument ") != std::string::npos &&
+            why.find(": argument") != std::string::npos)
             out.status = CallStatus::BadArgument;
         out.detail = why;
         return out;
@@ -547,7 +594,8 @@ CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>
         }
     }
     // One pointer a parameter of the overload: the ones left out are null.
-    for (std::size_t a = args.size(); a < ov.param_count; ++a) m.add_absent();
+    for (std::size_t a = args.size(); a < ov.param_count; ++a)
+        m.add_absent();
     ContextLease lease;
     Context* ctx = lease.get();
     ResultSlot slot{&out.result, alloc, false};
@@ -562,7 +610,8 @@ CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>
     out.error.additional[0] = r.additional[0];
     out.error.additional[1] = r.additional[1];
     out.error.message.assign(r.message, std::min<uint32_t>(r.message_length, KP_ERROR_MESSAGE_CAPACITY));
-    out.error.system_text.assign(r.system_text, std::min<uint32_t>(r.system_text_length, KP_ERROR_SYSTEXT_CAPACITY));
+    out.error.system_text.assign(r.system_text,
+                                 std::min<uint32_t>(r.system_text_length, KP_ERROR_SYSTEXT_CAPACITY));
     return out;
 }
 

@@ -67,11 +67,11 @@ struct ErrorInfo {
 };
 
 enum class CallStatus {
-    Ok,            // the handler ran (it may have recorded an error)
-    UnknownName,   // no function of that name
-    NoOverload,    // no overload fits the arguments
-    NotProvided,   // the chosen overload has no handler in this edition
-    BadArgument,   // an argument cannot be passed as the parameter's type (integer out of range, ...)
+    Ok,          // the handler ran (it may have recorded an error)
+    UnknownName, // no function of that name
+    NoOverload,  // no overload fits the arguments
+    NotProvided, // the chosen overload has no handler in this edition
+    BadArgument, // an argument cannot be passed as the parameter's type (integer out of range, ...)
 };
 
 struct CallOutcome {
@@ -96,7 +96,7 @@ struct Options {
 };
 
 class Host {
-public:
+  public:
     explicit Host(Options options);
     ~Host();
     Host(const Host&) = delete;
@@ -147,7 +147,7 @@ public:
 
     struct Impl;
 
-private:
+  private:
     std::unique_ptr<Impl> impl_;
 };
 

@@ -480,16 +480,20 @@ bool by_reference(uint16_t param) {
 // The value an unset variable starts with, by the parameter's type.
 Value default_value(uint16_t param) {
     switch (param & 0xFF) {
-    case KP_T_BOOL: return Value::boolean(false);
+    case KP_T_BOOL:
+        return Value::boolean(false);
     case KP_T_REAL:
-    case KP_T_REAL_ALT: return Value::real(0);
+    case KP_T_REAL_ALT:
+        return Value::real(0);
     case KP_T_CURRENCY: {
         const uint8_t zero[10] = {};
         return Value::currency(zero);
     }
     case KP_T_STRING:
-    case KP_T_STRING_RESULT: return Value::string(u"");
-    default: return Value::integer(0);
+    case KP_T_STRING_RESULT:
+        return Value::string(u"");
+    default:
+        return Value::integer(0);
     }
 }
 } // namespace

@@ -36,7 +36,7 @@ int fit_score(const Value& value, uint16_t param, std::string* issue);
 
 // Storage of one call's arguments; released at destruction.
 class Marshalled {
-public:
+  public:
     explicit Marshalled(kp_allocator* alloc) : alloc_(alloc) {}
     ~Marshalled();
     Marshalled(const Marshalled&) = delete;
@@ -48,7 +48,7 @@ public:
     // Variables passed by reference get the values the call left in them.
     void read_back(std::vector<Value>& args);
 
-private:
+  private:
     struct Slot {
         uint16_t type = 0;
         bool by_reference = false; // a variable's value, read back after the call

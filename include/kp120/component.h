@@ -28,12 +28,12 @@ extern "C" {
 #endif
 
 /* InfoComposante query codes. */
-#define KP_INFO_REVISION 0        /* answers 2 */
-#define KP_INFO_COMPONENT 1       /* answers 8 */
-#define KP_INFO_CAPABILITIES 2    /* answers 0x204 */
-#define KP_INFO_3 3               /* answers 1 */
-#define KP_INFO_DESCRIPTION 4     /* address of the UTF-16 description for language `index` */
-#define KP_INFO_WORD13 13         /* first word set through the component object */
+#define KP_INFO_REVISION 0     /* answers 2 */
+#define KP_INFO_COMPONENT 1    /* answers 8 */
+#define KP_INFO_CAPABILITIES 2 /* answers 0x204 */
+#define KP_INFO_3 3            /* answers 1 */
+#define KP_INFO_DESCRIPTION 4  /* address of the UTF-16 description for language `index` */
+#define KP_INFO_WORD13 13      /* first word set through the component object */
 #define KP_INFO_FUNCTIONS 21
 #define KP_INFO_FUNCTION_COUNT 22 /* 381 */
 #define KP_INFO_CONSTANTS 23
@@ -43,9 +43,10 @@ extern "C" {
 #define KP_INFO_WORD27 27         /* second word set through the component object */
 
 /* CommandeComposante commands. */
-#define KP_COMMAND_SERVICES 0 /* block: kp_services* */
+#define KP_COMMAND_SERVICES 0         /* block: kp_services* */
 #define KP_COMMAND_MESSAGE_CALLBACK 2 /* block: kp_message_fn */
-#define KP_COMMAND_MESSAGE_TEXT 3 /* block: uintptr_t[5]: [1] number, [2] char16_t* buffer, [3] size, [4] out length */
+/* Message text: block uintptr_t[5]: [1] number, [2] char16_t* buffer, [3] size, [4] out length. */
+#define KP_COMMAND_MESSAGE_TEXT 3
 
 /* Execution messages. */
 #define KP_EXEC_ATTACH 3985 /* block: uintptr_t[4]: [1] VM module handle, [2] and [3] registration words */

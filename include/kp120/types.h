@@ -21,30 +21,30 @@ extern "C" {
 
 /* Type codes: parameters, results, variables and the value interface. */
 enum kp_type_code {
-    KP_T_NONE = 0x00,      /* no value (procedure result) */
-    KP_T_BOOL = 0x01,      /* 32-bit word holding 0 or 1 */
-    KP_T_INT = 0x08,       /* 32-bit signed integer */
-    KP_T_INT64 = 0x09,     /* 8-byte integer */
-    KP_T_CURRENCY = 0x0A,  /* 10-byte monetary value */
-    KP_T_REAL = 0x0C,      /* 8-byte floating point */
-    KP_T_REAL_ALT = 0x0D,  /* a real kept in the value word by conversions */
-    KP_T_HANDLE_IN = 0x0E, /* system handle passed in */
-    KP_T_HANDLE_OUT = 0x0F,/* system handle returned */
-    KP_T_STRING = 0x12,    /* string parameter (UTF-16 string buffer) */
+    KP_T_NONE = 0x00,          /* no value (procedure result) */
+    KP_T_BOOL = 0x01,          /* 32-bit word holding 0 or 1 */
+    KP_T_INT = 0x08,           /* 32-bit signed integer */
+    KP_T_INT64 = 0x09,         /* 8-byte integer */
+    KP_T_CURRENCY = 0x0A,      /* 10-byte monetary value */
+    KP_T_REAL = 0x0C,          /* 8-byte floating point */
+    KP_T_REAL_ALT = 0x0D,      /* a real kept in the value word by conversions */
+    KP_T_HANDLE_IN = 0x0E,     /* system handle passed in */
+    KP_T_HANDLE_OUT = 0x0F,    /* system handle returned */
+    KP_T_STRING = 0x12,        /* string parameter (UTF-16 string buffer) */
     KP_T_STRING_RESULT = 0x13, /* string result, or a parameter handed over as a buffer */
     KP_T_DATE = 0x18,
     KP_T_TIME = 0x19,
     KP_T_DATETIME = 0x1A,
     KP_T_DURATION = 0x1B,
-    KP_T_BUFFER = 0x1C,    /* binary buffer (same header as a string buffer) */
-    KP_T_ANY = 0x1F,       /* variant */
-    KP_T_WINDOW = 0x2C,    /* interface object references, stored only */
+    KP_T_BUFFER = 0x1C, /* binary buffer (same header as a string buffer) */
+    KP_T_ANY = 0x1F,    /* variant */
+    KP_T_WINDOW = 0x2C, /* interface object references, stored only */
     KP_T_IMAGE = 0x2E,
     KP_T_CONTROL = 0x39,
-    KP_T_PROCEDURE = 0x43, /* procedure reference (callback named by the program) */
-    KP_T_RAW_STRING = 0x4B,/* string or buffer taken as raw data */
+    KP_T_PROCEDURE = 0x43,  /* procedure reference (callback named by the program) */
+    KP_T_RAW_STRING = 0x4B, /* string or buffer taken as raw data */
     KP_T_RAW_DATA = 0x4D,
-    KP_T_STORABLE = 0x59   /* value of any simple type to be stored */
+    KP_T_STORABLE = 0x59 /* value of any simple type to be stored */
 };
 
 /* Bits of a parameter type code read by the VM only. */
@@ -58,9 +58,9 @@ enum kp_type_code {
 #define KP_COMPONENT_NUMBER 8u
 
 /* Constant value kinds. */
-#define KP_CONST_INT 0x0808u       /* integer constant with a value */
-#define KP_CONST_NO_VALUE 0x0008u  /* integer constant not provided; value 0 */
-#define KP_CONST_STRING 0x1208u    /* value points at NUL-terminated UTF-16 text */
+#define KP_CONST_INT 0x0808u      /* integer constant with a value */
+#define KP_CONST_NO_VALUE 0x0008u /* integer constant not provided; value 0 */
+#define KP_CONST_STRING 0x1208u   /* value points at NUL-terminated UTF-16 text */
 
 struct kp_call_frame;
 struct kp_call_context;
@@ -70,20 +70,20 @@ typedef int32_t (*kp_handler)(struct kp_call_frame* frame, struct kp_call_contex
 
 /* Overload record. */
 typedef struct kp_overload {
-    kp_handler handler;       /* null where this edition has no implementation */
-    uint16_t params[10];      /* parameter type codes; unused slots 0 */
-    uint8_t reserved0;        /* always 0 */
-    uint8_t reserved1;        /* always 0 */
+    kp_handler handler;  /* null where this edition has no implementation */
+    uint16_t params[10]; /* parameter type codes; unused slots 0 */
+    uint8_t reserved0;   /* always 0 */
+    uint8_t reserved1;   /* always 0 */
     uint8_t param_count;
-    uint8_t result;           /* result type code, 0 for none */
+    uint8_t result; /* result type code, 0 for none */
 } kp_overload;
 
 /* Function entry. */
 typedef struct kp_function {
-    const char* french;       /* Windows-1252 bytes */
-    const char* english;      /* Windows-1252 bytes */
+    const char* french;  /* Windows-1252 bytes */
+    const char* english; /* Windows-1252 bytes */
     uint32_t attributes;
-    uint32_t ident;           /* bits 0-15 identifier, 16-23 component 8, 24-31 overload count */
+    uint32_t ident; /* bits 0-15 identifier, 16-23 component 8, 24-31 overload count */
     const kp_overload* overloads;
 } kp_function;
 
@@ -92,8 +92,8 @@ typedef struct kp_constant {
     const char* french;
     const char* english;
     uint32_t attributes;
-    uintptr_t value;          /* integer value, or address of UTF-16 text (KP_CONST_STRING) */
-    uint32_t kind;            /* KP_CONST_* */
+    uintptr_t value; /* integer value, or address of UTF-16 text (KP_CONST_STRING) */
+    uint32_t kind;   /* KP_CONST_* */
 } kp_constant;
 
 /* Variable entry. */
@@ -101,7 +101,7 @@ typedef struct kp_variable {
     const char* french;
     const char* english;
     uint32_t attributes;
-    uint32_t ident;           /* bits 0-15 identifier, 16-23 component 8, 24-31 type code */
+    uint32_t ident; /* bits 0-15 identifier, 16-23 component 8, 24-31 type code */
 } kp_variable;
 
 #define KP_IDENT_ID(w) ((uint32_t)(w)&0xFFFFu)

@@ -41,8 +41,8 @@ typedef struct kp_string_header {
     struct kp_allocator* owner; /* allocator that made the buffer */
     uint32_t flags;             /* bits 1-3: kind (2 = UTF-16 text); bit 0 cleared on shortening */
     int32_t refcount;
-    uint32_t capacity;          /* bytes in the character area */
-    uint32_t length;            /* characters (bytes for a binary buffer), terminator excluded */
+    uint32_t capacity; /* bytes in the character area */
+    uint32_t length;   /* characters (bytes for a binary buffer), terminator excluded */
 } kp_string_header;
 
 #define KP_STRING_KIND_TEXT 2u
@@ -76,14 +76,14 @@ struct kp_allocator;
  *   8 free:    frees a buffer this allocator owns (character pointer).
  */
 typedef struct kp_allocator_ops {
-    char16_t* (*grow)(struct kp_allocator* self, uint32_t capacity);        /* operation 1 */
-    int32_t (*offer)(struct kp_allocator* self, void* block);              /* operation 2 */
-    void* reserved3;                                                       /* operation 3 */
-    void (*release)(struct kp_allocator* self, int32_t flag);              /* operation 4 */
-    void* reserved5;                                                       /* operation 5 */
+    char16_t* (*grow)(struct kp_allocator* self, uint32_t capacity);              /* operation 1 */
+    int32_t (*offer)(struct kp_allocator* self, void* block);                     /* operation 2 */
+    void* reserved3;                                                              /* operation 3 */
+    void (*release)(struct kp_allocator* self, int32_t flag);                     /* operation 4 */
+    void* reserved5;                                                              /* operation 5 */
     int32_t (*create)(struct kp_allocator* self, uint32_t bytes, char16_t** out); /* operation 6 */
-    void* reserved7;                                                       /* operation 7 */
-    void (*free_buffer)(struct kp_allocator* self, char16_t* chars);        /* operation 8 */
+    void* reserved7;                                                              /* operation 7 */
+    void (*free_buffer)(struct kp_allocator* self, char16_t* chars);              /* operation 8 */
 } kp_allocator_ops;
 
 typedef struct kp_allocator {
@@ -120,7 +120,7 @@ typedef union kp_payload {
 } kp_payload;
 
 typedef struct kp_variant_ops {
-    void (*destroy)(struct kp_variant* v);                             /* frees the payload */
+    void (*destroy)(struct kp_variant* v);                                 /* frees the payload */
     int32_t (*copy)(struct kp_variant* dst, const struct kp_variant* src); /* dst has src's type */
 } kp_variant_ops;
 
@@ -195,7 +195,7 @@ typedef void (*kp_set_result_fn)(struct kp_value_interface* self, void* result_h
                                  uint32_t type);
 
 typedef struct kp_value_interface_ops {
-    void* vm_reserved[149];     /* the VM's own operations */
+    void* vm_reserved[149];      /* the VM's own operations */
     kp_set_result_fn set_result; /* index 149 */
 } kp_value_interface_ops;
 
@@ -244,7 +244,7 @@ typedef struct kp_regional_settings {
     const char16_t* short_date;      /* "sShortDate", e.g. u"dd/MM/yyyy" */
     const char16_t* time_format;     /* "sTimeFormat", e.g. u"HH:mm:ss" */
     char16_t decimal_separator;
-    const char16_t* size_units;      /* replacement for message 25202, or null */
+    const char16_t* size_units; /* replacement for message 25202, or null */
 } kp_regional_settings;
 
 /* Procedure parameters (type 0x43): the VM resolves and calls a program's procedure. */
@@ -254,8 +254,8 @@ typedef struct kp_procedure kp_procedure;
 #define KP_OPTION_SMOOTH_TIME 9
 
 /* Setting names of setting(): host configuration the component honours. */
-#define KP_SETTING_DEVICE_ROOT "device_root"   /* directory that holds the device's file system */
-#define KP_SETTING_REGISTRY "registry"         /* SQLite file that holds the registry */
+#define KP_SETTING_DEVICE_ROOT "device_root"     /* directory that holds the device's file system */
+#define KP_SETTING_REGISTRY "registry"           /* SQLite file that holds the registry */
 #define KP_SETTING_ANSI_CODEPAGE "ansi_codepage" /* code page of ANSI text files, default "1252" */
 
 typedef struct kp_services {
@@ -274,7 +274,8 @@ typedef struct kp_services {
     /* Procedure lookup by name (null when unknown) and call with variant
      * arguments; the result variant is filled when non-null.  Returns 0 on success. */
     kp_procedure* (*find_procedure)(void* vm, const char16_t* name);
-    int32_t (*call_procedure)(void* vm, kp_procedure* proc, kp_variant* args, int32_t argc, kp_variant* result);
+    int32_t (*call_procedure)(void* vm, kp_procedure* proc, kp_variant* args, int32_t argc,
+                              kp_variant* result);
 
     /* Notices around a call that blocks the program thread (process waits). */
     void (*begin_blocking)(void* vm);

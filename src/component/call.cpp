@@ -26,21 +26,41 @@ Call::~Call() {
     if (error_.failed()) runtime::note_failure(error_.record());
 }
 
-std::u16string_view Call::str(int i) const { return str::view(read<char16_t*>(args_, i)); }
-char16_t* Call::buffer(int i) const { return read<char16_t*>(args_, i); }
-int32_t Call::i32(int i) const { return read<int32_t>(args_, i); }
-bool Call::boolean(int i) const { return read<int32_t>(args_, i) != 0; }
-int64_t Call::i64(int i) const { return read<int64_t>(args_, i); }
-double Call::real(int i) const { return read<double>(args_, i); }
+std::u16string_view Call::str(int i) const {
+    return str::view(read<char16_t*>(args_, i));
+}
+char16_t* Call::buffer(int i) const {
+    return read<char16_t*>(args_, i);
+}
+int32_t Call::i32(int i) const {
+    return read<int32_t>(args_, i);
+}
+bool Call::boolean(int i) const {
+    return read<int32_t>(args_, i) != 0;
+}
+int64_t Call::i64(int i) const {
+    return read<int64_t>(args_, i);
+}
+double Call::real(int i) const {
+    return read<double>(args_, i);
+}
 CurrencyBytes Call::currency(int i) const {
     CurrencyBytes c;
     if (args_ && args_[i]) std::memcpy(c.b, args_[i], 10);
     return c;
 }
-kp_variant* Call::variant(int i) const { return args_ ? static_cast<kp_variant*>(args_[i]) : nullptr; }
-std::span<const uint8_t> Call::raw(int i) const { return str::bytes(read<char16_t*>(args_, i)); }
-kp_procedure* Call::procedure(int i) const { return read<kp_procedure*>(args_, i); }
-uintptr_t Call::handle(int i) const { return read<uintptr_t>(args_, i); }
+kp_variant* Call::variant(int i) const {
+    return args_ ? static_cast<kp_variant*>(args_[i]) : nullptr;
+}
+std::span<const uint8_t> Call::raw(int i) const {
+    return str::bytes(read<char16_t*>(args_, i));
+}
+kp_procedure* Call::procedure(int i) const {
+    return read<kp_procedure*>(args_, i);
+}
+uintptr_t Call::handle(int i) const {
+    return read<uintptr_t>(args_, i);
+}
 
 void Call::set(const void* value, uint32_t type) {
     if (!frame_ || !frame_->values || !frame_->values->ops || !frame_->values->ops->set_result) return;
@@ -51,12 +71,24 @@ void Call::ret_bool(bool v) {
     int32_t w = v ? 1 : 0;
     set(&w, KP_T_BOOL);
 }
-void Call::ret_int(int32_t v) { set(&v, KP_T_INT); }
-void Call::ret_int64(int64_t v) { set(&v, KP_T_INT64); }
-void Call::ret_real(double v) { set(&v, KP_T_REAL); }
-void Call::ret_currency(const CurrencyBytes& v) { set(v.b, KP_T_CURRENCY); }
-void Call::ret_handle(uintptr_t h) { set(&h, KP_T_HANDLE_OUT); }
-void Call::ret_variant(kp_variant* v) { set(v, KP_T_ANY); }
+void Call::ret_int(int32_t v) {
+    set(&v, KP_T_INT);
+}
+void Call::ret_int64(int64_t v) {
+    set(&v, KP_T_INT64);
+}
+void Call::ret_real(double v) {
+    set(&v, KP_T_REAL);
+}
+void Call::ret_currency(const CurrencyBytes& v) {
+    set(v.b, KP_T_CURRENCY);
+}
+void Call::ret_handle(uintptr_t h) {
+    set(&h, KP_T_HANDLE_OUT);
+}
+void Call::ret_variant(kp_variant* v) {
+    set(v, KP_T_ANY);
+}
 
 // A string the machinery cannot create (100 out of memory, 108 too long) is
 // recorded under its code, which has no definition row and so makes a fatal

@@ -34,7 +34,7 @@ struct CurrencyBytes {
 };
 
 class Call {
-public:
+  public:
     Call(kp_call_frame* frame, kp_call_context* context, void** args);
     ~Call(); // notes the record of a failing call for the component object
     Call(const Call&) = delete;
@@ -43,17 +43,17 @@ public:
     CXError& error() { return error_; }
 
     // Arguments by position (0-based).
-    std::u16string_view str(int i) const;       // 0x12 / 0x13; null = empty
-    char16_t* buffer(int i) const;              // the caller's string buffer itself (0x13 parameters)
-    int32_t i32(int i) const;                   // 0x08
-    bool boolean(int i) const;                  // 0x01
-    int64_t i64(int i) const;                   // 0x09
-    double real(int i) const;                   // 0x0C
-    CurrencyBytes currency(int i) const;        // 0x0A
-    kp_variant* variant(int i) const;           // 0x1F, 0x59: the caller's variant (by reference)
-    std::span<const uint8_t> raw(int i) const;  // 0x4B / 0x4D: bytes of a string or buffer
-    kp_procedure* procedure(int i) const;       // 0x43
-    uintptr_t handle(int i) const;              // 0x0E
+    std::u16string_view str(int i) const;      // 0x12 / 0x13; null = empty
+    char16_t* buffer(int i) const;             // the caller's string buffer itself (0x13 parameters)
+    int32_t i32(int i) const;                  // 0x08
+    bool boolean(int i) const;                 // 0x01
+    int64_t i64(int i) const;                  // 0x09
+    double real(int i) const;                  // 0x0C
+    CurrencyBytes currency(int i) const;       // 0x0A
+    kp_variant* variant(int i) const;          // 0x1F, 0x59: the caller's variant (by reference)
+    std::span<const uint8_t> raw(int i) const; // 0x4B / 0x4D: bytes of a string or buffer
+    kp_procedure* procedure(int i) const;      // 0x43
+    uintptr_t handle(int i) const;             // 0x0E
 
     // Results (each hands the value to the VM once).
     void ret_bool(bool v);
@@ -67,7 +67,7 @@ public:
     void ret_variant(kp_variant* v); // the caller keeps and destroys its variant
     void ret_handle(uintptr_t h);
 
-private:
+  private:
     void set(const void* value, uint32_t type);
     kp_call_frame* frame_;
     void** args_;

@@ -36,14 +36,14 @@ constexpr uint32_t kMessageModuleRefused = 28117;
 // registrations passed with every attach.  Operation 2 registers, operation
 // 4 forwards locale changes.
 class ExecutionHooks {
-public:
+  public:
     explicit ExecutionHooks(kp_execution_fn peer) : peer_(peer) {}
     void register_words(uintptr_t a, uintptr_t b) { registrations_.push_back({a, b}); }
     void forward_locale(int32_t message, uintptr_t* block) {
         if (peer_) peer_(message, block);
     }
 
-private:
+  private:
     kp_execution_fn peer_;
     std::vector<std::pair<uintptr_t, uintptr_t>> registrations_;
 };
@@ -57,7 +57,9 @@ Lifecycle& lifecycle() {
     return l;
 }
 
-std::u16string ascii16(const char* s) { return std::u16string(s, s + std::strlen(s)); }
+std::u16string ascii16(const char* s) {
+    return std::u16string(s, s + std::strlen(s));
+}
 
 // The release check against the VM's object module.  Without a version
 // service in the services block there is nothing to compare with, and the
@@ -88,16 +90,21 @@ int32_t release_check() {
     object_path = object_path.substr(0, 260);
     CXError err(runtime::attach_error());
     err.set_message(accepted ? kMessageVersionDiffers : kMessageModuleRefused,
-                    {ascii16(kModule), ascii16(kObjectModule), ascii16(kExpectedVmVersion), ascii16(kOwnVersion),
-                     description, ascii16(own_path.c_str()), ascii16(object_path.c_str())});
+                    {ascii16(kModule), ascii16(kObjectModule), ascii16(kExpectedVmVersion),
+                     ascii16(kOwnVersion), description, ascii16(own_path.c_str()),
+                     ascii16(object_path.c_str())});
     err.set_severity(KP_SEVERITY_FATAL);
     runtime::note_failure(runtime::attach_error());
     return 0;
 }
 
 // The component object handed out by pQueryProxy(60).
-void object_destroy(kp_component_object* self) { delete self; }
-void object_set_language(kp_component_object*, int32_t language) { runtime::state().language = language == 0 ? 0 : 1; }
+void object_destroy(kp_component_object* self) {
+    delete self;
+}
+void object_set_language(kp_component_object*, int32_t language) {
+    runtime::state().language = language == 0 ? 0 : 1;
+}
 void object_name(kp_component_object*, char16_t* buffer, int32_t size) {
     if (!buffer || size <= 0) return;
     std::u16string_view name = runtime::french() ? kNameFrench : kNameEnglish;
@@ -112,9 +119,11 @@ void object_set_error_state(kp_component_object*, uintptr_t word13, uintptr_t wo
     runtime::state().word13 = word13;
     runtime::state().word27 = word27;
 }
-const kp_error_record* object_last_error(kp_component_object*) { return runtime::last_error(); }
+const kp_error_record* object_last_error(kp_component_object*) {
+    return runtime::last_error();
+}
 
-const kp_component_object_ops kObjectOps = {object_destroy,   object_set_language,    object_name,
+const kp_component_object_ops kObjectOps = {object_destroy,     object_set_language,    object_name,
                                             object_description, object_set_error_state, object_last_error};
 
 } // namespace
@@ -127,29 +136,46 @@ extern "C" {
 KP120_EXPORT intptr_t InfoComposante(int32_t query, int32_t index) {
     const runtime::State& st = runtime::state();
     switch (query) {
-    case KP_INFO_REVISION: return 2;
-    case KP_INFO_COMPONENT: return KP_COMPONENT_NUMBER;
-    case KP_INFO_CAPABILITIES: return 0x204;
-    case KP_INFO_3: return 1;
+    case KP_INFO_REVISION:
+        return 2;
+    case KP_INFO_COMPONENT:
+        return KP_COMPONENT_NUMBER;
+    case KP_INFO_CAPABILITIES:
+        return 0x204;
+    case KP_INFO_3:
+        return 1;
     case KP_INFO_DESCRIPTION:
         return reinterpret_cast<intptr_t>(index == 0 ? kDescriptionFrench : kDescriptionEnglish);
-    case KP_INFO_WORD13: return static_cast<intptr_t>(st.word13);
-    case KP_INFO_FUNCTIONS: return reinterpret_cast<intptr_t>(tables::functions);
-    case KP_INFO_FUNCTION_COUNT: return static_cast<intptr_t>(tables::function_count);
-    case KP_INFO_CONSTANTS: return reinterpret_cast<intptr_t>(tables::constants);
-    case KP_INFO_CONSTANT_COUNT: return static_cast<intptr_t>(tables::constant_count);
-    case KP_INFO_VARIABLES: return reinterpret_cast<intptr_t>(tables::variables);
-    case KP_INFO_VARIABLE_COUNT: return static_cast<intptr_t>(tables::variable_count);
-    case KP_INFO_WORD27: return static_cast<intptr_t>(st.word27);
-    default: return 0;
+    case KP_INFO_WORD13:
+        return static_cast<intptr_t>(st.word13);
+    case KP_INFO_FUNCTIONS:
+        return reinterpret_cast<intptr_t>(tables::functions);
+    case KP_INFO_FUNCTION_COUNT:
+        return static_cast<intptr_t>(tables::function_count);
+    case KP_INFO_CONSTANTS:
+        return reinterpret_cast<intptr_t>(tables::constants);
+    case KP_INFO_CONSTANT_COUNT:
+        return static_cast<intptr_t>(tables::constant_count);
+    case KP_INFO_VARIABLES:
+        return reinterpret_cast<intptr_t>(tables::variables);
+    case KP_INFO_VARIABLE_COUNT:
+        return static_cast<intptr_t>(tables::variable_count);
+    case KP_INFO_WORD27:
+        return static_cast<intptr_t>(st.word27);
+    default:
+        return 0;
     }
 }
 
 KP120_EXPORT void CommandeComposante(int32_t command, void* block) {
     runtime::State& st = runtime::state();
     switch (command) {
-    case KP_COMMAND_SERVICES: st.services = static_cast<kp_services*>(block); break;
-    case KP_COMMAND_MESSAGE_CALLBACK: st.message_callback = reinterpret_cast<kp_message_fn>(block); break;
+    case KP_COMMAND_SERVICES:
+        st.services = static_cast<kp_services*>(block);
+        break;
+    case KP_COMMAND_MESSAGE_CALLBACK:
+        st.message_callback = reinterpret_cast<kp_message_fn>(block);
+        break;
     case KP_COMMAND_MESSAGE_TEXT: {
         auto* w = static_cast<uintptr_t*>(block);
         if (!w) return;
@@ -166,7 +192,8 @@ KP120_EXPORT void CommandeComposante(int32_t command, void* block) {
         w[4] = n;
         break;
     }
-    default: break;
+    default:
+        break;
     }
 }
 
@@ -203,7 +230,8 @@ KP120_EXPORT int32_t Execution(int32_t message, uintptr_t* block) {
             if (lc.hooks) lc.hooks->forward_locale(message, block);
         }
         return 1;
-    default: return 0;
+    default:
+        return 0;
     }
 }
 
@@ -214,7 +242,9 @@ KP120_EXPORT int32_t GeneralParam(int32_t code, intptr_t value) {
         st.tls_index = static_cast<uint32_t>(value);
         st.tls_enabled = true;
         return 1;
-    case KP_PARAM_THREADING: st.threading = reinterpret_cast<const kp_threading*>(value); return 1;
+    case KP_PARAM_THREADING:
+        st.threading = reinterpret_cast<const kp_threading*>(value);
+        return 1;
     case KP_PARAM_ALLOCATOR: {
         kp_allocator* old = st.allocator;
         auto* fresh = reinterpret_cast<kp_allocator*>(value);
@@ -222,7 +252,8 @@ KP120_EXPORT int32_t GeneralParam(int32_t code, intptr_t value) {
         st.allocator = fresh;
         return 1;
     }
-    default: return 0;
+    default:
+        return 0;
     }
 }
 

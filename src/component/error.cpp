@@ -18,7 +18,8 @@ namespace {
 
 constexpr char kModuleName[] = "KP120STD.DLL";
 constexpr char kModuleVersion[] = "12.00Dr";
-constexpr char16_t kNoDefinition[] = u"##(CXError)-Pas de définition d'erreur dans gstErrorDef pour l'identifiant <%1!u!>##";
+constexpr char16_t kNoDefinition[] =
+    u"##(CXError)-Pas de définition d'erreur dans gstErrorDef pour l'identifiant <%1!u!>##";
 constexpr char16_t kNotLoaded[] = u"##(CXError)-Ressource <%1!u!> non chargée##";
 constexpr char16_t kEmptyResource[] = u"##(CXError)-Ressource <%1!u!> vide. LastError = <%2!u!>##";
 constexpr char16_t kNotFormatted[] = u"##(CXError)-Message non formaté : <";
@@ -31,7 +32,9 @@ void append_raw(kp_error_record* rec, std::u16string_view text) {
     rec->message[rec->message_length] = 0;
 }
 
-std::u16string ascii16(const char* s) { return std::u16string(s, s + std::strlen(s)); }
+std::u16string ascii16(const char* s) {
+    return std::u16string(s, s + std::strlen(s));
+}
 
 // One printf conversion of an integer insert ("u", "d", "x", "08X", "lu" ...).
 bool format_number(const std::string& directive, const Insert& in, std::u16string& out) {
@@ -52,16 +55,27 @@ bool format_number(const std::string& directive, const Insert& in, std::u16strin
     char buf[64];
     std::string f = "%" + flags;
     switch (conv) {
-    case 'u': std::snprintf(buf, sizeof buf, (f + PRIu64).c_str(), in.number); break;
+    case 'u':
+        std::snprintf(buf, sizeof buf, (f + PRIu64).c_str(), in.number);
+        break;
     case 'd':
-    case 'i': std::snprintf(buf, sizeof buf, (f + PRId64).c_str(), static_cast<int64_t>(in.number)); break;
-    case 'x': std::snprintf(buf, sizeof buf, (f + PRIx64).c_str(), in.number); break;
-    case 'X': std::snprintf(buf, sizeof buf, (f + PRIX64).c_str(), in.number); break;
-    case 'c': buf[0] = static_cast<char>(in.number), buf[1] = 0; break;
+    case 'i':
+        std::snprintf(buf, sizeof buf, (f + PRId64).c_str(), static_cast<int64_t>(in.number));
+        break;
+    case 'x':
+        std::snprintf(buf, sizeof buf, (f + PRIx64).c_str(), in.number);
+        break;
+    case 'X':
+        std::snprintf(buf, sizeof buf, (f + PRIX64).c_str(), in.number);
+        break;
+    case 'c':
+        buf[0] = static_cast<char>(in.number), buf[1] = 0;
+        break;
     case 'p':
         std::snprintf(buf, sizeof buf, "%0*" PRIX64, static_cast<int>(sizeof(void*) * 2), in.number);
         break;
-    default: return false;
+    default:
+        return false;
     }
     out += ascii16(buf);
     return true;
@@ -71,7 +85,8 @@ bool format_number(const std::string& directive, const Insert& in, std::u16strin
 
 bool format_message(std::u16string_view fmt, Inserts inserts, std::u16string& out) {
     std::vector<const Insert*> args;
-    for (const Insert& i : inserts) args.push_back(&i);
+    for (const Insert& i : inserts)
+        args.push_back(&i);
     std::size_t sequential = 0;
     out.clear();
     for (std::size_t i = 0; i < fmt.size(); ++i) {
@@ -102,7 +117,8 @@ bool format_message(std::u16string_view fmt, Inserts inserts, std::u16string& ou
                 return false;
         } else if (c >= u'1' && c <= u'9') {
             std::size_t n = c - u'0';
-            if (i + 1 < fmt.size() && fmt[i + 1] >= u'0' && fmt[i + 1] <= u'9') n = n * 10 + (fmt[++i] - u'0');
+            if (i + 1 < fmt.size() && fmt[i + 1] >= u'0' && fmt[i + 1] <= u'9')
+                n = n * 10 + (fmt[++i] - u'0');
             if (n > args.size()) return false;
             const Insert& in = *args[n - 1];
             std::string directive = "s";
@@ -139,8 +155,10 @@ bool format_message(std::u16string_view fmt, Inserts inserts, std::u16string& ou
 std::u16string module_corrupted_message(std::u16string_view module) {
     static constexpr char16_t kCorrupted[] =
         u"Le module %s est corrompu.\n Vérifiez que vous n'avez pas un virus, ou qu'il n'a \n pas été altéré "
-        u"par un problème disque ou lors \n d'un transfert par un réseau. \n\n The module %s is corrupted. \n "
-        u"Please check that you are not infected by a virus, \nor that it was not altered by a disk problem \n "
+        u"par un problème disque ou lors \n d'un transfert par un réseau. \n\n The module %s is corrupted. "
+        u"\n "
+        u"Please check that you are not infected by a virus, \nor that it was not altered by a disk problem "
+        u"\n "
         u"or a network transmission.";
     std::u16string out;
     format_message(kCorrupted, {module, module}, out);
@@ -166,7 +184,8 @@ bool message_text(uint32_t number, std::u16string& out) {
         if (n > 0) {
             std::size_t len = std::min<std::size_t>(static_cast<std::size_t>(n), buf.size());
             // The length may count the terminator.
-            while (len > 0 && buf[len - 1] == 0) --len;
+            while (len > 0 && buf[len - 1] == 0)
+                --len;
             out.assign(buf.data(), len);
             return true;
         }
@@ -261,7 +280,8 @@ void CXError::set_severity(int32_t level) {
         clear();
         return;
     }
-    if ((level == KP_SEVERITY_ERROR || level == KP_SEVERITY_FATAL) && rec_->severity != level) rec_->severity = level;
+    if ((level == KP_SEVERITY_ERROR || level == KP_SEVERITY_FATAL) && rec_->severity != level)
+        rec_->severity = level;
 }
 
 void CXError::set_system(uint32_t code) {

@@ -36,7 +36,7 @@ struct Insert {
 using Inserts = std::initializer_list<Insert>;
 
 class CXError {
-public:
+  public:
     // A null record is allowed: every operation is then a no-op.
     explicit CXError(kp_error_record* record) : rec_(record) {}
 
@@ -72,7 +72,7 @@ public:
     }
     kp_error_record* record() const { return rec_; }
 
-private:
+  private:
     void stamp_module();
     kp_error_record* rec_;
 };

@@ -22,15 +22,19 @@ kp_allocator* allocator() {
     return s.allocator;
 }
 
-bool french() { return state().language == 0; }
+bool french() {
+    return state().language == 0;
+}
 
-const kp_services* services() { return state().services; }
+const kp_services* services() {
+    return state().services;
+}
 
 namespace {
 const kp_regional_settings kDefaultEnglish = {
     {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
-    {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September", u"October",
-     u"November", u"December"},
+    {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
+     u"October", u"November", u"December"},
     u"dd/MM/yyyy",
     u"HH:mm:ss",
     u'.',
@@ -75,6 +79,8 @@ void note_failure(kp_error_record* rec) {
     t_last_failure = *rec;
     t_has_failure = true;
 }
-const kp_error_record* last_error() { return t_has_failure ? &t_last_failure : nullptr; }
+const kp_error_record* last_error() {
+    return t_has_failure ? &t_last_failure : nullptr;
+}
 
 } // namespace kp::runtime

@@ -4,8 +4,8 @@
 // until the module is unloaded.
 #pragma once
 
-#include <cstdint>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "kp120/component.h"
@@ -46,11 +46,14 @@ std::string setting(const char* name);
 template <typename F> F service(F kp_services::*member) {
     const kp_services* sv = state().services;
     if (!sv) return nullptr;
-    std::size_t end = reinterpret_cast<const char*>(&(sv->*member)) - reinterpret_cast<const char*>(sv) + sizeof(F);
+    std::size_t end =
+        reinterpret_cast<const char*>(&(sv->*member)) - reinterpret_cast<const char*>(sv) + sizeof(F);
     if (sv->size < end) return nullptr;
     return sv->*member;
 }
-inline void* vm() { return state().services ? state().services->vm : nullptr; }
+inline void* vm() {
+    return state().services ? state().services->vm : nullptr;
+}
 
 // Error state of the component outside calls (the release check at attach),
 // and the record of the last failing call, reported by the component object.

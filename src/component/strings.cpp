@@ -12,7 +12,9 @@ namespace kp::str {
 
 namespace {
 
-kp_string_header* header(char16_t* s) { return kp_string_header_of(s); }
+kp_string_header* header(char16_t* s) {
+    return kp_string_header_of(s);
+}
 
 // Frees a block the component allocated itself: the per-thread allocator
 // may take it; otherwise the C library frees it.
@@ -49,7 +51,9 @@ int32_t allocate(uint32_t bytes, char16_t** out) {
     return kOk;
 }
 
-void set_kind(kp_string_header* h, uint32_t kind) { h->flags = (h->flags & ~0xEu) | (kind << 1); }
+void set_kind(kp_string_header* h, uint32_t kind) {
+    h->flags = (h->flags & ~0xEu) | (kind << 1);
+}
 
 } // namespace
 
@@ -116,7 +120,8 @@ int32_t share(char16_t** dst, char16_t* src, int64_t n) {
     }
     *dst = src;
     ++header(src)->refcount;
-    if (n >= 0 && n < static_cast<int64_t>(header(src)->length)) return shorten(dst, static_cast<uint32_t>(n));
+    if (n >= 0 && n < static_cast<int64_t>(header(src)->length))
+        return shorten(dst, static_cast<uint32_t>(n));
     return kOk;
 }
 

@@ -21,7 +21,9 @@ constexpr int32_t kTooLong = 108;
 constexpr uint32_t kKindBinary = 1;
 
 // Length in characters (bytes for a binary buffer); 0 for null.
-inline uint32_t length(const char16_t* s) { return s ? kp_string_header_of(s)->length : 0; }
+inline uint32_t length(const char16_t* s) {
+    return s ? kp_string_header_of(s)->length : 0;
+}
 inline std::u16string_view view(const char16_t* s) {
     return s ? std::u16string_view(s, kp_string_header_of(s)->length) : std::u16string_view();
 }
@@ -53,7 +55,7 @@ uint32_t growth_capacity(uint32_t request, uint32_t current);
 
 // Owns one reference; releases it on destruction.
 class Ref {
-public:
+  public:
     Ref() = default;
     explicit Ref(char16_t* s) : s_(s) {}
     Ref(const Ref&) = delete;
@@ -68,7 +70,7 @@ public:
         return s;
     }
 
-private:
+  private:
     char16_t* s_ = nullptr;
 };
 

@@ -19,8 +19,10 @@ bool holds_buffer(uint16_t type) {
     case KP_T_STRING_RESULT:
     case KP_T_BUFFER:
     case KP_T_RAW_STRING:
-    case KP_T_RAW_DATA: return true;
-    default: return false;
+    case KP_T_RAW_DATA:
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -28,8 +30,12 @@ void destroy_buffer(kp_variant* v) {
     str::release(v->value.str);
     v->value.str = nullptr;
 }
-void destroy_plain(kp_variant* v) { std::memset(&v->value, 0, sizeof v->value); }
-int32_t copy_buffer(kp_variant* dst, const kp_variant* src) { return str::share(&dst->value.str, src->value.str); }
+void destroy_plain(kp_variant* v) {
+    std::memset(&v->value, 0, sizeof v->value);
+}
+int32_t copy_buffer(kp_variant* dst, const kp_variant* src) {
+    return str::share(&dst->value.str, src->value.str);
+}
 int32_t copy_plain(kp_variant* dst, const kp_variant* src) {
     dst->value = src->value;
     return 0;
@@ -39,7 +45,8 @@ const std::array<kp_variant_ops, kTypeCount>& tables() {
     static const std::array<kp_variant_ops, kTypeCount> t = [] {
         std::array<kp_variant_ops, kTypeCount> a{};
         for (uint16_t i = 0; i < kTypeCount; ++i)
-            a[i] = holds_buffer(i) ? kp_variant_ops{destroy_buffer, copy_buffer} : kp_variant_ops{destroy_plain, copy_plain};
+            a[i] = holds_buffer(i) ? kp_variant_ops{destroy_buffer, copy_buffer}
+                                   : kp_variant_ops{destroy_plain, copy_plain};
         return a;
     }();
     return t;

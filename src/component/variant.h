@@ -19,14 +19,16 @@ void destroy(kp_variant* v);
 // Changes the type: old payload destroyed, new table installed, payload
 // zeroed unless `keep_payload`.  Status bits 0x100 and 0x400 are kept.
 void set_type(kp_variant* v, uint16_t type, bool keep_payload = false);
-inline uint16_t type_of(const kp_variant* v) { return static_cast<uint16_t>(v->type & 0xFF); }
+inline uint16_t type_of(const kp_variant* v) {
+    return static_cast<uint16_t>(v->type & 0xFF);
+}
 
 void set_bool(kp_variant* v, bool b);
 void set_int(kp_variant* v, int32_t i);
 void set_int64(kp_variant* v, int64_t i);
 void set_real(kp_variant* v, double d);
 void set_currency(kp_variant* v, const uint8_t (&cy)[10]);
-int32_t set_string(kp_variant* v, std::u16string_view s);   // 0, 100 or 108
+int32_t set_string(kp_variant* v, std::u16string_view s); // 0, 100 or 108
 int32_t set_buffer(kp_variant* v, std::span<const uint8_t> b);
 // Copies src into dst (strings shared by reference).
 int32_t copy(kp_variant* dst, const kp_variant* src);

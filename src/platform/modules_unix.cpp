@@ -5,7 +5,9 @@
 
 namespace kp::platform {
 
-void* module_symbol(void* module, const char* name) { return module ? dlsym(module, name) : nullptr; }
+void* module_symbol(void* module, const char* name) {
+    return module ? dlsym(module, name) : nullptr;
+}
 
 std::string module_path_of(const void* address) {
     Dl_info info{};

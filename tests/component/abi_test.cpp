@@ -48,8 +48,8 @@ TEST(Abi, UnprovidedFunctionsAreRefusedByName) {
         for (int k = 0; k < ov.param_count; ++k) {
             uint16_t t = ov.params[k] & 0xFF;
             args.push_back(t == KP_T_STRING || t == KP_T_STRING_RESULT ? Value::string(u"a")
-                           : t == KP_T_ANY                               ? Value::integer(1)
-                                                                         : Value::integer(0));
+                           : t == KP_T_ANY                             ? Value::integer(1)
+                                                                       : Value::integer(0));
         }
         auto out = fx.host->call(kp::host::Host::name_utf8(fn.english), args);
         if (out.status == CallStatus::NotProvided) ++refused;
@@ -98,7 +98,8 @@ TEST(Abi, TwoThreadsWithTheirOwnAllocators) {
         for (int i = 0; i < 2000; ++i) {
             std::vector<Value> args{Value::integer(base + i % 1000)};
             auto out = fx.host->call("IntegerToDate", args);
-            if (out.status != CallStatus::Ok || out.result.kind != Value::Kind::String || out.result.s.size() != 8)
+            if (out.status != CallStatus::Ok || out.result.kind != Value::Kind::String ||
+                out.result.s.size() != 8)
                 failures++;
             std::vector<Value> z{Value::integer(i)};
             if (fx.host->call("ZigouigouiARoulette", z).result.i != 24053) failures++;

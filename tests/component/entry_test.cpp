@@ -1,6 +1,6 @@
 // The exported entry points, answered through the real module as a VM calls them.
-#include <gtest/gtest.h>
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
@@ -14,12 +14,14 @@ using kp::host::CallStatus;
 using kp::host::Value;
 
 class EntryTest : public ::testing::Test {
-protected:
+  protected:
     kp::test::HostFixture fx;
     kp::host::Host& host() { return *fx.host; }
 };
 
-TEST_F(EntryTest, HostLoadsTheModule) { ASSERT_TRUE(host().loaded()) << host().load_error(); }
+TEST_F(EntryTest, HostLoadsTheModule) {
+    ASSERT_TRUE(host().loaded()) << host().load_error();
+}
 
 TEST_F(EntryTest, InfoComposanteAnswers) {
     // query -> answer: identity words and the three table counts.
@@ -63,7 +65,8 @@ TEST_F(EntryTest, ComponentObjectNamesAndLanguages) {
     EXPECT_EQ(std::u16string(buf), u"Stan");
     EXPECT_EQ(obj->ops->description(obj)[0], 0);
     obj->ops->destroy(obj);
-    for (int code : {0, 59, 61, -1}) EXPECT_EQ(host().query_proxy(code), nullptr);
+    for (int code : {0, 59, 61, -1})
+        EXPECT_EQ(host().query_proxy(code), nullptr);
 }
 
 TEST_F(EntryTest, UnknownCodesAnswerZero) {
@@ -135,12 +138,17 @@ struct ReleaseCounter {
 };
 
 TEST_F(EntryTest, ReplacingTheAllocatorReleasesTheOldOne) {
-    static const kp_allocator_ops ops = {nullptr, nullptr, nullptr,
+    static const kp_allocator_ops ops = {nullptr,
+                                         nullptr,
+                                         nullptr,
                                          [](kp_allocator* a, int32_t flag) {
                                              EXPECT_EQ(flag, 1);
                                              reinterpret_cast<ReleaseCounter*>(a)->releases++;
                                          },
-                                         nullptr, nullptr, nullptr, nullptr};
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr};
     ReleaseCounter first{{&ops, 0}}, second{{&ops, 1}};
     kp_allocator* mine = host().allocator();
     EXPECT_EQ(host().general_param(2008, reinterpret_cast<intptr_t>(&first.base)), 1);

@@ -9,10 +9,12 @@
 
 namespace {
 
-std::u16string msg(const kp_error_record& r) { return std::u16string(r.message, r.message_length); }
+std::u16string msg(const kp_error_record& r) {
+    return std::u16string(r.message, r.message_length);
+}
 
 class ErrorTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         saved = kp::runtime::state();
         kp::runtime::state().message_callback = nullptr;
@@ -36,7 +38,8 @@ TEST_F(ErrorTest, FirstDefinitionRowWins) {
 TEST_F(ErrorTest, UnknownIdentifierIsFatalWithItsOwnMessage) {
     err.set(99999);
     EXPECT_EQ(rec.severity, KP_SEVERITY_FATAL);
-    EXPECT_EQ(msg(rec), u"##(CXError)-Pas de définition d'erreur dans gstErrorDef pour l'identifiant <99999>##");
+    EXPECT_EQ(msg(rec),
+              u"##(CXError)-Pas de définition d'erreur dans gstErrorDef pour l'identifiant <99999>##");
 }
 
 TEST_F(ErrorTest, SeverityOneRowsClearTheObject) {
@@ -85,7 +88,8 @@ int32_t long_callback(uint32_t number, char16_t* buffer, int32_t size) {
     if (size < 300) return 300;
     std::u16string text(299, u'x');
     text.replace(0, 6, u"<%1!u!");
-    for (std::size_t i = 0; i < text.size(); ++i) buffer[i] = text[i];
+    for (std::size_t i = 0; i < text.size(); ++i)
+        buffer[i] = text[i];
     buffer[text.size()] = 0;
     return static_cast<int32_t>(text.size());
 }
@@ -138,7 +142,7 @@ TEST(MessageFormat, InsertSyntax) {
     EXPECT_EQ(out, u"Le module A est corrompu. The module B");
     ASSERT_TRUE(kp::format_message(u"100%% %1!04X!", {255u}, out));
     EXPECT_EQ(out, u"100% 00FF");
-    EXPECT_FALSE(kp::format_message(u"%1!u!", {}, out));       // missing insert
+    EXPECT_FALSE(kp::format_message(u"%1!u!", {}, out));        // missing insert
     EXPECT_FALSE(kp::format_message(u"%1!u!", {u"text"}, out)); // text for a number
     EXPECT_FALSE(kp::format_message(u"%1!u", {1u}, out));       // unterminated format
     EXPECT_FALSE(kp::format_message(u"trailing %", {}, out));

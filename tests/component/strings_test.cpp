@@ -27,7 +27,9 @@ char16_t* block(CountingAllocator* a, uint32_t cap) {
     std::memset(reinterpret_cast<char*>(c) + cap, 0, 2);
     return c;
 }
-CountingAllocator* self(kp_allocator* a) { return reinterpret_cast<CountingAllocator*>(a); }
+CountingAllocator* self(kp_allocator* a) {
+    return reinterpret_cast<CountingAllocator*>(a);
+}
 char16_t* op_grow(kp_allocator* a, uint32_t cap) {
     self(a)->grows++;
     return block(self(a), cap);
@@ -37,7 +39,9 @@ int32_t op_offer(kp_allocator* a, void* b) {
     if (self(a)->take_offers) std::free(b);
     return self(a)->take_offers ? 1 : 0;
 }
-void op_release(kp_allocator* a, int32_t) { self(a)->releases++; }
+void op_release(kp_allocator* a, int32_t) {
+    self(a)->releases++;
+}
 int32_t op_create(kp_allocator* a, uint32_t bytes, char16_t** out) {
     self(a)->creates++;
     *out = block(self(a), bytes);
@@ -50,10 +54,12 @@ void op_free(kp_allocator* a, char16_t* c) {
 const kp_allocator_ops kOps = {op_grow, op_offer, nullptr, op_release, nullptr, op_create, nullptr, op_free};
 
 kp_allocator* g_tls_allocator = nullptr;
-kp_allocator* tls_get(void*, uint32_t) { return g_tls_allocator; }
+kp_allocator* tls_get(void*, uint32_t) {
+    return g_tls_allocator;
+}
 
 class StringsTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         alloc.base.ops = &kOps;
         saved = kp::runtime::state();
@@ -100,12 +106,17 @@ TEST_F(StringsTest, TooLongFailsWith108AndAllocatesNothing) {
 }
 
 TEST_F(StringsTest, AllocatorErrorIsReturnedAsIs) {
-    static const kp_allocator_ops failing = {nullptr, nullptr, nullptr, nullptr, nullptr,
+    static const kp_allocator_ops failing = {nullptr,
+                                             nullptr,
+                                             nullptr,
+                                             nullptr,
+                                             nullptr,
                                              [](kp_allocator*, uint32_t, char16_t** o) {
                                                  *o = nullptr;
                                                  return int32_t{100};
                                              },
-                                             nullptr, nullptr};
+                                             nullptr,
+                                             nullptr};
     kp_allocator f{&failing, 0};
     kp::runtime::state().allocator = &f;
     char16_t* s = nullptr;

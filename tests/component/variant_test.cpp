@@ -23,10 +23,12 @@ int32_t hook_ex(const kp_payload* v, uint32_t from, kp_payload* scratch, uint32_
     g_flag = flag;
     return hook(v, from, scratch, to);
 }
-void end(kp_payload*) { ++g_end_calls; }
+void end(kp_payload*) {
+    ++g_end_calls;
+}
 
 class VariantTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         saved = kp::variant::hooks();
         kp::variant::hooks() = {hook, hook_ex, end};

@@ -45,7 +45,7 @@ inline std::u16string text(FuzzedDataProvider& in, const std::vector<std::u16str
         return u"";
     case 1: {
         std::u16string unit = short_text(in, 8);
-        if (unit.empty()) unit = u"A";
+        if (unit.empty()) unit.assign(1, u'A');
         size_t total = in.ConsumeIntegralInRange<size_t>(256, 70000);
         std::u16string s;
         s.reserve(total + unit.size());

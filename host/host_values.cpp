@@ -3,6 +3,8 @@
 // name, and text helpers (WTF-8, Windows-1252, currency text).
 #include "host_values.h"
 
+#include "platform/codepage.h"
+
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -14,79 +16,16 @@ namespace kp::host {
 // Text helpers
 // ------------------------------------------------------------------------
 
+// Text conversions are the platform layer's (WTF-8 keeps lone surrogates;
+// each byte of an invalid sequence becomes U+FFFD).
 char16_t cp1252_char(unsigned char b) {
-    static const char16_t high[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                      0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
-                                      0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                      0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-    return (b >= 0x80 && b < 0xA0) ? high[b - 0x80] : char16_t(b);
+    return platform::cp1252_to_unicode(b);
 }
-
 std::string utf8(std::u16string_view s) {
-    std::string out;
-    out.reserve(s.size());
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        uint32_t cp = s[i];
-        if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
-            cp = 0x10000 + ((cp - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-            ++i;
-        }
-        if (cp < 0x80) {
-            out += static_cast<char>(cp);
-        } else if (cp < 0x800) {
-            out += static_cast<char>(0xC0 | (cp >> 6));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        } else if (cp < 0x10000) {
-            out += static_cast<char>(0xE0 | (cp >> 12));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (cp >> 18));
-            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        }
-    }
-    return out;
+    return platform::to_utf8(s);
 }
-
-// WTF-8: encoded surrogates (ED A0..BF xx) come back as lone surrogates;
-// each byte of an invalid sequence becomes U+FFFD.
 std::u16string utf16(std::string_view s) {
-    std::u16string out;
-    out.reserve(s.size());
-    std::size_t i = 0;
-    while (i < s.size()) {
-        uint8_t b = static_cast<uint8_t>(s[i]);
-        int extra = b < 0x80                          ? 0
-                    : (b & 0xE0) == 0xC0 && b >= 0xC2 ? 1
-                    : (b & 0xF0) == 0xE0              ? 2
-                    : (b & 0xF8) == 0xF0 && b <= 0xF4 ? 3
-                                                      : -1;
-        uint32_t cp = extra == 0 ? b : extra == 1 ? (b & 0x1F) : extra == 2 ? (b & 0x0F) : (b & 0x07);
-        bool ok = extra >= 0 && i + extra < s.size() + (extra == 0);
-        if (ok && extra > 0 && i + extra >= s.size()) ok = false;
-        for (int k = 1; ok && k <= extra; ++k) {
-            uint8_t c = static_cast<uint8_t>(s[i + k]);
-            if ((c & 0xC0) != 0x80) ok = false;
-            cp = (cp << 6) | (c & 0x3F);
-        }
-        if (ok && ((extra == 2 && cp < 0x800) || (extra == 3 && (cp < 0x10000 || cp > 0x10FFFF)))) ok = false;
-        if (!ok) {
-            out += u'\uFFFD';
-            ++i;
-            continue;
-        }
-        if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out += static_cast<char16_t>(0xD800 + (cp >> 10));
-            out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-        } else {
-            out += static_cast<char16_t>(cp);
-        }
-        i += extra + 1;
-    }
-    return out;
+    return platform::from_utf8(s);
 }
 
 // Currency: 80-bit two's complement little-endian count of millionths.

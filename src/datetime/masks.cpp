@@ -286,7 +286,8 @@ bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, con
         }
     }
     put(mask.substr(at));
-    out.assign(buf, static_cast<size_t>(p - buf));
+    out = std::u16string(
+        buf, static_cast<size_t>(p - buf)); // built in place: cheaper than assigning into an empty string
     return true;
 }
 

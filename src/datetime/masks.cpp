@@ -286,8 +286,8 @@ bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, con
         }
     }
     put(mask.substr(at));
-    out = std::u16string(
-        buf, static_cast<size_t>(p - buf)); // built in place: cheaper than assigning into an empty string
+    // Built in place: cheaper than assigning into an empty string.
+    out = std::u16string(buf, static_cast<size_t>(p - buf));
     return true;
 }
 

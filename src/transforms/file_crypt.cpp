@@ -264,50 +264,61 @@ bool decode_file(int32_t encoding, std::u16string_view source, std::u16string_vi
     return write_whole(destination, data, err);
 }
 
-bool fcrypt(std::u16string_view source, std::u16string_view destination, std::u16string_view password,
-            int32_t mode, int32_t encoding, CXError& err) {
+namespace {
+// What both directions check first: a known cipher mode, and an encoder for
+// the encoding when the data goes through one.
+bool check_mode_and_encoding(int32_t mode, int32_t encoding, CXError& err) {
     if (mode < 0 || mode > 3) {
         err.fail(kErrCipherMode);
         return false;
     }
+    if (mode != kCryptNone && encoding != kEncodeNone && !make_encoder(encoding)) {
+        err.fail(kErrCreateObject);
+        return false;
+    }
+    return true;
+}
+
+// Two file steps joined by a temporary file beside the destination, which
+// is removed whatever happened.
+template <typename First, typename Second>
+bool through_temporary(std::u16string_view destination, CXError& err, First first, Second second) {
+    const std::u16string temp = make_temporary(destination, err);
+    if (temp.empty()) return false;
+    bool ok = first(temp) && second(temp);
+    platform::delete_file(temp);
+    return ok;
+}
+} // namespace
+
+bool fcrypt(std::u16string_view source, std::u16string_view destination, std::u16string_view password,
+            int32_t mode, int32_t encoding, CXError& err) {
+    if (!check_mode_and_encoding(mode, encoding, err)) return false;
     if (mode == kCryptNone) {
         return encoding == kEncodeNone ? copy(source, destination, err)
                                        : encode_file(encoding, source, destination, err);
     }
     if (encoding == kEncodeNone) return crypt_file_to_file(destination, source, password, mode, err);
-    if (!make_encoder(encoding)) {
-        err.fail(kErrCreateObject);
-        return false;
-    }
-    const std::u16string temp = make_temporary(destination, err);
-    if (temp.empty()) return false;
-    bool ok = crypt_file_to_file(temp, source, password, mode, err) &&
-              encode_file(encoding, temp, destination, err);
-    platform::delete_file(temp);
-    return ok;
+    return through_temporary(
+        destination, err,
+        [&](const std::u16string& temp) { return crypt_file_to_file(temp, source, password, mode, err); },
+        [&](const std::u16string& temp) { return encode_file(encoding, temp, destination, err); });
 }
 
 bool funcrypt(std::u16string_view source, std::u16string_view destination, std::u16string_view password,
               int32_t mode, int32_t encoding, CXError& err) {
-    if (mode < 0 || mode > 3) {
-        err.fail(kErrCipherMode);
-        return false;
-    }
+    if (!check_mode_and_encoding(mode, encoding, err)) return false;
     if (mode == kCryptNone) {
         return encoding == kEncodeNone ? copy(source, destination, err)
                                        : decode_file(encoding, source, destination, err);
     }
     if (encoding == kEncodeNone) return uncrypt_file_to_file(source, destination, password, mode, err);
-    if (!make_encoder(encoding)) {
-        err.fail(kErrCreateObject);
-        return false;
-    }
-    const std::u16string temp = make_temporary(destination, err);
-    if (temp.empty()) return false;
-    bool ok = decode_file(encoding, source, temp, err) &&
-              uncrypt_file_to_file(temp, destination, password, mode, err);
-    platform::delete_file(temp);
-    return ok;
+    return through_temporary(
+        destination, err,
+        [&](const std::u16string& temp) { return decode_file(encoding, source, temp, err); },
+        [&](const std::u16string& temp) {
+            return uncrypt_file_to_file(temp, destination, password, mode, err);
+        });
 }
 
 } // namespace kp::transforms

@@ -52,6 +52,24 @@ void convert(kp_call_frame* frame, kp_call_context* context, void** args, Conver
     ret_money(call, fn(call, numeric::currency_table(call.error())));
 }
 
+using OneWay = numeric::Money (*)(const kp_currency_table*, numeric::Money, int32_t, int32_t, numeric::Money*,
+                                  CXError&);
+
+// The four forms of eToEuro and eToCurrency: the amount, then the currency
+// index, the decimals and the variable that receives the rounding
+// difference; what a form leaves out takes its default.
+template <OneWay F, int Count> int32_t one_way(kp_call_frame* frame, kp_call_context* context, void** args) {
+    convert(frame, context, args, [=](Call& c, kp_currency_table* t) {
+        const int32_t index = Count >= 2 ? c.i32(1) : numeric::kDefaultCurrency;
+        const int32_t decimals = Count >= 3 ? c.i32(2) : numeric::kNoRounding;
+        numeric::Money diff;
+        numeric::Money r = F(t, money(c, 0), index, decimals, Count >= 4 ? &diff : nullptr, c.error());
+        if constexpr (Count >= 4) store_difference(args, 3, diff);
+        return r;
+    });
+    return 0;
+}
+
 } // namespace
 
 // Random / InitRandom
@@ -174,61 +192,28 @@ KP_HANDLER(eExchangeRate_2) {
 }
 
 KP_HANDLER(eToEuro_1) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::to_euro(t, money(c, 0), numeric::kDefaultCurrency, numeric::kNoRounding, nullptr,
-                                c.error());
-    });
-    return 0;
+    return one_way<numeric::to_euro, 1>(frame, context, args);
 }
 KP_HANDLER(eToEuro_2) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::to_euro(t, money(c, 0), c.i32(1), numeric::kNoRounding, nullptr, c.error());
-    });
-    return 0;
+    return one_way<numeric::to_euro, 2>(frame, context, args);
 }
 KP_HANDLER(eToEuro_3) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::to_euro(t, money(c, 0), c.i32(1), c.i32(2), nullptr, c.error());
-    });
-    return 0;
+    return one_way<numeric::to_euro, 3>(frame, context, args);
 }
 KP_HANDLER(eToEuro_4) {
-    convert(frame, context, args, [args](Call& c, kp_currency_table* t) {
-        numeric::Money diff;
-        numeric::Money r = numeric::to_euro(t, money(c, 0), c.i32(1), c.i32(2), &diff, c.error());
-        store_difference(args, 3, diff);
-        return r;
-    });
-    return 0;
+    return one_way<numeric::to_euro, 4>(frame, context, args);
 }
-
 KP_HANDLER(eToCurrency_1) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::to_currency(t, money(c, 0), numeric::kDefaultCurrency, numeric::kNoRounding, nullptr,
-                                    c.error());
-    });
-    return 0;
+    return one_way<numeric::to_currency, 1>(frame, context, args);
 }
 KP_HANDLER(eToCurrency_2) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::to_currency(t, money(c, 0), c.i32(1), numeric::kNoRounding, nullptr, c.error());
-    });
-    return 0;
+    return one_way<numeric::to_currency, 2>(frame, context, args);
 }
 KP_HANDLER(eToCurrency_3) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::to_currency(t, money(c, 0), c.i32(1), c.i32(2), nullptr, c.error());
-    });
-    return 0;
+    return one_way<numeric::to_currency, 3>(frame, context, args);
 }
 KP_HANDLER(eToCurrency_4) {
-    convert(frame, context, args, [args](Call& c, kp_currency_table* t) {
-        numeric::Money diff;
-        numeric::Money r = numeric::to_currency(t, money(c, 0), c.i32(1), c.i32(2), &diff, c.error());
-        store_difference(args, 3, diff);
-        return r;
-    });
-    return 0;
+    return one_way<numeric::to_currency, 4>(frame, context, args);
 }
 
 KP_HANDLER(eChangeCurrency_1) {

@@ -199,6 +199,18 @@ std::u16string make_temporary(std::u16string_view near, CXError& err) {
     return {};
 }
 
+// The stream of one direction of the file cipher: an empty password is
+// refused first, then a stream that cannot be made.
+std::unique_ptr<IXStream> stream_for_password(std::u16string_view password, CXError& err) {
+    if (password.empty()) {
+        err.fail(kErrEmptyPassword);
+        return nullptr;
+    }
+    auto stream = make_stream(err);
+    if (!stream) err.fail(kErrCreateObject);
+    return stream;
+}
+
 bool copy(std::u16string_view source, std::u16string_view destination, CXError& err) {
     if (!platform::copy_file(source, destination, false)) return report_last_error(err);
     return true;
@@ -208,31 +220,15 @@ bool copy(std::u16string_view source, std::u16string_view destination, CXError& 
 
 bool crypt_file_to_file(std::u16string_view destination, std::u16string_view source,
                         std::u16string_view password, int32_t mode, CXError& err) {
-    if (password.empty()) {
-        err.fail(kErrEmptyPassword);
-        return false;
-    }
-    auto dst = make_stream(err);
-    if (!dst) {
-        err.fail(kErrCreateObject);
-        return false;
-    }
-    if (!open_destination(*dst, destination, err)) return false;
+    auto dst = stream_for_password(password, err);
+    if (!dst || !open_destination(*dst, destination, err)) return false;
     return crypt_loop(*dst, source, password, mode, err);
 }
 
 bool uncrypt_file_to_file(std::u16string_view source, std::u16string_view destination,
                           std::u16string_view password, int32_t mode, CXError& err) {
-    if (password.empty()) {
-        err.fail(kErrEmptyPassword);
-        return false;
-    }
-    auto src = make_stream(err);
-    if (!src) {
-        err.fail(kErrCreateObject);
-        return false;
-    }
-    if (!open_source(*src, source, err)) return false;
+    auto src = stream_for_password(password, err);
+    if (!src || !open_source(*src, source, err)) return false;
     return uncrypt_loop(*src, destination, password, mode, err);
 }
 

@@ -78,25 +78,40 @@ std::u16string format_time(int32_t h, int32_t m, int32_t s, int32_t c) {
     return out;
 }
 
-bool parse_date(std::u16string_view s, Date& out, CXError* err) {
-    auto fail = [&](uint32_t id, Inserts ins = {}) {
-        if (err) err->fail(id, ins);
-        return false;
-    };
-    if (s.size() != 8) return fail(kErrDateLength);
-    int32_t v[8];
-    for (size_t i = 0; i < 8; ++i) {
-        if (!is_digit(s[i])) return fail(kErrDateDigit);
-        v[i] = s[i] - u'0';
+namespace {
+
+// Records a validation failure; kept out of line so that the checks of a
+// valid date stay short.  `value` is the message's insert when it has one.
+[[gnu::cold, gnu::noinline]] bool date_failure(CXError* err, uint32_t id, int32_t value = -1) {
+    if (err) {
+        if (value < 0)
+            err->fail(id);
+        else
+            err->fail(id, {value});
     }
-    int32_t y = ((v[0] * 10 + v[1]) * 10 + v[2]) * 10 + v[3], m = v[4] * 10 + v[5], d = v[6] * 10 + v[7];
-    if (y == 0) return fail(kErrYearZero);
+    return false;
+}
+
+} // namespace
+
+bool parse_date(std::u16string_view s, Date& out, CXError* err) {
+    if (s.size() != 8) return date_failure(err, kErrDateLength);
+    // All eight digits tested at once: the common case is a valid date.
+    uint32_t v[8], bad = 0;
+    for (size_t i = 0; i < 8; ++i) {
+        v[i] = static_cast<uint32_t>(s[i]) - u'0';
+        bad |= v[i] > 9 ? 1u : 0u;
+    }
+    if (bad) return date_failure(err, kErrDateDigit);
+    int32_t y = static_cast<int32_t>(((v[0] * 10 + v[1]) * 10 + v[2]) * 10 + v[3]),
+            m = static_cast<int32_t>(v[4] * 10 + v[5]), d = static_cast<int32_t>(v[6] * 10 + v[7]);
+    if (y == 0) return date_failure(err, kErrYearZero);
     // The days that the reform removed, tested on August as the device does.
-    if (y == 1582 && m == 8 && d >= 5 && d <= 14) return fail(kErrReformGap);
-    if (m < 1 || m > 12) return fail(kErrMonth);
+    if (y == 1582 && m == 8 && d >= 5 && d <= 14) return date_failure(err, kErrReformGap);
+    if (m < 1 || m > 12) return date_failure(err, kErrMonth);
     int32_t max = m == 2 ? 29 : kMonthLength[m - 1];
-    if (d < 1 || d > max) return fail(kErrDay, {max});
-    if (m == 2 && d == 29 && !is_leap(y)) return fail(kErrFebruary29, {y});
+    if (d < 1 || d > max) return date_failure(err, kErrDay, max);
+    if (m == 2 && d == 29 && !is_leap(y)) return date_failure(err, kErrFebruary29, y);
     out = Date{y, m, d};
     return true;
 }

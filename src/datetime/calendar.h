@@ -72,6 +72,26 @@ std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day);
 std::optional<Date> date_of(int64_t n);
 // 1 Monday .. 7 Sunday; day 1 is a Wednesday.  Total for every integer.
 int32_t weekday(int64_t n);
+// Day number and weekday of a date that parse_date accepted (year 1..9999,
+// month and day in range): the values of day_number and weekday, in 32-bit
+// unsigned arithmetic, for the formatting paths that run on every call.
+inline int32_t valid_day_number(const Date& d) {
+    constexpr int32_t kBefore[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    uint32_t y = static_cast<uint32_t>(d.year), y1 = y - 1;
+    bool leap = y % 4 == 0 && (y < 1583 || y % 100 != 0 || y % 400 == 0);
+    int32_t k = 0;
+    if (y < 1583 && d.month < 12 && d.day < 5) {
+        int32_t c = (d.year - 1500) / 100;
+        k = c / 4 - c + 10;
+    }
+    return static_cast<int32_t>(y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400) + kBefore[d.month - 1] + d.day +
+           (d.month >= 3 && leap ? 1 : 0) + k - 657071;
+}
+inline int32_t valid_weekday(const Date& d) {
+    // Day 1 is a Wednesday; every valid date has a day number above -657071.
+    uint32_t r = static_cast<uint32_t>(valid_day_number(d) + 657071) % 7;
+    return r == 0 ? 7 : static_cast<int32_t>(r);
+}
 // Week number of a valid day number: days before the first Monday of a year
 // that starts on Friday to Sunday are in week 0; no wrap at the year's end.
 int32_t week_number(int32_t n, const Date& d);

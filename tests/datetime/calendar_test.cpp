@@ -54,6 +54,22 @@ TEST(DayNumber, MatchesCLibraryCalendarFrom1583To9999) {
     }
 }
 
+// The 32-bit path of the formatting functions against the general one, on
+// every valid date of the four-digit years, reform corrections included.
+TEST(DayNumber, ValidDatePathMatchesTheGeneralOne) {
+    int failures = 0;
+    for (int32_t y = 1; y <= 9999 && failures < 5; ++y)
+        for (int32_t m = 1; m <= 12; ++m)
+            for (int32_t d = 1; d <= month_length(y, m); ++d) {
+                Date date{y, m, d};
+                auto n = day_number(y, m, d);
+                if (!n || valid_day_number(date) != *n || valid_weekday(date) != weekday(*n)) {
+                    ADD_FAILURE() << y << "-" << m << "-" << d;
+                    ++failures;
+                }
+            }
+}
+
 TEST(DayNumber, BeforeTheReformTheCorrectionIsLiteral) {
     // First four days of January to November get the correction, other days
     // do not: 4 and 5 March 1500 are therefore more than one day apart.

@@ -169,123 +169,113 @@ bool token_letter(char16_t c) {
     return l >= u'a' && l <= u'z' && ((kLetters >> (l - u'a')) & 1);
 }
 
-// A name that can never form a token with the text around it: no doubled
-// token letter inside.
-bool plain_name(std::u16string_view name) {
-    for (size_t i = 0; i + 1 < name.size(); ++i)
-        if (name[i] == name[i + 1] && token_letter(name[i])) return false;
-    return true;
+// Classes of the ASCII characters in a date mask: 0 literal, an upper-case
+// token letter (its own code), or kLowerToken for j d m a y.
+constexpr char16_t kLowerToken = 1;
+struct MaskClasses {
+    char16_t of[128] = {};
+    constexpr MaskClasses() {
+        for (char16_t c : {u'J', u'D', u'M', u'A', u'Y'}) {
+            of[c] = c;
+            of[c | 0x20] = kLowerToken;
+        }
+    }
+};
+constexpr MaskClasses kMaskClasses;
+
+inline char16_t mask_class(char16_t c) {
+    return c < 128 ? kMaskClasses.of[c] : 0;
+}
+
+// Two decimal digits of 0..99.
+inline char16_t* put_two(char16_t* p, uint32_t v) {
+    p[0] = static_cast<char16_t>(u'0' + v / 10);
+    p[1] = static_cast<char16_t>(u'0' + v % 10);
+    return p + 2;
+}
+
+// Writes a name of the regional settings (a null-terminated text, or null
+// for none) or its abbreviation, reading it once: its length, the copy and
+// the test that it holds no doubled token letter, which could form a token
+// with the text around it.  Null when the name is longer than `max` or not
+// plain: the mask then takes the general path.
+char16_t* put_name(char16_t* p, const char16_t* name, size_t max, bool abbreviated) {
+    if (!name) return p;
+    char16_t* start = p;
+    char16_t prev = 0;
+    bool doubled = false;
+    for (; *name; ++name) {
+        if (static_cast<size_t>(p - start) == max) return nullptr;
+        char16_t c = *name;
+        doubled |= c == prev && token_letter(c);
+        prev = c;
+        *p++ = c;
+    }
+    if (doubled) return nullptr;
+    if (abbreviated) {
+        size_t keep = abbreviation_keep(std::u16string_view(start, static_cast<size_t>(p - start)));
+        if (static_cast<size_t>(p - start) > keep) {
+            p = start + keep;
+            *p++ = u'.';
+        }
+    }
+    return p;
 }
 
 // One pass over the mask for the common masks, whose result is the same as
 // that of the successive replacements: upper-case runs of exactly a token's
-// length, no other token letter, one spelling of the day number and of the
-// year, and names that cannot form tokens with what surrounds them.  Returns
-// false (and leaves `out` alone) for any other mask.
+// length, no lower-case token letter, one spelling of the day number and of
+// the year, and names that cannot form tokens with what surrounds them.  The
+// text is written while the mask is read; returns false (and leaves `out`
+// alone) as soon as the mask turns out to need the general path.
 bool date_mask_one_pass(const Date& d, int32_t wd, std::u16string_view mask, const kp_regional_settings& rs,
                         std::u16string& out) {
-    struct Run {
-        size_t pos, len;
-        char16_t letter;
-    };
-    Run runs[16];
-    size_t count = 0;
-    char16_t year_kind = 0;
-    size_t year_len = 0;
-    bool day_jj = false, day_dd = false, day_names = false, month_names = false;
-    for (size_t i = 0; i < mask.size();) {
-        char16_t c = mask[i];
-        if (!token_letter(c)) {
-            ++i;
+    // Written on the stack and copied once: the text is short.
+    constexpr size_t kNameMax = 48, kMaskMax = 160, kRunMax = 16;
+    if (mask.size() > kMaskMax) return false;
+    char16_t buf[kMaskMax + kRunMax * (kNameMax + 1)];
+    char16_t* p = buf;
+    // A valid date has a weekday of 1..7 and a month of 1..12.
+    const char16_t* day = rs.day_names[wd - 1];
+    const char16_t* month = rs.month_names[d.month - 1];
+    char16_t year_kind = 0, day_kind = 0;
+    size_t year_len = 0, runs = 0;
+    const char16_t* s = mask.data();
+    const char16_t* end = s + mask.size();
+    while (s < end) {
+        char16_t c = *s, k = mask_class(c);
+        if (k == 0) {
+            *p++ = c;
+            ++s;
             continue;
         }
-        if (c != u'J' && c != u'D' && c != u'M' && c != u'A' && c != u'Y') return false;
-        size_t n = 1;
-        while (i + n < mask.size() && mask[i + n] == c)
-            ++n;
-        if (n > 4 || n < 2 || count == 16) return false;
-        bool year = c == u'A' || c == u'Y';
-        if (year) {
+        if (k == kLowerToken) return false;
+        const char16_t* r = s + 1;
+        while (r < end && *r == c)
+            ++r;
+        size_t n = static_cast<size_t>(r - s);
+        if (n < 2 || n > 4 || ++runs > kRunMax) return false;
+        if (n >= 3 && c != u'A' && c != u'Y') {
+            // A name run needs plain text on both sides.
+            if ((s > mask.data() && mask_class(s[-1])) || (r < end && mask_class(*r))) return false;
+            p = put_name(p, c == u'M' ? month : day, kNameMax, n == 3);
+            if (!p) return false;
+        } else if (c == u'M') {
+            p = put_two(p, static_cast<uint32_t>(d.month));
+        } else if (c == u'J' || c == u'D') {
+            if (day_kind && day_kind != c) return false;
+            day_kind = c;
+            p = put_two(p, static_cast<uint32_t>(d.day));
+        } else {
             if (n == 3 || (year_kind && (year_kind != c || year_len != n))) return false;
             year_kind = c;
             year_len = n;
+            uint32_t y = static_cast<uint32_t>(d.year);
+            if (n == 4) p = put_two(p, y / 100 % 100);
+            p = put_two(p, y % 100);
         }
-        if (n == 2 && c == u'J') day_jj = true;
-        if (n == 2 && c == u'D') day_dd = true;
-        bool name = !year && n >= 3;
-        if (name) {
-            // A name run needs plain text on both sides.
-            if (i > 0 && token_letter(mask[i - 1])) return false;
-            if (i + n < mask.size() && token_letter(mask[i + n])) return false;
-        }
-        if (name) (c == u'M' ? month_names : day_names) = true;
-        runs[count++] = Run{i, n, c};
-        i += n;
+        s = r;
     }
-    if (day_jj && day_dd) return false;
-    std::u16string_view day = day_name(rs, wd), month = month_name(rs, d.month);
-    if ((day_names && !plain_name(day)) || (month_names && !plain_name(month))) return false;
-
-    // Written on the stack and copied once: the text is short.
-    constexpr size_t kNameMax = 48, kMaskMax = 160;
-    if (mask.size() > kMaskMax || day.size() > kNameMax || month.size() > kNameMax) return false;
-    char16_t buf[kMaskMax + 16 * (kNameMax + 1)];
-    char16_t* p = buf;
-    auto put = [&](std::u16string_view v) {
-        for (char16_t c : v)
-            *p++ = c;
-    };
-    auto put_abbreviation = [&](std::u16string_view name) {
-        size_t keep = abbreviation_keep(name);
-        if (name.size() <= keep) return put(name);
-        put(name.substr(0, keep));
-        *p++ = u'.';
-    };
-    auto put_number = [&](int32_t v, int width) {
-        char16_t digits[12];
-        int n = 0;
-        uint32_t u = static_cast<uint32_t>(v);
-        do {
-            digits[n++] = static_cast<char16_t>(u'0' + u % 10);
-            u /= 10;
-        } while (u);
-        for (int k = n; k < width; ++k)
-            *p++ = u'0';
-        while (n)
-            *p++ = digits[--n];
-    };
-    size_t at = 0;
-    for (size_t k = 0; k < count; ++k) {
-        const Run& r = runs[k];
-        put(mask.substr(at, r.pos - at));
-        at = r.pos + r.len;
-        switch (r.letter) {
-        case u'J':
-        case u'D':
-            if (r.len == 4)
-                put(day);
-            else if (r.len == 3)
-                put_abbreviation(day);
-            else
-                put_number(d.day, 2);
-            break;
-        case u'M':
-            if (r.len == 4)
-                put(month);
-            else if (r.len == 3)
-                put_abbreviation(month);
-            else
-                put_number(d.month, 2);
-            break;
-        default:
-            if (r.len == 4)
-                put_number(d.year, 4);
-            else
-                put_number(d.year % 100, 2);
-            break;
-        }
-    }
-    put(mask.substr(at));
     // Built in place: cheaper than assigning into an empty string.
     out = std::u16string(buf, static_cast<size_t>(p - buf));
     return true;
@@ -310,7 +300,7 @@ std::u16string date_to_string(std::u16string_view date, const std::u16string_vie
         append_int(out, d.year, 4);
         return out;
     }
-    int32_t wd = weekday(*day_number(d.year, d.month, d.day));
+    int32_t wd = valid_weekday(d);
     std::u16string quick;
     if (date_mask_one_pass(d, wd, *mask, rs, quick)) return quick;
     MaskText s(*mask);

@@ -274,6 +274,8 @@ TEST(DateToString, AnyMaskMatchesTheSuccessiveReplacements) {
     kp_regional_settings odd = kEnglish;
     odd.day_names[4] = u"Fridd"; // a name with a doubled token letter
     odd.month_names[0] = u"Jaan";
+    odd.month_names[6] = nullptr; // no name from the VM
+    odd.month_names[11] = u"Decemberrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr"; // overlong
     uint32_t seed = 12345;
     auto next = [&] {
         seed = seed * 1103515245u + 12345u;

@@ -17,9 +17,7 @@ using text::is_digit;
 namespace {
 
 constexpr int32_t kMonthLength[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-constexpr int32_t kCumulative[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
-// Days between the epoch of the day-number formula and 1 January 1800.
-constexpr int64_t kEpoch = 657071;
+constexpr int64_t kEpoch = kDayNumberEpoch;
 constexpr int64_t kHundredthsPerDay = 8640000;
 
 // The day-number formula on 64-bit integers, for estimates far outside the
@@ -36,23 +34,14 @@ std::optional<int64_t> day_number64(int64_t y, int32_t m, int32_t d) {
         k = c / 4 - c + 10;
     }
     int64_t y1 = y - 1;
-    return y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400 + kCumulative[m - 1] + d + (m >= 3 && leap ? 1 : 0) + k -
-           kEpoch;
+    return y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400 + kDaysBeforeMonth[m - 1] + d + (m >= 3 && leap ? 1 : 0) +
+           k - kEpoch;
 }
 
 // 1 January 10000: the first day a date string cannot hold.
 const int64_t kFirstDayAfter9999 = *day_number64(10000, 1, 1);
 
 } // namespace
-
-bool is_leap(int32_t year) {
-    // The year is a 16-bit value of the device; every year of a date string fits.
-    int32_t y = year;
-    if (y % 4 != 0) return false;
-    if (y < 1583) return true;
-    if (y % 100 != 0) return true;
-    return y % 400 == 0;
-}
 
 int32_t month_length(int32_t year, int32_t month) {
     if (month < 1 || month > 12) return 0;

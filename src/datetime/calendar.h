@@ -50,8 +50,16 @@ struct Time {
     int32_t hour = 0, minute = 0, second = 0, hundredths = 0;
 };
 
-// Leap year; before 1583 every fourth year (the Julian rule).
-bool is_leap(int32_t year);
+// Days of a common year before the first of each month.
+inline constexpr int32_t kDaysBeforeMonth[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+// Days between the epoch of the day-number formula and 1 January 1800.
+inline constexpr int32_t kDayNumberEpoch = 657071;
+
+// Leap year; before 1583 every fourth year (the Julian rule).  The year is a
+// 16-bit value of the device; every year of a date string fits.
+inline bool is_leap(int32_t year) {
+    return year % 4 == 0 && (year < 1583 || year % 100 != 0 || year % 400 == 0);
+}
 // Days in a month of a year (February 28 or 29).
 int32_t month_length(int32_t year, int32_t month);
 
@@ -76,20 +84,19 @@ int32_t weekday(int64_t n);
 // month and day in range): the values of day_number and weekday, in 32-bit
 // unsigned arithmetic, for the formatting paths that run on every call.
 inline int32_t valid_day_number(const Date& d) {
-    constexpr int32_t kBefore[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
     uint32_t y = static_cast<uint32_t>(d.year), y1 = y - 1;
-    bool leap = y % 4 == 0 && (y < 1583 || y % 100 != 0 || y % 400 == 0);
+    bool leap = is_leap(d.year);
     int32_t k = 0;
     if (y < 1583 && d.month < 12 && d.day < 5) {
         int32_t c = (d.year - 1500) / 100;
         k = c / 4 - c + 10;
     }
-    return static_cast<int32_t>(y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400) + kBefore[d.month - 1] + d.day +
-           (d.month >= 3 && leap ? 1 : 0) + k - 657071;
+    return static_cast<int32_t>(y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400) + kDaysBeforeMonth[d.month - 1] +
+           d.day + (d.month >= 3 && leap ? 1 : 0) + k - kDayNumberEpoch;
 }
 inline int32_t valid_weekday(const Date& d) {
-    // Day 1 is a Wednesday; every valid date has a day number above -657071.
-    uint32_t r = static_cast<uint32_t>(valid_day_number(d) + 657071) % 7;
+    // Day 1 is a Wednesday; every valid date lies after the formula's epoch.
+    uint32_t r = static_cast<uint32_t>(valid_day_number(d) + kDayNumberEpoch) % 7;
     return r == 0 ? 7 : static_cast<int32_t>(r);
 }
 // Week number of a valid day number: days before the first Monday of a year

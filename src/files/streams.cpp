@@ -137,17 +137,24 @@ std::u16string decode_ansi(uint32_t cp, std::span<const uint8_t> bytes) {
         const std::size_t n = bytes.size();
         std::size_t i = 0;
 #if defined(__SSE2__)
-        const __m128i zero = _mm_setzero_si128();
+        // Widens the sixteen bytes at `at`; false (nothing written) when one
+        // of them is 0x80 or more.
+        auto widen16 = [&](std::size_t at) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
+            if (_mm_movemask_epi8(v)) return false;
+            const __m128i zero = _mm_setzero_si128();
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), _mm_unpacklo_epi8(v, zero));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at + 8), _mm_unpackhi_epi8(v, zero));
+            return true;
+        };
         for (; i + 16 <= n; i += 16) {
-            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-            if (_mm_movemask_epi8(v)) {
-                for (std::size_t k = i; k < i + 16; ++k)
-                    to[k] = platform::cp1252_to_unicode(in[k]);
-                continue;
-            }
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), _mm_unpacklo_epi8(v, zero));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 8), _mm_unpackhi_epi8(v, zero));
+            if (widen16(i)) continue;
+            for (std::size_t k = i; k < i + 16; ++k)
+                to[k] = platform::cp1252_to_unicode(in[k]);
         }
+        // The tail as the last sixteen bytes, overlapping what is done: the
+        // overlap is written again with the same characters.
+        if (i < n && n >= 16 && widen16(n - 16)) i = n;
 #endif
         for (; i < n; ++i)
             to[i] = in[i] < 0x80 ? char16_t(in[i]) : platform::cp1252_to_unicode(in[i]);
@@ -426,17 +433,21 @@ std::u16string f_read_line(int32_t handle, CXError& err) {
         bytes = {reinterpret_cast<const uint8_t*>(line.data()), line.size()};
     }
     if (err.failed()) err.clear(); // a length query that failed before the read
-    std::u16string out;
+    // A huge line's bytes are not kept in the scratch buffer (after use).
+    struct Trim {
+        std::string& line;
+        ~Trim() {
+            if (line.capacity() > (1u << 20)) std::string().swap(line);
+        }
+    } trim{line};
     if (unicode) {
-        out.assign(bytes.size() / 2, u'\0');
+        std::u16string out(bytes.size() / 2, u'\0');
         std::memcpy(out.data(), bytes.data(), out.size() * 2);
-    } else {
-        // The whole line is converted at once, so that a character of a
-        // multi-byte code page is never cut between two pieces.
-        out = decode_ansi(s.codepage(), bytes);
+        return out;
     }
-    if (line.capacity() > (1u << 20)) std::string().swap(line); // a huge line's bytes are not kept
-    return out;
+    // The whole line is converted at once, so that a character of a
+    // multi-byte code page is never cut between two pieces.
+    return decode_ansi(s.codepage(), bytes);
 }
 
 bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t variables,

@@ -3,6 +3,7 @@
 // failure value.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 #include <random>
 
@@ -49,6 +50,40 @@ TEST(LineReaderProperty, LinesAndLineEndsGiveTheFileBack) {
         f_close(h, b.err);
         if (back.size() == bytes.size() + 2) back.resize(bytes.size()); // last line without its end
         EXPECT_EQ(back, bytes) << "round " << round;
+    }
+}
+
+// In a Unicode file the line end 0D 00 0A 00 is searched byte by byte, so it
+// is found at odd offsets too; random bytes rich in its pieces, against a
+// plain search, wherever the end falls in the reader's 16-byte blocks.
+TEST(LineReaderProperty, UnicodeLineEndsAreFoundAtAnyByte) {
+    kp::test::TempDir dir;
+    std::mt19937 rng(4321);
+    const std::string kEnd("\r\0\n\0", 4);
+    for (int round = 0; round < 40; ++round) {
+        std::string bytes = "x"; // no byte-order mark
+        for (std::size_t n = rng() % 3000; n > 0; --n) {
+            uint32_t r = rng() % 10;
+            bytes.push_back(r < 2 ? '\r' : r < 4 ? '\n' : r < 7 ? '\0' : static_cast<char>('a' + rng() % 26));
+        }
+        std::string path = (dir.path() / "u.txt").string();
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+        Box b;
+        int32_t h = f_open(platform::from_utf8(path), kFoRead | kFoUnicode, b.err);
+        ASSERT_GE(h, 2);
+        std::size_t pos = 0;
+        for (int guard = 0; guard < 10000 && pos < bytes.size(); ++guard) {
+            std::size_t at = bytes.find(kEnd, pos);
+            std::string want = bytes.substr(pos, at == std::string::npos ? std::string::npos : at - pos);
+            pos = at == std::string::npos ? bytes.size() : at + 4;
+            std::u16string line = f_read_line(h, b.err);
+            std::u16string expected(want.size() / 2, u'\0');
+            std::memcpy(expected.data(), want.data(), expected.size() * 2);
+            ASSERT_EQ(line, expected) << "round " << round << ", line ending at " << pos;
+            ASSERT_EQ(f_seek(h, 0, 1, b.err), static_cast<int64_t>(pos));
+        }
+        EXPECT_EQ(f_read_line(h, b.err), std::u16string(1, kEndOfFile));
+        f_close(h, b.err);
     }
 }
 

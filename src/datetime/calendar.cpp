@@ -26,16 +26,7 @@ std::optional<int64_t> day_number64(int64_t y, int32_t m, int32_t d) {
     if (y < 0 || m < 1 || m > 12 || d < 1) return std::nullopt;
     bool leap = is_leap(static_cast<int32_t>(y));
     if (d > kMonthLength[m - 1] + ((m == 2 && leap) ? 1 : 0)) return std::nullopt;
-    int64_t k = 0;
-    // The reform correction applies to the first four days of January to
-    // November of the years before 1583, literally so.
-    if (y < 1583 && m < 12 && d < 5) {
-        int64_t c = (y - 1500) / 100;
-        k = c / 4 - c + 10;
-    }
-    int64_t y1 = y - 1;
-    return y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400 + kDaysBeforeMonth[m - 1] + d + (m >= 3 && leap ? 1 : 0) +
-           k - kEpoch;
+    return day_number_formula<int64_t>(y, m, d, leap);
 }
 
 // 1 January 10000: the first day a date string cannot hold.

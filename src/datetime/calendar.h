@@ -80,19 +80,29 @@ std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day);
 std::optional<Date> date_of(int64_t n);
 // 1 Monday .. 7 Sunday; day 1 is a Wednesday.  Total for every integer.
 int32_t weekday(int64_t n);
-// Day number and weekday of a date that parse_date accepted (year 1..9999,
-// month and day in range): the values of day_number and weekday, in 32-bit
-// unsigned arithmetic, for the formatting paths that run on every call.
-inline int32_t valid_day_number(const Date& d) {
-    uint32_t y = static_cast<uint32_t>(d.year), y1 = y - 1;
-    bool leap = is_leap(d.year);
-    int32_t k = 0;
-    if (y < 1583 && d.month < 12 && d.day < 5) {
-        int32_t c = (d.year - 1500) / 100;
-        k = c / 4 - c + 10;
+// The day-number formula on a month and day already checked, with the
+// year's leap flag given.  T is uint32_t for the years 1..9999 of a date
+// string (cheaper division, the result read back as int32_t) and int64_t
+// for estimates far outside them.  The reform correction applies to the
+// first four days of January to November of the years before 1583,
+// literally so.
+template <class T> T day_number_formula(T y, int32_t m, int32_t d, bool leap) {
+    T k = 0;
+    if (y < 1583 && m < 12 && d < 5) {
+        int64_t c = (static_cast<int64_t>(y) - 1500) / 100;
+        k = static_cast<T>(c / 4 - c + 10); // 10..22
     }
-    return static_cast<int32_t>(y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400) + kDaysBeforeMonth[d.month - 1] +
-           d.day + (d.month >= 3 && leap ? 1 : 0) + k - kDayNumberEpoch;
+    T y1 = y - 1;
+    return y1 * 365 + y1 / 4 - y1 / 100 + y1 / 400 + static_cast<T>(kDaysBeforeMonth[m - 1] + d) +
+           static_cast<T>(m >= 3 && leap ? 1 : 0) + k - static_cast<T>(kDayNumberEpoch);
+}
+
+// Day number and weekday of a date that parse_date accepted (year 1..9999,
+// month and day in range): the values of day_number and weekday, for the
+// formatting paths that run on every call.
+inline int32_t valid_day_number(const Date& d) {
+    return static_cast<int32_t>(
+        day_number_formula<uint32_t>(static_cast<uint32_t>(d.year), d.month, d.day, is_leap(d.year)));
 }
 inline int32_t valid_weekday(const Date& d) {
     // Day 1 is a Wednesday; every valid date lies after the formula's epoch.

@@ -433,21 +433,17 @@ std::u16string f_read_line(int32_t handle, CXError& err) {
         bytes = {reinterpret_cast<const uint8_t*>(line.data()), line.size()};
     }
     if (err.failed()) err.clear(); // a length query that failed before the read
-    // A huge line's bytes are not kept in the scratch buffer (after use).
-    struct Trim {
-        std::string& line;
-        ~Trim() {
-            if (line.capacity() > (1u << 20)) std::string().swap(line);
-        }
-    } trim{line};
+    std::u16string out;
     if (unicode) {
-        std::u16string out(bytes.size() / 2, u'\0');
+        out.assign(bytes.size() / 2, u'\0');
         std::memcpy(out.data(), bytes.data(), out.size() * 2);
-        return out;
+    } else {
+        // The whole line is converted at once, so that a character of a
+        // multi-byte code page is never cut between two pieces.
+        out = decode_ansi(s.codepage(), bytes);
     }
-    // The whole line is converted at once, so that a character of a
-    // multi-byte code page is never cut between two pieces.
-    return decode_ansi(s.codepage(), bytes);
+    if (line.capacity() > (1u << 20)) std::string().swap(line); // a huge line's bytes are not kept
+    return out;
 }
 
 bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t variables,

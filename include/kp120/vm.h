@@ -258,6 +258,10 @@ typedef struct kp_procedure kp_procedure;
 #define KP_SETTING_REGISTRY "registry"           /* SQLite file that holds the registry */
 #define KP_SETTING_ANSI_CODEPAGE "ansi_codepage" /* code page of ANSI text files, default "1252" */
 
+struct kp_selector_request;
+struct kp_display;
+struct kp_table_interface;
+
 typedef struct kp_services {
     uint32_t size; /* sizeof(kp_services) as the VM knows it; slots past it are absent */
     void* vm;      /* the VM's own pointer, passed back to every slot */
@@ -302,7 +306,70 @@ typedef struct kp_services {
 
     /* Host configuration by name (KP120_SETTING_*): UTF-8 text or null. */
     const char* (*setting)(void* vm, const char* name);
+
+    /* ---- Slots appended after the first release.  A VM that predates a
+     * slot passes a smaller `size`; the component then treats the slot as
+     * empty and takes the documented fallback. ---- */
+
+    /* File selectors (fSelect, fSelectDir, fGraphicFilter): the VM shows
+     * its dialog and writes the chosen text into buffer (size characters,
+     * terminator included).  Returns the text length, 0 for a cancelled
+     * dialog, or a value >= size that is the size needed (the component
+     * asks again with that size).  Absent: every selector is cancelled. */
+    int32_t (*select)(void* vm, const struct kp_selector_request* request, char16_t* buffer, int32_t size);
+
+    /* State of a key of the VM's user interface by virtual-key code, as
+     * GetAsyncKeyState answers: bit 0x8000 the key is down, bit 0x0001 it
+     * was pressed since the previous query.  Absent: no key is ever down. */
+    int32_t (*key_state)(void* vm, int32_t virtual_key);
+
+    /* Handles at most one pending event of the VM's user interface while a
+     * handler waits (process waits); returns non-zero when it handled one. */
+    int32_t (*pump_message)(void* vm);
+
+    /* Name of the VM object (window or report) whose code is running, used
+     * where a function defaults to "the current object"; null when none. */
+    const char16_t* (*current_object_name)(void* vm);
+
+    /* The VM's display: screen, windows and input of its user interface
+     * (kp_display below); null when the VM has none. */
+    const struct kp_display* (*display)(void* vm);
+
+    /* The VM's table controls (kp_table_interface below), through which the
+     * component reads a control passed as an argument of type 0x39; null
+     * when the VM has none. */
+    const struct kp_table_interface* (*table_interface)(void* vm);
 } kp_services;
+
+/* ------------------------------------------------------------------ */
+/* File selectors                                                      */
+/* ------------------------------------------------------------------ */
+
+#define KP_SELECT_FILE 0           /* fSelect */
+#define KP_SELECT_DIRECTORY 1      /* fSelectDir */
+#define KP_SELECT_GRAPHIC_FILTER 2 /* fGraphicFilter */
+
+/* What the program asked of a selector: the function's string arguments in
+ * their order (null past text_count) and its integer option, 0 when absent. */
+typedef struct kp_selector_request {
+    uint32_t size; /* sizeof(kp_selector_request) as the component knows it */
+    int32_t kind;  /* KP_SELECT_* */
+    int32_t text_count;
+    const char16_t* texts[6];
+    int32_t options;
+} kp_selector_request;
+
+/* ------------------------------------------------------------------ */
+/* Display: screen, windows and input (services slot `display`)       */
+/* ------------------------------------------------------------------ */
+
+/* KP120_DISPLAY_INTERFACE */
+
+/* ------------------------------------------------------------------ */
+/* Table controls (services slot `table_interface`)                   */
+/* ------------------------------------------------------------------ */
+
+/* KP120_TABLE_INTERFACE */
 
 /*
  * Currency table returned by the object module's "OBJ_pclGetTauxDeChange"

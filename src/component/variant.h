@@ -46,4 +46,28 @@ struct Hooks {
 };
 Hooks& hooks();
 
+// A variant owned by the component: initialised empty, destroyed with its
+// payload when it goes out of scope.  Moving hands the payload over.
+class Value {
+  public:
+    Value() { init(&v_); }
+    ~Value() { destroy(&v_); }
+    Value(Value&& o) noexcept : v_(o.v_) { init(&o.v_); }
+    Value& operator=(Value&& o) noexcept {
+        if (this != &o) {
+            destroy(&v_);
+            v_ = o.v_;
+            init(&o.v_);
+        }
+        return *this;
+    }
+    Value(const Value&) = delete;
+    Value& operator=(const Value&) = delete;
+    kp_variant* get() { return &v_; }
+    const kp_variant* get() const { return &v_; }
+
+  private:
+    kp_variant v_;
+};
+
 } // namespace kp::variant

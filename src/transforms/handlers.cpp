@@ -3,6 +3,7 @@
 // arguments, calls one implementation and hands back the result.
 #include <new>
 
+#include "component/bind.h"
 #include "component/call.h"
 #include "transforms/checksum.h"
 #include "transforms/cipher.h"
@@ -116,11 +117,7 @@ KP_HANDLER(URLDecode_1) {
         [&] { call.ret_string(u""); });
     return 0;
 }
-KP_HANDLER(ZigouigouiARoulette_1) {
-    Call call(frame, context, args);
-    call.ret_int(transforms::zigouigoui_a_roulette(call.i32(0)));
-    return 0;
-}
+KP_BIND(ZigouigouiARoulette_1, transforms::zigouigoui_a_roulette)
 
 KP_HANDLER(Phonetic_1) {
     Call call(frame, context, args);

@@ -1,0 +1,203 @@
+// bind.h - handlers derived from the implementation function's signature.
+//
+// A handler reads its arguments by position, calls one implementation and
+// hands back the result.  KP_BIND writes that adaptor from the C++ signature
+// of the implementation, the way pybind11 derives a wrapper:
+//
+//   KP_BIND(fCompare_1, files::f_compare)
+//   KP_BIND(fOpen_2, [](std::u16string_view name, CXError& e) {
+//       return files::f_open(name, files::kFoReadWrite, e);   // a fixed argument
+//   })
+//
+// Parameters, in the order of the overload's arguments:
+//   std::u16string_view       a string argument (0x12 / 0x13), null = empty
+//   int32_t / bool / int64_t  an integer, a boolean, an 8-byte integer
+//   double                    a real
+//   std::span<const uint8_t>  the bytes of a string or buffer (0x4B / 0x4D)
+//   CurrencyBytes             a monetary value
+//   kp_variant*               an any-value argument (the caller's variant)
+//   kp_procedure*             a procedure reference
+//   uintptr_t                 a system handle
+//   CXError&                  the call's error object (takes no argument)
+//   Call&                     the call itself, for what the list does not
+//                             cover (takes no argument)
+// The return type picks the result setter: void (none), bool, int32_t,
+// int16_t (sign-extended integer), int64_t, double, uintptr_t (handle),
+// std::u16string or std::u16string_view (string), std::vector<uint8_t>
+// (buffer), CurrencyBytes, variant::Value (any value).
+//
+// The adaptor is a template instantiated in the handler itself, so a bound
+// call costs what the hand-written handler it replaces cost.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "component/call.h"
+#include "component/variant.h"
+
+namespace kp::bind {
+
+// How a parameter type is read.  `slot` says whether it consumes an argument.
+template <typename T> struct Arg {
+    static_assert(sizeof(T) == 0, "KP_BIND: no argument reader for this parameter type");
+};
+template <> struct Arg<std::u16string_view> {
+    static constexpr bool slot = true;
+    static std::u16string_view read(Call& c, int i) { return c.str(i); }
+};
+template <> struct Arg<int32_t> {
+    static constexpr bool slot = true;
+    static int32_t read(Call& c, int i) { return c.i32(i); }
+};
+template <> struct Arg<bool> {
+    static constexpr bool slot = true;
+    static bool read(Call& c, int i) { return c.boolean(i); }
+};
+template <> struct Arg<int64_t> {
+    static constexpr bool slot = true;
+    static int64_t read(Call& c, int i) { return c.i64(i); }
+};
+template <> struct Arg<double> {
+    static constexpr bool slot = true;
+    static double read(Call& c, int i) { return c.real(i); }
+};
+template <> struct Arg<std::span<const uint8_t>> {
+    static constexpr bool slot = true;
+    static std::span<const uint8_t> read(Call& c, int i) { return c.raw(i); }
+};
+template <> struct Arg<CurrencyBytes> {
+    static constexpr bool slot = true;
+    static CurrencyBytes read(Call& c, int i) { return c.currency(i); }
+};
+template <> struct Arg<kp_variant*> {
+    static constexpr bool slot = true;
+    static kp_variant* read(Call& c, int i) { return c.variant(i); }
+};
+template <> struct Arg<kp_procedure*> {
+    static constexpr bool slot = true;
+    static kp_procedure* read(Call& c, int i) { return c.procedure(i); }
+};
+template <> struct Arg<uintptr_t> {
+    static constexpr bool slot = true;
+    static uintptr_t read(Call& c, int i) { return c.handle(i); }
+};
+template <> struct Arg<CXError> {
+    static constexpr bool slot = false;
+    static CXError& read(Call& c, int) { return c.error(); }
+};
+template <> struct Arg<Call> {
+    static constexpr bool slot = false;
+    static Call& read(Call& c, int) { return c; }
+};
+
+// How a result type is handed to the VM.
+template <typename T> struct Result {
+    static_assert(sizeof(T) == 0, "KP_BIND: no result setter for this return type");
+};
+template <> struct Result<bool> {
+    static void put(Call& c, bool v) { c.ret_bool(v); }
+};
+template <> struct Result<int32_t> {
+    static void put(Call& c, int32_t v) { c.ret_int(v); }
+};
+template <> struct Result<int16_t> {
+    static void put(Call& c, int16_t v) { c.ret_int16(v); }
+};
+template <> struct Result<int64_t> {
+    static void put(Call& c, int64_t v) { c.ret_int64(v); }
+};
+template <> struct Result<double> {
+    static void put(Call& c, double v) { c.ret_real(v); }
+};
+template <> struct Result<uintptr_t> {
+    static void put(Call& c, uintptr_t v) { c.ret_handle(v); }
+};
+template <> struct Result<std::u16string> {
+    static void put(Call& c, const std::u16string& v) { c.ret_string(v); }
+};
+template <> struct Result<std::u16string_view> {
+    static void put(Call& c, std::u16string_view v) { c.ret_string(v); }
+};
+template <> struct Result<std::vector<uint8_t>> {
+    static void put(Call& c, const std::vector<uint8_t>& v) { c.ret_buffer(v); }
+};
+template <> struct Result<CurrencyBytes> {
+    static void put(Call& c, const CurrencyBytes& v) { c.ret_currency(v); }
+};
+template <> struct Result<variant::Value> {
+    static void put(Call& c, variant::Value& v) { c.ret_variant(v.get()); }
+};
+
+// The signature of a function, a function pointer or a captureless lambda.
+template <typename R, typename... A> struct Signature {};
+template <typename F> struct SignatureOf : SignatureOf<decltype(&F::operator())> {};
+template <typename R, typename... A> struct SignatureOf<R (*)(A...)> {
+    using type = Signature<R, A...>;
+};
+template <typename R, typename... A> struct SignatureOf<R (*)(A...) noexcept> {
+    using type = Signature<R, A...>;
+};
+template <typename R, typename... A> struct SignatureOf<R(A...)> {
+    using type = Signature<R, A...>;
+};
+template <typename R, typename... A> struct SignatureOf<R(A...) noexcept> {
+    using type = Signature<R, A...>;
+};
+template <typename C, typename R, typename... A> struct SignatureOf<R (C::*)(A...) const> {
+    using type = Signature<R, A...>;
+};
+template <typename C, typename R, typename... A> struct SignatureOf<R (C::*)(A...) const noexcept> {
+    using type = Signature<R, A...>;
+};
+
+template <typename T> using ArgOf = Arg<std::remove_cvref_t<T>>;
+
+// Argument position of each parameter (-1 for those that take none).
+template <typename... A> constexpr std::array<int, sizeof...(A)> positions() {
+    std::array<int, sizeof...(A)> r{};
+    int next = 0;
+    std::size_t k = 0;
+    ((r[k++] = ArgOf<A>::slot ? next++ : -1), ...);
+    return r;
+}
+
+template <typename F, typename R, typename... A, std::size_t... I>
+inline void run(Call& call, F& fn, Signature<R, A...>, std::index_sequence<I...>) {
+    constexpr auto at = positions<A...>();
+    (void)at;
+    if constexpr (std::is_void_v<R>) {
+        fn(ArgOf<A>::read(call, at[I])...);
+    } else {
+        decltype(auto) r = fn(ArgOf<A>::read(call, at[I])...);
+        Result<std::remove_cvref_t<R>>::put(call, r);
+    }
+}
+
+template <typename F, typename R, typename... A>
+inline int32_t invoke_sig(kp_call_frame* frame, kp_call_context* context, void** args, F& fn,
+                          Signature<R, A...> sig) {
+    Call call(frame, context, args);
+    run(call, fn, sig, std::index_sequence_for<A...>{});
+    return 0;
+}
+
+// Reads the arguments `fn` declares, calls it, and hands its result to the VM.
+template <typename F> inline int32_t invoke(kp_call_frame* frame, kp_call_context* context, void** args, F&& fn) {
+    using Fn = std::decay_t<F>;
+    typename SignatureOf<std::remove_pointer_t<Fn>>::type sig{};
+    return invoke_sig(frame, context, args, fn, sig);
+}
+
+} // namespace kp::bind
+
+// One handler, derived from an implementation function or a small lambda.
+#define KP_BIND(name, ...)                                                                                             \
+    KP_HANDLER(name) { return ::kp::bind::invoke(frame, context, args, __VA_ARGS__); }

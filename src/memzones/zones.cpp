@@ -1,0 +1,1 @@
+// zones.cpp - memory zones: named in-memory lists of the calling program.

@@ -18,13 +18,30 @@
 //   kp_variant*               an any-value argument (the caller's variant)
 //   kp_procedure*             a procedure reference
 //   uintptr_t                 a system handle
+//   StringOrBuffer            a string or buffer argument with its kind
+//   std::optional<T>          an optional argument of any kind above:
+//                             nullopt when the caller left it out (null
+//                             pointer in the argument vector)
 //   CXError&                  the call's error object (takes no argument)
 //   Call&                     the call itself, for what the list does not
 //                             cover (takes no argument)
 // The return type picks the result setter: void (none), bool, int32_t,
 // int16_t (sign-extended integer), int64_t, double, uintptr_t (handle),
 // std::u16string or std::u16string_view (string), std::vector<uint8_t>
-// (buffer), CurrencyBytes, variant::Value (any value).
+// (buffer), CurrencyBytes, variant::Value (any value; any_string and
+// any_buffer make one).
+//
+// A family teaches the binding a type of its own by specialising
+// kp::bind::Arg (a `slot` flag and `read`) or kp::bind::Result (`put`) in its
+// handler file, before the KP_BIND lines that use it.
+//
+// Memory exhaustion never leaves the component: a std::bad_alloc thrown by
+// the implementation becomes the empty value of the result type (0, false,
+// "", an empty buffer, no value) with error 100 recorded, the code of the
+// string machinery's own failure.  KP_BIND_NOMEM names the identifier to
+// record instead (0: none):
+//
+//   KP_BIND_NOMEM(Phonetic_1, kErrPhoneticMemory, transforms::phonetic)
 //
 // The adaptor is a template instantiated in the handler itself, so a bound
 // call costs what the hand-written handler it replaces cost.
@@ -33,6 +50,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -44,6 +63,37 @@
 #include "component/variant.h"
 
 namespace kp::bind {
+
+// A string or buffer argument (0x4B / 0x4D) whose kind matters to the
+// implementation: the same parameter takes a text or a binary buffer.
+class StringOrBuffer {
+  public:
+    explicit StringOrBuffer(const char16_t* p) : p_(p) {}
+    bool binary() const { return str::is_binary(p_); }
+    // The characters of a text (for a buffer, its bytes read as UTF-16 units).
+    std::u16string_view text() const { return str::view(p_); }
+    // The bytes of a buffer, or the UTF-16 units of a text.
+    std::span<const uint8_t> bytes() const { return str::bytes(p_); }
+
+  private:
+    const char16_t* p_;
+};
+
+// Any-value results of a string or a buffer.
+inline variant::Value any_string(std::u16string_view text) {
+    variant::Value v;
+    variant::set_string(v.get(), text);
+    return v;
+}
+inline variant::Value any_buffer(std::span<const uint8_t> bytes) {
+    variant::Value v;
+    variant::set_buffer(v.get(), bytes);
+    return v;
+}
+
+// Identifier recorded when an implementation runs out of memory, unless the
+// handler names its own.
+inline constexpr uint32_t kOutOfMemory = static_cast<uint32_t>(str::kOutOfMemory);
 
 // How a parameter type is read.  `slot` says whether it consumes an argument.
 template <typename T> struct Arg {
@@ -88,6 +138,17 @@ template <> struct Arg<kp_procedure*> {
 template <> struct Arg<uintptr_t> {
     static constexpr bool slot = true;
     static uintptr_t read(Call& c, int i) { return c.handle(i); }
+};
+template <> struct Arg<StringOrBuffer> {
+    static constexpr bool slot = true;
+    static StringOrBuffer read(Call& c, int i) { return StringOrBuffer(c.buffer(i)); }
+};
+template <typename T> struct Arg<std::optional<T>> {
+    static constexpr bool slot = true;
+    static std::optional<T> read(Call& c, int i) {
+        if (!c.given(i)) return std::nullopt;
+        return Arg<T>::read(c, i);
+    }
 };
 template <> struct Arg<CXError> {
     static constexpr bool slot = false;
@@ -139,15 +200,11 @@ template <> struct Result<variant::Value> {
 // The signature of a function, a function pointer or a captureless lambda.
 template <typename R, typename... A> struct Signature {};
 template <typename F> struct SignatureOf : SignatureOf<decltype(&F::operator())> {};
-template <typename R, typename... A> struct SignatureOf<R (*)(A...)> {
-    using type = Signature<R, A...>;
-};
+template <typename R, typename... A> struct SignatureOf<R (*)(A...)> { using type = Signature<R, A...>; };
 template <typename R, typename... A> struct SignatureOf<R (*)(A...) noexcept> {
     using type = Signature<R, A...>;
 };
-template <typename R, typename... A> struct SignatureOf<R(A...)> {
-    using type = Signature<R, A...>;
-};
+template <typename R, typename... A> struct SignatureOf<R(A...)> { using type = Signature<R, A...>; };
 template <typename R, typename... A> struct SignatureOf<R(A...) noexcept> {
     using type = Signature<R, A...>;
 };
@@ -181,23 +238,51 @@ inline void run(Call& call, F& fn, Signature<R, A...>, std::index_sequence<I...>
     }
 }
 
+// The result type's empty value, handed back after a failure.
+template <typename R> inline void put_empty(Call& call) {
+    if constexpr (!std::is_void_v<R>) {
+        std::remove_cvref_t<R> empty{};
+        Result<std::remove_cvref_t<R>>::put(call, empty);
+    }
+}
+
 template <typename F, typename R, typename... A>
 inline int32_t invoke_sig(kp_call_frame* frame, kp_call_context* context, void** args, F& fn,
-                          Signature<R, A...> sig) {
+                          Signature<R, A...> sig, uint32_t memory_id) {
     Call call(frame, context, args);
-    run(call, fn, sig, std::index_sequence_for<A...>{});
+    try {
+        run(call, fn, sig, std::index_sequence_for<A...>{});
+    } catch (const std::bad_alloc&) {
+        // 100 is recorded as the string machinery records it (no definition
+        // row: a fatal error); a family's own identifier as a failure.
+        if (memory_id == kOutOfMemory)
+            call.error().set(memory_id);
+        else if (memory_id)
+            call.error().fail(memory_id);
+        put_empty<R>(call);
+    }
     return 0;
 }
 
-// Reads the arguments `fn` declares, calls it, and hands its result to the VM.
-template <typename F> inline int32_t invoke(kp_call_frame* frame, kp_call_context* context, void** args, F&& fn) {
+// Reads the arguments `fn` declares, calls it, and hands its result to the
+// VM; `memory_id` is recorded when the implementation runs out of memory.
+template <typename F>
+inline int32_t invoke(kp_call_frame* frame, kp_call_context* context, void** args, F&& fn,
+                      uint32_t memory_id = kOutOfMemory) {
     using Fn = std::decay_t<F>;
     typename SignatureOf<std::remove_pointer_t<Fn>>::type sig{};
-    return invoke_sig(frame, context, args, fn, sig);
+    return invoke_sig(frame, context, args, fn, sig, memory_id);
 }
 
 } // namespace kp::bind
 
 // One handler, derived from an implementation function or a small lambda.
-#define KP_BIND(name, ...)                                                                                             \
-    KP_HANDLER(name) { return ::kp::bind::invoke(frame, context, args, __VA_ARGS__); }
+#define KP_BIND(name, ...)                                                                                   \
+    KP_HANDLER(name) {                                                                                       \
+        return ::kp::bind::invoke(frame, context, args, __VA_ARGS__);                                        \
+    }
+// The same, recording `memory_id` (0: nothing) when memory runs out.
+#define KP_BIND_NOMEM(name, memory_id, ...)                                                                  \
+    KP_HANDLER(name) {                                                                                       \
+        return ::kp::bind::invoke(frame, context, args, __VA_ARGS__, memory_id);                             \
+    }

@@ -54,6 +54,9 @@ class Call {
     std::span<const uint8_t> raw(int i) const; // 0x4B / 0x4D: bytes of a string or buffer
     kp_procedure* procedure(int i) const;      // 0x43
     uintptr_t handle(int i) const;             // 0x0E
+    // Whether argument i was passed: an optional parameter the caller left
+    // out arrives as a null pointer.
+    bool given(int i) const { return args_ && args_[i]; }
 
     // Results (each hands the value to the VM once).
     void ret_bool(bool v);
@@ -66,6 +69,8 @@ class Call {
     void ret_buffer(std::span<const uint8_t> bytes);
     void ret_variant(kp_variant* v); // the caller keeps and destroys its variant
     void ret_handle(uintptr_t h);
+    // A value of another type code, as the VM's result setter reads it.
+    void ret_typed(const void* value, uint32_t type) { set(value, type); }
 
   private:
     void set(const void* value, uint32_t type);

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,10 +31,18 @@ void capture(kp_value_interface*, void* handle, const void* value, uint32_t type
     c->type = type;
     switch (type) {
     case KP_T_BOOL:
-    case KP_T_INT: c->number = *static_cast<const int32_t*>(value); break;
-    case KP_T_INT64: c->number = *static_cast<const int64_t*>(value); break;
-    case KP_T_REAL: c->real = *static_cast<const double*>(value); break;
-    case KP_T_STRING_RESULT: c->text = std::u16string(kp::str::view(*static_cast<char16_t* const*>(value))); break;
+    case KP_T_INT:
+        c->number = *static_cast<const int32_t*>(value);
+        break;
+    case KP_T_INT64:
+        c->number = *static_cast<const int64_t*>(value);
+        break;
+    case KP_T_REAL:
+        c->real = *static_cast<const double*>(value);
+        break;
+    case KP_T_STRING_RESULT:
+        c->text = std::u16string(kp::str::view(*static_cast<char16_t* const*>(value)));
+        break;
     case KP_T_BUFFER: {
         auto b = kp::str::bytes(*static_cast<char16_t* const*>(value));
         c->bytes.assign(b.begin(), b.end());
@@ -43,7 +53,8 @@ void capture(kp_value_interface*, void* handle, const void* value, uint32_t type
         c->number = kp::variant::type_of(v) == KP_T_INT ? v->value.i32 : -1;
         break;
     }
-    default: break;
+    default:
+        break;
     }
 }
 
@@ -78,15 +89,58 @@ std::u16string join(std::u16string_view a, bool upper, std::u16string_view b) {
     r += b;
     return r;
 }
-std::vector<uint8_t> reversed(std::span<const uint8_t> in) { return {in.rbegin(), in.rend()}; }
-int64_t widen(int64_t v, double scale) { return static_cast<int64_t>(static_cast<double>(v) * scale); }
+std::vector<uint8_t> reversed(std::span<const uint8_t> in) {
+    return {in.rbegin(), in.rend()};
+}
+int64_t widen(int64_t v, double scale) {
+    return static_cast<int64_t>(static_cast<double>(v) * scale);
+}
 kp::variant::Value boxed(int32_t v) {
     kp::variant::Value r;
     kp::variant::set_int(r.get(), v * 2);
     return r;
 }
 int noted = 0;
-void note(int32_t v) { noted = v; }
+void note(int32_t v) {
+    noted = v;
+}
+int32_t with_default(int32_t a, std::optional<int32_t> b, std::optional<std::u16string_view> c) {
+    return a * 100 + b.value_or(7) * 10 + static_cast<int32_t>(c.value_or(u"xyz").size());
+}
+std::u16string kind_of(kp::bind::StringOrBuffer v) {
+    return v.binary() ? u"buffer:" + std::u16string(1, static_cast<char16_t>(u'0' + v.bytes().size()))
+                      : u"text:" + std::u16string(v.text());
+}
+kp::variant::Value either(bool text) {
+    const uint8_t raw[] = {9, 8};
+    return text ? kp::bind::any_string(u"t") : kp::bind::any_buffer(raw);
+}
+std::u16string hungry(int32_t n) {
+    if (n < 0) throw std::bad_alloc();
+    return u"fed";
+}
+int32_t hungry_int(int32_t n) {
+    if (n < 0) throw std::bad_alloc();
+    return n;
+}
+
+// A type of a family's own, taught to the binding by specialisation.
+struct Celsius {
+    int32_t tenths = 0;
+};
+} // namespace
+
+namespace kp::bind {
+template <> struct Arg<Celsius> {
+    static constexpr bool slot = true;
+    static Celsius read(Call& c, int i) { return Celsius{c.i32(i) * 10}; }
+};
+template <> struct Result<Celsius> {
+    static void put(Call& c, const Celsius& v) { c.ret_real(v.tenths / 10.0); }
+};
+} // namespace kp::bind
+
+namespace {
 
 namespace handlers {
 KP_BIND(AddChecked, add_checked)
@@ -97,6 +151,13 @@ KP_BIND(Boxed, boxed)
 KP_BIND(Note, note)
 KP_BIND(Fixed, [](std::u16string_view a) { return join(a, true, u"fixed"); })
 KP_BIND(Short, [](int32_t v) -> int16_t { return static_cast<int16_t>(v); })
+KP_BIND(WithDefault, with_default)
+KP_BIND(KindOf, kind_of)
+KP_BIND(Either, either)
+KP_BIND(Hungry, hungry)
+KP_BIND_NOMEM(HungryOwnId, 80229, hungry_int)
+KP_BIND_NOMEM(HungrySilent, 0, hungry)
+KP_BIND(Warmer, [](Celsius c) { return Celsius{c.tenths + 5}; })
 } // namespace handlers
 
 TEST(Bind, ArgumentsFollowTheSignatureAndTheErrorTakesNoPosition) {
@@ -169,6 +230,102 @@ TEST(Bind, ResultSetterFollowsTheReturnType) {
     n.call(handlers::Note, {&v});
     EXPECT_EQ(n.out.calls, 0);
     EXPECT_EQ(noted, 7);
+}
+
+// Optional arguments: a null pointer in the vector (or no vector at all) is
+// an argument left out.
+TEST(Bind, OptionalArgumentsLeftOutTakeTheirDefault) {
+    kp::str::Ref ab;
+    ASSERT_EQ(kp::str::create(u"ab", ab.out()), 0);
+    char16_t* text = ab.get();
+    char16_t* none = nullptr;
+    int32_t a = 1, b = 2;
+    struct Case {
+        std::vector<void*> args;
+        int64_t expected;
+    } cases[] = {
+        {{&a, &b, &text}, 122},        {{&a, nullptr, &text}, 172}, {{&a, &b, nullptr}, 123},
+        {{&a, nullptr, nullptr}, 173}, {{&a, &b, &none}, 120}, // given, null string: the empty string, not
+                                                               // the default
+    };
+    for (auto& c : cases) {
+        Frame f;
+        f.call(handlers::WithDefault, c.args);
+        EXPECT_EQ(f.out.number, c.expected);
+    }
+    Frame g;
+    EXPECT_EQ(handlers::WithDefault(&g.frame, &g.ctx.base, nullptr), 0);
+    EXPECT_EQ(g.out.number, 73);
+}
+
+TEST(Bind, StringOrBufferKeepsItsKindAndAnyValuesCarryEither) {
+    kp::str::Ref text, buf;
+    const uint8_t raw[] = {1, 2, 3};
+    ASSERT_EQ(kp::str::create(u"hi", text.out()), 0);
+    ASSERT_EQ(kp::str::create_binary(raw, buf.out()), 0);
+    char16_t* t = text.get();
+    char16_t* b = buf.get();
+    char16_t* none = nullptr;
+    Frame f, g, h;
+    f.call(handlers::KindOf, {&t});
+    g.call(handlers::KindOf, {&b});
+    h.call(handlers::KindOf, {&none});
+    EXPECT_EQ(f.out.text, u"text:hi");
+    EXPECT_EQ(g.out.text, u"buffer:3");
+    EXPECT_EQ(h.out.text, u"text:");
+
+    for (int32_t want_text : {1, 0}) {
+        Frame k;
+        struct Seen {
+            uint16_t type = 0;
+        } seen;
+        k.vops.set_result = [](kp_value_interface*, void* handle, const void* value, uint32_t) {
+            static_cast<Seen*>(handle)->type = kp::variant::type_of(static_cast<const kp_variant*>(value));
+        };
+        k.frame.result_handle = &seen;
+        k.call(handlers::Either, {&want_text});
+        EXPECT_EQ(seen.type, want_text ? KP_T_STRING_RESULT : KP_T_BUFFER);
+    }
+}
+
+// Memory exhaustion: the result type's empty value, 100 as the string
+// machinery records it, or the handler's own identifier, or nothing.
+TEST(Bind, OutOfMemoryGivesTheEmptyResult) {
+    int32_t fine = 1, starve = -1;
+    Frame ok;
+    ok.call(handlers::Hungry, {&fine});
+    EXPECT_EQ(ok.out.text, u"fed");
+    EXPECT_EQ(ok.ctx.record.severity, KP_SEVERITY_NONE);
+
+    Frame plain;
+    plain.call(handlers::Hungry, {&starve});
+    EXPECT_EQ(plain.out.calls, 1);
+    EXPECT_EQ(plain.out.type, KP_T_STRING_RESULT);
+    EXPECT_EQ(plain.out.text, u"");
+    // 100 has no definition row: a fatal error whose message names it.
+    EXPECT_EQ(plain.ctx.record.severity, KP_SEVERITY_FATAL);
+    std::u16string message(plain.ctx.record.message, plain.ctx.record.message_length);
+    EXPECT_NE(message.find(u"<100>"), std::u16string::npos);
+
+    Frame own;
+    own.call(handlers::HungryOwnId, {&starve});
+    EXPECT_EQ(own.out.type, KP_T_INT);
+    EXPECT_EQ(own.out.number, 0);
+    EXPECT_EQ(own.ctx.record.id, 80229u);
+    EXPECT_EQ(own.ctx.record.severity, KP_SEVERITY_ERROR);
+
+    Frame silent;
+    silent.call(handlers::HungrySilent, {&starve});
+    EXPECT_EQ(silent.out.text, u"");
+    EXPECT_EQ(silent.ctx.record.severity, KP_SEVERITY_NONE);
+}
+
+TEST(Bind, FamilyTypesBySpecialisation) {
+    int32_t degrees = 21;
+    Frame f;
+    f.call(handlers::Warmer, {&degrees});
+    EXPECT_EQ(f.out.type, KP_T_REAL);
+    EXPECT_DOUBLE_EQ(f.out.real, 21.5);
 }
 
 } // namespace

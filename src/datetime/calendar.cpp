@@ -29,9 +29,6 @@ std::optional<int64_t> day_number64(int64_t y, int32_t m, int32_t d) {
     return day_number_formula<int64_t>(y, m, d, leap);
 }
 
-// 1 January 10000: the first day a date string cannot hold.
-const int64_t kFirstDayAfter9999 = *day_number64(10000, 1, 1);
-
 } // namespace
 
 int32_t month_length(int32_t year, int32_t month) {
@@ -137,8 +134,6 @@ std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day) {
 }
 
 std::optional<Date> date_of(int64_t n) {
-    // Day numbers from 1 January 10000 on have no four-digit year.
-    if (n >= kFirstDayAfter9999) return std::nullopt;
     int64_t y = (n + kEpoch) / 365;
     int64_t start = 0;
     for (;;) {
@@ -148,7 +143,12 @@ std::optional<Date> date_of(int64_t n) {
             start = *jan1;
             break;
         }
-        --y;
+        // No year is longer than 366 days, so stepping back by the whole
+        // years of the excess never passes the year that stepping back one
+        // at a time finds; far estimates (day numbers near 2^31 are
+        // thousands of years short of theirs) take a few steps, not
+        // thousands.
+        y -= std::max<int64_t>(1, (*jan1 - n) / 366);
     }
     int64_t rem = n - start + 1;
     int32_t year = static_cast<int32_t>(y);
@@ -162,6 +162,11 @@ int32_t weekday(int64_t n) {
     // Reduced before adding the epoch, so that no day number overflows.
     int64_t r = (n % 7 + kEpoch % 7) % 7;
     if (r < 0) r += 7;
+    return r == 0 ? 7 : static_cast<int32_t>(r);
+}
+
+int32_t integer_to_day(int32_t n) {
+    int64_t r = (static_cast<int64_t>(n) + kEpoch) % 7;
     return r == 0 ? 7 : static_cast<int32_t>(r);
 }
 

@@ -55,10 +55,13 @@ inline constexpr int32_t kDaysBeforeMonth[12] = {0, 31, 59, 90, 120, 151, 181, 2
 // Days between the epoch of the day-number formula and 1 January 1800.
 inline constexpr int32_t kDayNumberEpoch = 657071;
 
-// Leap year; before 1583 every fourth year (the Julian rule).  The year is a
-// 16-bit value of the device; every year of a date string fits.
+// Leap year; before 1583 every fourth year (the Julian rule).  The year is
+// read as the device's 16-bit signed value: every year of a date string
+// fits, and the years past 32767 that day numbers reach wrap as they do
+// there (a wrapped year below 1583 follows the Julian rule).
 inline bool is_leap(int32_t year) {
-    return year % 4 == 0 && (year < 1583 || year % 100 != 0 || year % 400 == 0);
+    const int32_t y = static_cast<int16_t>(year);
+    return y % 4 == 0 && (y < 1583 || y % 100 != 0 || y % 400 == 0);
 }
 // Days in a month of a year (February 28 or 29).
 int32_t month_length(int32_t year, int32_t month);
@@ -75,11 +78,22 @@ bool parse_date_time(std::u16string_view s, Date& date, Time& time);
 // 1..12 or a day out of the month.  Years before 1583 get the correction
 // of the calendar reform on days 1-4 of January to November only.
 std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day);
-// Calendar date of a day number; nullopt when its year is negative or does
-// not fit the four digits of a date string.
+// Calendar date of a day number; nullopt only when the search for its year
+// meets a negative year (day numbers before 1 January of year 0, -657413).
+// Past 31 December 9999 the year has more than four digits.  The year is
+// estimated as (n + 657071) / 365 and stepped back while its 1 January lies
+// after n; an estimate one year short (the first days of some years before
+// the reform) leaves the remainder of the year in December, which may then
+// count more than 31 days.
 std::optional<Date> date_of(int64_t n);
-// 1 Monday .. 7 Sunday; day 1 is a Wednesday.  Total for every integer.
+// 1 Monday .. 7 Sunday; day 1 is a Wednesday.  Total for every integer (the
+// mathematical remainder), for the arithmetic on weeks.
 int32_t weekday(int64_t n);
+// IntegerToDay: (n + 657071) mod 7 with the remainder of C's division,
+// which keeps the dividend's sign, 0 read as 7.  For the 342 days of year 0
+// before the formula's epoch the result is -6..-1 (or 7); the sum is taken
+// on 64 bits so that no day number overflows.
+int32_t integer_to_day(int32_t n);
 // The day-number formula on a month and day already checked, with the
 // year's leap flag given.  T is uint32_t for the years 1..9999 of a date
 // string (cheaper division, the result read back as int32_t) and int64_t

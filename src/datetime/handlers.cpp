@@ -1,6 +1,7 @@
 // handlers.cpp - the handlers of the date and time family: each reads its
 // arguments, calls one function of calendar.h, masks.h or now.h and hands
 // the result back.
+#include "component/bind.h"
 #include "component/call.h"
 #include "component/runtime.h"
 #include "datetime/calendar.h"
@@ -22,17 +23,14 @@ bool smooth() {
     return runtime::query_option(KP_OPTION_SMOOTH_TIME);
 }
 
-// An optional parameter the caller left out arrives as a null pointer; the
-// function then behaves as its overload without that parameter.
-bool given(void** args, int i) {
-    return args && args[i];
+const kp_regional_settings& names() {
+    return runtime::regional_settings();
 }
 
-// Duration values travel as signed 64-bit milliseconds under their own type code.
-void ret_duration(kp_call_frame* frame, int64_t ms) {
-    if (!frame || !frame->values || !frame->values->ops || !frame->values->ops->set_result) return;
-    frame->values->ops->set_result(frame->values, frame->result_handle, &ms, KP_T_DURATION);
-}
+// A duration result: signed 64-bit milliseconds under their own type code.
+struct Duration {
+    int64_t ms = 0;
+};
 
 // The VM's letters of duration masks (messages 28577 to 28581), at most four
 // characters each, with J H M S L where a message is missing.
@@ -48,18 +46,20 @@ DurationLetters duration_letters() {
 
 } // namespace
 
+} // namespace kp::handlers
+
+namespace kp::bind {
+template <> struct Result<handlers::Duration> {
+    static void put(Call& c, const handlers::Duration& d) { c.ret_typed(&d.ms, KP_T_DURATION); }
+};
+} // namespace kp::bind
+
+namespace kp::handlers {
+
 // ---- Current date and time ----
 
-KP_HANDLER(DateSys_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_sys(clock()));
-    return 0;
-}
-KP_HANDLER(DateSys_2) {
-    Call call(frame, context, args);
-    set_date_sys(call.str(0), clock(), call.error());
-    return 0;
-}
+KP_BIND(DateSys_1, [] { return date_sys(clock()); })
+KP_BIND(DateSys_2, [](std::u16string_view date, CXError& e) { set_date_sys(date, clock(), e); })
 KP_HANDLER(Today_1) {
     return DateSys_1(frame, context, args);
 }
@@ -67,16 +67,8 @@ KP_HANDLER(Today_2) {
     return DateSys_2(frame, context, args);
 }
 
-KP_HANDLER(TimeSys_1) {
-    Call call(frame, context, args);
-    call.ret_string(time_sys(clock(), smooth(), process_smoother()));
-    return 0;
-}
-KP_HANDLER(TimeSys_2) {
-    Call call(frame, context, args);
-    set_time_sys(call.str(0), clock(), call.error());
-    return 0;
-}
+KP_BIND(TimeSys_1, [] { return time_sys(clock(), smooth(), process_smoother()); })
+KP_BIND(TimeSys_2, [](std::u16string_view time, CXError& e) { set_time_sys(time, clock(), e); })
 KP_HANDLER(Now_1) {
     return TimeSys_1(frame, context, args);
 }
@@ -86,216 +78,91 @@ KP_HANDLER(Now_2) {
 
 // ---- Day numbers and integer times ----
 
-KP_HANDLER(IntegerToDate_1) {
-    Call call(frame, context, args);
-    call.ret_string(integer_to_date(call.i32(0), {}, call.error()));
-    return 0;
-}
-KP_HANDLER(IntegerToDate_2) {
-    Call call(frame, context, args);
-    call.ret_string(integer_to_date(call.i32(0), given(args, 1) ? call.str(1) : u"", call.error()));
-    return 0;
-}
-KP_HANDLER(IntegerToDay_1) {
-    Call call(frame, context, args);
-    call.ret_int(weekday(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(IntegerToTime_1) {
-    Call call(frame, context, args);
-    call.ret_string(integer_to_time(call.i32(0), call.error()));
-    return 0;
-}
-KP_HANDLER(TimeToInteger_1) {
-    Call call(frame, context, args);
-    call.ret_int(time_to_integer(call.str(0), call.error()));
-    return 0;
-}
-KP_HANDLER(DateToInteger_1) {
-    Call call(frame, context, args);
-    call.ret_int(date_to_integer(call.str(0), false, call.error()));
-    return 0;
-}
-KP_HANDLER(DateToInteger_2) {
-    Call call(frame, context, args);
-    call.ret_int(date_to_integer(call.str(0), given(args, 1) && call.boolean(1), call.error()));
-    return 0;
-}
+// An optional parameter the caller left out makes the function behave as
+// its overload without that parameter.
+KP_BIND(IntegerToDate_1, [](int32_t n, CXError& e) { return integer_to_date(n, {}, e); })
+KP_BIND(IntegerToDate_2, [](int32_t n, std::optional<std::u16string_view> part, CXError& e) {
+    return integer_to_date(n, part.value_or(u""), e);
+})
+KP_BIND(IntegerToDay_1, integer_to_day)
+KP_BIND(IntegerToTime_1, integer_to_time)
+KP_BIND(TimeToInteger_1, time_to_integer)
+KP_BIND(DateToInteger_1, [](std::u16string_view d, CXError& e) { return date_to_integer(d, false, e); })
+KP_BIND(DateToInteger_2, [](std::u16string_view d, std::optional<bool> day_of_year, CXError& e) {
+    return date_to_integer(d, day_of_year.value_or(false), e);
+})
 
 // ---- Validation ----
 
-KP_HANDLER(DateValid_1) {
-    Call call(frame, context, args);
-    call.ret_bool(date_valid(call.str(0)));
-    return 0;
-}
-KP_HANDLER(DateIsValid_1) {
-    return DateValid_1(frame, context, args);
-}
-KP_HANDLER(TimeValid_1) {
-    Call call(frame, context, args);
-    call.ret_int(time_valid(call.str(0)));
-    return 0;
-}
-KP_HANDLER(TimeIsValid_1) {
-    return TimeValid_1(frame, context, args);
-}
+KP_BIND(DateValid_1, date_valid)
+KP_BIND(DateIsValid_1, date_valid)
+KP_BIND(TimeValid_1, time_valid)
+KP_BIND(TimeIsValid_1, time_valid)
 
 // ---- Weeks and weekdays ----
 
-KP_HANDLER(WeekNumber_1) {
-    Call call(frame, context, args);
-    call.ret_int(date_week_number(call.str(0), call.error()));
-    return 0;
-}
-KP_HANDLER(DateToWeekNumber_1) {
-    return WeekNumber_1(frame, context, args);
-}
-KP_HANDLER(IntegerToWeekNumber_1) {
-    Call call(frame, context, args);
-    call.ret_int(integer_week_number(call.i32(0), call.error()));
-    return 0;
-}
-KP_HANDLER(DateToDay_1) {
-    Call call(frame, context, args);
-    call.ret_int(date_to_day(call.str(0), call.error()));
-    return 0;
-}
+KP_BIND(WeekNumber_1, date_week_number)
+KP_BIND(DateToWeekNumber_1, date_week_number)
+KP_BIND(IntegerToWeekNumber_1, integer_week_number)
+KP_BIND(DateToDay_1, date_to_day)
 
 // ---- Names ----
 
-KP_HANDLER(IntegerToDayInAlpha_1) {
-    Call call(frame, context, args);
-    call.ret_string(integer_to_day_in_alpha(call.i32(0), runtime::regional_settings()));
-    return 0;
-}
-KP_HANDLER(IntegerToMonthInAlpha_1) {
-    Call call(frame, context, args);
-    call.ret_string(integer_to_month_in_alpha(call.i32(0), runtime::regional_settings(), call.error()));
-    return 0;
-}
-KP_HANDLER(DateToDayInAlpha_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_to_day_in_alpha(call.str(0), runtime::regional_settings(), call.error()));
-    return 0;
-}
-KP_HANDLER(DateToMonthInAlpha_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_to_month_in_alpha(call.str(0), runtime::regional_settings(), call.error()));
-    return 0;
-}
+KP_BIND(IntegerToDayInAlpha_1, [](int32_t n, CXError& e) { return integer_to_day_in_alpha(n, names(), e); })
+KP_BIND(IntegerToMonthInAlpha_1,
+        [](int32_t n, CXError& e) { return integer_to_month_in_alpha(n, names(), e); })
+KP_BIND(DateToDayInAlpha_1,
+        [](std::u16string_view d, CXError& e) { return date_to_day_in_alpha(d, names(), e); })
+KP_BIND(DateToMonthInAlpha_1,
+        [](std::u16string_view d, CXError& e) { return date_to_month_in_alpha(d, names(), e); })
 
 // ---- Differences, Age, Easter, time zones ----
 
-KP_HANDLER(DateDifference_1) {
-    Call call(frame, context, args);
-    call.ret_int(date_difference(call.str(0), call.str(1), call.error()));
-    return 0;
-}
-KP_HANDLER(TimeDifference_1) {
-    Call call(frame, context, args);
-    call.ret_int(time_difference(call.str(0), call.str(1), call.error()));
-    return 0;
-}
-KP_HANDLER(DateTimeDifference_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_time_difference(call.str(0), call.str(1), call.error()));
-    return 0;
-}
-KP_HANDLER(Age_1) {
-    Call call(frame, context, args);
-    call.ret_string(age(call.str(0), date_sys(clock())));
-    return 0;
-}
-KP_HANDLER(Age_2) {
-    Call call(frame, context, args);
-    call.ret_string(given(args, 1) ? age(call.str(0), call.str(1)) : age(call.str(0), date_sys(clock())));
-    return 0;
-}
-KP_HANDLER(Easter_1) {
-    Call call(frame, context, args);
-    call.ret_string(easter(call.str(0)));
-    return 0;
-}
-KP_HANDLER(Easter_2) {
-    Call call(frame, context, args);
-    call.ret_string(easter(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(DateTimeUTCToLocal_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_time_utc_to_local(call.str(0), call.error()));
-    return 0;
-}
-KP_HANDLER(DateTimeLocalToUTC_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_time_local_to_utc(call.str(0), call.error()));
-    return 0;
-}
+KP_BIND(DateDifference_1, date_difference)
+KP_BIND(TimeDifference_1, time_difference)
+KP_BIND(DateTimeDifference_1, date_time_difference)
+// The reference date defaults to today.
+KP_BIND(Age_1, [](std::u16string_view birth) { return age(birth, date_sys(clock())); })
+KP_BIND(Age_2, [](std::u16string_view birth, std::optional<std::u16string_view> reference) {
+    return reference ? age(birth, *reference) : age(birth, date_sys(clock()));
+})
+KP_BIND(Easter_1, [](std::u16string_view year) { return easter(year); })
+KP_BIND(Easter_2, [](int32_t year) { return easter(year); })
+KP_BIND(DateTimeUTCToLocal_1, date_time_utc_to_local)
+KP_BIND(DateTimeLocalToUTC_1, date_time_local_to_utc)
 
 // ---- Masks ----
 
-KP_HANDLER(DateToString_1) {
-    Call call(frame, context, args);
-    call.ret_string(date_to_string(call.str(0), nullptr, runtime::regional_settings(), call.error()));
-    return 0;
+namespace {
+// A mask left out gives the function's default mask.
+const std::u16string_view* mask_of(const std::optional<std::u16string_view>& mask) {
+    return mask ? &*mask : nullptr;
 }
-KP_HANDLER(DateToString_2) {
-    Call call(frame, context, args);
-    std::u16string_view mask = call.str(1);
-    call.ret_string(date_to_string(call.str(0), given(args, 1) ? &mask : nullptr,
-                                   runtime::regional_settings(), call.error()));
-    return 0;
-}
-KP_HANDLER(TimeToString_1) {
-    Call call(frame, context, args);
-    call.ret_string(time_to_string(call.str(0), nullptr, runtime::regional_settings(), call.error()));
-    return 0;
-}
-KP_HANDLER(TimeToString_2) {
-    Call call(frame, context, args);
-    std::u16string_view mask = call.str(1);
-    call.ret_string(time_to_string(call.str(0), given(args, 1) ? &mask : nullptr,
-                                   runtime::regional_settings(), call.error()));
-    return 0;
-}
-KP_HANDLER(StringToDate_1) {
-    Call call(frame, context, args);
-    call.ret_string(string_to_date(call.str(0), nullptr, runtime::regional_settings()));
-    return 0;
-}
-KP_HANDLER(StringToDate_2) {
-    Call call(frame, context, args);
-    std::u16string_view mask = call.str(1);
-    call.ret_string(
-        string_to_date(call.str(0), given(args, 1) ? &mask : nullptr, runtime::regional_settings()));
-    return 0;
-}
-KP_HANDLER(DurationToString_1) {
-    Call call(frame, context, args);
-    call.ret_string(duration_to_string(call.i64(0), call.i32(1)));
-    return 0;
-}
-KP_HANDLER(DurationToString_2) {
-    Call call(frame, context, args);
-    if (given(args, 1))
-        call.ret_string(duration_to_string(call.i64(0), call.str(1), duration_letters()));
-    else
-        call.ret_string(duration_to_string(call.i64(0), kDurationMilli));
-    return 0;
-}
-KP_HANDLER(StringToDuration_1) {
-    Call call(frame, context, args);
-    ret_duration(frame, string_to_duration(call.str(0), call.i32(1)));
-    return 0;
-}
-KP_HANDLER(StringToDuration_2) {
-    Call call(frame, context, args);
-    if (given(args, 1))
-        ret_duration(frame, string_to_duration(call.str(0), call.str(1), duration_letters()));
-    else
-        ret_duration(frame, string_to_duration(call.str(0), kDurationMilli));
-    return 0;
-}
+} // namespace
+
+KP_BIND(DateToString_1,
+        [](std::u16string_view d, CXError& e) { return date_to_string(d, nullptr, names(), e); })
+KP_BIND(DateToString_2, [](std::u16string_view d, std::optional<std::u16string_view> mask, CXError& e) {
+    return date_to_string(d, mask_of(mask), names(), e);
+})
+KP_BIND(TimeToString_1,
+        [](std::u16string_view t, CXError& e) { return time_to_string(t, nullptr, names(), e); })
+KP_BIND(TimeToString_2, [](std::u16string_view t, std::optional<std::u16string_view> mask, CXError& e) {
+    return time_to_string(t, mask_of(mask), names(), e);
+})
+KP_BIND(StringToDate_1, [](std::u16string_view s) { return string_to_date(s, nullptr, names()); })
+KP_BIND(StringToDate_2, [](std::u16string_view s, std::optional<std::u16string_view> mask) {
+    return string_to_date(s, mask_of(mask), names());
+})
+KP_BIND(DurationToString_1, [](int64_t ms, int32_t form) { return duration_to_string(ms, form); })
+KP_BIND(DurationToString_2, [](int64_t ms, std::optional<std::u16string_view> mask) {
+    return mask ? duration_to_string(ms, *mask, duration_letters()) : duration_to_string(ms, kDurationMilli);
+})
+KP_BIND(StringToDuration_1,
+        [](std::u16string_view s, int32_t form) { return Duration{string_to_duration(s, form)}; })
+KP_BIND(StringToDuration_2, [](std::u16string_view s, std::optional<std::u16string_view> mask) {
+    return Duration{mask ? string_to_duration(s, *mask, duration_letters())
+                         : string_to_duration(s, kDurationMilli)};
+})
 
 } // namespace kp::handlers

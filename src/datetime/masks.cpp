@@ -595,8 +595,15 @@ int64_t string_to_duration(std::u16string_view input, std::u16string_view mask,
 
 // ---- Names ----
 
-std::u16string integer_to_day_in_alpha(int32_t n, const kp_regional_settings& rs) {
-    return std::u16string(day_name(rs, weekday(n)));
+// The day of a day number that has a date, named as IntegerToDay numbers
+// it: the days of year 0 before the formula's epoch, numbered -6..-1, have
+// no name and give "" without an error.
+std::u16string integer_to_day_in_alpha(int32_t n, const kp_regional_settings& rs, CXError& err) {
+    if (!date_of(n)) {
+        err.fail(kErrDayNumber, {n});
+        return {};
+    }
+    return std::u16string(day_name(rs, integer_to_day(n)));
 }
 
 std::u16string integer_to_month_in_alpha(int32_t n, const kp_regional_settings& rs, CXError& err) {

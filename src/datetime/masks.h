@@ -60,7 +60,7 @@ int64_t string_to_duration(std::u16string_view input, std::u16string_view mask,
                            const DurationLetters& letters);
 
 // Day and month names of the name functions.
-std::u16string integer_to_day_in_alpha(int32_t n, const kp_regional_settings& rs);
+std::u16string integer_to_day_in_alpha(int32_t n, const kp_regional_settings& rs, CXError& err);
 std::u16string integer_to_month_in_alpha(int32_t n, const kp_regional_settings& rs, CXError& err);
 std::u16string date_to_day_in_alpha(std::u16string_view date, const kp_regional_settings& rs, CXError& err);
 std::u16string date_to_month_in_alpha(std::u16string_view date, const kp_regional_settings& rs, CXError& err);

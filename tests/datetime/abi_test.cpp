@@ -89,9 +89,12 @@ TEST_F(DateTimeAbi, DayNumbersAndTimes) {
     EXPECT_EQ(text("IntegerToTime", {n(9000000)}), u"25000000");
     EXPECT_EQ(number("DateToWeekNumber", {s(u"20241230")}), 53);
 
-    CallOutcome bad = call("IntegerToDate", {n(std::numeric_limits<int32_t>::max())});
+    EXPECT_EQ(text("IntegerToDate", {n(6937804)}), u"207950123");
+    EXPECT_EQ(number("IntegerToDay", {n(-657413)}), -6);
+    CallOutcome bad = call("IntegerToDate", {n(std::numeric_limits<int32_t>::min())});
     EXPECT_EQ(bad.result.s, u"");
     EXPECT_EQ(bad.error.id, 80132u);
+    EXPECT_EQ(call("IntegerToDayInAlpha", {n(-657414)}).error.id, 80132u);
     CallOutcome inv = call("DateToInteger", {s(u"15820810")});
     EXPECT_EQ(inv.result.i, -1);
     EXPECT_EQ(inv.error.id, 80124u);

@@ -205,14 +205,23 @@ TEST(Durations, Masks) {
 TEST(Names, DayAndMonthFunctions) {
     Err e;
     int32_t friday = date_to_integer(u"20240105", false, e.err); // a Friday
-    EXPECT_EQ(integer_to_day_in_alpha(friday, kFrench), u"vendredi");
-    EXPECT_EQ(integer_to_day_in_alpha(friday + 3, kEnglish), u"Monday");
+    EXPECT_EQ(integer_to_day_in_alpha(friday, kFrench, e.err), u"vendredi");
+    EXPECT_EQ(integer_to_day_in_alpha(friday + 3, kEnglish, e.err), u"Monday");
+    // Past the four-digit years the names follow the date; the days of year 0
+    // that IntegerToDay numbers below 1 have no name.
+    EXPECT_EQ(integer_to_month_in_alpha(INT32_MAX, kEnglish, e.err), u"July");
+    EXPECT_EQ(integer_to_day_in_alpha(INT32_MAX, kEnglish, e.err), u"Wednesday");
+    EXPECT_EQ(integer_to_day_in_alpha(-657413, kEnglish, e.err), u"");
+    EXPECT_EQ(integer_to_day_in_alpha(-657071, kEnglish, e.err), u"Sunday");
     EXPECT_EQ(integer_to_month_in_alpha(friday, kEnglish, e.err), u"January");
     EXPECT_EQ(date_to_day_in_alpha(u"20240105", kEnglish, e.err), u"Friday");
     EXPECT_EQ(date_to_month_in_alpha(u"20240815", kFrench, e.err), u"août");
     EXPECT_TRUE(e.clean());
-    EXPECT_EQ(integer_to_month_in_alpha(INT32_MAX, kFrench, e.err), u"");
+    EXPECT_EQ(integer_to_month_in_alpha(-657414, kFrench, e.err), u"");
     EXPECT_EQ(e.rec.id, kErrDayNumber);
+    Err e1;
+    EXPECT_EQ(integer_to_day_in_alpha(INT32_MIN, kFrench, e1.err), u"");
+    EXPECT_EQ(e1.rec.id, kErrDayNumber);
     Err e2;
     EXPECT_EQ(date_to_month_in_alpha(u"20241301", kFrench, e2.err), u"");
     EXPECT_EQ(e2.rec.id, kErrMonth);

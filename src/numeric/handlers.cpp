@@ -1,5 +1,6 @@
 // handlers.cpp - the handlers of the numeric, colour and currency functions.
 // Each adapts the arguments, calls one implementation and hands back the result.
+#include "component/bind.h"
 #include "component/call.h"
 #include "numeric/colour.h"
 #include "numeric/currency.h"
@@ -10,17 +11,6 @@
 namespace kp::handlers {
 
 namespace {
-
-void ret_random(Call& call, const numeric::RandomValue& r) {
-    kp_variant v;
-    variant::init(&v);
-    if (const double* d = std::get_if<double>(&r))
-        variant::set_real(&v, *d);
-    else
-        variant::set_int(&v, std::get<int32_t>(r));
-    call.ret_variant(&v);
-    variant::destroy(&v);
-}
 
 // The device's tick count (milliseconds, modulo 2^32).
 uint32_t tick_count() {
@@ -70,127 +60,88 @@ template <OneWay F, int Count> int32_t one_way(kp_call_frame* frame, kp_call_con
     return 0;
 }
 
+// The currency table, or null with 80190 recorded (the failure values
+// below are the functions' own).
+kp_currency_table* table(CXError& e) {
+    return numeric::currency_table(e);
+}
+
 } // namespace
 
+} // namespace kp::handlers
+
+namespace kp::bind {
+// Monetary values travel as the 10 bytes of CurrencyBytes.
+template <> struct Arg<numeric::Money> {
+    static constexpr bool slot = true;
+    static numeric::Money read(Call& c, int i) { return numeric::Money::from_bytes(c.currency(i).b); }
+};
+template <> struct Result<numeric::Money> {
+    static void put(Call& c, const numeric::Money& m) {
+        CurrencyBytes out;
+        m.to_bytes(out.b);
+        c.ret_currency(out);
+    }
+};
+// Random's any value: a real, or an integer.
+template <> struct Result<numeric::RandomValue> {
+    static void put(Call& c, const numeric::RandomValue& r) {
+        variant::Value v;
+        if (const double* d = std::get_if<double>(&r))
+            variant::set_real(v.get(), *d);
+        else
+            variant::set_int(v.get(), std::get<int32_t>(r));
+        c.ret_variant(v.get());
+    }
+};
+} // namespace kp::bind
+
+namespace kp::handlers {
+
 // Random / InitRandom
-KP_HANDLER(Random_1) {
-    Call call(frame, context, args);
-    ret_random(call, numeric::random_unit());
-    return 0;
-}
-KP_HANDLER(Random_2) {
-    Call call(frame, context, args);
-    ret_random(call, numeric::random_upto(call.i32(0), call.error()));
-    return 0;
-}
-KP_HANDLER(Random_3) {
-    Call call(frame, context, args);
-    ret_random(call, numeric::random_between(call.i32(0), call.i32(1), call.error()));
-    return 0;
-}
-KP_HANDLER(InitRandom_1) {
-    Call call(frame, context, args);
-    numeric::init_random_from_clock(tick_count);
-    return 0;
-}
-KP_HANDLER(InitRandom_2) {
-    Call call(frame, context, args);
-    numeric::init_random(call.i32(0));
-    return 0;
-}
+KP_BIND(Random_1, numeric::random_unit)
+KP_BIND(Random_2, numeric::random_upto)
+KP_BIND(Random_3, numeric::random_between)
+KP_BIND(InitRandom_1, [] { numeric::init_random_from_clock(tick_count); })
+KP_BIND(InitRandom_2, numeric::init_random)
 
 // Parity and the numeric test
-KP_HANDLER(IsEven_1) {
-    Call call(frame, context, args);
-    call.ret_bool(numeric::is_even(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(IsOdd_1) {
-    Call call(frame, context, args);
-    call.ret_bool(numeric::is_odd(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(IsNumeric_1) {
-    Call call(frame, context, args);
-    call.ret_bool(numeric::is_numeric(call.variant(0)));
-    return 0;
-}
+KP_BIND(IsEven_1, numeric::is_even)
+KP_BIND(IsOdd_1, numeric::is_odd)
+KP_BIND(IsNumeric_1, [](kp_variant* v) { return numeric::is_numeric(v); })
 
 // Colours
-KP_HANDLER(RGB_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb(call.i32(0), call.i32(1), call.i32(2)));
-    return 0;
-}
-KP_HANDLER(RGBRed_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb_red(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(RGBGreen_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb_green(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(RGBBlue_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb_blue(call.i32(0)));
-    return 0;
-}
-KP_HANDLER(HSL_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::hsl_to_rgb(call.i32(0), call.i32(1), call.i32(2), call.error()));
-    return 0;
-}
-KP_HANDLER(ColorHue_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb_to_hsl(call.i32(0)).hue);
-    return 0;
-}
-KP_HANDLER(ColorSaturation_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb_to_hsl(call.i32(0)).saturation);
-    return 0;
-}
-KP_HANDLER(ColorLightness_1) {
-    Call call(frame, context, args);
-    call.ret_int(numeric::rgb_to_hsl(call.i32(0)).lightness);
-    return 0;
-}
+KP_BIND(RGB_1, numeric::rgb)
+KP_BIND(RGBRed_1, numeric::rgb_red)
+KP_BIND(RGBGreen_1, numeric::rgb_green)
+KP_BIND(RGBBlue_1, numeric::rgb_blue)
+KP_BIND(HSL_1, numeric::hsl_to_rgb)
+KP_BIND(ColorHue_1, [](int32_t c) { return numeric::rgb_to_hsl(c).hue; })
+KP_BIND(ColorSaturation_1, [](int32_t c) { return numeric::rgb_to_hsl(c).saturation; })
+KP_BIND(ColorLightness_1, [](int32_t c) { return numeric::rgb_to_hsl(c).lightness; })
 
 // Sizes
-KP_HANDLER(LengthToString_1) {
-    Call call(frame, context, args);
-    call.ret_string(numeric::length_to_string(call.i64(0), numeric::kSizeAuto, call.error()));
-    return 0;
-}
-KP_HANDLER(LengthToString_2) {
-    Call call(frame, context, args);
-    call.ret_string(numeric::length_to_string(call.i64(0), call.i32(1), call.error()));
-    return 0;
-}
+KP_BIND(LengthToString_1,
+        [](int64_t size, CXError& e) { return numeric::length_to_string(size, numeric::kSizeAuto, e); })
+KP_BIND(LengthToString_2,
+        [](int64_t size, int32_t unit, CXError& e) { return numeric::length_to_string(size, unit, e); })
 
 // Currency
-KP_HANDLER(eInitCurrency_1) {
-    Call call(frame, context, args);
-    if (kp_currency_table* t = numeric::currency_table(call.error()))
-        numeric::init_currency(t, call.i32(0), call.str(1), money(call, 2), call.error());
-    return 0;
-}
+KP_BIND(eInitCurrency_1, [](int32_t index, std::u16string_view name, numeric::Money rate, CXError& e) {
+    if (kp_currency_table* t = table(e)) numeric::init_currency(t, index, name, rate, e);
+})
 
-KP_HANDLER(eExchangeRate_1) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_real(t ? numeric::exchange_rate(t, numeric::kDefaultCurrency, call.error()) : -1.0);
-    return 0;
-}
-KP_HANDLER(eExchangeRate_2) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_real(t ? numeric::exchange_rate(t, call.i32(0), call.error()) : -1.0);
-    return 0;
-}
+KP_BIND(eExchangeRate_1, [](CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::exchange_rate(t, numeric::kDefaultCurrency, e) : -1.0;
+})
+KP_BIND(eExchangeRate_2, [](int32_t index, CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::exchange_rate(t, index, e) : -1.0;
+})
 
+// The forms with the variable that receives the rounding difference write
+// through the argument vector: hand-written.
 KP_HANDLER(eToEuro_1) {
     return one_way<numeric::to_euro, 1>(frame, context, args);
 }
@@ -216,19 +167,13 @@ KP_HANDLER(eToCurrency_4) {
     return one_way<numeric::to_currency, 4>(frame, context, args);
 }
 
-KP_HANDLER(eChangeCurrency_1) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::change_currency(t, money(c, 0), c.i32(1), c.i32(2), numeric::kNoRounding, nullptr,
-                                        c.error());
-    });
-    return 0;
-}
-KP_HANDLER(eChangeCurrency_2) {
-    convert(frame, context, args, [](Call& c, kp_currency_table* t) {
-        return numeric::change_currency(t, money(c, 0), c.i32(1), c.i32(2), c.i32(3), nullptr, c.error());
-    });
-    return 0;
-}
+// A missing table goes to the conversion too, which fails with 80190.
+KP_BIND(eChangeCurrency_1, [](numeric::Money v, int32_t from, int32_t to, CXError& e) {
+    return numeric::change_currency(table(e), v, from, to, numeric::kNoRounding, nullptr, e);
+})
+KP_BIND(eChangeCurrency_2, [](numeric::Money v, int32_t from, int32_t to, int32_t decimals, CXError& e) {
+    return numeric::change_currency(table(e), v, from, to, decimals, nullptr, e);
+})
 KP_HANDLER(eChangeCurrency_3) {
     convert(frame, context, args, [args](Call& c, kp_currency_table* t) {
         numeric::Money diff;
@@ -240,51 +185,32 @@ KP_HANDLER(eChangeCurrency_3) {
     return 0;
 }
 
-KP_HANDLER(eDefaultMemCurrency_1) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_int(t ? numeric::default_currency(t, numeric::DefaultOf::Memory, std::nullopt, call.error())
-                   : -1);
-    return 0;
-}
-KP_HANDLER(eDefaultMemCurrency_2) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_int(t ? numeric::default_currency(t, numeric::DefaultOf::Memory, call.i32(0), call.error())
-                   : -1);
-    return 0;
-}
-KP_HANDLER(eDefaultViewCurrency_1) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_int(t ? numeric::default_currency(t, numeric::DefaultOf::View, std::nullopt, call.error()) : -1);
-    return 0;
-}
-KP_HANDLER(eDefaultViewCurrency_2) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_int(t ? numeric::default_currency(t, numeric::DefaultOf::View, call.i32(0), call.error()) : -1);
-    return 0;
-}
+KP_BIND(eDefaultMemCurrency_1, [](CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::default_currency(t, numeric::DefaultOf::Memory, std::nullopt, e) : -1;
+})
+KP_BIND(eDefaultMemCurrency_2, [](int32_t index, CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::default_currency(t, numeric::DefaultOf::Memory, index, e) : -1;
+})
+KP_BIND(eDefaultViewCurrency_1, [](CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::default_currency(t, numeric::DefaultOf::View, std::nullopt, e) : -1;
+})
+KP_BIND(eDefaultViewCurrency_2, [](int32_t index, CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::default_currency(t, numeric::DefaultOf::View, index, e) : -1;
+})
 
-KP_HANDLER(eCurrencyName_1) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_string(t ? numeric::currency_name(t, numeric::kDefaultCurrency, call.error())
-                      : std::u16string());
-    return 0;
-}
-KP_HANDLER(eCurrencyName_2) {
-    Call call(frame, context, args);
-    kp_currency_table* t = numeric::currency_table(call.error());
-    call.ret_string(t ? numeric::currency_name(t, call.i32(0), call.error()) : std::u16string());
-    return 0;
-}
+KP_BIND(eCurrencyName_1, [](CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::currency_name(t, numeric::kDefaultCurrency, e) : std::u16string();
+})
+KP_BIND(eCurrencyName_2, [](int32_t index, CXError& e) {
+    kp_currency_table* t = table(e);
+    return t ? numeric::currency_name(t, index, e) : std::u16string();
+})
 
-KP_HANDLER(eRoundDifference_1) {
-    Call call(frame, context, args);
-    ret_money(call, numeric::round_difference(call.handle(0)));
-    return 0;
-}
+KP_BIND(eRoundDifference_1, numeric::round_difference)
 
 } // namespace kp::handlers

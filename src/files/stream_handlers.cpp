@@ -1,8 +1,8 @@
 // stream_handlers.cpp - handlers of the file stream functions.
 #include <algorithm>
 
+#include "component/bind.h"
 #include "component/call.h"
-#include "component/strings.h"
 #include "component/variant.h"
 #include "files/streams.h"
 
@@ -13,88 +13,37 @@ namespace {
 uintptr_t address_of(int32_t v) {
     return static_cast<uintptr_t>(static_cast<uint32_t>(v));
 }
-
-void ret_string_variant(Call& call, std::u16string_view s) {
-    kp_variant v;
-    variant::init(&v);
-    variant::set_string(&v, s);
-    call.ret_variant(&v);
-    variant::destroy(&v);
-}
 } // namespace
 
-KP_HANDLER(fOpen_1) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_open(call.str(0), call.i32(1), call.error()));
-    return 0;
-}
+KP_BIND(fOpen_1, files::f_open)
+KP_BIND(fOpen_2,
+        [](std::u16string_view name, CXError& e) { return files::f_open(name, files::kFoReadWrite, e); })
+KP_BIND(fCreate_1, [](std::u16string_view name, CXError& e) { return files::f_create(name, 0, e); })
+KP_BIND(fCreate_2, files::f_create)
+KP_BIND(fClose_1, files::f_close)
 
-KP_HANDLER(fOpen_2) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_open(call.str(0), files::kFoReadWrite, call.error()));
-    return 0;
-}
+// The bytes read as a buffer; nothing read gives no value.
+KP_BIND(fRead_1, [](int32_t handle, int32_t count, CXError& e) {
+    std::vector<uint8_t> bytes = files::f_read(handle, count, e);
+    return bytes.empty() ? variant::Value() : bind::any_buffer(bytes);
+})
+KP_BIND(fRead_2, [](int32_t handle, int32_t count, int32_t address, CXError& e) {
+    return files::f_read_to(handle, count, address_of(address), e);
+})
 
-KP_HANDLER(fCreate_1) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_create(call.str(0), 0, call.error()));
-    return 0;
-}
+KP_BIND(fWrite_1, [](int32_t handle, std::span<const uint8_t> bytes, CXError& e) {
+    return files::f_write(handle, bytes, -1, e);
+})
+KP_BIND(fWrite_2, files::f_write)
+KP_BIND(fWrite_3, [](int32_t handle, int32_t address, int32_t length, CXError& e) {
+    return files::f_write_from(handle, address_of(address), length, e);
+})
 
-KP_HANDLER(fCreate_2) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_create(call.str(0), call.i32(1), call.error()));
-    return 0;
-}
+KP_BIND(fReadLine_1,
+        [](int32_t handle, CXError& e) { return bind::any_string(files::f_read_line(handle, e)); })
 
-KP_HANDLER(fClose_1) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_close(call.i32(0), call.error()));
-    return 0;
-}
-
-KP_HANDLER(fRead_1) {
-    Call call(frame, context, args);
-    std::vector<uint8_t> bytes = files::f_read(call.i32(0), call.i32(1), call.error());
-    kp_variant v;
-    variant::init(&v);
-    if (!bytes.empty()) variant::set_buffer(&v, bytes);
-    call.ret_variant(&v);
-    variant::destroy(&v);
-    return 0;
-}
-
-KP_HANDLER(fRead_2) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_read_to(call.i32(0), call.i32(1), address_of(call.i32(2)), call.error()));
-    return 0;
-}
-
-KP_HANDLER(fWrite_1) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_write(call.i32(0), call.raw(1), -1, call.error()));
-    return 0;
-}
-
-KP_HANDLER(fWrite_2) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_write(call.i32(0), call.raw(1), call.i32(2), call.error()));
-    return 0;
-}
-
-KP_HANDLER(fWrite_3) {
-    Call call(frame, context, args);
-    call.ret_int(files::f_write_from(call.i32(0), address_of(call.i32(1)), call.i32(2), call.error()));
-    return 0;
-}
-
-KP_HANDLER(fReadLine_1) {
-    Call call(frame, context, args);
-    ret_string_variant(call, files::f_read_line(call.i32(0), call.error()));
-    return 0;
-}
-
-// (handle, pattern, up to eight variables by reference) -> boolean
+// (handle, pattern, up to eight variables by reference) -> boolean: a
+// variable count, hand-written.
 KP_HANDLER(fReadLine_2) {
     Call call(frame, context, args);
     std::size_t variables = 0;
@@ -108,40 +57,20 @@ KP_HANDLER(fReadLine_2) {
     return 0;
 }
 
-KP_HANDLER(fWriteLine_1) {
-    Call call(frame, context, args);
-    char16_t* value = call.buffer(1);
-    bool ok = str::is_binary(value) ? files::f_write_line_bytes(call.i32(0), str::bytes(value), call.error())
-                                    : files::f_write_line(call.i32(0), str::view(value), call.error());
-    call.ret_bool(ok);
-    return 0;
-}
-
-KP_HANDLER(fWriteLine_2) {
-    Call call(frame, context, args);
-    call.ret_bool(files::f_write_line_from(call.i32(0), address_of(call.i32(1)), call.i32(2), call.error()));
-    return 0;
-}
-
-KP_HANDLER(fWriteLine_3) {
-    Call call(frame, context, args);
-    std::span<const uint8_t> bytes = call.raw(1);
-    int32_t length = call.i32(2);
+// A text is written in the file's encoding, a buffer's bytes unchanged.
+KP_BIND(fWriteLine_1, [](int32_t handle, bind::StringOrBuffer value, CXError& e) {
+    return value.binary() ? files::f_write_line_bytes(handle, value.bytes(), e)
+                          : files::f_write_line(handle, value.text(), e);
+})
+KP_BIND(fWriteLine_2, [](int32_t handle, int32_t address, int32_t length, CXError& e) {
+    return files::f_write_line_from(handle, address_of(address), length, e);
+})
+KP_BIND(fWriteLine_3, [](int32_t handle, std::span<const uint8_t> bytes, int32_t length, CXError& e) {
     std::size_t n = length <= 0 ? 0 : std::min<std::size_t>(bytes.size(), static_cast<std::size_t>(length));
-    call.ret_bool(files::f_write_line_raw(call.i32(0), bytes.first(n), call.error()));
-    return 0;
-}
+    return files::f_write_line_raw(handle, bytes.first(n), e);
+})
 
-KP_HANDLER(fSeek_1) {
-    Call call(frame, context, args);
-    call.ret_int64(files::f_seek(call.i32(0), call.i64(1), call.i32(2), call.error()));
-    return 0;
-}
-
-KP_HANDLER(fChangeSize_1) {
-    Call call(frame, context, args);
-    call.ret_bool(files::f_change_size(call.i32(0), call.i64(1), call.error()));
-    return 0;
-}
+KP_BIND(fSeek_1, files::f_seek)
+KP_BIND(fChangeSize_1, files::f_change_size)
 
 } // namespace kp::handlers

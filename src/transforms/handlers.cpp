@@ -1,8 +1,7 @@
 // handlers.cpp - the handlers of the data transforms: compression,
 // checksums, encodings, phonetic key and encryption.  Each adapts the
-// arguments, calls one implementation and hands back the result.
-#include <new>
-
+// arguments, calls one implementation and hands back the result; memory
+// exhaustion becomes the function's failure value (see bind.h).
 #include "component/bind.h"
 #include "component/call.h"
 #include "transforms/checksum.h"
@@ -18,227 +17,104 @@ namespace {
 
 constexpr uint32_t kErrPhoneticMemory = 80229;
 
-// Runs an implementation: memory exhaustion never leaves the component, it
-// becomes the function's failure value, with `id` recorded when not 0.
-template <class Body, class Fail> void run(Call& call, uint32_t id, Body&& body, Fail&& fail) {
-    try {
-        body();
-    } catch (const std::bad_alloc&) {
-        if (id) call.error().fail(id);
-        fail();
-    }
+// Crypt's and Uncrypt's any value: a buffer or a string.  One that holds no
+// value (a failure, or memory that ran out) reaches the VM as the empty
+// string, the failure value of both.
+struct Ciphered {
+    variant::Value value;
+};
+
+Ciphered crypt_value(bind::StringOrBuffer data, std::u16string_view password, int32_t mode, int32_t encoding,
+                     CXError& e) {
+    const auto out = transforms::crypt(data.bytes(), !data.binary(), password, mode, encoding, e);
+    if (e.failed()) return {};
+    return {bind::any_buffer(out)};
 }
 
-void ret_any_buffer(Call& call, std::span<const uint8_t> bytes) {
-    kp_variant v;
-    variant::init(&v);
-    variant::set_buffer(&v, bytes);
-    call.ret_variant(&v);
-    variant::destroy(&v);
-}
-
-void ret_any_string(Call& call, std::u16string_view text) {
-    kp_variant v;
-    variant::init(&v);
-    variant::set_string(&v, text);
-    call.ret_variant(&v);
-    variant::destroy(&v);
-}
-
-void crypt(Call& call, int32_t mode, int32_t encoding) {
-    const bool is_string = !str::is_binary(call.buffer(0));
-    const auto out = transforms::crypt(call.raw(0), is_string, call.str(1), mode, encoding, call.error());
-    if (call.error().failed())
-        ret_any_string(call, u"");
-    else
-        ret_any_buffer(call, out);
-}
-
-void uncrypt(Call& call, int32_t mode, int32_t encoding) {
-    const auto r = transforms::uncrypt_bytes(call.raw(0), call.str(1), mode, encoding, call.error());
-    if (r.is_string)
-        ret_any_string(call, r.text);
-    else
-        ret_any_buffer(call, r.bytes);
+Ciphered uncrypt_value(std::span<const uint8_t> data, std::u16string_view password, int32_t mode,
+                       int32_t encoding, CXError& e) {
+    const auto r = transforms::uncrypt_bytes(data, password, mode, encoding, e);
+    return {r.is_string ? bind::any_string(r.text) : bind::any_buffer(r.bytes)};
 }
 
 } // namespace
 
-// Compress(buffer) / Compress(string)
-KP_HANDLER(Compress_1) {
-    Call call(frame, context, args);
-    run(
-        call, 0, [&] { call.ret_buffer(transforms::compress(call.raw(0), false, call.error())); },
-        [&] { call.ret_buffer({}); });
-    return 0;
-}
-KP_HANDLER(Compress_2) {
-    Call call(frame, context, args);
-    run(
-        call, 0, [&] { call.ret_buffer(transforms::compress(call.raw(0), true, call.error())); },
-        [&] { call.ret_buffer({}); });
-    return 0;
-}
-KP_HANDLER(Uncompress_1) {
-    Call call(frame, context, args);
-    run(
-        call, 0, [&] { call.ret_buffer(transforms::uncompress(call.raw(0), call.error())); },
-        [&] { call.ret_buffer({}); });
-    return 0;
-}
+} // namespace kp::handlers
 
-KP_HANDLER(sComputeCrc16_1) {
-    Call call(frame, context, args);
-    call.ret_int(transforms::crc16(call.str(0)));
-    return 0;
-}
-KP_HANDLER(sComputeCrc32_1) {
-    Call call(frame, context, args);
-    call.ret_int(static_cast<int32_t>(transforms::crc32(call.raw(0))));
-    return 0;
-}
-KP_HANDLER(sComputeCrc32_2) {
-    Call call(frame, context, args);
-    call.ret_int(static_cast<int32_t>(transforms::crc32(call.raw(0), static_cast<uint32_t>(call.i32(1)))));
-    return 0;
-}
+namespace kp::bind {
+template <> struct Result<handlers::Ciphered> {
+    static void put(Call& c, handlers::Ciphered& r) {
+        if (variant::type_of(r.value.get()) == KP_T_NONE) r.value = any_string(u"");
+        c.ret_variant(r.value.get());
+    }
+};
+} // namespace kp::bind
 
-KP_HANDLER(URLEncode_1) {
-    Call call(frame, context, args);
-    run(
-        call, 0, [&] { call.ret_string(transforms::url_encode(call.str(0))); },
-        [&] { call.ret_string(u""); });
-    return 0;
-}
-KP_HANDLER(URLDecode_1) {
-    Call call(frame, context, args);
-    run(
-        call, 0, [&] { call.ret_string(transforms::url_decode(call.str(0))); },
-        [&] { call.ret_string(u""); });
-    return 0;
-}
+namespace kp::handlers {
+
+using transforms::kCryptFast;
+using transforms::kEncodeNone;
+using transforms::kEncodeQrt;
+using transforms::kErrCreateObject;
+
+// Compress(buffer) / Compress(string); running out of memory records nothing.
+KP_BIND_NOMEM(Compress_1, 0,
+              [](std::span<const uint8_t> v, CXError& e) { return transforms::compress(v, false, e); })
+KP_BIND_NOMEM(Compress_2, 0,
+              [](std::span<const uint8_t> v, CXError& e) { return transforms::compress(v, true, e); })
+KP_BIND_NOMEM(Uncompress_1, 0, transforms::uncompress)
+
+// The checksums reach the VM as 32-bit integers (CRC-16 zero-extended).
+KP_BIND(sComputeCrc16_1, [](std::u16string_view text) -> int32_t { return transforms::crc16(text); })
+KP_BIND(sComputeCrc32_1,
+        [](std::span<const uint8_t> v) { return static_cast<int32_t>(transforms::crc32(v)); })
+KP_BIND(sComputeCrc32_2, [](std::span<const uint8_t> v, int32_t previous) {
+    return static_cast<int32_t>(transforms::crc32(v, static_cast<uint32_t>(previous)));
+})
+
+KP_BIND_NOMEM(URLEncode_1, 0, transforms::url_encode)
+KP_BIND_NOMEM(URLDecode_1, 0, transforms::url_decode)
 KP_BIND(ZigouigouiARoulette_1, transforms::zigouigoui_a_roulette)
 
-KP_HANDLER(Phonetic_1) {
-    Call call(frame, context, args);
-    run(
-        call, kErrPhoneticMemory, [&] { call.ret_string(transforms::phonetic(call.str(0))); },
-        [&] { call.ret_string(u""); });
-    return 0;
-}
+KP_BIND_NOMEM(Phonetic_1, kErrPhoneticMemory, transforms::phonetic)
 
 // Crypt and Uncrypt: mode 1 (cryptFast) and encoding 1 (encodeQRT) unless given.
-KP_HANDLER(Crypt_1) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] { crypt(call, transforms::kCryptFast, transforms::kEncodeQrt); },
-        [&] { ret_any_string(call, u""); });
-    return 0;
-}
-KP_HANDLER(Crypt_2) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject, [&] { crypt(call, call.i32(2), transforms::kEncodeQrt); },
-        [&] { ret_any_string(call, u""); });
-    return 0;
-}
-KP_HANDLER(Crypt_3) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject, [&] { crypt(call, call.i32(2), call.i32(3)); },
-        [&] { ret_any_string(call, u""); });
-    return 0;
-}
-KP_HANDLER(Uncrypt_1) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] { uncrypt(call, transforms::kCryptFast, transforms::kEncodeQrt); },
-        [&] { ret_any_string(call, u""); });
-    return 0;
-}
-KP_HANDLER(Uncrypt_2) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject, [&] { uncrypt(call, call.i32(2), transforms::kEncodeQrt); },
-        [&] { ret_any_string(call, u""); });
-    return 0;
-}
-KP_HANDLER(Uncrypt_3) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject, [&] { uncrypt(call, call.i32(2), call.i32(3)); },
-        [&] { ret_any_string(call, u""); });
-    return 0;
-}
+KP_BIND_NOMEM(Crypt_1, kErrCreateObject,
+              [](bind::StringOrBuffer data, std::u16string_view password, CXError& e) {
+                  return crypt_value(data, password, kCryptFast, kEncodeQrt, e);
+              })
+KP_BIND_NOMEM(Crypt_2, kErrCreateObject,
+              [](bind::StringOrBuffer data, std::u16string_view password, int32_t mode, CXError& e) {
+                  return crypt_value(data, password, mode, kEncodeQrt, e);
+              })
+KP_BIND_NOMEM(Crypt_3, kErrCreateObject, crypt_value)
+KP_BIND_NOMEM(Uncrypt_1, kErrCreateObject,
+              [](std::span<const uint8_t> data, std::u16string_view password, CXError& e) {
+                  return uncrypt_value(data, password, kCryptFast, kEncodeQrt, e);
+              })
+KP_BIND_NOMEM(Uncrypt_2, kErrCreateObject,
+              [](std::span<const uint8_t> data, std::u16string_view password, int32_t mode, CXError& e) {
+                  return uncrypt_value(data, password, mode, kEncodeQrt, e);
+              })
+KP_BIND_NOMEM(Uncrypt_3, kErrCreateObject, uncrypt_value)
 
-// fCrypt and fUncrypt: mode 1 (cryptFast) and no encoding unless given.
-KP_HANDLER(fCrypt_1) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] {
-            call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
-                                             transforms::kEncodeNone, call.error()));
-        },
-        [&] { call.ret_bool(false); });
-    return 0;
-}
-KP_HANDLER(fCrypt_2) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] {
-            call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
-                                             transforms::kEncodeNone, call.error()));
-        },
-        [&] { call.ret_bool(false); });
-    return 0;
-}
-KP_HANDLER(fCrypt_3) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] {
-            call.ret_bool(transforms::fcrypt(call.str(0), call.str(1), call.str(2), call.i32(3), call.i32(4),
-                                             call.error()));
-        },
-        [&] { call.ret_bool(false); });
-    return 0;
-}
-KP_HANDLER(fUncrypt_1) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] {
-            call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), transforms::kCryptFast,
-                                               transforms::kEncodeNone, call.error()));
-        },
-        [&] { call.ret_bool(false); });
-    return 0;
-}
-KP_HANDLER(fUncrypt_2) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] {
-            call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
-                                               transforms::kEncodeNone, call.error()));
-        },
-        [&] { call.ret_bool(false); });
-    return 0;
-}
-KP_HANDLER(fUncrypt_3) {
-    Call call(frame, context, args);
-    run(
-        call, transforms::kErrCreateObject,
-        [&] {
-            call.ret_bool(transforms::funcrypt(call.str(0), call.str(1), call.str(2), call.i32(3),
-                                               call.i32(4), call.error()));
-        },
-        [&] { call.ret_bool(false); });
-    return 0;
-}
+// fCrypt and fUncrypt (source, destination, password): mode 1 (cryptFast)
+// and no encoding unless given.
+KP_BIND_NOMEM(fCrypt_1, kErrCreateObject,
+              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, CXError& e) {
+                  return transforms::fcrypt(from, to, password, kCryptFast, kEncodeNone, e);
+              })
+KP_BIND_NOMEM(fCrypt_2, kErrCreateObject,
+              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, int32_t mode,
+                 CXError& e) { return transforms::fcrypt(from, to, password, mode, kEncodeNone, e); })
+KP_BIND_NOMEM(fCrypt_3, kErrCreateObject, transforms::fcrypt)
+KP_BIND_NOMEM(fUncrypt_1, kErrCreateObject,
+              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, CXError& e) {
+                  return transforms::funcrypt(from, to, password, kCryptFast, kEncodeNone, e);
+              })
+KP_BIND_NOMEM(fUncrypt_2, kErrCreateObject,
+              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, int32_t mode,
+                 CXError& e) { return transforms::funcrypt(from, to, password, mode, kEncodeNone, e); })
+KP_BIND_NOMEM(fUncrypt_3, kErrCreateObject, transforms::funcrypt)
 
 } // namespace kp::handlers

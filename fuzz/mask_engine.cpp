@@ -66,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     default: {
         const int32_t n = kp::fuzz::integer<int32_t>(in);
-        integer_to_day_in_alpha(n, rs);
+        integer_to_day_in_alpha(n, rs, e.err);
         integer_to_month_in_alpha(n, rs, e.err);
         date_to_day_in_alpha(value, rs, e.err);
         date_to_month_in_alpha(value, rs, e.err);

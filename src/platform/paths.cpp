@@ -9,7 +9,6 @@
 
 #include <vector>
 
-#include "component/runtime.h"
 #include "platform/codepage.h"
 #include "platform/win32_error.h"
 
@@ -76,13 +75,6 @@ bool is_directory(const std::string& path) {
 bool is_absolute_device_name(std::u16string_view name) {
     if (name.empty()) return false;
     return is_separator(name.front()) || name.back() == u':';
-}
-
-std::string device_root() {
-    std::string root = runtime::setting(KP_SETTING_DEVICE_ROOT);
-    while (!root.empty() && root.back() == '/')
-        root.pop_back();
-    return root;
 }
 
 bool resolve_device_name(std::string_view root_in, std::u16string_view name, ResolvedName& out,

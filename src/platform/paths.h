@@ -39,7 +39,10 @@ struct ResolvedName {
     bool is_root = false;       // the name is the device root itself
 };
 
-// The device root as a host directory, without a trailing slash ("" for "/").
+// The device root as a host directory, without a trailing slash ("" for
+// "/").  The platform layer reads no settings: the component supplies this
+// function (component/device_root.cpp) from the host's "device_root"
+// setting, and every function here that takes a `root` is passed it.
 std::string device_root();
 
 // Resolves a device name under `root` (a host directory).  Fails with a

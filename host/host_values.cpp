@@ -3,6 +3,7 @@
 // name, and text helpers (WTF-8, Windows-1252, currency text).
 #include "host_values.h"
 
+#include "numeric/int128.h"
 #include "platform/codepage.h"
 
 #include <cmath>
@@ -30,7 +31,8 @@ std::u16string utf16(std::string_view s) {
 
 // Currency: 80-bit two's complement little-endian count of millionths.
 namespace {
-using i128 = __int128;
+using i128 = kp::numeric::int128;
+using u128 = kp::numeric::uint128;
 const i128 kCurrencyMax = (static_cast<i128>(1) << 79) - 1;
 const i128 kCurrencyMin = -(static_cast<i128>(1) << 79);
 
@@ -43,7 +45,7 @@ i128 currency_value(const uint8_t (&cy)[10]) {
 }
 bool currency_store(i128 v, uint8_t (&cy)[10]) {
     if (v > kCurrencyMax || v < kCurrencyMin) return false;
-    auto u = static_cast<unsigned __int128>(v);
+    auto u = static_cast<u128>(v);
     for (int k = 0; k < 10; ++k) {
         cy[k] = static_cast<uint8_t>(u & 0xFF);
         u >>= 8;
@@ -91,8 +93,8 @@ bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
 std::string currency_to_text(const uint8_t (&cy)[10]) {
     i128 v = currency_value(cy);
     bool neg = v < 0;
-    auto u = static_cast<unsigned __int128>(neg ? -v : v);
-    unsigned __int128 whole = u / 1000000;
+    auto u = static_cast<u128>(neg ? -v : v);
+    u128 whole = u / 1000000;
     auto frac = static_cast<unsigned>(u % 1000000);
     std::string w;
     do {

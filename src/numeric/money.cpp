@@ -7,8 +7,6 @@ namespace kp::numeric {
 
 namespace {
 
-using uint128 = unsigned __int128;
-
 constexpr uint128 magnitude(int128 v) {
     return v < 0 ? uint128(0) - static_cast<uint128>(v) : static_cast<uint128>(v);
 }

@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-namespace kp::numeric {
+#include "numeric/int128.h"
 
-using int128 = __int128;
+namespace kp::numeric {
 
 class Money {
   public:

@@ -2,13 +2,14 @@
 # what is missing, build, and run; everything they write stays under build*/.
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+BUILD32 ?= build-32
 JOBS ?= $(shell nproc)
 # Seconds each fuzz target runs under `make fuzz`; FUZZ_TARGETS picks some.
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?=
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build run test test-asan bench fuzz coverage format clean
+.PHONY: deps configure build run test test-32 bench fuzz coverage format clean
 
 deps:
 	@tools/deps.sh
@@ -27,6 +28,11 @@ run: build
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	@if [ -f tools/test-asan.sh ]; then tools/test-asan.sh $(ASAN_BUILD); fi
+	JOBS=$(JOBS) tools/test-32.sh $(BUILD32)
+
+# The 32-bit x86 build of everything but benchmarks and fuzzers, and its tests.
+test-32: deps
+	JOBS=$(JOBS) tools/test-32.sh $(BUILD32)
 
 bench: build
 	tools/bench.sh $(BUILD)
@@ -41,4 +47,4 @@ format:
 	find include src host cli tests bench fuzz -name '*.[ch]pp' -o -name '*.h' -o -name '*.c' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) build-cov build-fuzz
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BUILD32) build-cov build-fuzz

@@ -150,6 +150,16 @@ std::optional<Date> date_of(int64_t n) {
         // thousands.
         y -= std::max<int64_t>(1, (*jan1 - n) / 366);
     }
+    // Before about 1500 the estimate can fall a year short (1 January of
+    // those years lies less than 365 days a year after the formula's
+    // epoch); the remainder would then run past December, so the year is
+    // carried forward while the next 1 January is not after n.
+    for (;;) {
+        auto next = day_number64(y + 1, 1, 1);
+        if (!next || *next > n) break;
+        ++y;
+        start = *next;
+    }
     int64_t rem = n - start + 1;
     int32_t year = static_cast<int32_t>(y);
     int32_t m = 1;

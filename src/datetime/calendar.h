@@ -82,9 +82,9 @@ std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day);
 // meets a negative year (day numbers before 1 January of year 0, -657413).
 // Past 31 December 9999 the year has more than four digits.  The year is
 // estimated as (n + 657071) / 365 and stepped back while its 1 January lies
-// after n; an estimate one year short (the first days of some years before
-// the reform) leaves the remainder of the year in December, which may then
-// count more than 31 days.
+// after n, then forward while the next 1 January does not (an estimate a
+// year short, before about 1500); the day of the year is walked through
+// the month lengths.
 std::optional<Date> date_of(int64_t n);
 // 1 Monday .. 7 Sunday; day 1 is a Wednesday.  Total for every integer (the
 // mathematical remainder), for the arithmetic on weeks.

@@ -99,6 +99,33 @@ TEST(BadInput, IntegerExtremes) {
         EXPECT_EQ(t.empty(), n < 0);
         EXPECT_EQ(easter(n).empty(), n < 1583 || n > 9999);
     }
+}
+
+// The whole 32-bit range of day numbers in strides (a prime, so every
+// residue of the month and week arithmetic comes up): a date exactly from
+// 1 January of year 0 on, and a week number and names wherever there is one.
+TEST(BadInput, DayNumbersAcrossTheWholeRange) {
+    kp_error_record rec{};
+    rec.severity = 1;
+    CXError err(&rec);
+    int failures = 0;
+    for (int64_t v = INT32_MIN; v <= INT32_MAX && failures < 5; v += 4099) {
+        const auto n = static_cast<int32_t>(v);
+        const bool has_date = n >= -657413;
+        const std::u16string d = integer_to_date(n, u"", err);
+        const int32_t week = integer_week_number(n, err);
+        const std::u16string month = integer_to_month_in_alpha(n, kNoNames, err);
+        const int32_t day = integer_to_day(n);
+        if (d.empty() == has_date ||
+            (has_date && (d.size() < 8 || !digits_only(d) || week < 0 || week > 54)) ||
+            (!has_date && week != -1) || !month.empty() || day < -6 || day > 7 || day == 0) {
+            ADD_FAILURE() << n << " -> \"" << std::string(d.begin(), d.end()) << "\" week " << week;
+            ++failures;
+        }
+    }
+}
+
+TEST(BadInput, DurationExtremes) {
     for (int64_t v : {std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::min() + 1,
                       int64_t{-1}, int64_t{0}, std::numeric_limits<int64_t>::max()}) {
         std::u16string milli = duration_to_string(v, kDurationMilli);

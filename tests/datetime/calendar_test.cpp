@@ -100,7 +100,8 @@ TEST(DayNumber, WholeRangeToDatesAndWeekdays) {
         {-657071, u"00001208", 7},  // remainder 0
         {0, u"17991231", 2},
         {1, u"18000101", 3},
-        {-292179, u"09991232", 3}, // 1 January 1000: the estimate is a year short
+        {-292179, u"10000101", 3}, // an estimate a year short, carried forward
+        {-652893, u"00120519", 6},
         {73049, u"20000101", 6},
         {2958465, u"99000101", 1},
         {6937804, u"207950123", 1},

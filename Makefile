@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?=
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build run test test-asan bench fuzz coverage format clean
+.PHONY: deps configure build run test test-asan bench fuzz coverage format clean install package
 
 deps:
 	@tools/deps.sh
@@ -36,6 +36,16 @@ fuzz: deps
 
 coverage: deps
 	@if [ -f tools/coverage.sh ]; then JOBS=$(JOBS) tools/coverage.sh; else echo "no coverage script yet"; fi
+
+# Installs under PREFIX (default /usr/local); DESTDIR is honoured.
+PREFIX ?= /usr/local
+install: build
+	DESTDIR=$(DESTDIR) cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+# Debian packages (libkp120-1, libkp120-dev, kp120) under $(BUILD)/packages.
+package: build
+	cd $(BUILD) && cpack -G DEB -B "$(CURDIR)/$(BUILD)/packages"
+	@ls -1 $(BUILD)/packages/*.deb
 
 format:
 	find include src host cli tests bench fuzz -name '*.[ch]pp' -o -name '*.h' -o -name '*.c' | xargs clang-format -i

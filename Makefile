@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?=
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build run test test-asan bench fuzz coverage format clean install package
+.PHONY: deps configure build run test test-asan bench fuzz coverage format clean install package test-armhf test-arm64
 
 deps:
 	@tools/deps.sh
@@ -36,6 +36,15 @@ fuzz: deps
 
 coverage: deps
 	@if [ -f tools/coverage.sh ]; then JOBS=$(JOBS) tools/coverage.sh; else echo "no coverage script yet"; fi
+
+# Cross builds for ARM, the tests run under qemu-user.  Not part of `make
+# test`: under emulation they take longer than CI allows.
+test-armhf test-arm64: test-%:
+	tools/deps-cross.sh $*
+	cmake -S . -B build-$* -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-$*.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DKP120_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build build-$* -j $(JOBS)
+	cd build-$* && ctest --output-on-failure -j $(JOBS)
 
 # Installs under PREFIX (default /usr/local); DESTDIR is honoured.
 PREFIX ?= /usr/local

@@ -25,5 +25,6 @@ lock=(-o DPkg::Lock::Timeout=900)
 if ! dpkg --print-foreign-architectures | grep -qx "$arch"; then
   dpkg --add-architecture "$arch"
 fi
-apt-get "${lock[@]}" update -qq
+# A mirror in the middle of a sync fails one index; the others still load.
+apt-get "${lock[@]}" update -qq || echo "apt-get update reported an error; going on with the indexes it loaded"
 apt-get "${lock[@]}" install -y -qq --no-install-recommends "${missing[@]}"

@@ -41,6 +41,7 @@ coverage: deps
 # test`: under emulation they take longer than CI allows.
 test-armhf test-arm64: test-%:
 	tools/deps-cross.sh $*
+	tools/sysroot.sh $* build-sysroot-$*
 	cmake -S . -B build-$* -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-$*.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DKP120_BENCH=OFF $(CMAKE_FLAGS)
 	cmake --build build-$* -j $(JOBS)

@@ -1,4 +1,5 @@
 # 32-bit ARM (Debian armhf): the kind of processor the handheld devices ran on.
+set(KP120_ARCH armhf)
 set(KP120_TRIPLET arm-linux-gnueabihf)
 set(KP120_PROCESSOR arm)
 set(KP120_QEMU qemu-arm)

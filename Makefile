@@ -9,7 +9,7 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?=
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build run test test-32 bench fuzz coverage format clean
+.PHONY: deps configure build run test test-32 bench fuzz coverage format clean install package test-armhf test-arm64
 
 deps:
 	@tools/deps.sh
@@ -42,6 +42,26 @@ fuzz: deps
 
 coverage: deps
 	@if [ -f tools/coverage.sh ]; then JOBS=$(JOBS) tools/coverage.sh; else echo "no coverage script yet"; fi
+
+# Cross builds for ARM, the tests run under qemu-user.  Not part of `make
+# test`: under emulation they take longer than CI allows.
+test-armhf test-arm64: test-%:
+	tools/deps-cross.sh $*
+	tools/sysroot.sh $* build-sysroot-$*
+	cmake -S . -B build-$* -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-$*.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DKP120_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build build-$* -j $(JOBS)
+	cd build-$* && ctest --output-on-failure -j $(JOBS)
+
+# Installs under PREFIX (default /usr/local); DESTDIR is honoured.
+PREFIX ?= /usr/local
+install: build
+	DESTDIR=$(DESTDIR) cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+# Debian packages (libkp120-1, libkp120-dev, kp120) under $(BUILD)/packages.
+package: build
+	cd $(BUILD) && cpack -G DEB -B "$(CURDIR)/$(BUILD)/packages"
+	@ls -1 $(BUILD)/packages/*.deb
 
 format:
 	find include src host cli tests bench fuzz -name '*.[ch]pp' -o -name '*.h' -o -name '*.c' | xargs clang-format -i

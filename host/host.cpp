@@ -281,6 +281,10 @@ std::string fold_key(std::string_view utf8_name) {
     return out;
 }
 
+#ifndef KP120_COMPONENT_SONAME
+#define KP120_COMPONENT_SONAME "libkp120std.so.1"
+#endif
+
 std::string default_component_path() {
     if (const char* env = std::getenv("KP120_COMPONENT"); env && *env) return env;
     std::error_code ec;
@@ -288,6 +292,16 @@ std::string default_component_path() {
     if (!ec) {
         auto beside = exe.parent_path() / "libkp120std.so";
         if (std::filesystem::exists(beside, ec)) return beside.string();
+    }
+    // Installed, the component lies beside this library (the unversioned
+    // name comes with the development files, the versioned one always).
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<void*>(&default_component_path), &self) && self.dli_fname) {
+        auto dir = std::filesystem::path(self.dli_fname).parent_path();
+        for (const char* name : {"libkp120std.so", KP120_COMPONENT_SONAME}) {
+            auto p = dir / name;
+            if (std::filesystem::exists(p, ec)) return p.string();
+        }
     }
 #ifdef KP120_DEFAULT_COMPONENT
     return KP120_DEFAULT_COMPONENT;

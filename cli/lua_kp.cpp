@@ -661,6 +661,10 @@ void push_value(lua_State* L, const Value& v) {
     }
 }
 
+void defer_error(lua_State* L) {
+    set_pending(L);
+}
+
 void open_kp(lua_State* L, Session& s) {
     lua_pushlightuserdata(L, &s);
     lua_rawsetp(L, LUA_REGISTRYINDEX, &kSessionKey);

@@ -42,6 +42,11 @@ bool currency_at(lua_State* L, int index, const uint8_t*& bytes);
 // The value a `kp.var` at `index` refers to, or null when it is not one.
 const kp::host::Value* var_at(lua_State* L, int index);
 
+// Keeps the Lua error value on top of the stack (and pops it) to raise it
+// once the component call under way has returned: a Lua error must not
+// unwind through the component.
+void defer_error(lua_State* L);
+
 // Pushes a host value as its Lua counterpart.
 void push_value(lua_State* L, const kp::host::Value& v);
 

@@ -19,6 +19,7 @@
 
 #include "listing.h"
 #include "lua_kp.h"
+#include "ui.h"
 
 #ifdef KP120_HAVE_LIBEDIT
 #include <editline/readline.h>
@@ -55,7 +56,9 @@ const char kUsage[] =
     "\n"
     "PATTERN ignores case; * and ? are wildcards, a pattern without them matches names that contain it.\n"
     "In Lua, kp.NAME(...) calls a function by its French or English name and kp.NAME reads a constant;\n"
-    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror and kp.setlang.\n";
+    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror and kp.setlang.\n"
+    "File selectors ask the function set with kp.onselect(f), else a prompt when standard input is a\n"
+    "terminal, else they are cancelled; kp.presskey(27) presses Escape for the next key-state query.\n";
 
 int fail(const std::string& msg) {
     std::fprintf(stderr, "kp120: %s\n", msg.c_str());
@@ -425,6 +428,7 @@ int run_lua(const Args& a) {
     lua_setfield(L, -2, "exit");
     lua_pop(L, 1);
     kp::cli::open_kp(L, session);
+    kp::cli::open_ui(L, session);
 
     if (!a.chunks.empty()) {
         set_arg_table(L, "-e", {});

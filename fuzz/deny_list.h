@@ -9,22 +9,34 @@ namespace kp::fuzz {
 
 // Functions that would block, leave the sandbox or change the machine:
 // processes (start, stop, shell), the clipboard (shared with the desktop),
-// the file selector (a dialog), setting the system date or time (the
+// setting the system date or time (the
 // overloads of DateSys, TimeSys, Today and Now that take a value), and the
 // forms of fRead, fWrite and fWriteLine that copy to or from a memory
 // address given as an integer (any mapped address is fair game for them).
+// The file selectors are called: the host has no selector installed, so
+// every dialog is cancelled.
 enum class Which { All, WithArguments, AddressForm };
 struct Denied {
     const char* english;
     Which which;
 };
 constexpr Denied kDenied[] = {
-    {"ExeRun", Which::All},          {"ShellExecute", Which::All},       {"ExeTerminate", Which::All},
-    {"ToClipboard", Which::All},     {"Clipboard", Which::All},          {"ClipboardHeight", Which::All},
-    {"ClipboardWidth", Which::All},  {"ClipboardFormat", Which::All},    {"TableToClipboard", Which::All},
-    {"fSelect", Which::All},         {"DateSys", Which::WithArguments},  {"TimeSys", Which::WithArguments},
-    {"Today", Which::WithArguments}, {"Now", Which::WithArguments},      {"fRead", Which::AddressForm},
-    {"fWrite", Which::AddressForm},  {"fWriteLine", Which::AddressForm},
+    {"ExeRun", Which::All},
+    {"ShellExecute", Which::All},
+    {"ExeTerminate", Which::All},
+    {"ToClipboard", Which::All},
+    {"Clipboard", Which::All},
+    {"ClipboardHeight", Which::All},
+    {"ClipboardWidth", Which::All},
+    {"ClipboardFormat", Which::All},
+    {"TableToClipboard", Which::All},
+    {"DateSys", Which::WithArguments},
+    {"TimeSys", Which::WithArguments},
+    {"Today", Which::WithArguments},
+    {"Now", Which::WithArguments},
+    {"fRead", Which::AddressForm},
+    {"fWrite", Which::AddressForm},
+    {"fWriteLine", Which::AddressForm},
 };
 
 inline bool address_form(const kp_overload& ov) {

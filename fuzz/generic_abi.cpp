@@ -12,9 +12,11 @@
 // Sandbox: the device root and the registry file live in a temporary
 // directory made once per process, which is also the current directory; the
 // device root is always set, so no device name reaches the host's own file
-// system.  Files the process writes are capped in size, and the device is
-// emptied from time to time so that it does not fill up.  A few functions are
-// never called (deny_list.h).
+// system.  XDG_DATA_HOME points into it too, so that deletions to the trash
+// stay there.  Selectors find no selector installed in the host and are
+// cancelled; walks call back procedures made from the input.  Files the process writes are capped in size,
+// and the device is emptied from time to time so that it does not fill up.  A few functions are never called
+// (deny_list.h).
 //
 // Environment: KP120_COMPONENT names another module to load.
 
@@ -56,6 +58,10 @@ const std::vector<std::u16string_view> kDictionary = {
     u"\\d",
     u"\\d\\g.ini",
     u"\\d\\*.*",
+    u"\\d\\*",
+    u"\\Temp\\",
+    u"+HS-R",
+    u"ADHRSC",
     u"/f.txt",
     u"\\F.TXT",
     u"\\..\\..\\x",
@@ -227,6 +233,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     g_box->dir = tmpl;
     g_box->device = g_box->dir / "device";
     fs::create_directories(g_box->device);
+    // Deletions to the trash go to a trash inside the sandbox: the home
+    // trash of a data home on the device's file system.
+    fs::create_directories(g_box->dir / "xdg");
+    setenv("XDG_DATA_HOME", (g_box->dir / "xdg").c_str(), 1);
     if (chdir(g_box->dir.c_str()) != 0) {
         std::perror("chdir");
         std::abort();

@@ -105,6 +105,7 @@ struct Host::Impl {
     std::atomic<bool> smooth{false};
     std::atomic<int32_t> blocking{0};
     std::string codepage_text;
+    UiHooks ui;
 
     std::span<const kp_function> functions;
     std::span<const kp_constant> constants;
@@ -189,6 +190,12 @@ void* svc_object_symbol(void* vm, const char* name) {
 }
 intptr_t svc_window_message(void*, uintptr_t window, uint32_t message, uintptr_t wparam, uintptr_t lparam) {
     return answer_window_message(window, message, wparam, lparam);
+}
+int32_t svc_select(void* vm, const kp_selector_request* request, char16_t* buffer, int32_t size) {
+    return answer_selector(impl_of(vm)->ui, request, buffer, size);
+}
+int32_t svc_key_state(void* vm, int32_t virtual_key) {
+    return answer_key_state(impl_of(vm)->ui, virtual_key);
 }
 const char* svc_setting(void* vm, const char* name) {
     Host::Impl* h = impl_of(vm);
@@ -373,6 +380,8 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.object_module_symbol = svc_object_symbol;
     s.send_window_message = svc_window_message;
     s.setting = svc_setting;
+    s.select = svc_select;
+    s.key_state = svc_key_state;
     h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
 
     // The VM's calling order.
@@ -458,6 +467,13 @@ const kp_function* Host::find_function(std::string_view name) const {
 const kp_constant* Host::find_constant(std::string_view name) const {
     auto it = impl_->constant_index.find(fold_key(name));
     return it == impl_->constant_index.end() ? nullptr : &impl_->constants[it->second];
+}
+
+void Host::set_selector(Selector selector) {
+    impl_->ui.selector = std::move(selector);
+}
+void Host::set_key_state(KeyState key_state) {
+    impl_->ui.key_state = std::move(key_state);
 }
 
 void Host::set_language(int32_t language) {

@@ -81,6 +81,20 @@ struct CallOutcome {
     ErrorInfo error;
 };
 
+// What a program asked of a file selector (fSelect, fSelectDir,
+// fGraphicFilter): KP_SELECT_* kind, the function's string arguments and
+// its integer option (0 when absent).
+struct SelectorRequest {
+    int32_t kind = 0;
+    std::vector<std::u16string> texts;
+    int32_t options = 0;
+};
+// Answers a selector: the chosen text, "" for a cancelled dialog.
+using Selector = std::function<std::u16string(const SelectorRequest&)>;
+// Answers GetAsyncKeyState for a virtual key: 0x8000 down, 0x0001 pressed
+// since the previous query.
+using KeyState = std::function<int32_t(int32_t virtual_key)>;
+
 struct Options {
     std::string component_path; // default: libkp120std.so beside the running program, then build/
     std::string device_root;    // device file system root ("/" = native file system)
@@ -122,6 +136,12 @@ class Host {
     CallOutcome call(std::string_view utf8_name, std::vector<Value>& args);
     // Calls one overload directly (no resolution; the arguments must fit).
     CallOutcome call_overload(const kp_function& fn, int overload, std::vector<Value>& args);
+
+    // The user interface the component reaches through the services block:
+    // without a selector every dialog is cancelled; without a key state no
+    // key is ever down.  Empty functions remove them.
+    void set_selector(Selector selector);
+    void set_key_state(KeyState key_state);
 
     // Interface language (Execution 4876 and the component object).
     void set_language(int32_t language);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "host.h"
 #include "kp120/vm.h"
 
 namespace kp::host {
@@ -21,5 +22,17 @@ intptr_t answer_window_message(uintptr_t window, uint32_t message, uintptr_t wpa
 // buffer (size characters with the terminator); returns the length, 0 when
 // the host has no text for it, or the size needed when the buffer is short.
 int32_t host_message_text(int32_t language, uint32_t number, char16_t* buffer, int32_t size);
+
+// The user interface a program of the host may reach: the selector and the
+// key state set with Host::set_selector and Host::set_key_state.
+struct UiHooks {
+    Selector selector;
+    KeyState key_state;
+};
+
+// The services slots `select` and `key_state` over those hooks (selectors.cpp).
+int32_t answer_selector(const UiHooks& hooks, const kp_selector_request* request, char16_t* buffer,
+                        int32_t size);
+int32_t answer_key_state(const UiHooks& hooks, int32_t virtual_key);
 
 } // namespace kp::host

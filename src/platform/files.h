@@ -22,7 +22,13 @@
 // conflict between handles (also in the same process) with 33, and they are
 // advisory towards programs that do not lock.
 //
+// Attributes that POSIX has no bit for (hidden, system, archive) are kept in
+// the extended attribute "user.DOSATTRIB" (see host_attributes.h); a name
+// beginning with "." always reads as hidden.
+//
 // Times are FILETIME values: 100-nanosecond units since 1 January 1601 UTC.
+// The creation time is the host's birth time where its file system records
+// one, else the modification time; it cannot be set (50).
 #pragma once
 
 #include <cstdint>
@@ -54,11 +60,12 @@ constexpr uint32_t kFileBegin = 0, kFileCurrent = 1, kFileEnd = 2;
 
 // Attributes.
 constexpr uint32_t kAttributeReadOnly = 0x01;
-constexpr uint32_t kAttributeHidden = 0x02; // the host name begins with "."
+constexpr uint32_t kAttributeHidden = 0x02; // stored, or the host name begins with "."
 constexpr uint32_t kAttributeSystem = 0x04;
 constexpr uint32_t kAttributeDirectory = 0x10;
-constexpr uint32_t kAttributeArchive = 0x20; // every regular file
-constexpr uint32_t kAttributeNormal = 0x80;
+constexpr uint32_t kAttributeArchive = 0x20; // stored; a file that has none stored reads as archive
+constexpr uint32_t kAttributeNormal = 0x80;  // no other bit
+constexpr uint32_t kAttributeCompressed = 0x800;
 constexpr uint32_t kInvalidAttributes = 0xFFFFFFFFu;
 
 // --- Handles ---------------------------------------------------------------
@@ -102,19 +109,34 @@ struct FileInfo {
 
 // GetFileAttributesW: kInvalidAttributes on failure (2, 3, ...).
 uint32_t get_file_attributes(std::u16string_view name);
-// SetFileAttributesW: only kAttributeReadOnly changes anything.
+// SetFileAttributesW: read-only, hidden, system and archive (other bits are
+// ignored; read-only has no meaning for a directory).  When the file system
+// refuses to store hidden, system or archive, the call fails with the mapped
+// code (50 where extended attributes are not supported) and nothing changes.
 bool set_file_attributes(std::u16string_view name, uint32_t attributes);
 bool get_file_info(std::u16string_view name, FileInfo& info);
-// Sets the times that are given (null pointers leave a time unchanged; the
-// creation time cannot be set on the host and is ignored).
+// Sets the times that are given (null pointers leave a time unchanged),
+// with nanosecond precision.
 bool set_file_times(std::u16string_view name, const uint64_t* access_time, const uint64_t* write_time);
+// SetFileTime: a creation time fails with 50 (the host cannot set it) and
+// changes nothing; the others as above.
+bool set_file_times(std::u16string_view name, const uint64_t* creation_time, const uint64_t* access_time,
+                    const uint64_t* write_time);
 
-// DeleteFileW: 5 for a read-only file or a directory.
+// DeleteFileW: 5 for a read-only file or a directory.  A file that a handle
+// holds open is deleted as POSIX deletes it: its name goes at once, and the
+// open handle keeps reading and writing its data until it is closed.
 bool delete_file(std::u16string_view name);
-// MoveFileW: fails with 183 when the target exists; works on directories.
+// MoveFileW: fails with 183 when the target exists (atomically: the host
+// rename refuses to replace, RENAME_NOREPLACE, or links and unlinks where
+// the file system refuses that flag); works on directories.  A name that is
+// not absolute fails with 3.
 bool move_file(std::u16string_view from, std::u16string_view to);
-// CopyFileW: the target gets the source's bytes and attributes; with
-// fail_if_exists an existing target fails with 80; a read-only target fails with 5.
+// CopyFileW: the target gets the source's bytes, attributes (permissions and
+// the stored DOS bits) and access and modification times; with
+// fail_if_exists an existing target fails with 80; a read-only target fails
+// with 5; a file copied onto itself fails with 32 and is left as it was.
+// The bytes move inside the kernel (copy_file_range) where it offers that.
 bool copy_file(std::u16string_view from, std::u16string_view to, bool fail_if_exists);
 // CreateDirectoryW (one level; 183 when it exists, 3 when the parent is missing).
 bool create_directory(std::u16string_view name);

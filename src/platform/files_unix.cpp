@@ -6,11 +6,14 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <new>
+#include <stdio.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "platform/codepage.h"
 #include "platform/files.h"
+#include "platform/host_attributes.h"
 #include "platform/paths.h"
 #include "platform/win32_error.h"
 
@@ -45,22 +48,7 @@ bool fail_errno() {
 }
 
 bool is_read_only(const struct stat& st) {
-    return (st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
-}
-
-uint64_t filetime_of(const struct timespec& ts) {
-    constexpr int64_t kEpochDelta = 11644473600LL; // seconds from 1601 to 1970
-    int64_t secs = static_cast<int64_t>(ts.tv_sec) + kEpochDelta;
-    if (secs < 0) return 0;
-    return static_cast<uint64_t>(secs) * 10000000ULL + static_cast<uint64_t>(ts.tv_nsec) / 100;
-}
-
-struct timespec timespec_of(uint64_t filetime) {
-    constexpr int64_t kEpochDelta = 11644473600LL;
-    struct timespec ts;
-    ts.tv_sec = static_cast<time_t>(static_cast<int64_t>(filetime / 10000000ULL) - kEpochDelta);
-    ts.tv_nsec = static_cast<long>((filetime % 10000000ULL) * 100);
-    return ts;
+    return host::is_read_only(st.st_mode);
 }
 
 // The last component of a device name, as written.
@@ -69,27 +57,6 @@ std::u16string_view last_component(std::u16string_view name) {
         name.remove_suffix(1);
     std::size_t cut = name.find_last_of(u"\\/");
     return cut == std::u16string_view::npos ? name : name.substr(cut + 1);
-}
-
-bool base_name_hidden(std::string_view host_path) {
-    std::size_t cut = host_path.rfind('/');
-    std::string_view base = cut == std::string_view::npos ? host_path : host_path.substr(cut + 1);
-    return !base.empty() && base.front() == '.' && base != "." && base != "..";
-}
-
-uint32_t attributes_of(const struct stat& st, std::string_view host_path) {
-    uint32_t a = S_ISDIR(st.st_mode) ? kAttributeDirectory : kAttributeArchive;
-    if (!S_ISDIR(st.st_mode) && is_read_only(st)) a |= kAttributeReadOnly;
-    if (base_name_hidden(host_path)) a |= kAttributeHidden;
-    return a;
-}
-
-void fill_info(const struct stat& st, std::string_view host_path, FileInfo& info) {
-    info.attributes = attributes_of(st, host_path);
-    info.size = S_ISDIR(st.st_mode) ? 0 : static_cast<uint64_t>(st.st_size);
-    info.creation_time = filetime_of(st.st_ctim);
-    info.access_time = filetime_of(st.st_atim);
-    info.write_time = filetime_of(st.st_mtim);
 }
 
 // Resolves a name that must exist: 2 when it does not, 3 when its directory does not.
@@ -140,6 +107,31 @@ bool full_pwrite(int fd, uint64_t offset, const void* buffer, uint32_t count, ui
 }
 
 constexpr uint64_t kMaxOffset = static_cast<uint64_t>(LLONG_MAX);
+
+// The bytes of `in` into `out` from their starts: inside the kernel where it
+// can (copy_file_range), else through a 256 KiB buffer.
+bool copy_bytes(int in, int out) {
+    for (;;) {
+        ssize_t n = copy_file_range(in, nullptr, out, nullptr, 1u << 30, 0);
+        if (n > 0) continue;
+        if (n == 0) return true;
+        if (errno == EINTR) continue;
+        if (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP || errno == EBADF)
+            break;
+        return fail_errno();
+    }
+    off_t done = lseek(in, 0, SEEK_CUR);
+    if (done < 0 || lseek(out, done, SEEK_SET) < 0) return fail_errno();
+    std::vector<uint8_t> buf(256u << 10);
+    uint64_t offset = static_cast<uint64_t>(done);
+    for (;;) {
+        uint32_t n = 0;
+        if (!full_pread(in, offset, buf.data(), static_cast<uint32_t>(buf.size()), &n)) return false;
+        if (n == 0) return true;
+        if (!full_pwrite(out, offset, buf.data(), n, nullptr)) return false;
+        offset += n;
+    }
+}
 
 } // namespace
 
@@ -390,12 +382,9 @@ bool unlock_file(FileHandle h, uint64_t offset, uint64_t length) {
 uint32_t get_file_attributes(std::u16string_view name) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return kInvalidAttributes;
-    struct stat st;
-    if (stat(r.host_path.c_str(), &st) != 0) {
-        set_last_error_from_errno();
-        return kInvalidAttributes;
-    }
-    return attributes_of(st, r.host_path);
+    FileInfo info;
+    if (!host::info_at(AT_FDCWD, r.host_path.c_str(), r.host_path, true, info)) return kInvalidAttributes;
+    return info.attributes;
 }
 
 bool set_file_attributes(std::u16string_view name, uint32_t attributes) {
@@ -403,6 +392,17 @@ bool set_file_attributes(std::u16string_view name, uint32_t attributes) {
     if (!resolve_existing(name, r)) return false;
     struct stat st;
     if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    FileInfo now;
+    if (!host::info_at(AT_FDCWD, r.host_path.c_str(), r.host_path, true, now)) return false;
+    // The stored bits first: when the file system refuses them nothing has
+    // changed yet.  A hidden bit that comes from the name is not stored.
+    uint32_t want = attributes & host::kDosKeptBits;
+    uint32_t have = now.attributes & host::kDosKeptBits;
+    uint32_t stored = 0;
+    bool has_stored = host::read_dos_bits(r.host_path, &stored);
+    if (want != have || (has_stored && (stored & host::kDosKeptBits) != want)) {
+        if (!host::write_dos_bits(r.host_path, want)) return false;
+    }
     if (S_ISDIR(st.st_mode)) return true; // read-only has no meaning for a directory here
     mode_t mode = st.st_mode & 07777;
     mode_t wanted = (attributes & kAttributeReadOnly) ? (mode & ~(S_IWUSR | S_IWGRP | S_IWOTH))
@@ -414,21 +414,24 @@ bool set_file_attributes(std::u16string_view name, uint32_t attributes) {
 bool get_file_info(std::u16string_view name, FileInfo& info) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return false;
-    struct stat st;
-    if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
     info = FileInfo{};
-    fill_info(st, r.host_path, info);
-    return true;
+    return host::info_at(AT_FDCWD, r.host_path.c_str(), r.host_path, true, info);
 }
 
 bool set_file_times(std::u16string_view name, const uint64_t* access_time, const uint64_t* write_time) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return false;
     struct timespec ts[2];
-    ts[0] = access_time ? timespec_of(*access_time) : timespec{0, UTIME_OMIT};
-    ts[1] = write_time ? timespec_of(*write_time) : timespec{0, UTIME_OMIT};
+    ts[0] = access_time ? host::timespec_of(*access_time) : timespec{0, UTIME_OMIT};
+    ts[1] = write_time ? host::timespec_of(*write_time) : timespec{0, UTIME_OMIT};
     if (utimensat(AT_FDCWD, r.host_path.c_str(), ts, 0) != 0) return fail_errno();
     return true;
+}
+
+bool set_file_times(std::u16string_view name, const uint64_t* creation_time, const uint64_t* access_time,
+                    const uint64_t* write_time) {
+    if (creation_time) return fail(kErrorNotSupported);
+    return set_file_times(name, access_time, write_time);
 }
 
 bool delete_file(std::u16string_view name) {
@@ -443,6 +446,7 @@ bool delete_file(std::u16string_view name) {
 }
 
 bool move_file(std::u16string_view from, std::u16string_view to) {
+    if (!is_absolute_device_name(from) || !is_absolute_device_name(to)) return fail(kErrorPathNotFound);
     ResolvedName src, dst;
     if (!resolve_existing(from, src)) return false;
     if (!resolve_device_name(to, dst)) return false;
@@ -458,7 +462,27 @@ bool move_file(std::u16string_view from, std::u16string_view to) {
         std::size_t cut = target.rfind('/');
         target = target.substr(0, cut + 1) + to_utf8(last_component(to));
         if (target == src.host_path) return true;
+        if (rename(src.host_path.c_str(), target.c_str()) != 0) return fail_errno();
+        return true;
     }
+    if (renameat2(AT_FDCWD, src.host_path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+        return fail(errno == EEXIST ? kErrorAlreadyExists : win32_from_errno(errno));
+    // The file system refuses the flag: a hard link cannot replace either.
+    struct stat st;
+    if (lstat(src.host_path.c_str(), &st) != 0) return fail_errno();
+    if (!S_ISDIR(st.st_mode)) {
+        if (link(src.host_path.c_str(), target.c_str()) != 0)
+            return fail(errno == EEXIST ? kErrorAlreadyExists : win32_from_errno(errno));
+        if (unlink(src.host_path.c_str()) != 0) {
+            uint32_t e = win32_from_errno(errno);
+            unlink(target.c_str());
+            return fail(e);
+        }
+        return true;
+    }
+    if (access(target.c_str(), F_OK) == 0) return fail(kErrorAlreadyExists);
     if (rename(src.host_path.c_str(), target.c_str()) != 0) return fail_errno();
     return true;
 }
@@ -474,9 +498,9 @@ bool copy_file(std::u16string_view from, std::u16string_view to, bool fail_if_ex
     if (dst.exists) {
         struct stat ds;
         if (stat(dst.host_path.c_str(), &ds) != 0) return fail_errno();
+        if (ds.st_dev == ss.st_dev && ds.st_ino == ss.st_ino) return fail(kErrorSharingViolation);
         if (fail_if_exists) return fail(kErrorFileExists);
         if (S_ISDIR(ds.st_mode)) return fail(kErrorAccessDenied);
-        if (ds.st_dev == ss.st_dev && ds.st_ino == ss.st_ino) return fail(kErrorSharingViolation);
         if (is_read_only(ds)) return fail(kErrorAccessDenied);
     }
     int in = open(src.host_path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -487,27 +511,17 @@ bool copy_file(std::u16string_view from, std::u16string_view to, bool fail_if_ex
         close(in);
         return fail(e);
     }
-    std::vector<uint8_t> buf(65536);
-    uint64_t offset = 0;
-    bool ok = true;
-    for (;;) {
-        uint32_t n = 0;
-        if (!full_pread(in, offset, buf.data(), static_cast<uint32_t>(buf.size()), &n)) {
-            ok = false;
-            break;
-        }
-        if (n == 0) break;
-        if (!full_pwrite(out, offset, buf.data(), n, nullptr)) {
-            ok = false;
-            break;
-        }
-        offset += n;
-    }
+    bool ok = copy_bytes(in, out);
     uint32_t err = last_error();
     if (ok) {
         struct timespec ts[2] = {ss.st_atim, ss.st_mtim};
         futimens(out, ts);
         fchmod(out, ss.st_mode & 07777);
+        uint32_t bits = 0;
+        if (host::read_dos_bits(src.host_path, &bits))
+            host::write_dos_bits(dst.host_path, bits);
+        else
+            fremovexattr(out, host::kDosAttributeName);
     }
     close(in);
     close(out);
@@ -560,10 +574,10 @@ bool list_directory(std::u16string_view name, std::vector<FileInfo>& entries) {
     std::string dir = r.host_path == "/" ? "" : r.host_path;
     for (const std::string& n : names) {
         std::string full = dir + "/" + n;
-        struct stat es;
-        if (stat(full.c_str(), &es) != 0 && lstat(full.c_str(), &es) != 0) continue;
         FileInfo info;
-        fill_info(es, full, info);
+        if (!host::info_at(AT_FDCWD, full.c_str(), full, true, info) &&
+            !host::info_at(AT_FDCWD, full.c_str(), full, false, info))
+            continue;
         info.name = from_utf8(n);
         entries.push_back(std::move(info));
     }

@@ -1,0 +1,98 @@
+// attributes_unix.cpp - Win32 attributes and times of host files: statx,
+// the user.DOSATTRIB extended attribute and the file system's flags.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include "platform/host_attributes.h"
+#include "platform/win32_error.h"
+
+namespace kp::platform::host {
+
+namespace {
+constexpr int64_t kEpochDelta = 11644473600LL; // seconds from 1601 to 1970
+
+bool base_name_hidden(const std::string& path) {
+    std::size_t cut = path.rfind('/');
+    std::string_view base =
+        cut == std::string::npos ? std::string_view(path) : std::string_view(path).substr(cut + 1);
+    return !base.empty() && base.front() == '.' && base != "." && base != "..";
+}
+
+uint64_t filetime_of_statx(const struct statx_timestamp& t) {
+    struct timespec ts;
+    ts.tv_sec = static_cast<time_t>(t.tv_sec);
+    ts.tv_nsec = static_cast<long>(t.tv_nsec);
+    return filetime_of(ts);
+}
+} // namespace
+
+uint64_t filetime_of(const struct timespec& ts) {
+    int64_t secs = static_cast<int64_t>(ts.tv_sec) + kEpochDelta;
+    if (secs < 0) return 0;
+    return static_cast<uint64_t>(secs) * 10000000ULL + static_cast<uint64_t>(ts.tv_nsec) / 100;
+}
+
+struct timespec timespec_of(uint64_t filetime) {
+    struct timespec ts;
+    ts.tv_sec = static_cast<time_t>(static_cast<int64_t>(filetime / 10000000ULL) - kEpochDelta);
+    ts.tv_nsec = static_cast<long>((filetime % 10000000ULL) * 100);
+    return ts;
+}
+
+bool is_read_only(mode_t mode) {
+    return (mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+}
+
+bool read_dos_bits(const std::string& path, uint32_t* bits) {
+    char text[64];
+    ssize_t n = getxattr(path.c_str(), kDosAttributeName, text, sizeof text - 1);
+    if (n <= 0) return false;
+    text[n] = 0; // Samba may follow the text with a NUL and a binary record
+    unsigned value = 0;
+    if (std::sscanf(text, "0x%x", &value) != 1 && std::sscanf(text, "0X%x", &value) != 1) return false;
+    *bits = value;
+    return true;
+}
+
+bool write_dos_bits(const std::string& path, uint32_t bits) {
+    char text[16];
+    int n = std::snprintf(text, sizeof text, "0x%x", bits & kDosKeptBits);
+    if (setxattr(path.c_str(), kDosAttributeName, text, static_cast<std::size_t>(n), 0) != 0) {
+        set_last_error(errno == ENOTSUP ? kErrorNotSupported : win32_from_errno(errno));
+        return false;
+    }
+    return true;
+}
+
+bool info_at(int dirfd, const char* name, const std::string& full_path, bool follow, FileInfo& info) {
+    struct statx sx;
+    int flags = AT_STATX_SYNC_AS_STAT | (follow ? 0 : AT_SYMLINK_NOFOLLOW);
+    if (statx(dirfd, name, flags, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
+        set_last_error_from_errno();
+        return false;
+    }
+    const bool dir = S_ISDIR(sx.stx_mode);
+    uint32_t a = dir ? kAttributeDirectory : 0;
+    uint32_t kept = 0;
+    if (read_dos_bits(full_path, &kept))
+        a |= kept & kDosKeptBits;
+    else if (!dir)
+        a |= kAttributeArchive;
+    if (!dir && is_read_only(sx.stx_mode)) a |= kAttributeReadOnly;
+    if (base_name_hidden(full_path)) a |= kAttributeHidden;
+    if (sx.stx_attributes_mask & STATX_ATTR_COMPRESSED && sx.stx_attributes & STATX_ATTR_COMPRESSED)
+        a |= kAttributeCompressed;
+    if (a == 0) a = kAttributeNormal;
+    info.attributes = a;
+    info.size = dir ? 0 : sx.stx_size;
+    info.write_time = filetime_of_statx(sx.stx_mtime);
+    info.access_time = filetime_of_statx(sx.stx_atime);
+    info.creation_time = (sx.stx_mask & STATX_BTIME) ? filetime_of_statx(sx.stx_btime) : info.write_time;
+    return true;
+}
+
+} // namespace kp::platform::host

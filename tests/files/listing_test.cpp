@@ -1,0 +1,242 @@
+// listing_test.cpp - walks with a procedure of the host (counts, stop on
+// false, the user value, recursion, filters, interruption), their text
+// forms, symbolic-link loops and unreadable directories, the trash against
+// trash-cli, and the selectors answered by the host.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "files_fixture.h"
+
+namespace kp::files::test {
+namespace {
+
+namespace fs = std::filesystem;
+using kp::host::SelectorRequest;
+
+struct Seen {
+    std::u16string dir, name;
+    int64_t number, user;
+};
+
+class Listing : public DeviceTest {
+  protected:
+    void SetUp() override {
+        put("d/a.txt", "1");
+        put("d/b.dat", "2");
+        put("d/.hid.txt", "3");
+        put("d/sub/c.txt", "4");
+        put("d/.hsub/e.txt", "5");
+        put("d/sub/deep/f.txt", "6");
+    }
+    // Walks with a procedure that records its calls and answers `go(n)`.
+    int64_t walk(const char* fn, const std::u16string& path, std::vector<Value> more, std::vector<Seen>& seen,
+                 std::function<bool(int64_t)> go = nullptr) {
+        std::vector<Value> args = {Value::string(path), Value::procedure([&](std::vector<Value>& a) {
+                                       seen.push_back({a[0].s, a[1].s, a[2].i, a[3].i});
+                                       return Value::boolean(go ? go(a[2].i) : true);
+                                   })};
+        for (Value& v : more)
+            args.push_back(std::move(v));
+        return call_with(fn, args).result.i;
+    }
+    static std::vector<std::u16string> names(const std::vector<Seen>& seen) {
+        std::vector<std::u16string> out;
+        for (const Seen& s : seen)
+            out.push_back(s.dir + s.name);
+        return out;
+    }
+};
+
+TEST_F(Listing, ProcedureForms) {
+    struct Row {
+        const char* fn;
+        const char16_t* path;
+        int32_t options;
+        std::vector<std::u16string> expected;
+    };
+    const Row rows[] = {
+        {"fListFile",
+         u"\\d\\*.txt",
+         0,
+         {u"\\d\\.hid.txt", u"\\d\\a.txt", u"\\d\\.hsub\\e.txt", u"\\d\\sub\\c.txt",
+          u"\\d\\sub\\deep\\f.txt"}},
+        {"fListFile", u"\\d\\*.txt", 2, {u"\\d\\.hid.txt", u"\\d\\a.txt"}},
+        {"fListFile",
+         u"\\d\\*.txt",
+         0x100,
+         {u"\\d\\a.txt", u"\\d\\.hsub\\e.txt", u"\\d\\sub\\c.txt", u"\\d\\sub\\deep\\f.txt"}},
+        {"fListFile",
+         u"\\d\\*.txt",
+         0x200,
+         {u"\\d\\.hid.txt", u"\\d\\a.txt", u"\\d\\sub\\c.txt", u"\\d\\sub\\deep\\f.txt"}},
+        {"fListFile", u"\\D\\*.DAT", 0, {u"\\D\\b.dat"}},
+        {"fListFile", u"\\d\\", 2, {u"\\d\\.hid.txt", u"\\d\\a.txt", u"\\d\\b.dat"}},
+        {"fListDirectory", u"\\d\\*", 0, {u"\\d\\.hsub", u"\\d\\sub", u"\\d\\sub\\deep"}},
+        {"fListDirectory", u"\\d\\*", 0x202, {u"\\d\\sub"}},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(std::string(r.fn) + " " + host::utf8(r.path) + " " + std::to_string(r.options));
+        std::vector<Seen> seen;
+        int64_t n = walk(r.fn, r.path, {Value::integer(42), Value::integer(r.options)}, seen);
+        EXPECT_EQ(names(seen), r.expected);
+        EXPECT_EQ(n, static_cast<int64_t>(r.expected.size()));
+        for (std::size_t k = 0; k < seen.size(); ++k) {
+            EXPECT_EQ(seen[k].number, static_cast<int64_t>(k + 1));
+            EXPECT_EQ(seen[k].user, 42);
+        }
+    }
+}
+
+TEST_F(Listing, StopsOnFalseAndWithoutUserValue) {
+    std::vector<Seen> seen;
+    EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {}, seen, [](int64_t n) { return n < 2; }), 2);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].user, 0);
+    // A procedure that answers nothing stops the walk at once.
+    std::vector<Value> args = {Value::string(u"\\d\\*.txt"),
+                               Value::procedure([](std::vector<Value>&) { return Value(); })};
+    EXPECT_EQ(call_with("fListFile", args).result.i, 1);
+}
+
+TEST_F(Listing, Interrupted) {
+    // Escape pressed during the third entry: the walk ends before the fourth.
+    int pressed_at = 0, queries = 0;
+    fx.host->set_key_state([&](int32_t vk) -> int32_t {
+        ++queries;
+        return vk == 27 && pressed_at > 0 ? 0x0001 : 0;
+    });
+    std::vector<Seen> seen;
+    int64_t n =
+        walk("fListFile", u"\\d\\*.txt", {Value::integer(0), Value::integer(4)}, seen, [&](int64_t k) {
+            if (k == 3) pressed_at = 3;
+            return true;
+        });
+    EXPECT_EQ(n, 3);
+    EXPECT_GT(queries, 1);
+    // Without frInterruptible the key is not read.
+    queries = 0;
+    seen.clear();
+    EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {}, seen), 5);
+    EXPECT_EQ(queries, 0);
+    // A key down before the walk is read once first and does not interrupt it.
+    int calls = 0;
+    fx.host->set_key_state([&](int32_t) -> int32_t { return calls++ == 0 ? 0x0001 : 0; });
+    seen.clear();
+    EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {Value::integer(0), Value::integer(4)}, seen), 5);
+    fx.host->set_key_state(nullptr);
+}
+
+TEST_F(Listing, TextForms) {
+    EXPECT_EQ(call("fListFile", {Value::string(u"\\d\\*.txt"), Value::integer(2)}).result.s,
+              u"\\d\\.hid.txt\r\n\\d\\a.txt");
+    EXPECT_EQ(call("fListFile", {Value::string(u"\\d\\*.txt"), Value::integer(0x112)}).result.s,
+              u"\\d\\a.txt\tA");
+    EXPECT_EQ(call("fListDirectory", {Value::string(u"\\d\\*"), Value::integer(0x210)}).result.s,
+              u"\\d\\sub\tD\r\n\\d\\sub\\deep\tD");
+    ASSERT_TRUE(call("fAttributeReadOnly", {Value::string(u"\\d\\a.txt"), Value::boolean(true)}).result.b);
+    EXPECT_EQ(call("fListFile", {Value::string(u"\\d\\*"), Value::integer(8)}).result.s, u"\\d\\a.txt");
+    CallOutcome missing = call("fListFile", {Value::string(u"\\none\\*")});
+    EXPECT_EQ(missing.result.s, u"");
+    EXPECT_EQ(missing.error.system_code, 3u);
+}
+
+TEST_F(Listing, LoopsUnreadableDirectoriesAndFailingProcedures) {
+    fs::create_directory_symlink(host_path("d"), host_path("d/sub/back")); // a loop
+    fs::create_symlink(host_path("d/self"), host_path("d/self"));          // a link to itself
+    std::vector<Seen> seen;
+    EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {}, seen), 5);
+    if (geteuid() != 0) {
+        chmod(host_path("d/sub").c_str(), 0);
+        seen.clear();
+        EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {}, seen), 3); // left out, the walk goes on
+        chmod(host_path("d/sub").c_str(), 0755);
+    }
+    // No procedure: 80050.
+    std::vector<Value> args = {Value::string(u"\\d\\*"), Value::none()};
+    kp::host::Value proc;
+    CallOutcome out = fx.host->call("fListFile", args);
+    if (out.status == kp::host::CallStatus::Ok) {
+        EXPECT_EQ(out.result.i, 0);
+    }
+}
+
+TEST_F(Listing, RecycleBinSeenByTrashList) {
+    if (std::system("command -v trash-list >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "trash-cli is not installed";
+    // The trash of a temporary data home on the device's file system.
+    fs::path home = fx.dir.path() / "xdg";
+    fs::create_directories(home);
+    const char* old = std::getenv("XDG_DATA_HOME");
+    std::string saved = old ? old : "";
+    setenv("XDG_DATA_HOME", home.c_str(), 1);
+    put("r/one.txt", "1");
+    put("r/two.txt", "2");
+    put("r/three.dat", "3");
+    EXPECT_EQ(call("fDelete", {Value::string(u"\\r\\one.txt"), Value::integer(0x100)}).result.i, 1);
+    EXPECT_EQ(call("fDelete", {Value::string(u"\\r\\*.txt"), Value::integer(0x100)}).result.i, 1);
+    put("r/one.txt", "again");
+    EXPECT_EQ(call("fDelete", {Value::string(u"\\r\\one.txt"), Value::integer(0x100)}).result.i, 1);
+    EXPECT_FALSE(fs::exists(host_path("r/one.txt")));
+    EXPECT_TRUE(fs::exists(host_path("r/three.dat")));
+    EXPECT_EQ(call("fDelete", {Value::string(u"\\r\\none.txt"), Value::integer(0x100)}).error.system_code,
+              2u);
+
+    std::string cmd = "XDG_DATA_HOME='" + home.string() + "' trash-list 2>/dev/null";
+    std::string listing;
+    if (FILE* p = popen(cmd.c_str(), "r")) {
+        char buf[4096];
+        std::size_t n;
+        while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+            listing.append(buf, n);
+        pclose(p);
+    }
+    if (old)
+        setenv("XDG_DATA_HOME", saved.c_str(), 1);
+    else
+        unsetenv("XDG_DATA_HOME");
+    const std::string one = host_path("r/one.txt").string(), two = host_path("r/two.txt").string();
+    std::size_t first = listing.find(one);
+    ASSERT_NE(first, std::string::npos) << listing;
+    EXPECT_NE(listing.find(one, first + 1), std::string::npos) << listing; // both deletions of one.txt
+    EXPECT_NE(listing.find(two), std::string::npos) << listing;
+    EXPECT_EQ(listing.find("three"), std::string::npos) << listing;
+    EXPECT_TRUE(fs::exists(home / "Trash/files/one.txt"));
+    EXPECT_TRUE(fs::exists(home / "Trash/info/one.txt.trashinfo"));
+}
+
+TEST_F(Listing, SelectorsAnsweredByTheHost) {
+    // No selector: every dialog is cancelled.
+    EXPECT_EQ(call("fGraphicFilter", {}).result.s, u"");
+    std::vector<SelectorRequest> asked;
+    std::u16string answer = u"\\chosen.txt";
+    fx.host->set_selector([&](const SelectorRequest& r) {
+        asked.push_back(r);
+        return answer;
+    });
+    auto S = [](const char16_t* s) { return Value::string(s); };
+    EXPECT_EQ(
+        call("fSelect", {S(u"\\"), S(u"f"), S(u"Title"), S(u"Text|*.txt"), S(u"txt"), Value::integer(3)})
+            .result.s,
+        answer);
+    EXPECT_EQ(call("fSelectDir", {S(u"\\"), S(u"Pick")}).result.s, answer);
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[0].kind, KP_SELECT_FILE);
+    EXPECT_EQ(asked[0].texts.size(), 5u);
+    EXPECT_EQ(asked[0].texts[3], u"Text|*.txt");
+    EXPECT_EQ(asked[0].options, 3);
+    EXPECT_EQ(asked[1].kind, KP_SELECT_DIRECTORY);
+    // An answer longer than the first buffer comes back whole.
+    answer = u"\\" + std::u16string(5000, u'x');
+    EXPECT_EQ(call("fGraphicFilter", {}).result.s, answer);
+    EXPECT_EQ(asked.back().kind, KP_SELECT_GRAPHIC_FILTER);
+    answer.clear();
+    EXPECT_EQ(call("fSelect", {S(u"a"), S(u"b"), S(u"c"), S(u"d")}).result.s, u"");
+    fx.host->set_selector(nullptr);
+}
+
+} // namespace
+} // namespace kp::files::test

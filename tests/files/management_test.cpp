@@ -1,0 +1,479 @@
+// management_test.cpp - file and directory functions through the component
+// interface, on a temporary device root: names, comparison, path splitting,
+// copies, renames, deletion, sizes, attributes, dates, temporary names,
+// texts, directories, and the bad input they must survive.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <set>
+
+#include "files_fixture.h"
+
+namespace kp::files::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+Value S(const std::u16string& s) {
+    return Value::string(s);
+}
+Value I(int64_t v) {
+    return Value::integer(v);
+}
+
+class Management : public DeviceTest {
+  protected:
+    std::string xattr(const std::string& rel) {
+        char buf[64];
+        ssize_t n = getxattr(host_path(rel).c_str(), "user.DOSATTRIB", buf, sizeof buf);
+        return n > 0 ? std::string(buf, static_cast<std::size_t>(n)) : std::string();
+    }
+    bool xattrs_supported() {
+        put("probe", "");
+        bool ok = setxattr(host_path("probe").c_str(), "user.test", "1", 1, 0) == 0;
+        fs::remove(host_path("probe"));
+        return ok;
+    }
+};
+
+// Every function that takes a name refuses a relative or empty one with
+// its failure value and 80600 (fFileExist and fSize accept "" silently).
+TEST_F(Management, RelativeNamesAreRefused) {
+    struct Row {
+        const char* fn;
+        std::vector<Value> args;
+        int64_t result; // for integer and boolean results
+        uint32_t id;
+    };
+    const std::vector<Row> rows = {
+        {"fFileExist", {S(u"a.txt")}, 0, 80600},
+        {"fFileExist", {S(u"")}, 0, 0},
+        {"fDirectoryExist", {S(u"d")}, 0, 80600},
+        {"fCompare", {S(u"a"), S(u"\\b")}, -1, 80600},
+        {"fCompare", {S(u"\\a"), S(u"b")}, -2, 80600},
+        {"fCompare", {S(u""), S(u"\\b")}, -3, 80059},
+        {"fCopyFile", {S(u"a"), S(u"\\b")}, 0, 80600},
+        {"fCopyFile", {S(u""), S(u"\\b")}, 0, 80059},
+        {"fDelete", {S(u"a")}, 0, 80600},
+        {"fDelete", {S(u"")}, 0, 80059},
+        {"fSize", {S(u"")}, -1, 0},
+        {"fSize", {S(u"a")}, -1, 80600},
+        {"fDirSize", {S(u"d")}, -1, 80600},
+        {"fMakeDir", {S(u"d")}, 0, 80600},
+        {"fRemoveDir", {S(u"d")}, 0, 80600},
+        {"fSaveText", {S(u"t.txt"), S(u"x")}, 0, 80600},
+        {"fListFile",
+         {S(u"*.*"), Value::procedure([](std::vector<Value>&) { return Value::boolean(true); })},
+         0,
+         80600},
+        {"fRename", {S(u""), S(u"\\b")}, 0, 80059},
+    };
+    for (const Row& r : rows) {
+        std::vector<Value> args = r.args;
+        CallOutcome out = call_with(r.fn, args);
+        SCOPED_TRACE(r.fn);
+        ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
+        int64_t got = out.result.kind == Value::Kind::Bool ? out.result.b : out.result.i;
+        EXPECT_EQ(got, r.result);
+        EXPECT_EQ(out.error.id, r.id);
+    }
+    for (const char* fn : {"fLoadText", "fTempFile", "fAttribute", "fDateTime"}) {
+        CallOutcome out = call(fn, {S(u"rel")});
+        EXPECT_EQ(out.result.s, u"") << fn;
+        EXPECT_EQ(out.error.id, 80600u) << fn;
+    }
+}
+
+TEST_F(Management, Compare) {
+    put("a", "same bytes");
+    put("b", "same bytes");
+    put("c", "same bytes!");
+    put("e1", "");
+    put("e2", "");
+    std::string big(600000, 'x');
+    put("big1", big);
+    big[599999] = 'y';
+    put("big2", big);
+    struct Row {
+        const char16_t *a, *b;
+        int64_t result;
+        uint32_t id;
+    };
+    const Row rows[] = {
+        {u"\\a", u"\\b", 0, 0},
+        {u"\\a", u"\\c", 1, 0},
+        {u"\\e1", u"\\e2", 0, 0},
+        {u"\\big1", u"\\big2", 1, 0},
+        {u"\\big1", u"\\BIG1", 0, 0},
+        {u"\\missing", u"\\MISSING", 0, 0},
+        {u"\\missing", u"\\a", -1, 80060},
+        {u"\\a", u"\\missing", -2, 80060},
+    };
+    for (const Row& r : rows) {
+        CallOutcome out = call("fCompare", {S(r.a), S(r.b)});
+        EXPECT_EQ(out.result.i, r.result) << host::utf8(r.a) << " " << host::utf8(r.b);
+        EXPECT_EQ(out.error.id, r.id);
+    }
+}
+
+TEST_F(Management, ExtractPath) {
+    struct Row {
+        const char16_t* path;
+        int32_t parts;
+        const char16_t* result;
+        uint32_t id;
+    };
+    const Row rows[] = {
+        {u"\\Data\\file.txt", 2, u"\\Data\\", 0},
+        {u"\\Data\\file.txt", 4, u"file", 0},
+        {u"\\Data\\file.txt", 8, u".txt", 0},
+        {u"\\Data\\file.txt", 15, u"\\Data\\file.txt", 0},
+        {u"C:\\d\\f.e", 9, u"C:.e", 0},
+        {u"C:\\d\\f.e", 1, u"C:", 0},
+        {u"\\a.b\\c", 8, u"", 0},
+        {u"\\a\\b.tar.gz", 12, u"b.tar.gz", 0},
+        {u"/unix/style", 6, u"/unix/style", 0},
+        {u"\\d\\f", 16, u"", 80042},
+        {u"\\d\\f", -1, u"", 80042},
+    };
+    for (const Row& r : rows) {
+        CallOutcome out = call("fExtractPath", {S(r.path), I(r.parts)});
+        EXPECT_EQ(out.result.s, std::u16string(r.result)) << host::utf8(r.path) << " " << r.parts;
+        EXPECT_EQ(out.error.id, r.id);
+    }
+    EXPECT_EQ(call("fExtractPath", {S(std::u16string(260, u'a')), I(4)}).error.id, 0u);
+    EXPECT_EQ(call("fExtractPath", {S(std::u16string(261, u'a')), I(4)}).error.id, 80058u);
+}
+
+TEST_F(Management, CopyFile) {
+    put("Temp/a.txt", "payload");
+    // A destination ending with "\" gets the source's name; its directory is made.
+    EXPECT_TRUE(call("fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\Out\\")}).result.b);
+    EXPECT_EQ(get("Out/a.txt"), "payload");
+    // An existing directory as destination.
+    fs::create_directories(host_path("Dir"));
+    EXPECT_TRUE(call("fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\Dir")}).result.b);
+    EXPECT_EQ(get("Dir/a.txt"), "payload");
+    // A plain target, its missing directories made.
+    EXPECT_TRUE(call("fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\x\\y\\b.txt"), I(0)}).result.b);
+    EXPECT_EQ(get("x/y/b.txt"), "payload");
+
+    struct Row {
+        const char16_t *from, *to;
+        uint32_t id;
+    };
+    const Row failures[] = {
+        {u"\\Temp\\a.txt", u"\\Out2\\*.txt", 80066}, {u"\\Temp\\none.txt", u"\\Out\\", 80067},
+        {u"\\Temp\\*.txt", u"\\Out\\", 80065},       {u"\\Temp", u"\\Out\\", 80065},
+        {u"\\Temp\\a.txt", u"\\Temp\\a.txt", 80065}, // onto itself
+    };
+    for (const Row& r : failures) {
+        CallOutcome out = call("fCopyFile", {S(r.from), S(r.to)});
+        EXPECT_FALSE(out.result.b) << host::utf8(r.to);
+        EXPECT_EQ(out.error.id, r.id) << host::utf8(r.to);
+    }
+    EXPECT_FALSE(fs::exists(host_path("Out2"))); // nothing touched before the check
+    EXPECT_EQ(get("Temp/a.txt"), "payload");     // a copy onto itself loses nothing
+    CallOutcome self = call("fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\TEMP\\A.TXT")});
+    EXPECT_NE(self.error.message.find(u"Copying"), std::u16string::npos); // message 28125 appended
+}
+
+TEST_F(Management, CopyOverReadOnlyKeepsAttributesAndTimes) {
+    put("src.txt", "new");
+    put("dst.txt", "old");
+    ASSERT_TRUE(call("fAttributeReadOnly", {S(u"\\dst.txt"), Value::boolean(true)}).result.b);
+    ASSERT_TRUE(call("fDateTime", {S(u"\\src.txt"), S(u"2001020304050600")}).error.id == 0);
+    EXPECT_TRUE(call("fCopyFile", {S(u"\\src.txt"), S(u"\\dst.txt")}).result.b);
+    EXPECT_EQ(get("dst.txt"), "new");
+    EXPECT_EQ(call("fDateTime", {S(u"\\dst.txt")}).result.s, u"2001020304050600");
+    if (xattrs_supported()) {
+        ASSERT_EQ(call("fAttribute", {S(u"\\src.txt"), S(u"+HS")}).result.s, u"AHS");
+        EXPECT_TRUE(call("fCopyFile", {S(u"\\src.txt"), S(u"\\third.txt")}).result.b);
+        EXPECT_EQ(call("fAttribute", {S(u"\\third.txt")}).result.s, u"AHS");
+    }
+}
+
+TEST_F(Management, RenameAndMove) {
+    put("a.txt", "a");
+    put("b.txt", "b");
+    for (const char* fn : {"fRename", "fMoveFile"}) {
+        SCOPED_TRACE(fn);
+        // An existing target is refused and left alone.
+        CallOutcome out = call(fn, {S(u"\\a.txt"), S(u"\\b.txt")});
+        EXPECT_FALSE(out.result.b);
+        EXPECT_EQ(out.error.system_code, 183u);
+        EXPECT_EQ(out.error.severity, 2);
+        EXPECT_NE(out.error.message.find(u"\\b.txt"), std::u16string::npos);
+        EXPECT_EQ(get("b.txt"), "b");
+        // A relative name is not refused by a check of its own: the system call fails.
+        out = call(fn, {S(u"a.txt"), S(u"\\c.txt")});
+        EXPECT_FALSE(out.result.b);
+        EXPECT_EQ(out.error.id, 0u);
+        EXPECT_NE(out.error.system_code, 0u);
+    }
+    EXPECT_TRUE(call("fMoveFile", {S(u"\\a.txt"), S(u"\\sub\\..\\c.txt")}).result.b);
+    EXPECT_EQ(get("c.txt"), "a");
+    fs::create_directories(host_path("sub"));
+    EXPECT_TRUE(call("fRename", {S(u"\\c.txt"), S(u"\\sub\\c.txt")}).result.b);
+    EXPECT_TRUE(call("fRename", {S(u"\\sub"), S(u"\\moved")}).result.b); // directories too
+    EXPECT_EQ(get("moved/c.txt"), "a");
+}
+
+TEST_F(Management, Delete) {
+    put("d/a.txt", "1");
+    put("d/b.txt", "2");
+    put("d/c.dat", "3");
+    fs::create_directories(host_path("d/sub.txt"));
+    // Nothing matches: false, and no error.
+    CallOutcome none = call("fDelete", {S(u"\\d\\*.none")});
+    EXPECT_EQ(none.result.i, 0);
+    EXPECT_EQ(none.error.severity, 1);
+    // A missing directory is a failed search: message 28135.
+    CallOutcome missing = call("fDelete", {S(u"\\nodir\\*.txt")});
+    EXPECT_EQ(missing.result.i, 0);
+    EXPECT_EQ(missing.error.severity, 2);
+    // A read-only file stays unless the options hold frReadOnly.
+    ASSERT_TRUE(call("fAttributeReadOnly", {S(u"\\d\\b.txt"), Value::boolean(true)}).result.b);
+    CallOutcome ro = call("fDelete", {S(u"\\d\\*.TXT")});
+    EXPECT_EQ(ro.result.i, 0);
+    EXPECT_EQ(ro.error.system_code, 5u);
+    EXPECT_NE(ro.error.message.find(u"b.txt"), std::u16string::npos);
+    EXPECT_EQ(call("fDelete", {S(u"\\d\\*.txt"), I(8)}).result.i, 1);
+    EXPECT_FALSE(fs::exists(host_path("d/b.txt")));
+    EXPECT_TRUE(fs::exists(host_path("d/sub.txt"))); // directories are not deleted
+    EXPECT_TRUE(fs::exists(host_path("d/c.dat")));
+    // A file another handle holds open goes at once; the handle keeps its data.
+    put("open.txt", "still here");
+    int64_t h = open(u"\\open.txt", 1);
+    ASSERT_GE(h, 2);
+    EXPECT_EQ(call("fDelete", {S(u"\\open.txt")}).result.i, 1);
+    EXPECT_FALSE(fs::exists(host_path("open.txt")));
+    EXPECT_EQ(line(h), u"still here");
+    close(h);
+}
+
+TEST_F(Management, Sizes) {
+    put("f.bin", std::string(1234, 'z'));
+    put("t/a", std::string(10, 'a'));
+    put("t/u/b", std::string(20, 'b'));
+    EXPECT_EQ(call("fSize", {S(u"\\f.bin")}).result.i, 1234);
+    CallOutcome dir = call("fSize", {S(u"\\t")});
+    EXPECT_EQ(dir.result.i, -1);
+    EXPECT_EQ(dir.error.id, 80067u);
+    EXPECT_EQ(call("fDirSize", {S(u"\\t")}).result.i, 30);
+    fs::create_symlink(host_path("f.bin"), host_path("t/link")); // a link counts as itself
+    EXPECT_EQ(call("fDirSize", {S(u"\\t")}).result.i, 30);
+    CallOutcome gone = call("fDirSize", {S(u"\\none")});
+    EXPECT_EQ(gone.result.i, -1);
+    EXPECT_EQ(gone.error.system_code, 3u);
+}
+
+TEST_F(Management, Attributes) {
+    put("f.txt", "x");
+    put(".hidden", "x");
+    fs::create_directories(host_path("dir"));
+    EXPECT_EQ(call("fAttribute", {S(u"\\f.txt")}).result.s, u"A");
+    EXPECT_EQ(call("fAttribute", {S(u"\\.hidden")}).result.s, u"AH");
+    EXPECT_EQ(call("fDirAttribute", {S(u"\\dir")}).result.s, u"D");
+    EXPECT_EQ(call("fAttribute", {S(u"\\dir")}).error.id, 80067u);
+    EXPECT_EQ(call("fDirAttribute", {S(u"\\f.txt")}).error.system_code, 267u);
+    // Read-only is the permission bits.
+    EXPECT_EQ(call("fAttribute", {S(u"\\f.txt"), S(u"+R")}).result.s, u"AR");
+    struct stat st;
+    ASSERT_EQ(stat(host_path("f.txt").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0222, 0u);
+    EXPECT_TRUE(call("fAttributeReadOnly", {S(u"\\f.txt")}).result.b);
+    EXPECT_EQ(call("fAttribute", {S(u"\\f.txt"), S(u"-R")}).result.s, u"A");
+    // Bad change texts.
+    for (const char16_t* bad : {u"+X", u"+", u"H+", u"+H-", u"Q"}) {
+        CallOutcome out = call("fAttribute", {S(u"\\f.txt"), S(bad)});
+        EXPECT_EQ(out.result.s, u"") << host::utf8(bad);
+        EXPECT_EQ(out.error.id, 80043u) << host::utf8(bad);
+    }
+    if (!xattrs_supported()) GTEST_SKIP() << "no user extended attributes here";
+    struct Row {
+        const char16_t* change;
+        const char16_t* letters;
+        const char* stored;
+    };
+    const Row rows[] = {
+        {u"+HS", u"AHS", "0x26"}, {u"-A", u"HS", "0x6"},    {u"A", u"A", "0x20"},
+        {u"", u"", "0x0"},        {u"+a+h", u"AH", "0x22"},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("fAttribute", {S(u"\\f.txt"), S(r.change)}).result.s, std::u16string(r.letters))
+            << host::utf8(r.change);
+        EXPECT_EQ(xattr("f.txt"), r.stored) << host::utf8(r.change);
+    }
+    // Samba and Wine write the same attribute: it is read back.
+    ASSERT_EQ(setxattr(host_path("f.txt").c_str(), "user.DOSATTRIB", "0x4\0junk", 8, 0), 0);
+    EXPECT_EQ(call("fAttribute", {S(u"\\f.txt")}).result.s, u"S");
+    EXPECT_EQ(call("fDirAttribute", {S(u"\\dir"), S(u"+H")}).result.s, u"DH");
+}
+
+TEST_F(Management, Dates) {
+    put("f.txt", "x");
+    struct Row {
+        const char* fn;
+        const char16_t* value;
+        const char16_t* result;
+    };
+    const Row rows[] = {
+        {"fDateTime", u"2020022912345600", u"2020022912345600"},
+        {"fDate", u"19991231", u"19991231"},
+        {"fDateTime", nullptr, u"1999123112345600"},
+        {"fTime", u"0102", u"01020000"},
+        {"fDateTime", nullptr, u"1999123101020000"},
+        {"fTime", nullptr, u"01020000"},
+    };
+    for (const Row& r : rows) {
+        std::vector<Value> args = {S(u"\\f.txt")};
+        if (r.value) args.push_back(S(r.value));
+        EXPECT_EQ(call(r.fn, args).result.s, std::u16string(r.result)) << r.fn;
+    }
+    // The access date by kind, and the creation date cannot be set.
+    EXPECT_EQ(call("fDate", {S(u"\\f.txt"), S(u"20100101"), I(2)}).result.s, u"20100101");
+    EXPECT_EQ(call("fDate", {S(u"\\f.txt"), S(u""), I(2)}).result.s, u"20100101");
+    std::u16string created = call("fDateTime", {S(u"\\f.txt"), S(u""), I(1)}).result.s;
+    EXPECT_EQ(created.size(), 16u);
+    CallOutcome set_creation = call("fDate", {S(u"\\f.txt"), S(u"20000101"), I(1)});
+    EXPECT_EQ(set_creation.result.s, u"");
+    EXPECT_EQ(set_creation.error.system_code, 50u);
+    EXPECT_EQ(call("fDateTime", {S(u"\\f.txt"), S(u""), I(1)}).result.s, created);
+    // Bad values and kinds.
+    EXPECT_EQ(call("fDate", {S(u"\\f.txt"), S(u"20230229")}).error.id, 80044u);
+    EXPECT_EQ(call("fTime", {S(u"\\f.txt"), S(u"2500")}).error.id, 80045u);
+    EXPECT_EQ(call("fDate", {S(u"\\f.txt"), S(u""), I(7)}).error.system_code, 87u);
+    EXPECT_EQ(call("fDate", {S(u"\\none.txt")}).error.system_code, 2u);
+}
+
+TEST_F(Management, TempNamesAreUniqueAndCreated) {
+    EXPECT_EQ(call("fTempPath", {}).result.s, u"\\Temp\\");
+    EXPECT_TRUE(fs::is_directory(host_path("Temp")));
+    std::set<std::u16string> names;
+    for (int i = 0; i < 50; ++i) {
+        std::u16string n = call("fTempFile", {S(u"\\Temp"), S(u"kp")}).result.s;
+        ASSERT_EQ(n.size(), std::u16string(u"\\Temp\\kpXXXX.tmp").size()) << host::utf8(n);
+        EXPECT_TRUE(names.insert(n).second);
+        EXPECT_TRUE(fs::exists(host_path(host::utf8(n.substr(1)).replace(4, 1, "/"))));
+    }
+    EXPECT_EQ(call("fTempFile", {}).result.s.substr(0, 6), u"\\Temp\\");
+    CallOutcome missing = call("fTempFile", {S(u"\\NoDir")});
+    EXPECT_EQ(missing.result.s, u"");
+    EXPECT_EQ(missing.error.id, 80049u);
+    EXPECT_EQ(missing.error.system_code, 3u);
+}
+
+TEST_F(Management, Texts) {
+    EXPECT_TRUE(call("fSaveText", {S(u"\\t.txt"), S(u"caf\u00e9\r\n\u20ac")}).result.b);
+    EXPECT_EQ(get("t.txt"), "caf\xE9\r\n\x80");
+    EXPECT_EQ(call("fLoadText", {S(u"\\t.txt")}).result.s, u"caf\u00e9\r\n\u20ac");
+    EXPECT_TRUE(call("fSaveText", {S(u"\\b.bin"), Value::buffer({0xFF, 0xFE, 'h', 0, 'i', 0})}).result.b);
+    EXPECT_EQ(get("b.bin"), std::string("\xFF\xFEh\0i\0", 6));
+    EXPECT_EQ(call("fLoadText", {S(u"\\b.bin")}).result.s, u"hi"); // UTF-16 after its mark
+    put("empty", "");
+    CallOutcome empty = call("fLoadText", {S(u"\\empty")});
+    EXPECT_EQ(empty.result.s, u"");
+    EXPECT_EQ(empty.error.severity, 1);
+    CallOutcome missing = call("fLoadText", {S(u"\\none")});
+    EXPECT_EQ(missing.error.system_code, 2u);
+    CallOutcome nodir = call("fSaveText", {S(u"\\nodir\\t.txt"), S(u"x")});
+    EXPECT_FALSE(nodir.result.b);
+    EXPECT_EQ(nodir.error.id, 80062u);
+    EXPECT_EQ(nodir.error.system_code, 3u);
+}
+
+TEST_F(Management, Directories) {
+    EXPECT_TRUE(call("fMakeDir", {S(u"\\a\\b\\c")}).result.b);
+    EXPECT_TRUE(fs::is_directory(host_path("a/b/c")));
+    EXPECT_TRUE(call("fMakeDir", {S(u"\\a\\b")}).result.b); // already there
+    EXPECT_EQ(call("fMakeDir_55", {S(u"\\a\\x")}).result.i, 1);
+    put("file", "x");
+    CallOutcome blocked = call("fMakeDir", {S(u"\\file\\sub")});
+    EXPECT_FALSE(blocked.result.b);
+    EXPECT_NE(blocked.error.system_code, 0u);
+    EXPECT_TRUE(call("fDirectoryExist", {S(u"\\A\\B")}).result.b);
+    EXPECT_FALSE(call("fDirectoryExist", {S(u"\\file")}).result.b);
+    EXPECT_TRUE(call("fFileExist", {S(u"\\FILE")}).result.b);
+    EXPECT_TRUE(call("fFileExist", {S(u"\\f*")}).result.b);
+    EXPECT_FALSE(call("fFileExist", {S(u"\\a*")}).result.b); // a directory is no file
+
+    put("a/b/c/f.txt", "x");
+    CallOutcome full = call("fRemoveDir", {S(u"\\a")});
+    EXPECT_FALSE(full.result.b);
+    EXPECT_EQ(full.error.system_code, 145u);
+    // A link inside the tree goes, what it points at stays.
+    put("outside/keep.txt", "keep");
+    fs::create_directory_symlink(host_path("outside"), host_path("a/b/link"));
+    ASSERT_TRUE(call("fAttributeReadOnly", {S(u"\\a\\b\\c\\f.txt"), Value::boolean(true)}).result.b);
+    EXPECT_TRUE(call("fRemoveDir", {S(u"\\a"), I(1)}).result.b);
+    EXPECT_FALSE(fs::exists(host_path("a")));
+    EXPECT_EQ(get("outside/keep.txt"), "keep");
+    EXPECT_FALSE(call("fRemoveDir", {S(u"\\"), I(1)}).result.b); // never the device root
+    EXPECT_TRUE(fs::exists(host_path("outside/keep.txt")));
+}
+
+TEST_F(Management, DirSearch) {
+    put("d/b.txt", "");
+    put("d/A.txt", "");
+    put("d/c.dat", "");
+    put("d/.h.txt", "");
+    fs::create_directories(host_path("d/sub.txt"));
+    std::vector<std::u16string> got;
+    for (std::u16string n = call("fDir", {S(u"\\d\\*.txt")}).result.s; !n.empty();
+         n = call("fDir", {S(u"")}).result.s)
+        got.push_back(n);
+    EXPECT_EQ(got, (std::vector<std::u16string>{u"\\d\\.h.txt", u"\\d\\A.txt", u"\\d\\b.txt"}));
+    EXPECT_EQ(call("fDir", {S(u"")}).result.s, u""); // stays at the end
+    EXPECT_EQ(call("fDir", {S(u"\\d\\*"), I(0x37)}).result.s, u"\\d\\sub.txt");
+    EXPECT_EQ(call("fDir", {S(u"\\d\\*.txt"), I(0x21)}).result.s, u"\\d\\A.txt"); // hidden left out
+    CallOutcome none = call("fDir", {S(u"\\d\\*.zip")});
+    EXPECT_EQ(none.result.s, u"");
+    EXPECT_EQ(none.error.severity, 1);
+    EXPECT_EQ(call("fDir", {S(u"\\nodir\\*")}).error.system_code, 3u);
+}
+
+// Names that are too long, hold NUL, lone surrogates or wildcards where
+// none belong, or climb above the root: failure values, no crash, nothing
+// outside the root touched.
+TEST_F(Management, BadNames) {
+    put("f.txt", "x");
+    const std::u16string bad[] = {
+        std::u16string(10000, u'a').insert(0, u"\\"),
+        std::u16string(u"\\f\0.txt", 7),
+        u"\\f\xD800.txt",
+        u"\\f\xDC00",
+        u"\\" + std::u16string(5000, u'*') + u"a",
+    };
+    for (const std::u16string& n : bad) {
+        SCOPED_TRACE(n.size());
+        EXPECT_FALSE(call("fFileExist", {S(n)}).result.b);
+        EXPECT_EQ(call("fSize", {S(n)}).result.i, -1);
+        EXPECT_EQ(call("fDelete", {S(n)}).result.i, 0);
+        EXPECT_FALSE(call("fCopyFile", {S(u"\\f.txt"), S(n)}).result.b);
+        EXPECT_FALSE(call("fMakeDir", {S(n)}).result.b);
+        EXPECT_EQ(call("fLoadText", {S(n)}).result.s, u"");
+        EXPECT_EQ(call("fListFile", {S(n)}).result.s, u"");
+        EXPECT_EQ(call("fAttribute", {S(n)}).result.s, u"");
+    }
+    // ".." stops at the root: these name files inside it.
+    EXPECT_TRUE(call("fSaveText", {S(u"\\..\\..\\..\\escape.txt"), S(u"in")}).result.b);
+    EXPECT_EQ(get("escape.txt"), "in");
+    EXPECT_FALSE(fs::exists(fx.dir.path() / "escape.txt"));
+    EXPECT_TRUE(call("fRemoveDir", {S(u"\\..\\..")}).result.b == false);
+    EXPECT_TRUE(fs::exists(fx.device()));
+    // A pattern of 10,000 characters is matched quickly.
+    auto start = std::chrono::steady_clock::now();
+    std::u16string pattern = u"\\";
+    for (int i = 0; i < 4999; ++i)
+        pattern += u"*a";
+    pattern += u"*";
+    EXPECT_EQ(call("fDir", {S(pattern)}).result.s, u"");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+} // namespace
+} // namespace kp::files::test

@@ -1,0 +1,79 @@
+// wildcard_test.cpp - the device's name patterns: stars, question marks,
+// case, the ".*" rule, and patterns that would make a backtracking matcher
+// take exponential time.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "platform/wildcard.h"
+
+namespace kp::platform {
+namespace {
+
+TEST(Wildcard, Table) {
+    struct Row {
+        const char16_t* pattern;
+        const char16_t* name;
+        bool match;
+    };
+    const Row rows[] = {
+        {u"*", u"anything", true},
+        {u"*", u"", true},
+        {u"", u"", true},
+        {u"", u"a", false},
+        {u"*.*", u"noext", true},
+        {u"*.*", u"a.b.c", true},
+        {u"*.txt", u"A.TXT", true},
+        {u"*.txt", u"a.txt.bak", false},
+        {u"a.*", u"a", true},
+        {u"a.*", u"ab", false},
+        {u"?", u"a", true},
+        {u"?", u"", false},
+        {u"??", u"a", false},
+        {u"a?c", u"abc", true},
+        {u"a?c", u"ac", false},
+        {u"a*b*c", u"aXXbYYc", true},
+        {u"a*b*c", u"acb", false},
+        {u"*ab", u"aab", true},
+        {u"ab*ab", u"ab", false},
+        {u"ab*ab", u"abab", true},
+        {u"*a?b*", u"xxaYbzz", true},
+        {u"*a?b*", u"xxabzz", false},
+        {u"\u00c9T\u00c9.*", u"\u00e9t\u00e9.doc", true}, // accented capitals fold
+        {u"**a**", u"bab", true},
+        {u"f.txt", u"F.Txt", true},
+        {u"*.tx?", u"a.txt", true},
+        {u"*.tx?", u"a.tx", false},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(wildcard_match(r.pattern, r.name), r.match)
+            << std::u16string_view(r.pattern).size() << " pattern, name size "
+            << std::u16string_view(r.name).size();
+}
+
+TEST(Wildcard, LongPatternsStayLinear) {
+    // "*a*a*...*a*b" against "aaaa...": a backtracking matcher tries every
+    // split; this one walks the name once a segment.
+    std::u16string pattern;
+    for (int i = 0; i < 5000; ++i)
+        pattern += u"*a";
+    pattern += u"*b";
+    std::u16string name(255, u'a');
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(wildcard_match(pattern, name));
+    std::u16string p2(10000, u'?');
+    EXPECT_FALSE(wildcard_match(p2, name));
+    EXPECT_TRUE(wildcard_match(u"*" + std::u16string(200, u'a') + u"*", name));
+    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+                  .count();
+    EXPECT_LT(ms, 200);
+}
+
+TEST(Wildcard, HasWildcards) {
+    EXPECT_TRUE(has_wildcards(u"\\d\\*.txt"));
+    EXPECT_TRUE(has_wildcards(u"a?"));
+    EXPECT_FALSE(has_wildcards(u"\\d\\a.txt"));
+}
+
+} // namespace
+} // namespace kp::platform

@@ -3,6 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
+#include <mutex>
+#include <string>
+#include <string_view>
 
 #include "kp120/vm.h"
 
@@ -21,5 +25,18 @@ intptr_t answer_window_message(uintptr_t window, uint32_t message, uintptr_t wpa
 // buffer (size characters with the terminator); returns the length, 0 when
 // the host has no text for it, or the size needed when the buffer is short.
 int32_t host_message_text(int32_t language, uint32_t number, char16_t* buffer, int32_t size);
+
+// The name the VM gives as its current object (the window or report whose
+// code runs); null when none was set or it was set to "".
+class CurrentObject {
+  public:
+    void set(std::u16string_view name);
+    const char16_t* get() const;
+
+  private:
+    mutable std::mutex mu_;
+    std::list<std::u16string> names_;
+    const char16_t* current_ = nullptr;
+};
 
 } // namespace kp::host

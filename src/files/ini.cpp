@@ -188,26 +188,6 @@ std::string key_line_text(std::string_view key, std::string_view value) {
     return line;
 }
 
-// --- Names and conversions ---------------------------------------------------------
-
-// A host string as the engine takes it: up to its first NUL, in ANSI bytes.
-std::string to_ansi(std::u16string_view text, uint32_t cp) {
-    std::size_t nul = text.find(u'\0');
-    if (nul != std::u16string_view::npos) text = text.substr(0, nul);
-    if (cp == platform::kCodePage1252) return platform::encode_1252(text);
-    std::string out;
-    if (!platform::encode(cp, text, out)) out = platform::encode_1252(text);
-    return out;
-}
-
-std::u16string from_ansi(std::string_view bytes, uint32_t cp) {
-    std::span<const uint8_t> b(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    if (cp == platform::kCodePage1252) return platform::decode_1252(b);
-    std::u16string out;
-    if (!platform::decode(cp, b, out)) out = platform::decode_1252(b);
-    return out;
-}
-
 // Opens `file` as the engine does and takes the whole-file lock.
 bool open_locked(IXStream& s, std::u16string_view file, bool for_write, uint32_t cp) {
     if (!platform::is_absolute_device_name(file)) {
@@ -230,6 +210,38 @@ bool open_locked(IXStream& s, std::u16string_view file, bool for_write, uint32_t
 }
 
 } // namespace
+
+// --- Names and conversions ---------------------------------------------------------
+
+std::string to_ansi(std::u16string_view text, uint32_t cp) {
+    std::size_t nul = text.find(u'\0');
+    if (nul != std::u16string_view::npos) text = text.substr(0, nul);
+    if (cp == platform::kCodePage1252) return platform::encode_1252(text);
+    std::string out;
+    if (!platform::encode(cp, text, out)) out = platform::encode_1252(text);
+    return out;
+}
+
+std::u16string from_ansi(std::string_view bytes, uint32_t cp) {
+    std::span<const uint8_t> b(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    if (cp == platform::kCodePage1252) return platform::decode_1252(b);
+    std::u16string out;
+    if (!platform::decode(cp, b, out)) out = platform::decode_1252(b);
+    return out;
+}
+
+std::u16string nul_to_crlf(std::u16string text) {
+    if (text.find(u'\0') == std::u16string::npos) return text;
+    std::u16string joined;
+    joined.reserve(text.size() + 16);
+    for (char16_t c : text) {
+        if (c == 0)
+            joined.append(u"\r\n");
+        else
+            joined.push_back(c);
+    }
+    return joined;
+}
 
 // --- Line reader -------------------------------------------------------------------
 
@@ -416,17 +428,7 @@ std::u16string ini_read(std::u16string_view section, std::u16string_view key, st
     try {
         if (!read_file(file.empty() ? std::u16string_view(kDefaultFile) : file, sec, k, kReadMax, cp, out))
             return std::u16string(fallback);
-        std::u16string text = from_ansi(out, cp);
-        if (text.find(u'\0') == std::u16string::npos) return text;
-        std::u16string joined;
-        joined.reserve(text.size() + 16);
-        for (char16_t c : text) {
-            if (c == 0)
-                joined.append(u"\r\n");
-            else
-                joined.push_back(c);
-        }
-        return joined;
+        return nul_to_crlf(from_ansi(out, cp));
     } catch (const std::bad_alloc&) {
         return std::u16string();
     }

@@ -57,6 +57,13 @@ constexpr int64_t kEnd = -1;
 constexpr int64_t kReadFailed = -2;
 int64_t read_line(IXStream& s, std::string& line);
 
+// A host string as the engine takes it: up to its first NUL, in ANSI bytes
+// of `codepage`; and ANSI bytes back to UTF-16.
+std::string to_ansi(std::u16string_view text, uint32_t codepage);
+std::u16string from_ansi(std::string_view bytes, uint32_t codepage);
+// Every NUL character of a result becomes CR LF.
+std::u16string nul_to_crlf(std::u16string text);
+
 // Text of the engine: ANSI bytes, or absent (null).
 using Text = const std::string*;
 

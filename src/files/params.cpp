@@ -21,8 +21,8 @@ namespace reg = platform::registry;
 namespace {
 
 constexpr char16_t kBackslash = u'\\';
-constexpr std::size_t kFirstRead = 1023;    // characters of the first INI read
-constexpr std::size_t kSecondRead = 65535;  // and of the second, when the first was full
+constexpr std::size_t kFirstRead = 1023;   // characters of the first INI read
+constexpr std::size_t kSecondRead = 65535; // and of the second, when the first was full
 constexpr char16_t kNoProject[] = u"Project";
 
 std::u16string project_name() {
@@ -145,13 +145,19 @@ std::vector<uint8_t> registry_bytes(const Param& v, uint32_t* type) {
         data.resize(8);
         std::memcpy(data.data(), &v.i, 8);
         break;
-    case Param::Kind::Real: put_text(real_text(v.r)); break;
+    case Param::Kind::Real:
+        put_text(real_text(v.r));
+        break;
     case Param::Kind::Bytes:
         *type = reg::kBinary;
         data = v.bytes;
         break;
-    case Param::Kind::Text: put_text(v.text); break;
-    case Param::Kind::None: put_text(u""); break;
+    case Param::Kind::Text:
+        put_text(v.text);
+        break;
+    case Param::Kind::None:
+        put_text(u"");
+        break;
     }
     return data;
 }
@@ -168,7 +174,8 @@ Param from_registry(uint32_t type, const std::vector<uint8_t>& data) {
     switch (type) {
     case reg::kNone:
     case reg::kLink:
-    case reg::kResourceList: return Param::string(u"");
+    case reg::kResourceList:
+        return Param::string(u"");
     case reg::kSz: {
         std::u16string t(data.size() / 2, u'\0');
         if (!t.empty()) std::memcpy(t.data(), data.data(), t.size() * 2);
@@ -178,8 +185,10 @@ Param from_registry(uint32_t type, const std::vector<uint8_t>& data) {
     }
     case reg::kExpandSz:
     case reg::kBinary:
-    case reg::kMultiSz: return Param::buffer(data);
-    case reg::kDword: return Param::integer(static_cast<int32_t>(word(0)));
+    case reg::kMultiSz:
+        return Param::buffer(data);
+    case reg::kDword:
+        return Param::integer(static_cast<int32_t>(word(0)));
     case reg::kDwordBigEndian: {
         uint32_t w = word(0);
         return Param::integer(static_cast<int32_t>((w << 16) | (w >> 16)));
@@ -188,7 +197,8 @@ Param from_registry(uint32_t type, const std::vector<uint8_t>& data) {
         uint64_t q = word(0) | (static_cast<uint64_t>(word(4)) << 32);
         return Param::int64(static_cast<int64_t>(q));
     }
-    default: return Param::none();
+    default:
+        return Param::none();
     }
 }
 
@@ -303,18 +313,23 @@ bool ini_load_bytes(const ParamPath& p, std::string& out) {
 // The text of a value as it goes into the file, escaped, in ANSI bytes.
 std::string ini_text(const Param& v, uint32_t cp) {
     switch (v.kind) {
-    case Param::Kind::Bool: return v.i ? "1" : "0";
+    case Param::Kind::Bool:
+        return v.i ? "1" : "0";
     case Param::Kind::Int:
-    case Param::Kind::Int64: return std::to_string(v.i);
-    case Param::Kind::Real: return ini::to_ansi(real_text(v.r), cp);
+    case Param::Kind::Int64:
+        return std::to_string(v.i);
+    case Param::Kind::Real:
+        return ini::to_ansi(real_text(v.r), cp);
     case Param::Kind::Bytes: {
         std::string raw(v.bytes.begin(), v.bytes.end());
         std::size_t nul = raw.find('\0');
         if (nul != std::string::npos) raw.resize(nul); // the engine's C strings
         return escape_bytes(raw);
     }
-    case Param::Kind::Text: return ini::to_ansi(escape(v.text), cp);
-    case Param::Kind::None: return {};
+    case Param::Kind::Text:
+        return ini::to_ansi(escape(v.text), cp);
+    case Param::Kind::None:
+        return {};
     }
     return {};
 }
@@ -413,12 +428,23 @@ std::u16string escape(std::u16string_view text) {
     out.reserve(text.size());
     for (char16_t c : text) {
         switch (c) {
-        case u'\\': out.append(u"\\\\"); break;
-        case u'\n': out.append(u"\\n"); break;
-        case u'\r': out.append(u"\\r"); break;
-        case u'\t': out.append(u"\\t"); break;
-        case u' ': out.append(u"\\_"); break;
-        default: out.push_back(c);
+        case u'\\':
+            out.append(u"\\\\");
+            break;
+        case u'\n':
+            out.append(u"\\n");
+            break;
+        case u'\r':
+            out.append(u"\\r");
+            break;
+        case u'\t':
+            out.append(u"\\t");
+            break;
+        case u' ':
+            out.append(u"\\_");
+            break;
+        default:
+            out.push_back(c);
         }
     }
     return out;
@@ -435,11 +461,21 @@ std::u16string unescape(std::u16string_view text) {
         }
         char16_t n = text[++i];
         switch (n) {
-        case u'\\': out.push_back(u'\\'); break;
-        case u'_': out.push_back(u' '); break;
-        case u'n': out.push_back(u'\n'); break;
-        case u'r': out.push_back(u'\r'); break;
-        case u't': out.push_back(u'\t'); break;
+        case u'\\':
+            out.push_back(u'\\');
+            break;
+        case u'_':
+            out.push_back(u' ');
+            break;
+        case u'n':
+            out.push_back(u'\n');
+            break;
+        case u'r':
+            out.push_back(u'\r');
+            break;
+        case u't':
+            out.push_back(u'\t');
+            break;
         default:
             out.push_back(c);
             out.push_back(n);
@@ -535,7 +571,9 @@ bool convert_to(const Param& v, Param::Kind kind, Param& out) {
             return out = Param::buffer(std::vector<uint8_t>(b.begin(), b.end())), true;
         }
         return false;
-    case K::None: out = v; return true;
+    case K::None:
+        out = v;
+        return true;
     }
     return false;
 }
@@ -588,8 +626,7 @@ Param load_parameter(std::u16string_view name, const Param* fallback) {
     if (!name.empty()) {
         try {
             if (load(split_path(name), fallback, out)) return out;
-        } catch (const std::bad_alloc&) {
-        }
+        } catch (const std::bad_alloc&) {}
     }
     return fallback ? *fallback : Param::string(u"");
 }
@@ -607,15 +644,15 @@ bool delete_parameter(std::u16string_view name, CXError& err) {
     bool exists = false;
     try {
         exists = load(p, nullptr, probe) && !(probe == sentinel);
-    } catch (const std::bad_alloc&) {
-    }
+    } catch (const std::bad_alloc&) {}
     if (!exists) {
         ParamPath group;
         group.group = p.group.empty() ? p.name : p.group + kBackslash + p.name;
         p = std::move(group);
     }
     try {
-        return settings().mode == kModeRegistry ? registry_delete(p, exists, err) : ini_delete(p, exists, err);
+        return settings().mode == kModeRegistry ? registry_delete(p, exists, err)
+                                                : ini_delete(p, exists, err);
     } catch (const std::bad_alloc&) {
         err.fail(kErrLocation, {name});
         return false;

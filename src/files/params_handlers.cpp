@@ -24,31 +24,55 @@ std::u16string text_of(const kp_variant* v) {
 bool param_of(const kp_variant* v, Param& out) {
     if (!v) return false;
     switch (variant::type_of(v)) {
-    case KP_T_NONE: return false;
-    case KP_T_BOOL: out = Param::boolean(v->value.i32 != 0); return true;
-    case KP_T_INT: out = Param::integer(v->value.i32); return true;
-    case KP_T_INT64: out = Param::int64(v->value.i64); return true;
+    case KP_T_NONE:
+        return false;
+    case KP_T_BOOL:
+        out = Param::boolean(v->value.i32 != 0);
+        return true;
+    case KP_T_INT:
+        out = Param::integer(v->value.i32);
+        return true;
+    case KP_T_INT64:
+        out = Param::int64(v->value.i64);
+        return true;
     case KP_T_REAL:
-    case KP_T_REAL_ALT: out = Param::real(v->value.real); return true;
+    case KP_T_REAL_ALT:
+        out = Param::real(v->value.real);
+        return true;
     case KP_T_BUFFER: {
         std::span<const uint8_t> b = str::bytes(v->value.str);
         out = Param::buffer(std::vector<uint8_t>(b.begin(), b.end()));
         return true;
     }
-    default: out = Param::string(text_of(v)); return true;
+    default:
+        out = Param::string(text_of(v));
+        return true;
     }
 }
 
 variant::Value value_of(const Param& p) {
     variant::Value v;
     switch (p.kind) {
-    case Param::Kind::None: break;
-    case Param::Kind::Bool: variant::set_bool(v.get(), p.i != 0); break;
-    case Param::Kind::Int: variant::set_int(v.get(), static_cast<int32_t>(p.i)); break;
-    case Param::Kind::Int64: variant::set_int64(v.get(), p.i); break;
-    case Param::Kind::Real: variant::set_real(v.get(), p.r); break;
-    case Param::Kind::Text: variant::set_string(v.get(), p.text); break;
-    case Param::Kind::Bytes: variant::set_buffer(v.get(), p.bytes); break;
+    case Param::Kind::None:
+        break;
+    case Param::Kind::Bool:
+        variant::set_bool(v.get(), p.i != 0);
+        break;
+    case Param::Kind::Int:
+        variant::set_int(v.get(), static_cast<int32_t>(p.i));
+        break;
+    case Param::Kind::Int64:
+        variant::set_int64(v.get(), p.i);
+        break;
+    case Param::Kind::Real:
+        variant::set_real(v.get(), p.r);
+        break;
+    case Param::Kind::Text:
+        variant::set_string(v.get(), p.text);
+        break;
+    case Param::Kind::Bytes:
+        variant::set_buffer(v.get(), p.bytes);
+        break;
     }
     return v;
 }

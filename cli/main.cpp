@@ -55,7 +55,7 @@ const char kUsage[] =
     "\n"
     "PATTERN ignores case; * and ? are wildcards, a pattern without them matches names that contain it.\n"
     "In Lua, kp.NAME(...) calls a function by its French or English name and kp.NAME reads a constant;\n"
-    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror and kp.setlang.\n";
+    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror, kp.setlang and kp.setobject.\n";
 
 int fail(const std::string& msg) {
     std::fprintf(stderr, "kp120: %s\n", msg.c_str());

@@ -342,7 +342,8 @@ void ini_save(const ParamPath& p, const Param& value, CXError& err) {
     if (settings().compare_before_write && !key.empty()) {
         std::string old;
         if (!ini_load_bytes(p, old)) old = ini::to_ansi(kCompareSentinel, cp);
-        if (old == text) return;
+        // A read that filled its buffer may have cut a longer stored value.
+        if (old.size() < kSecondRead && old == text) return;
     }
     uint32_t code = 0;
     bool ok = false;

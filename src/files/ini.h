@@ -17,6 +17,11 @@
 // next character is neither a letter nor a digit: "key=", "key =" and
 // "key\t=" are lines of "key", "key2=" and "keys=" are not.
 //
+// Deleting a section removes its header line with the lines under it, up
+// to the next header or the end of the file.  Deleting a key of a missing
+// section leaves the new, empty header behind; text appended to a file
+// whose last line has no CR LF runs on after that line.
+//
 // Host strings reach the engine as C strings: the text after a NUL
 // character is not part of them.
 //

@@ -46,7 +46,8 @@ namespace {
 // Win32 codes the calls return.
 constexpr uint32_t kOk = 0, kNotFound = 2, kDenied = 5, kBadHandle = 6, kNotEnoughMemory = 8,
                    kInvalidParameter = 87, kDiskFull = 112, kBadPathname = 161, kBusy = 170, kMoreData = 234,
-                   kNoMoreItems = 259, kBadDb = 1009, kBadKey = 1010, kIoFailed = 1016, kKeyDeleted = 1018;
+                   kNoMoreItems = 259, kBadDb = 1009, kBadKey = 1010, kCannotOpen = 1011, kCannotRead = 1012,
+                   kCannotWrite = 1013, kKeyDeleted = 1018;
 
 // Longest key name (one level) and value name, in UTF-16 units.
 constexpr std::size_t kMaxKeyName = 255;
@@ -131,8 +132,10 @@ uint32_t map_sqlite(int rc) {
         return kBadDb;
     case SQLITE_CONSTRAINT:
         return kKeyDeleted;
+    case SQLITE_CANTOPEN:
+        return kCannotOpen;
     default:
-        return kIoFailed;
+        return rc == SQLITE_IOERR_READ || rc == SQLITE_IOERR_SHORT_READ ? kCannotRead : kCannotWrite;
     }
 }
 
@@ -299,7 +302,7 @@ struct Store {
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
         if (rc != SQLITE_OK) {
             sqlite3_close_v2(h);
-            return rc == SQLITE_CANTOPEN ? kIoFailed : map_sqlite(rc);
+            return map_sqlite(rc);
         }
         db = h;
         pid = getpid();

@@ -7,6 +7,7 @@
 
 #include "component/runtime.h"
 #include "platform/memory.h"
+#include "registry/regtool.h"
 
 namespace kp::registry {
 
@@ -16,7 +17,7 @@ using store::Key;
 namespace {
 
 constexpr uint32_t kNotFound = 2, kAccessDenied = 5, kInvalidHandle = 6, kInvalidParameter = 87,
-                   kBadPathname = 161, kNameTooLong = 206, kNoMoreItems = 259;
+                   kBadPathname = 161, kNameTooLong = 206;
 
 // Root and subkey are held in buffers of 260 characters: a longer subkey
 // names no key (206) rather than a shortened one.
@@ -453,21 +454,7 @@ bool delete_key(std::u16string_view key, CXError& err) {
     // The whole deletion is one transaction: a failure on the way leaves
     // every key in place.
     if ((e = store::begin_batch())) return fail(e);
-    std::vector<std::u16string> stack{std::u16string(p.subkey)};
-    while (!e && !stack.empty()) {
-        Open k;
-        e = k.child(p.root, stack.back(), store::kEnumerateSubKeys);
-        if (e) break;
-        char16_t name[256];
-        uint32_t chars = 256;
-        e = store::enum_key(k.get(), 0, name, &chars);
-        if (!e) {
-            stack.push_back(stack.back() + u'\\' + std::u16string(name, chars));
-        } else if (e == kNoMoreItems) {
-            e = store::delete_key(p.root, stack.back());
-            stack.pop_back();
-        }
-    }
+    e = regtool::delete_tree(p.root, p.subkey);
     uint32_t end = store::end_batch(e == 0);
     if (e || end) return fail(e ? e : end);
     return true;

@@ -76,7 +76,8 @@ TEST(Concurrency, KilledWriterLosesNothingAcknowledged) {
     std::mt19937 rng(12345);
     int kills = 0;
     for (;;) {
-        std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(500, 40000)(rng)));
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(std::uniform_int_distribution<int>(500, 40000)(rng)));
         int status = 0;
         if (waitpid(victim, &status, WNOHANG) == victim) {
             ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
@@ -100,8 +101,9 @@ TEST(Concurrency, KilledWriterLosesNothingAcknowledged) {
         while (in >> n) {
             ++count;
             std::u16string key = writer_key(w);
-            bool there = n % 10 == 0 ? exists(key + u16("\\K" + std::to_string(n)))
-                                     : query_value(key, ValueRef::named(u16("v" + std::to_string(n)))).integer == n;
+            bool there = n % 10 == 0
+                             ? exists(key + u16("\\K" + std::to_string(n)))
+                             : query_value(key, ValueRef::named(u16("v" + std::to_string(n)))).integer == n;
             if (!there) ++missing;
         }
         EXPECT_GE(count, kWrites) << "writer " << w;

@@ -33,17 +33,20 @@ struct Value {
     bool remove = false;
     uint32_t type = 0;
     std::vector<uint8_t> data; // as stored in the registry (UTF-16 text)
+    bool operator==(const Value&) const = default;
 };
 
 struct Key {
     std::u16string path; // root name first, as written in the file
     bool remove = false;
     std::vector<Value> values;
+    bool operator==(const Key&) const = default;
 };
 
 struct Document {
     bool regedit4 = false;
     std::vector<Key> keys;
+    bool operator==(const Document&) const = default;
 };
 
 struct Problem {

@@ -195,6 +195,10 @@ class Parser {
             k.remove = true;
             path.remove_prefix(1);
         }
+        if (path.find(u'\r') != std::u16string_view::npos) {
+            problem(at, "a line end in a key name");
+            return false;
+        }
         std::u16string_view rest;
         if (root_of(path, &rest) < 0) {
             problem(at,
@@ -261,7 +265,7 @@ class Parser {
                 problem(at, "a value name without its closing quote");
                 return false;
             }
-            if (i != first) {
+            if (i != first || v.name.find(u'\r') != std::u16string::npos) {
                 problem(at, "a line end in a value name");
                 return false;
             }

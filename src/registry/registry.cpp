@@ -84,11 +84,11 @@ void first4(std::span<const uint8_t> bytes, uint8_t (&out)[4]) {
 }
 
 // Reads a value of an open key by name; 0 with type and data, or the error.
+// Most values fit the first buffer: one query; a longer one is read again
+// at its size (and again if it grew in between).
 uint32_t read_named(Key k, std::u16string_view name, uint32_t* type, std::vector<uint8_t>* data) {
-    // A value that grows between the two calls is read again.
+    uint32_t size = 256;
     for (int attempt = 0; attempt < 4; ++attempt) {
-        uint32_t size = 0;
-        if (uint32_t e = store::query_value(k, name, type, nullptr, &size)) return e;
         data->resize(size);
         uint32_t e = store::query_value(k, name, type, data->data(), &size);
         if (e == 234) continue;

@@ -77,6 +77,8 @@ const char* const kSchema = "CREATE TABLE keys("
                             " (4, NULL, 'HKEY_USERS', 'hkey_users');"
                             "PRAGMA user_version = 1;";
 
+const char* const kCountTables = "SELECT count(*) FROM sqlite_master";
+
 enum Stmt {
     kFindKey,
     kKeyExists,
@@ -277,9 +279,10 @@ struct Store {
 
     uint32_t exec(const char* sql) { return map_sqlite(sqlite3_exec(db, sql, nullptr, nullptr, nullptr)); }
 
-    int user_version() {
+    // The integer a one-row query gives, or minus the SQLite error.
+    int query_int(const char* sql) {
         sqlite3_stmt* st = nullptr;
-        int rc = sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &st, nullptr);
+        int rc = sqlite3_prepare_v2(db, sql, -1, &st, nullptr);
         if (rc == SQLITE_OK) {
             rc = sqlite3_step(st);
             if (rc == SQLITE_ROW) {
@@ -314,17 +317,25 @@ struct Store {
     }
 
     uint32_t setup() {
-        int v = user_version();
+        int v = query_int("PRAGMA user_version");
         if (v < 0) return map_sqlite(-v);
         if (v == 0) {
             // A new file (or an empty one): WAL first, then the schema and
             // the roots in one transaction, checked again inside it in case
-            // another process got there first.
+            // another process got there first.  A database of another kind
+            // (tables, but no schema version) is left as it is.
+            int tables = query_int(kCountTables);
+            if (tables != 0) return tables < 0 ? map_sqlite(-tables) : kBadDb;
             if (sqlite3_db_readonly(db, "main") == 1) return kDenied;
             exec("PRAGMA journal_mode = WAL");
             if (uint32_t e = exec("BEGIN IMMEDIATE")) return e;
-            v = user_version();
-            uint32_t e = v < 0 ? map_sqlite(-v) : v == 0 ? exec(kSchema) : kOk;
+            v = query_int("PRAGMA user_version");
+            tables = v == 0 ? query_int(kCountTables) : 0;
+            uint32_t e = v < 0        ? map_sqlite(-v)
+                         : tables < 0 ? map_sqlite(-tables)
+                         : tables > 0 ? kBadDb
+                         : v == 0     ? exec(kSchema)
+                                      : kOk;
             if (e) {
                 exec("ROLLBACK");
                 return e;

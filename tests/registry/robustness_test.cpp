@@ -46,12 +46,20 @@ TEST(UnusableDatabases, FailWithTheirErrorsAndStayUntouched) {
         sqlite3_exec(db, "CREATE TABLE other(x); PRAGMA user_version = 7", nullptr, nullptr, nullptr);
         sqlite3_close(db);
     }
+    std::string foreign = (dir.path() / "foreign.sqlite3").string();
+    {
+        sqlite3* db = nullptr;
+        sqlite3_open(foreign.c_str(), &db);
+        sqlite3_exec(db, "CREATE TABLE mine(x); INSERT INTO mine VALUES(1)", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+    }
     struct Case {
         std::string file;
         uint32_t system;
     } cases[] = {
         {garbage, 1009},
         {later, 1009},
+        {foreign, 1009}, // another program's database
         {(dir.path() / "no" / "such" / "folder.sqlite3").string(), 1011},
         {"", 1010},
     };
@@ -76,6 +84,8 @@ TEST(UnusableDatabases, FailWithTheirErrorsAndStayUntouched) {
     std::ifstream in(garbage, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), junk);
     EXPECT_EQ(kp::test::sql_text(later, "PRAGMA user_version"), "7");
+    EXPECT_EQ(kp::test::sql_text(foreign, "SELECT group_concat(name) FROM sqlite_master"), "mine");
+    EXPECT_EQ(kp::test::sql_text(foreign, "PRAGMA journal_mode"), "delete");
 }
 
 TEST(UnusableDatabases, LockedPastTheTimeout) {

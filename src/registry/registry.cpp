@@ -80,7 +80,7 @@ std::u16string text_of(std::span<const uint8_t> bytes) {
 // The first four bytes, zero-padded when the data is shorter.
 void first4(std::span<const uint8_t> bytes, uint8_t (&out)[4]) {
     std::memset(out, 0, 4);
-    std::memcpy(out, bytes.data(), bytes.size() < 4 ? bytes.size() : 4);
+    if (!bytes.empty()) std::memcpy(out, bytes.data(), bytes.size() < 4 ? bytes.size() : 4);
 }
 
 // Reads a value of an open key by name; 0 with type and data, or the error.

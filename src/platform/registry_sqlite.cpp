@@ -46,7 +46,8 @@ namespace {
 // Win32 codes the calls return.
 constexpr uint32_t kOk = 0, kNotFound = 2, kDenied = 5, kBadHandle = 6, kNotEnoughMemory = 8,
                    kInvalidParameter = 87, kDiskFull = 112, kBadPathname = 161, kBusy = 170, kMoreData = 234,
-                   kNoMoreItems = 259, kBadDb = 1009, kBadKey = 1010, kIoFailed = 1016, kKeyDeleted = 1018;
+                   kNoMoreItems = 259, kBadDb = 1009, kBadKey = 1010, kCannotOpen = 1011, kCannotRead = 1012,
+                   kCannotWrite = 1013, kKeyDeleted = 1018;
 
 // Longest key name (one level) and value name, in UTF-16 units.
 constexpr std::size_t kMaxKeyName = 255;
@@ -76,6 +77,8 @@ const char* const kSchema = "CREATE TABLE keys("
                             " (4, NULL, 'HKEY_USERS', 'hkey_users');"
                             "PRAGMA user_version = 1;";
 
+const char* const kCountTables = "SELECT count(*) FROM sqlite_master";
+
 enum Stmt {
     kFindKey,
     kKeyExists,
@@ -99,8 +102,8 @@ const char* const kSql[kStmtCount] = {
     "SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1",
     "SELECT name FROM keys WHERE parent = ?1",
     "SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2",
-    "INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
-    " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data",
+    ("INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
+     " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data"),
     "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2",
     "SELECT name, length(data) FROM vals WHERE key = ?1",
     "DELETE FROM vals WHERE key = ?1 AND folded = ?2",
@@ -131,8 +134,10 @@ uint32_t map_sqlite(int rc) {
         return kBadDb;
     case SQLITE_CONSTRAINT:
         return kKeyDeleted;
+    case SQLITE_CANTOPEN:
+        return kCannotOpen;
     default:
-        return kIoFailed;
+        return rc == SQLITE_IOERR_READ || rc == SQLITE_IOERR_SHORT_READ ? kCannotRead : kCannotWrite;
     }
 }
 
@@ -274,9 +279,10 @@ struct Store {
 
     uint32_t exec(const char* sql) { return map_sqlite(sqlite3_exec(db, sql, nullptr, nullptr, nullptr)); }
 
-    int user_version() {
+    // The integer a one-row query gives, or minus the SQLite error.
+    int query_int(const char* sql) {
         sqlite3_stmt* st = nullptr;
-        int rc = sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &st, nullptr);
+        int rc = sqlite3_prepare_v2(db, sql, -1, &st, nullptr);
         if (rc == SQLITE_OK) {
             rc = sqlite3_step(st);
             if (rc == SQLITE_ROW) {
@@ -299,7 +305,7 @@ struct Store {
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
         if (rc != SQLITE_OK) {
             sqlite3_close_v2(h);
-            return rc == SQLITE_CANTOPEN ? kIoFailed : map_sqlite(rc);
+            return map_sqlite(rc);
         }
         db = h;
         pid = getpid();
@@ -311,17 +317,25 @@ struct Store {
     }
 
     uint32_t setup() {
-        int v = user_version();
+        int v = query_int("PRAGMA user_version");
         if (v < 0) return map_sqlite(-v);
         if (v == 0) {
             // A new file (or an empty one): WAL first, then the schema and
             // the roots in one transaction, checked again inside it in case
-            // another process got there first.
+            // another process got there first.  A database of another kind
+            // (tables, but no schema version) is left as it is.
+            int tables = query_int(kCountTables);
+            if (tables != 0) return tables < 0 ? map_sqlite(-tables) : kBadDb;
             if (sqlite3_db_readonly(db, "main") == 1) return kDenied;
             exec("PRAGMA journal_mode = WAL");
             if (uint32_t e = exec("BEGIN IMMEDIATE")) return e;
-            v = user_version();
-            uint32_t e = v < 0 ? map_sqlite(-v) : v == 0 ? exec(kSchema) : kOk;
+            v = query_int("PRAGMA user_version");
+            tables = v == 0 ? query_int(kCountTables) : 0;
+            uint32_t e = v < 0        ? map_sqlite(-v)
+                         : tables < 0 ? map_sqlite(-tables)
+                         : tables > 0 ? kBadDb
+                         : v == 0     ? exec(kSchema)
+                                      : kOk;
             if (e) {
                 exec("ROLLBACK");
                 return e;

@@ -11,6 +11,11 @@
 // (access denied), 6 (invalid handle), 87 (invalid parameter), 234 (more
 // data: the buffer is too short, *size tells the size needed), 259 (no more
 // items), 1010 (bad key), 1018 (key marked for deletion) ...
+// The database file adds its own: 5 (a read-only file written), 170 (busy:
+// another process held the file past the busy timeout), 1009 (not a
+// registry database: not SQLite, another program's database, or a later
+// schema version; such a file is never written), 1011/1012/1013 (the file
+// cannot be opened, read or written), 112 (disk full).
 #pragma once
 
 #include <cstdint>

@@ -587,6 +587,17 @@ int kp_setlang(lua_State* L, std::string& err) {
     return 0;
 }
 
+// kp.setobject(NAME): the name the host gives as its current object (the
+// group DeleteParameter() removes); "" or nil for none.
+int kp_setobject(lua_State* L, std::string&) {
+    std::size_t n = 0;
+    const char* name = lua_isnoneornil(L, 1) ? "" : luaL_checklstring(L, 1, &n);
+    std::u16string text;
+    wtf8_to_utf16(std::string_view(name, n), text);
+    session(L).host.set_current_object(text);
+    return 0;
+}
+
 int kp_json(lua_State* L, std::string& err) {
     std::string out;
     lua_settop(L, 1);
@@ -690,10 +701,15 @@ void open_kp(lua_State* L, Session& s) {
                                         {nullptr, nullptr}};
     new_type(L, kVarType, var_meta);
 
-    static const luaL_Reg api[] = {{"buffer", guarded<buffer_new>},     {"hex", guarded<buffer_from_hex>},
-                                   {"currency", guarded<currency_new>}, {"var", guarded<var_new>},
-                                   {"json", guarded<kp_json>},          {"lasterror", guarded<kp_lasterror>},
-                                   {"setlang", guarded<kp_setlang>},    {nullptr, nullptr}};
+    static const luaL_Reg api[] = {{"buffer", guarded<buffer_new>},
+                                   {"hex", guarded<buffer_from_hex>},
+                                   {"currency", guarded<currency_new>},
+                                   {"var", guarded<var_new>},
+                                   {"json", guarded<kp_json>},
+                                   {"lasterror", guarded<kp_lasterror>},
+                                   {"setlang", guarded<kp_setlang>},
+                                   {"setobject", guarded<kp_setobject>},
+                                   {nullptr, nullptr}};
     luaL_newlib(L, api);
     lua_createtable(L, 0, 1);
     lua_newtable(L);

@@ -20,6 +20,7 @@
 #include "listing.h"
 #include "lua_kp.h"
 #include "ui.h"
+#include "regcmd.h"
 
 #ifdef KP120_HAVE_LIBEDIT
 #include <editline/readline.h>
@@ -43,6 +44,10 @@ const char kUsage[] =
     "                                    number of overloads, provided or not\n"
     "  kp120 constants [PATTERN]         constants: French name, English name, value\n"
     "  kp120 describe NAME               overloads of one function: parameter and result types, handler\n"
+    "  kp120 reg export [--regedit4] [KEY] [FILE]\n"
+    "                                    registry KEY (all of it without one) and its subkeys as a\n"
+    "                                    registry editor file (UTF-16; --regedit4: the ANSI form)\n"
+    "  kp120 reg import FILE             a registry editor file into the registry (all or nothing)\n"
     "  kp120 --help, kp120 --version\n"
     "\n"
     "options:\n"
@@ -56,7 +61,7 @@ const char kUsage[] =
     "\n"
     "PATTERN ignores case; * and ? are wildcards, a pattern without them matches names that contain it.\n"
     "In Lua, kp.NAME(...) calls a function by its French or English name and kp.NAME reads a constant;\n"
-    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror and kp.setlang.\n"
+    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror, kp.setlang and kp.setobject.\n"
     "File selectors ask the function set with kp.onselect(f), else a prompt when standard input is a\n"
     "terminal, else they are cancelled; kp.presskey(27) presses Escape for the next key-state query.\n";
 
@@ -490,6 +495,11 @@ int main(int argc, char** argv) {
         if (a.chunks.empty() && !a.rest.empty() &&
             (a.rest[0] == "functions" || a.rest[0] == "constants" || a.rest[0] == "describe"))
             return run_listing(a);
+        if (a.chunks.empty() && !a.rest.empty() && a.rest[0] == "reg") {
+            kp::host::Options o;
+            if (!prepare_paths(a, o, true, err)) return fail(err);
+            return kp::cli::run_reg({a.rest.begin() + 1, a.rest.end()}, o.registry_path);
+        }
         return run_lua(a);
     } catch (const std::exception& e) {
         return fail(e.what());

@@ -103,6 +103,7 @@ struct Host::Impl {
     kp_component_object* object = nullptr;
     std::atomic<int32_t> language{1};
     std::atomic<bool> smooth{false};
+    CurrentObject current_object;
     std::atomic<int32_t> blocking{0};
     std::string codepage_text;
     UiHooks ui;
@@ -170,6 +171,9 @@ void svc_begin_blocking(void* vm) {
 }
 void svc_end_blocking(void* vm) {
     impl_of(vm)->blocking--;
+}
+const char16_t* svc_current_object_name(void* vm) {
+    return impl_of(vm)->current_object.get();
 }
 const char16_t* svc_project_name(void*) {
     return u"kp120";
@@ -382,6 +386,7 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.setting = svc_setting;
     s.select = svc_select;
     s.key_state = svc_key_state;
+    s.current_object_name = svc_current_object_name;
     h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
 
     // The VM's calling order.
@@ -490,6 +495,9 @@ int32_t Host::language() const {
 }
 void Host::set_smooth_time(bool on) {
     impl_->smooth = on;
+}
+void Host::set_current_object(std::u16string_view name) {
+    impl_->current_object.set(name);
 }
 
 intptr_t Host::info(int32_t q, int32_t i) const {

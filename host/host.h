@@ -147,6 +147,9 @@ class Host {
     void set_language(int32_t language);
     int32_t language() const;
     void set_smooth_time(bool on);
+    // Name of the VM object whose code runs (services slot
+    // current_object_name); "" for none.
+    void set_current_object(std::u16string_view name);
 
     // Raw entry points of the loaded module, for conformance tests.
     intptr_t info(int32_t query, int32_t index) const;

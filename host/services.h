@@ -3,6 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
+#include <mutex>
+#include <string>
+#include <string_view>
 
 #include "host.h"
 #include "kp120/vm.h"
@@ -34,5 +38,18 @@ struct UiHooks {
 int32_t answer_selector(const UiHooks& hooks, const kp_selector_request* request, char16_t* buffer,
                         int32_t size);
 int32_t answer_key_state(const UiHooks& hooks, int32_t virtual_key);
+
+// The name the VM gives as its current object (the window or report whose
+// code runs); null when none was set or it was set to "".
+class CurrentObject {
+  public:
+    void set(std::u16string_view name);
+    const char16_t* get() const;
+
+  private:
+    mutable std::mutex mu_;
+    std::list<std::u16string> names_;
+    const char16_t* current_ = nullptr;
+};
 
 } // namespace kp::host

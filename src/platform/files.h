@@ -95,6 +95,15 @@ bool set_end_of_file(FileHandle h);
 bool flush_file(FileHandle h);
 bool lock_file(FileHandle h, uint64_t offset, uint64_t length);
 bool unlock_file(FileHandle h, uint64_t offset, uint64_t length);
+// Whole-file lock: an open-file-description lock over the whole file and any
+// length it grows to, shared (needs read access) or exclusive (needs write
+// access).  It waits while another handle holds a conflicting one, in this
+// process or another (F_OFD_SETLKW), and is released by unlock_whole_file
+// or when the handle is closed.  Writers that rewrite a file in place hold
+// the exclusive form for the whole rewrite and readers the shared form, so
+// a reader never sees a half-rewritten file.
+bool lock_whole_file(FileHandle h, bool exclusive);
+bool unlock_whole_file(FileHandle h);
 
 // --- Names -----------------------------------------------------------------
 

@@ -377,6 +377,34 @@ bool unlock_file(FileHandle h, uint64_t offset, uint64_t length) {
     return range_lock(h, offset, length, false);
 }
 
+namespace {
+bool whole_lock(FileHandle h, short type, int command) {
+    OpenFile* f = file_of(h);
+    if (!f) return false;
+    struct flock fl;
+    std::memset(&fl, 0, sizeof fl);
+    fl.l_type = type;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = 0;
+    fl.l_len = 0; // to the end, whatever the length becomes
+    while (fcntl(f->fd, command, &fl) != 0) {
+        if (errno == EINTR) continue;
+        if (errno == EAGAIN || errno == EACCES) return fail(kErrorLockViolation);
+        // A write lock on a read-only handle, or a read lock on a write-only one.
+        if (errno == EBADF) return fail(kErrorAccessDenied);
+        return fail_errno();
+    }
+    return true;
+}
+} // namespace
+
+bool lock_whole_file(FileHandle h, bool exclusive) {
+    return whole_lock(h, exclusive ? F_WRLCK : F_RDLCK, F_OFD_SETLKW);
+}
+bool unlock_whole_file(FileHandle h) {
+    return whole_lock(h, F_UNLCK, F_OFD_SETLK);
+}
+
 // --- Names -----------------------------------------------------------------
 
 uint32_t get_file_attributes(std::u16string_view name) {

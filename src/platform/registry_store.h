@@ -11,6 +11,11 @@
 // (access denied), 6 (invalid handle), 87 (invalid parameter), 234 (more
 // data: the buffer is too short, *size tells the size needed), 259 (no more
 // items), 1010 (bad key), 1018 (key marked for deletion) ...
+// The database file adds its own: 5 (a read-only file written), 170 (busy:
+// another process held the file past the busy timeout), 1009 (not a
+// registry database: not SQLite, another program's database, or a later
+// schema version; such a file is never written), 1011/1012/1013 (the file
+// cannot be opened, read or written), 112 (disk full).
 #pragma once
 
 #include <cstdint>
@@ -37,8 +42,8 @@ inline constexpr uint32_t kWrite = 0x20006;
 inline constexpr uint32_t kAllAccess = 0xF003F;
 
 // Value types.
-inline constexpr uint32_t kNone = 0, kSz = 1, kExpandSz = 2, kBinary = 3, kDword = 4, kDwordBigEndian = 5, kLink = 6,
-                          kMultiSz = 7, kResourceList = 8;
+inline constexpr uint32_t kNone = 0, kSz = 1, kExpandSz = 2, kBinary = 3, kDword = 4, kDwordBigEndian = 5,
+                          kLink = 6, kMultiSz = 7, kResourceList = 8;
 
 // Dispositions reported by create_key.
 inline constexpr uint32_t kCreatedNewKey = 1, kOpenedExistingKey = 2;
@@ -75,12 +80,23 @@ uint32_t set_value(Key key, std::u16string_view name, uint32_t type, const uint8
 // the name does not fit, 259 past the last one.  For enum_value, data and
 // size follow query_value's rules (data may be null).
 uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars);
-uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_chars, uint32_t* type, uint8_t* data,
-                    uint32_t* size);
+uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_chars, uint32_t* type,
+                    uint8_t* data, uint32_t* size);
 uint32_t query_info_key(Key key, KeyInfo* info);
 
 // Deletes a key that has no subkeys (5 when it still has some).
 uint32_t delete_key(Key parent, std::u16string_view subkey);
 uint32_t delete_value(Key key, std::u16string_view name);
+
+// How long a write waits for another process's write before it fails with
+// 170 (busy); 5000 ms unless set.
+void set_busy_timeout(uint32_t milliseconds);
+
+// Makes the calls of this thread between begin_batch and end_batch one
+// transaction (a tool importing a file writes all of it or nothing).  Other
+// threads wait until the batch ends.  end_batch(false) undoes the batch.
+// Batches nest; the outermost end decides.
+uint32_t begin_batch();
+uint32_t end_batch(bool commit);
 
 } // namespace kp::platform::registry

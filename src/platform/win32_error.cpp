@@ -28,7 +28,8 @@ uint32_t win32_from_errno(int err) {
     case EEXIST: return kErrorFileExists;
     case EINVAL: return kErrorInvalidParameter;
     case ENOSPC:
-    case EDQUOT: return kErrorDiskFull;
+    case EDQUOT:
+    case EFBIG: return kErrorDiskFull; // the file-size limit: no room for the file to grow
     case ENAMETOOLONG: return kErrorFilenameExcedRange;
     case ENOTEMPTY: return kErrorDirNotEmpty;
     case EXDEV: return kErrorNotSameDevice;

@@ -1,0 +1,112 @@
+// regcmd.cpp - `kp120 reg export [--regedit4] [KEY] [FILE]` and
+// `kp120 reg import FILE`.
+//
+// Export writes KEY (the whole registry without one) and its subtree to
+// FILE, or to standard output.  Import reads the whole file first: a file
+// with any bad line is reported line by line and nothing is written;
+// otherwise it is applied in one transaction.
+#include "regcmd.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "platform/codepage.h"
+#include "platform/registry_store.h"
+#include "registry/regfile.h"
+#include "registry/regtool.h"
+
+namespace kp::cli {
+
+namespace {
+
+namespace regfile = kp::registry::regfile;
+namespace regtool = kp::registry::regtool;
+
+int fail(const std::string& msg) {
+    std::fprintf(stderr, "kp120: %s\n", msg.c_str());
+    return 1;
+}
+
+std::string utf8(std::u16string_view s) {
+    return kp::platform::to_utf8(s);
+}
+
+const char kRegUsage[] = "usage: kp120 reg export [--regedit4] [KEY] [FILE]\n"
+                         "       kp120 reg import FILE\n";
+
+int run_export(const std::vector<std::string>& args) {
+    bool regedit4 = false;
+    std::vector<std::string> pos;
+    for (std::size_t i = 1; i < args.size(); ++i) {
+        if (args[i] == "--regedit4")
+            regedit4 = true;
+        else
+            pos.push_back(args[i]);
+    }
+    if (pos.size() > 2) return fail(kRegUsage);
+    std::u16string key = pos.empty() ? std::u16string() : kp::platform::from_utf8(pos[0]);
+    regfile::Document doc;
+    doc.regedit4 = regedit4;
+    if (uint32_t e = regtool::gather(key, doc)) {
+        if (e == 2) return fail("no key '" + utf8(key) + "' in the registry");
+        return fail("cannot read the registry (error " + std::to_string(e) + ")");
+    }
+    std::vector<std::u16string> skipped;
+    std::vector<uint8_t> bytes = regfile::write(doc, &skipped);
+    for (const auto& s : skipped)
+        std::fprintf(stderr, "kp120: left out (a line end in its name): %s\n", utf8(s).c_str());
+    if (pos.size() < 2 || pos[1] == "-") {
+        if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size())
+            return fail("cannot write the output");
+        return 0;
+    }
+    std::ofstream out(pos[1], std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    if (!out) return fail("cannot write '" + pos[1] + "'");
+    return 0;
+}
+
+int run_import(const std::vector<std::string>& args) {
+    if (args.size() != 2) return fail(kRegUsage);
+    const std::string& file = args[1];
+    std::vector<uint8_t> bytes;
+    if (file == "-") {
+        bytes.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    } else {
+        std::ifstream in(file, std::ios::binary);
+        if (!in) return fail("cannot read '" + file + "'");
+        bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    regfile::Document doc;
+    std::vector<regfile::Problem> problems;
+    if (!regfile::parse(bytes, doc, problems)) {
+        for (const auto& p : problems)
+            std::fprintf(stderr, "%s:%zu: %s\n", file.c_str(), p.line, p.message.c_str());
+        return fail("nothing imported from '" + file + "'");
+    }
+    std::u16string where;
+    if (uint32_t e = regtool::apply(doc, &where))
+        return fail("nothing imported: key '" + utf8(where) + "' failed (error " + std::to_string(e) + ")");
+    return 0;
+}
+
+} // namespace
+
+int run_reg(const std::vector<std::string>& args, const std::string& registry_path) {
+    if (args.empty()) return fail(kRegUsage);
+    kp::platform::registry::use_database(registry_path);
+    int rc;
+    if (args[0] == "export")
+        rc = run_export(args);
+    else if (args[0] == "import")
+        rc = run_import(args);
+    else
+        rc = fail(kRegUsage);
+    kp::platform::registry::use_database("");
+    return rc;
+}
+
+} // namespace kp::cli

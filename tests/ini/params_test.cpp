@@ -1,0 +1,316 @@
+// params_test.cpp - saved parameters: the path, escaping and section rules,
+// exact round trips of every kind of value in both modes, the stores'
+// layout on disk and in the registry, deletion of values and groups.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "files/files_fixture.h"
+#include "files/params.h"
+#include "platform/registry_store.h"
+
+namespace kp::files::params {
+namespace {
+
+// --- Pure rules ------------------------------------------------------------------
+
+TEST(ParamRules, PathsSplitAtTheLastSeparator) {
+    struct Case {
+        std::u16string name, group, leaf;
+    } cases[] = {
+        {u"size", u"", u"size"},         {u"win/size", u"win", u"size"}, {u"win.size", u"win", u"size"},
+        {u"a\\b/c.d", u"a\\b\\c", u"d"}, {u"\\top", u"", u"top"},        {u"group\\", u"group", u""},
+    };
+    for (const Case& c : cases) {
+        ParamPath p = split_path(c.name);
+        EXPECT_EQ(p.group, c.group);
+        EXPECT_EQ(p.name, c.leaf);
+    }
+}
+
+TEST(ParamRules, EscapingAndSections) {
+    struct Case {
+        std::u16string plain, escaped;
+    } cases[] = {
+        {u"a b", u"a\\_b"},
+        {u"C:\\dir\\f", u"C:\\\\dir\\\\f"},
+        {u"l1\r\nl2\tx", u"l1\\r\\nl2\\tx"},
+        {u" \\_", u"\\_\\\\_"},
+        {u"", u""},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(escape(c.plain), c.escaped);
+        EXPECT_EQ(unescape(c.escaped), c.plain);
+    }
+    // Any other escaped character stays as it is, a trailing "\" too.
+    EXPECT_EQ(unescape(u"\\x\\0\\"), u"\\x\\0\\");
+    EXPECT_EQ(section_of(u""), u"Global");
+    EXPECT_EQ(section_of(u"\\"), u"Global");
+    EXPECT_EQ(section_of(u"\\win\\my-form\tx y"), u"win_my_form_x_y");
+}
+
+TEST(ParamRules, RealsAsTheShortestTextThatReadsBack) {
+    const double values[] = {0.1,
+                             -0.0,
+                             1e300,
+                             5e-324,
+                             3.141592653589793,
+                             123456789012345678.0,
+                             std::numeric_limits<double>::infinity()};
+    for (double v : values) {
+        Param out;
+        ASSERT_TRUE(convert_to(Param::string(real_text(v)), Param::Kind::Real, out));
+        EXPECT_EQ(std::signbit(out.r), std::signbit(v));
+        EXPECT_EQ(out.r, v) << std::string(real_text(v).begin(), real_text(v).end());
+    }
+    EXPECT_EQ(real_text(0.1), u"0.1");
+}
+
+TEST(ParamRules, ConversionsToTheDefaultsKind) {
+    using K = Param::Kind;
+    struct Case {
+        Param value;
+        K kind;
+        bool ok;
+        Param want;
+    } cases[] = {
+        {Param::string(u"42"), K::Int, true, Param::integer(42)},
+        {Param::string(u" -7 "), K::Int, true, Param::integer(-7)},
+        {Param::string(u"4.5"), K::Int, false, {}},
+        {Param::string(u"3000000000"), K::Int, false, {}},
+        {Param::string(u"3000000000"), K::Int64, true, Param::int64(3000000000)},
+        {Param::string(u"9223372036854775807"), K::Int64, true, Param::int64(INT64_MAX)},
+        {Param::string(u"1"), K::Bool, true, Param::boolean(true)},
+        {Param::string(u"0"), K::Bool, true, Param::boolean(false)},
+        {Param::string(u"yes"), K::Bool, false, {}},
+        {Param::integer(1), K::Bool, true, Param::boolean(true)},
+        {Param::string(u"2,5"), K::Real, true, Param::real(2.5)},
+        {Param::integer(12), K::Text, true, Param::string(u"12")},
+        {Param::string(u"ab"), K::Bytes, true, Param::buffer({'a', 'b'})},
+        {Param::buffer({1, 2}), K::Int, false, {}},
+    };
+    for (const Case& c : cases) {
+        Param out;
+        EXPECT_EQ(convert_to(c.value, c.kind, out), c.ok);
+        if (c.ok) {
+            EXPECT_TRUE(out == c.want);
+        }
+    }
+}
+
+// --- Through the component ---------------------------------------------------------
+
+using files::test::DeviceTest;
+using kp::host::CallOutcome;
+using kp::host::Value;
+
+class Params : public DeviceTest {
+  protected:
+    // The store lives as long as the component: every test sets its mode.
+    std::u16string init(int32_t mode, const std::u16string* location = nullptr) {
+        std::vector<Value> args{Value::integer(mode)};
+        if (location) args.push_back(Value::string(*location));
+        CallOutcome r = call("InitParameter", args);
+        EXPECT_EQ(r.status, kp::host::CallStatus::Ok) << r.detail;
+        return r.result.s;
+    }
+    CallOutcome save(const std::u16string& name, Value v) {
+        return call("SaveParameter", {Value::string(name), v});
+    }
+    Value load(const std::u16string& name) { return call("LoadParameter", {Value::string(name)}).result; }
+    Value load(const std::u16string& name, Value fallback) {
+        return call("LoadParameter", {Value::string(name), fallback}).result;
+    }
+    CallOutcome remove(const std::u16string& name) { return call("DeleteParameter", {Value::string(name)}); }
+
+    // Saves each kind of value and reads it back, without and with a default.
+    void round_trips(bool typed_without_default) {
+        std::vector<uint8_t> bytes;
+        for (int b = 1; b < 256; ++b)
+            bytes.push_back(static_cast<uint8_t>(b));
+        const std::vector<std::pair<std::u16string, Value>> values = {
+            {u"int", Value::integer(-2147483647 - 1)},
+            {u"g/int64", Value::int64(INT64_MIN + 1)},
+            {u"g/yes", Value::boolean(true)},
+            {u"g/no", Value::boolean(false)},
+            {u"g.sub/real", Value::real(0.1)},
+            {u"g.sub/tiny", Value::real(-4.9e-324)},
+            {u"text", Value::string(u" lead, trail \\ tab\t CR\r LF\n \u00e9 = [x] ;")},
+            {u"buffer", Value::buffer(bytes)},
+        };
+        for (auto& [name, v] : values) {
+            CallOutcome r = save(name, v);
+            EXPECT_EQ(r.error.severity, 1) << std::string(name.begin(), name.end());
+        }
+        for (auto& [name, v] : values) {
+            SCOPED_TRACE(std::string(name.begin(), name.end()));
+            Value zero;
+            zero.kind = v.kind;
+            Value got = load(name, zero);
+            ASSERT_EQ(got.kind, v.kind);
+            EXPECT_EQ(got.i, v.i);
+            EXPECT_EQ(got.b, v.b);
+            EXPECT_EQ(std::signbit(got.r), std::signbit(v.r));
+            EXPECT_EQ(got.r, v.r);
+            EXPECT_EQ(got.s, v.s);
+            EXPECT_EQ(got.bytes, v.bytes);
+        }
+        Value plain = load(u"int");
+        if (typed_without_default) {
+            EXPECT_EQ(plain.kind, Value::Kind::Int);
+            EXPECT_EQ(load(u"buffer").bytes, bytes);
+        } else {
+            EXPECT_EQ(plain.s, u"-2147483648");
+        }
+        EXPECT_EQ(load(u"text").s, values[6].second.s);
+        EXPECT_EQ(load(u"missing", Value::string(u"dflt")).s, u"dflt");
+        EXPECT_EQ(load(u"missing").s, u"");
+    }
+};
+
+TEST_F(Params, InitParameterKeepsModeAndLocationAndRefusesOtherModes) {
+    init(0);
+    const std::u16string loc = u"\\cfg\\app.ini";
+    EXPECT_EQ(init(3, &loc), u"0\t");
+    EXPECT_EQ(init(0), u"3\t\\cfg\\app.ini");
+    for (int32_t mode : {1, 2, -1, 4}) {
+        CallOutcome r = call("InitParameter", {Value::integer(mode)});
+        EXPECT_EQ(r.result.s, u"");
+        EXPECT_EQ(r.error.id, 80700u);
+    }
+    EXPECT_EQ(init(0), u"0\t") << "a refused mode changes nothing";
+}
+
+TEST_F(Params, EveryKindRoundTripsInTheRegistry) {
+    init(0);
+    round_trips(true);
+}
+
+TEST_F(Params, EveryKindRoundTripsInAnIniFile) {
+    init(3);
+    round_trips(false);
+    // The default file is named after the project, at the root of the device.
+    std::string file = get("kp120.ini");
+    EXPECT_NE(file.find("[Global]\r\nint = -2147483648\r\n"), std::string::npos) << file;
+    EXPECT_NE(file.find("[g]\r\nint64 = -9223372036854775807\r\nyes = 1\r\nno = 0\r\n"), std::string::npos);
+    EXPECT_NE(file.find("[g_sub]\r\nreal = 0.1\r\n"), std::string::npos);
+    EXPECT_NE(file.find("text = \\_lead,\\_trail\\_\\\\\\_tab\\t\\_CR\\r\\_LF\\n\\_\xE9\\_=\\_[x]\\_;\r\n"),
+              std::string::npos);
+    std::filesystem::remove(host_path("kp120.ini"));
+}
+
+TEST_F(Params, RegistryLayoutAndRoots) {
+    const std::u16string hklm = u"hkey_local_machine\\Software\\Acme";
+    init(0, &hklm);
+    save(u"win/pos.x", Value::integer(7));
+    init(0);
+    save(u"top", Value::string(u"t"));
+    save(u"b", Value::boolean(true));
+    save(u"r", Value::real(2.5));
+    save(u"q", Value::int64(-2));
+
+    namespace reg = platform::registry;
+    reg::use_database((fx.dir.path() / "registry.sqlite3").string());
+    auto value = [](reg::Key root, std::u16string_view key, std::u16string_view name, uint32_t* type) {
+        reg::Key k = 0;
+        std::vector<uint8_t> data(256);
+        uint32_t size = 256;
+        if (reg::open_key(root, key, reg::kQueryValue, &k) != 0) return std::vector<uint8_t>{0xEE};
+        uint32_t rc = reg::query_value(k, name, type, data.data(), &size);
+        reg::close_key(k);
+        if (rc != 0) return std::vector<uint8_t>{0xEE};
+        data.resize(size);
+        return data;
+    };
+    uint32_t type = 0;
+    EXPECT_EQ(value(reg::kLocalMachine, u"Software\\Acme\\win\\pos", u"x", &type),
+              (std::vector<uint8_t>{7, 0, 0, 0}));
+    EXPECT_EQ(type, reg::kDword);
+    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"top", &type),
+              (std::vector<uint8_t>{'t', 0, 0, 0}));
+    EXPECT_EQ(type, reg::kSz);
+    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"b", &type), (std::vector<uint8_t>{1, 0, 0, 0}));
+    EXPECT_EQ(type, reg::kDword);
+    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"r", &type),
+              (std::vector<uint8_t>{'2', 0, '.', 0, '5', 0, 0, 0}));
+    EXPECT_EQ(type, reg::kSz);
+    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"q", &type),
+              (std::vector<uint8_t>{0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(type, kRegQword);
+    reg::use_database("");
+}
+
+TEST_F(Params, LongIniValuesAreReadInTwoStepsUpTo65535Characters) {
+    const std::u16string loc = u"\\long.ini";
+    init(3, &loc);
+    for (std::size_t n : {1022u, 1023u, 1024u, 5000u, 65535u}) {
+        std::u16string v(n, u'x');
+        save(u"v", Value::string(v));
+        EXPECT_EQ(load(u"v").s, v) << n;
+    }
+    save(u"v", Value::string(std::u16string(70000, u'y')));
+    EXPECT_EQ(load(u"v").s, std::u16string(65535, u'y'));
+}
+
+TEST_F(Params, UnchangedValuesAreNotWrittenAgain) {
+    const std::u16string loc = u"\\same.ini";
+    init(3, &loc);
+    save(u"k", Value::string(u"a b"));
+    std::filesystem::permissions(host_path("same.ini"), std::filesystem::perms::owner_read);
+    EXPECT_EQ(save(u"k", Value::string(u"a b")).error.severity, 1) << "same value: nothing to write";
+    CallOutcome r = save(u"k", Value::string(u"changed"));
+    EXPECT_EQ(r.error.id, 80294u);
+    EXPECT_EQ(r.error.system_code, 5u);
+    EXPECT_EQ(load(u"k").s, u"a b");
+}
+
+TEST_F(Params, DeleteRemovesAValueOrAWholeGroup) {
+    for (int32_t mode : {0, 3}) {
+        SCOPED_TRACE(mode);
+        const std::u16string loc = mode ? u"\\del.ini" : u"Software\\DelTest";
+        init(mode, &loc);
+        save(u"form/a", Value::integer(1));
+        save(u"form/b", Value::integer(2));
+        save(u"form/inner/c", Value::integer(3));
+        save(u"other", Value::integer(4));
+        EXPECT_TRUE(remove(u"form/a").result.b);
+        EXPECT_EQ(load(u"form/a", Value::integer(-1)).i, -1);
+        EXPECT_EQ(load(u"form/b", Value::integer(-1)).i, 2);
+        EXPECT_TRUE(remove(u"form").result.b); // a group: all of it
+        EXPECT_EQ(load(u"form/b", Value::integer(-1)).i, -1);
+        // The registry group takes its subkeys along; an INI section is flat.
+        EXPECT_EQ(load(u"form/inner/c", Value::integer(-1)).i, mode ? 3 : -1);
+        EXPECT_EQ(load(u"other", Value::integer(-1)).i, 4);
+        EXPECT_TRUE(remove(u"never/saved").result.b);
+        CallOutcome r = remove(u"");
+        EXPECT_FALSE(r.result.b);
+        EXPECT_EQ(r.error.id, 80800u);
+        EXPECT_EQ(save(u"", Value::integer(1)).error.id, 80800u);
+    }
+}
+
+TEST_F(Params, DeleteWithoutANameTakesTheHostsCurrentObject) {
+    init(0);
+    save(u"WinMain/width", Value::integer(640));
+    save(u"WinOther/width", Value::integer(320));
+    CallOutcome r = call("DeleteParameter", {});
+    EXPECT_FALSE(r.result.b) << "no current object";
+    EXPECT_EQ(r.error.id, 80800u);
+    fx.host->set_current_object(u"WinMain");
+    EXPECT_TRUE(call("DeleteParameter", {}).result.b);
+    fx.host->set_current_object(u"");
+    EXPECT_EQ(load(u"WinMain/width", Value::integer(0)).i, 0);
+    EXPECT_EQ(load(u"WinOther/width", Value::integer(0)).i, 320);
+}
+
+TEST_F(Params, AStoredValueOfTheWrongKindGivesTheDefault) {
+    init(0);
+    save(u"word", Value::string(u"not a number"));
+    EXPECT_EQ(load(u"word", Value::integer(5)).i, 5);
+    EXPECT_EQ(load(u"word", Value::real(1.5)).r, 1.5);
+    EXPECT_EQ(load(u"word", Value::string(u"")).s, u"not a number");
+}
+
+} // namespace
+} // namespace kp::files::params

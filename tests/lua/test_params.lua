@@ -1,0 +1,31 @@
+-- Saved parameters and INI files through kp120: both modes, the current
+-- object set from Lua, values of each kind read back.
+local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
+
+T.group("INI files", function()
+  T.eq(kp.INIWrite("Main", "Size", "10 20", "\\cli.ini"), true, "written")
+  T.eq(kp.INIRead("MAIN", "size", "", "\\cli.ini"), "10 20", "read back, any case")
+  T.eq(kp.INIRead("", "", "none", "\\cli.ini"), "Main\r\n", "sections")
+  T.eq(kp.INIWrite("Main", "Size", 3, "\\cli.ini"), false, "a non-zero integer is refused")
+  T.eq(kp.lasterror().id, 80290, "with 80290")
+end)
+
+T.group("saved parameters", function()
+  for _, mode in ipairs({kp.paramRegistry, kp.ParamIni}) do
+    kp.InitParameter(mode)
+    kp.SaveParameter("win/width", 640)
+    kp.SaveParameter("win/ratio", 0.1)
+    kp.SaveParameter("win/title", "a b\tc")
+    T.eq(kp.LoadParameter("win/width", 0), 640, "integer, mode " .. mode)
+    T.eq(kp.LoadParameter("win/ratio", 0.5), 0.1, "real, mode " .. mode)
+    T.eq(kp.LoadParameter("win/title"), "a b\tc", "string, mode " .. mode)
+    kp.setobject("win")
+    T.eq(kp.DeleteParameter(), true, "the current object's group")
+    kp.setobject(nil)
+    T.eq(kp.LoadParameter("win/width", -1), -1, "deleted, mode " .. mode)
+  end
+  T.eq(kp.InitParameter(1), "", "paramXML is refused")
+  T.eq(kp.lasterror().id, 80700, "with 80700")
+end)
+
+T.done()

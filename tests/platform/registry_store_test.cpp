@@ -1,0 +1,386 @@
+// registry_store_test.cpp - the registry store on SQLite: Win32 call
+// semantics and codes, case folding, enumeration orders, the file's schema
+// and what happens with files that are not usable.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sqlite3.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/registry_store.h"
+#include "support/test_host.h"
+
+namespace kp::platform::registry {
+namespace {
+
+std::string sql_text(const std::string& file, const char* sql) {
+    sqlite3* db = nullptr;
+    std::string out;
+    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt* st = nullptr;
+        if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
+            const unsigned char* t = sqlite3_column_text(st, 0);
+            out = t ? reinterpret_cast<const char*>(t) : "";
+        }
+        sqlite3_finalize(st);
+    }
+    sqlite3_close(db);
+    return out;
+}
+
+class Store : public ::testing::Test {
+  protected:
+    kp::test::TempDir dir;
+    std::string file;
+    void SetUp() override {
+        file = (dir.path() / "reg.sqlite3").string();
+        use_database(file);
+    }
+    void TearDown() override { use_database(""); }
+
+    Key create(std::u16string_view path, uint32_t* disp = nullptr, Key parent = kCurrentUser) {
+        Key k = 0;
+        EXPECT_EQ(create_key(parent, path, kAllAccess, &k, disp), 0u);
+        return k;
+    }
+    void set_dword(Key k, std::u16string_view name, uint32_t v) {
+        ASSERT_EQ(set_value(k, name, kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    }
+    std::vector<std::u16string> subkeys(Key k) {
+        std::vector<std::u16string> r;
+        char16_t buf[300];
+        for (uint32_t i = 0;; ++i) {
+            uint32_t n = 300;
+            uint32_t e = enum_key(k, i, buf, &n);
+            if (e == 259) break;
+            EXPECT_EQ(e, 0u);
+            if (e) break;
+            r.emplace_back(buf, n);
+        }
+        return r;
+    }
+    std::vector<std::u16string> values(Key k) {
+        std::vector<std::u16string> r;
+        char16_t buf[300];
+        for (uint32_t i = 0;; ++i) {
+            uint32_t n = 300, type = 0;
+            uint32_t e = enum_value(k, i, buf, &n, &type, nullptr, nullptr);
+            if (e == 259) break;
+            EXPECT_EQ(e, 0u);
+            if (e) break;
+            r.emplace_back(buf, n);
+        }
+        return r;
+    }
+};
+
+TEST_F(Store, NewFileHasSchemaRootsAndWal) {
+    Key k = create(u"Software");
+    EXPECT_EQ(close_key(k), 0u);
+    EXPECT_EQ(sql_text(file, "PRAGMA user_version"), "1");
+    EXPECT_EQ(sql_text(file, "PRAGMA journal_mode"), "wal");
+    EXPECT_EQ(sql_text(file,
+                       "SELECT group_concat(name, ',') FROM (SELECT name FROM keys WHERE parent IS NULL "
+                       "ORDER BY id)"),
+              "HKEY_CLASSES_ROOT,HKEY_CURRENT_USER,HKEY_LOCAL_MACHINE,HKEY_USERS");
+    // Every root opens with an empty subkey.
+    for (Key root : {kClassesRoot, kCurrentUser, kLocalMachine, kUsers}) {
+        Key h = 0;
+        EXPECT_EQ(open_key(root, u"", kRead, &h), 0u);
+        EXPECT_EQ(close_key(h), 0u);
+    }
+}
+
+TEST_F(Store, CreateOpenAndCaseFolding) {
+    uint32_t disp = 0;
+    Key a = create(u"Soft\\Straße\\Leaf", &disp);
+    EXPECT_EQ(disp, kCreatedNewKey);
+    Key again = create(u"SOFT\\STRASSE\\leaf", &disp);
+    EXPECT_EQ(disp, kOpenedExistingKey);
+    set_dword(a, u"V", 7);
+    uint32_t v = 0, size = 4, type = 0;
+    EXPECT_EQ(query_value(again, u"v", &type, reinterpret_cast<uint8_t*>(&v), &size), 0u);
+    EXPECT_EQ(v, 7u);
+    // The spelling of the first creation is kept.
+    Key soft = 0;
+    ASSERT_EQ(open_key(kCurrentUser, u"soft", kRead, &soft), 0u);
+    EXPECT_EQ(subkeys(soft), std::vector<std::u16string>{u"Straße"});
+    for (Key k : {a, again, soft})
+        EXPECT_EQ(close_key(k), 0u);
+    EXPECT_EQ(close_key(a), 6u);
+}
+
+TEST_F(Store, PathErrors) {
+    struct Case {
+        std::u16string path;
+        uint32_t open, create;
+    } cases[] = {
+        {u"Missing", 2, 0},
+        {u"Missing\\Deeper", 2, 0},
+        {u"\\Lead", 161, 161},
+        {u"a\\\\b", 161, 161},
+        {u"trail\\", 161, 161},
+        {std::u16string(255, u'k'), 2, 0},
+        {std::u16string(256, u'k'), 87, 87},
+        {std::u16string(10000, u'k'), 87, 87},
+    };
+    for (const auto& c : cases) {
+        Key k = 0;
+        EXPECT_EQ(open_key(kLocalMachine, c.path, kRead, &k), c.open) << c.path.size();
+        EXPECT_EQ(create_key(kLocalMachine, c.path, kAllAccess, &k), c.create) << c.path.size();
+        if (k) close_key(k);
+    }
+    Key k = 0;
+    EXPECT_EQ(open_key(0x1234, u"", kRead, &k), 6u);
+    EXPECT_EQ(open_key(kLocalMachine, u"", kRead, nullptr), 87u);
+}
+
+TEST_F(Store, ValueRulesOfQuery) {
+    Key k = create(u"Q");
+    const uint8_t bytes[] = {1, 2, 3, 4, 5};
+    ASSERT_EQ(set_value(k, u"bin", kBinary, bytes, 5), 0u);
+    ASSERT_EQ(set_value(k, u"", kSz, reinterpret_cast<const uint8_t*>(u"d"), 4), 0u);
+    ASSERT_EQ(set_value(k, u"empty", kNone, nullptr, 0), 0u);
+    uint32_t type = 99, size = 0;
+    EXPECT_EQ(query_value(k, u"BIN", &type, nullptr, &size), 0u);
+    EXPECT_EQ(type, kBinary);
+    EXPECT_EQ(size, 5u);
+    uint8_t buf[8] = {};
+    size = 4;
+    EXPECT_EQ(query_value(k, u"bin", &type, buf, &size), 234u);
+    EXPECT_EQ(size, 5u);
+    size = 8;
+    EXPECT_EQ(query_value(k, u"bin", nullptr, buf, &size), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(buf, buf + size), std::vector<uint8_t>(bytes, bytes + 5));
+    EXPECT_EQ(query_value(k, u"bin", nullptr, buf, nullptr), 87u);
+    size = 8;
+    EXPECT_EQ(query_value(k, u"empty", &type, buf, &size), 0u);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(type, kNone);
+    EXPECT_EQ(query_value(k, u"", &type, nullptr, &size), 0u);
+    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(query_value(k, u"nope", &type, nullptr, &size), 2u);
+    EXPECT_EQ(set_value(k, u"x", kBinary, nullptr, 3), 87u);
+    EXPECT_EQ(set_value(k, std::u16string(16384, u'n'), kDword, bytes, 4), 87u);
+    close_key(k);
+}
+
+TEST_F(Store, EnumerationOrders) {
+    Key k = create(u"E");
+    for (const char16_t* n : {u"b", u"C", u"a", u"Ä"})
+        close_key(create(n, nullptr, k));
+    EXPECT_EQ(subkeys(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
+    for (const char16_t* n : {u"z", u"Y", u"a"})
+        set_dword(k, n, 1);
+    set_dword(k, u"Z", 2); // an update keeps the place of the first write
+    EXPECT_EQ(values(k), (std::vector<std::u16string>{u"z", u"Y", u"a"}));
+    // Name buffer rules: terminator counted, 234 when it does not fit.
+    char16_t name[2];
+    uint32_t n = 1;
+    EXPECT_EQ(enum_value(k, 0, name, &n, nullptr, nullptr, nullptr), 234u);
+    n = 2;
+    uint32_t size = 0, type = 0;
+    EXPECT_EQ(enum_value(k, 0, name, &n, &type, nullptr, &size), 0u);
+    EXPECT_EQ(std::u16string(name), u"z");
+    EXPECT_EQ(size, 4u);
+    uint8_t small[2];
+    size = 2;
+    n = 2;
+    EXPECT_EQ(enum_value(k, 0, name, &n, &type, small, &size), 234u);
+    EXPECT_EQ(size, 4u);
+    KeyInfo info;
+    ASSERT_EQ(query_info_key(k, &info), 0u);
+    EXPECT_EQ(info.subkeys, 4u);
+    EXPECT_EQ(info.values, 3u);
+    EXPECT_EQ(info.max_subkey_len, 1u);
+    EXPECT_EQ(info.max_value_name_len, 1u);
+    EXPECT_EQ(info.max_value_len, 4u);
+    close_key(k);
+}
+
+TEST_F(Store, DeletionAndDeletedHandles) {
+    Key parent = create(u"D");
+    Key child = create(u"D\\Child");
+    set_dword(child, u"v", 1);
+    EXPECT_EQ(delete_key(kCurrentUser, u"D"), 5u); // still has a subkey
+    EXPECT_EQ(delete_value(child, u"V"), 0u);
+    EXPECT_EQ(delete_value(child, u"V"), 2u);
+    set_dword(child, u"w", 1);
+    EXPECT_EQ(delete_key(parent, u"child"), 0u);
+    EXPECT_EQ(sql_text(file, "SELECT count(*) FROM vals"), "0");
+    uint32_t size = 0;
+    EXPECT_EQ(query_value(child, u"w", nullptr, nullptr, &size), 1018u);
+    EXPECT_EQ(set_value(child, u"w", kDword, reinterpret_cast<const uint8_t*>("abcd"), 4), 1018u);
+    char16_t name[8];
+    uint32_t n = 8;
+    EXPECT_EQ(enum_key(child, 0, name, &n), 1018u);
+    Key sub = 0;
+    EXPECT_EQ(create_key(child, u"x", kAllAccess, &sub), 1018u);
+    EXPECT_EQ(delete_key(kCurrentUser, u"D\\Child"), 2u);
+    EXPECT_EQ(delete_key(kCurrentUser, u""), 5u); // a root stays
+    close_key(child);
+    close_key(parent);
+}
+
+TEST_F(Store, AccessRights) {
+    close_key(create(u"A"));
+    Key r = 0, w = 0;
+    ASSERT_EQ(open_key(kCurrentUser, u"A", kQueryValue, &r), 0u);
+    ASSERT_EQ(open_key(kCurrentUser, u"A", kSetValue, &w), 0u);
+    uint32_t v = 1, size = 4;
+    EXPECT_EQ(set_value(r, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 5u);
+    EXPECT_EQ(set_value(w, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    EXPECT_EQ(query_value(w, u"v", nullptr, nullptr, &size), 5u);
+    EXPECT_EQ(query_value(r, u"v", nullptr, nullptr, &size), 0u);
+    char16_t name[8];
+    uint32_t n = 8;
+    EXPECT_EQ(enum_key(r, 0, name, &n), 5u);
+    Key sub = 0;
+    EXPECT_EQ(create_key(r, u"new", kAllAccess, &sub), 5u);
+    EXPECT_EQ(delete_value(r, u"v"), 5u);
+    close_key(r);
+    close_key(w);
+}
+
+TEST_F(Store, BatchRollsBackAsOne) {
+    ASSERT_EQ(begin_batch(), 0u);
+    Key k = create(u"Batch\\Deep");
+    set_dword(k, u"v", 1);
+    close_key(k);
+    ASSERT_EQ(end_batch(false), 0u);
+    Key h = 0;
+    EXPECT_EQ(open_key(kCurrentUser, u"Batch", kRead, &h), 2u);
+    ASSERT_EQ(begin_batch(), 0u);
+    close_key(create(u"Batch\\Deep"));
+    ASSERT_EQ(end_batch(true), 0u);
+    EXPECT_EQ(open_key(kCurrentUser, u"batch\\deep", kRead, &h), 0u);
+    close_key(h);
+    EXPECT_EQ(end_batch(true), 87u);
+}
+
+TEST(StoreFiles, NoDatabaseIsBadKey) {
+    use_database("");
+    Key k = 0;
+    EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), 1010u);
+}
+
+TEST(StoreFiles, NotSqliteIsLeftAlone) {
+    kp::test::TempDir dir;
+    std::string file = (dir.path() / "garbage").string();
+    std::string junk(5000, 'x');
+    for (std::size_t i = 0; i < junk.size(); ++i)
+        junk[i] = static_cast<char>(i * 131 + 7);
+    std::ofstream(file, std::ios::binary) << junk;
+    use_database(file);
+    Key k = 0;
+    EXPECT_EQ(create_key(kCurrentUser, u"x", kAllAccess, &k), 1009u);
+    EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), 1009u);
+    use_database("");
+    std::ifstream in(file, std::ios::binary);
+    std::string back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(back, junk);
+}
+
+TEST(StoreFiles, LaterSchemaIsRefused) {
+    kp::test::TempDir dir;
+    std::string file = (dir.path() / "later").string();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    sqlite3_exec(db, "CREATE TABLE t(x); PRAGMA user_version = 9", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    use_database(file);
+    Key k = 0;
+    EXPECT_EQ(open_key(kCurrentUser, u"", kRead, &k), 1009u);
+    use_database("");
+}
+
+// Runs `body` without the right to write the file: directly for a normal
+// user, in a child process that gives up root otherwise (root ignores file
+// modes).  Returns what body returns ("" when every check held).
+template <typename F> std::string without_write_rights(F body) {
+    if (geteuid() != 0) return body();
+    int fds[2];
+    if (pipe(fds) != 0) return "pipe";
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        std::string r = (setgid(65534) == 0 && setuid(65534) == 0) ? body() : "setuid";
+        ssize_t w = write(fds[1], r.data(), r.size());
+        _exit(w == static_cast<ssize_t>(r.size()) ? 0 : 1);
+    }
+    close(fds[1]);
+    std::string out;
+    char buf[256];
+    ssize_t n;
+    while ((n = read(fds[0], buf, sizeof buf)) > 0)
+        out.append(buf, static_cast<std::size_t>(n));
+    close(fds[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return out;
+}
+
+TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
+    kp::test::TempDir dir;
+    std::string file = (dir.path() / "ro.sqlite3").string();
+    use_database(file);
+    Key k = 0;
+    ASSERT_EQ(create_key(kCurrentUser, u"RO", kAllAccess, &k), 0u);
+    uint32_t v = 5;
+    ASSERT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    close_key(k);
+    use_database("");
+    chmod(file.c_str(), 0444);
+    chmod(dir.path().c_str(), 0777);
+    std::string failures = without_write_rights([&] {
+        std::string f;
+        use_database(file);
+        uint32_t got = 0, size = 4, w = 6;
+        Key h = 0, sub = 0;
+        if (open_key(kCurrentUser, u"RO", kAllAccess, &h) != 0) f += "open ";
+        if (query_value(h, u"v", nullptr, reinterpret_cast<uint8_t*>(&got), &size) != 0 || got != 5)
+            f += "read ";
+        if (set_value(h, u"v", kDword, reinterpret_cast<const uint8_t*>(&w), 4) != 5) f += "write ";
+        if (create_key(h, u"new", kAllAccess, &sub) != 5) f += "create ";
+        if (delete_key(kCurrentUser, u"RO") != 5) f += "delete ";
+        close_key(h);
+        use_database("");
+        return f;
+    });
+    EXPECT_EQ(failures, "");
+    chmod(file.c_str(), 0644);
+    EXPECT_EQ(sql_text(file, "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(sql_text(file, "SELECT count(*) FROM vals"), "1");
+}
+
+TEST(StoreFiles, LockedPastTheTimeoutIsBusy) {
+    kp::test::TempDir dir;
+    std::string file = (dir.path() / "locked.sqlite3").string();
+    use_database(file);
+    Key k = 0;
+    ASSERT_EQ(create_key(kCurrentUser, u"L", kAllAccess, &k), 0u);
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    set_busy_timeout(100);
+    uint32_t v = 1, size = 0;
+    EXPECT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 170u);
+    Key sub = 0;
+    EXPECT_EQ(create_key(k, u"sub", kAllAccess, &sub), 170u);
+    // Readers are not held up by a writer in WAL mode.
+    EXPECT_EQ(query_value(k, u"v", nullptr, nullptr, &size), 2u);
+    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+    EXPECT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    set_busy_timeout(5000);
+    close_key(k);
+    use_database("");
+}
+
+} // namespace
+} // namespace kp::platform::registry

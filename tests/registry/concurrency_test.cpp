@@ -1,0 +1,116 @@
+// concurrency_test.cpp - several processes write one registry file while
+// one of them is killed at random moments: the file stays sound and every
+// write that returned true is there.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <random>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "registry/registry.h"
+#include "registry/support.h"
+
+namespace kp::registry {
+namespace {
+
+constexpr int kWrites = 5000;
+
+std::u16string u16(const std::string& s) {
+    return std::u16string(s.begin(), s.end());
+}
+
+std::u16string writer_key(int writer) {
+    return u16("HKEY_CURRENT_USER\\Stress\\W" + std::to_string(writer));
+}
+
+// The last write a writer logged as acknowledged (0 when none).
+int last_logged(const std::string& log) {
+    std::ifstream in(log);
+    int n = 0, last = 0;
+    while (in >> n)
+        last = n;
+    return last;
+}
+
+// Child process: writes 1..kWrites (every tenth a new key, the others
+// values), logging each write that returned true, resuming after the last
+// logged one.
+[[noreturn]] void run_writer(const std::string& file, const std::string& log, int writer) {
+    platform::registry::use_database(file);
+    int fd = open(log.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
+    kp_error_record record{};
+    CXError err(&record);
+    std::u16string key = writer_key(writer);
+    while (!create_key(key, err))
+        usleep(1000);
+    for (int n = last_logged(log) + 1; n <= kWrites; ++n) {
+        std::string tag = std::to_string(n);
+        bool ok = n % 10 == 0 ? create_key(key + u16("\\K" + tag), err)
+                              : set_integer(key, ValueRef::named(u16("v" + tag)), n, err);
+        if (!ok) {
+            --n; // busy: the same write again
+            continue;
+        }
+        std::string line = tag + "\n";
+        if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(3);
+    }
+    _exit(0);
+}
+
+TEST(Concurrency, KilledWriterLosesNothingAcknowledged) {
+    kp::test::TempDir dir;
+    std::string file = (dir.path() / "shared.sqlite3").string();
+    std::string logs[2] = {(dir.path() / "w0.log").string(), (dir.path() / "w1.log").string()};
+    auto start = [&](int w) {
+        pid_t pid = fork();
+        if (pid == 0) run_writer(file, logs[w], w);
+        return pid;
+    };
+    pid_t steady = start(1);
+    pid_t victim = start(0);
+    std::mt19937 rng(12345);
+    int kills = 0;
+    for (;;) {
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(std::uniform_int_distribution<int>(500, 40000)(rng)));
+        int status = 0;
+        if (waitpid(victim, &status, WNOHANG) == victim) {
+            ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+            break;
+        }
+        kill(victim, SIGKILL);
+        waitpid(victim, &status, 0);
+        if (WIFSIGNALED(status)) ++kills;
+        victim = start(0);
+    }
+    int status = 0;
+    waitpid(steady, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_GT(kills, 5);
+
+    EXPECT_EQ(kp::test::sql_text(file, "PRAGMA integrity_check"), "ok");
+    platform::registry::use_database(file);
+    for (int w = 0; w < 2; ++w) {
+        std::ifstream in(logs[w]);
+        int n = 0, count = 0, missing = 0;
+        while (in >> n) {
+            ++count;
+            std::u16string key = writer_key(w);
+            bool there = n % 10 == 0
+                             ? exists(key + u16("\\K" + std::to_string(n)))
+                             : query_value(key, ValueRef::named(u16("v" + std::to_string(n)))).integer == n;
+            if (!there) ++missing;
+        }
+        EXPECT_GE(count, kWrites) << "writer " << w;
+        EXPECT_EQ(missing, 0) << "writer " << w;
+    }
+    platform::registry::use_database("");
+}
+
+} // namespace
+} // namespace kp::registry

@@ -359,6 +359,7 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.object_module_symbol = svc_object_symbol;
     s.send_window_message = svc_window_message;
     s.setting = svc_setting;
+    s.pump_message = pump_message;
     h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
 
     // The VM's calling order.

@@ -22,4 +22,8 @@ intptr_t answer_window_message(uintptr_t window, uint32_t message, uintptr_t wpa
 // the host has no text for it, or the size needed when the buffer is short.
 int32_t host_message_text(int32_t language, uint32_t number, char16_t* buffer, int32_t size);
 
+// Services slot `pump_message`: handles one pending event of the host's
+// user interface; returns non-zero when it handled one.
+int32_t pump_message(void* vm);
+
 } // namespace kp::host

@@ -213,8 +213,9 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
 int32_t start_detached_process(const std::string& program, const std::vector<std::string>& args) {
     // The program is started by an intermediate child that ends at once, so
     // the program is adopted by the system and this process never has to
-    // collect it.  Everything the children use is prepared before fork: they
-    // only make async-signal-safe calls.
+    // collect it.  Everything the children use is prepared before the fork,
+    // they only make async-signal-safe calls, and _Fork runs none of the
+    // host's fork handlers (the children never return to the host's code).
     std::vector<char*> argv = make_argv(program, args);
     int pipe_fds[2];
     if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
@@ -232,9 +233,9 @@ int32_t start_detached_process(const std::string& program, const std::vector<std
     sigfillset(&all);
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &all, &saved);
-    pid_t middle = fork();
+    pid_t middle = _Fork();
     if (middle == 0) {
-        pid_t program_pid = fork();
+        pid_t program_pid = _Fork();
         if (program_pid == 0) {
             for (int sig = 1; sig < NSIG; ++sig) {
                 struct sigaction sa {};

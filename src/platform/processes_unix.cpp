@@ -429,7 +429,7 @@ ProcessAccess open_process(int32_t pid) {
     // A pidfd names a process (a thread that leads no process is refused).
     int fd = pidfd_open(pid, 0);
     if (fd < 0) {
-        if (errno != ENOSYS) {
+        if (errno == ESRCH || errno == EINVAL) {
             set_last_error(kErrorInvalidParameter);
             return ProcessAccess::Missing;
         }

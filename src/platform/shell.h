@@ -1,10 +1,10 @@
 // shell.h - documents opened with the application the desktop associates
 // with them.
 //
-// The association follows the freedesktop.org shared MIME-info and desktop
-// entry specifications through GIO: the document's content type is guessed
-// (name and content), the default application of that type is taken, and
-// its desktop entry is launched on the document.  The verb "open" (and no
+// Associations are those of the freedesktop.org shared MIME-info database
+// and desktop entries, read through GIO: the document's content type is
+// guessed (name and content), the default application of that type is
+// taken, and its desktop entry is launched on the document.  The verb "open" (and no
 // verb) is the entry's main command; any other verb is the entry's action
 // of that name (compared without regard to ASCII case).  The program starts
 // in the entry's working directory ("Path"), or else in `directory`.

@@ -10,6 +10,11 @@ namespace kp::fuzz {
 // Functions that would block, leave the sandbox or change the machine:
 // processes (start, stop, shell), the clipboard (shared with the desktop),
 // setting the system date or time (the
+// processes (ExeRun starts any program of the device and may wait for it,
+// ShellExecute launches desktop applications, ExeTerminate stops real
+// processes of the machine by name or identifier; the functions that only
+// count or list processes stay fuzzed), the clipboard (shared with the desktop),
+// the file selector (a dialog), setting the system date or time (the
 // overloads of DateSys, TimeSys, Today and Now that take a value), and the
 // forms of fRead, fWrite and fWriteLine that copy to or from a memory
 // address given as an integer (any mapped address is fair game for them).

@@ -387,6 +387,7 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.select = svc_select;
     s.key_state = svc_key_state;
     s.current_object_name = svc_current_object_name;
+    s.pump_message = pump_message;
     h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
 
     // The VM's calling order.

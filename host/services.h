@@ -51,5 +51,8 @@ class CurrentObject {
     std::list<std::u16string> names_;
     const char16_t* current_ = nullptr;
 };
+// Services slot `pump_message`: handles one pending event of the host's
+// user interface; returns non-zero when it handled one.
+int32_t pump_message(void* vm);
 
 } // namespace kp::host

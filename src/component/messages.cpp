@@ -469,6 +469,7 @@ constexpr Text kSystemTexts[] = {
     {170, u"La ressource demandée est en cours d'utilisation.", u"The requested resource is in use."},
     {183, u"Impossible de créer un fichier déjà existant.",
      u"Cannot create a file when that file already exists."},
+    {193, u"Le fichier n'est pas une application valide.", u"The file is not a valid application."},
     {206, u"Le nom du fichier ou l'extension est trop long.", u"The filename or extension is too long."},
     {234, u"Plus de données sont disponibles.", u"More data is available."},
     {259, u"Il n'y a pas d'autres données disponibles.", u"No more data is available."},

@@ -1,0 +1,120 @@
+// processes.h - programs of the host: starting them, waiting for them,
+// listing them and the shared objects they map, stopping them.
+//
+// Failures leave a Win32 code in the calling thread's last error
+// (platform/win32_error.h): 2 missing program, 5 not executable or not
+// allowed, 193 not an executable format, 206 argument string too long, 87
+// no such process.
+//
+// Programs are started with no handle of the component: every descriptor
+// above 2 is closed in the child, standard input reads /dev/null (a program
+// of the device has no console to read), standard output and error are the
+// host's.  Signal mask and dispositions start at their defaults.  The
+// environment and the working directory are the host's.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kp::platform {
+
+// Exit code of a process that is still running (STILL_ACTIVE).
+constexpr uint32_t kStillActive = 259;
+
+// Longest argument string a program can be given, in UTF-16 units.
+constexpr std::size_t kMaxArgumentString = 32767;
+
+// A started program that this process waits for.  The destructor of a
+// process that was never seen ending waits for it (so no zombie is left).
+class ChildProcess {
+  public:
+    ChildProcess() = default;
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ChildProcess(ChildProcess&& other) noexcept;
+    ChildProcess& operator=(ChildProcess&& other) noexcept;
+
+    int32_t pid() const { return pid_; }
+    bool valid() const { return pid_ > 0; }
+    // Waits up to `timeout_ms` for the process to end.  Returns its exit
+    // code once it has ended, kStillActive before.  A process that ended
+    // normally gives its exit status (0-255); one ended by signal N gives
+    // 128 + N, as shells report it.  When the host collected the process
+    // itself (SIGCHLD ignored), the exit code is unknown and reads 0xFFFFFFFF.
+    uint32_t wait(int timeout_ms);
+
+  private:
+    friend bool start_process(const std::string&, const std::vector<std::string>&, ChildProcess&);
+    void reset();
+    int32_t pid_ = 0;
+    int pidfd_ = -1;
+    bool ended_ = false;
+    uint32_t code_ = kStillActive;
+};
+
+// Starts `program` (a host path) with argv = program, args...; the process
+// is a child of this one and must be waited for.
+bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child);
+
+// Starts `program` detached: the process is not a child of this one, so it
+// never needs waiting for and leaves no zombie.  Returns its identifier, 0
+// on failure.
+int32_t start_detached_process(const std::string& program, const std::vector<std::string>& args);
+
+// One process of the system.
+struct ProcessEntry {
+    int32_t pid = 0;
+    // The executable's host path; the command name when the executable
+    // cannot be read (kernel threads, processes of other users).
+    std::string module;
+    bool module_is_path = false;
+};
+
+// A snapshot of the processes, by increasing identifier.  False when the
+// process list cannot be read.
+bool list_processes(std::vector<ProcessEntry>& out);
+
+// The executable of this process (host path), "" when unknown.
+std::string own_executable();
+int32_t own_process_id();
+
+// Read-only access to a host file outside the device: the executable of
+// this process.
+class HostFile {
+  public:
+    explicit HostFile(const std::string& path);
+    ~HostFile();
+    HostFile(const HostFile&) = delete;
+    HostFile& operator=(const HostFile&) = delete;
+    // Exactly `count` bytes at `offset`, or false.
+    bool read(uint64_t offset, void* out, std::size_t count);
+
+  private:
+    int fd_ = -1;
+};
+
+// Suspends the calling thread.
+void pause_milliseconds(int ms);
+
+// Host paths of the shared objects `pid` maps (files mapped executable,
+// the process's own executable excluded), in address order, each once.
+// False when the process does not exist (87) or cannot be read (5).
+bool process_shared_objects(int32_t pid, std::vector<std::string>& out);
+
+// The state of a process that may be stopped.
+enum class ProcessAccess {
+    Running, // exists and may be stopped by this process
+    Ended,   // has ended and waits for its parent to collect it
+    Missing, // no process has that identifier (last error 87)
+    Denied,  // exists but belongs to another user (last error 5)
+};
+ProcessAccess open_process(int32_t pid);
+
+// Stops a process at once (SIGKILL, the equivalent of the device's
+// TerminateProcess).  False with the last error when it cannot be stopped.
+bool kill_process(int32_t pid);
+
+} // namespace kp::platform

@@ -1,0 +1,468 @@
+// processes_unix.cpp - programs of the host over posix_spawn, fork, pidfd
+// and /proc.
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <unordered_set>
+
+#include "platform/processes.h"
+#include "platform/win32_error.h"
+
+extern char** environ;
+
+namespace kp::platform {
+
+namespace {
+
+constexpr uint32_t kErrorBadExeFormat = 193;
+
+// Process descriptors, by system call (the C library's header for them
+// has no C++ linkage).
+int pidfd_open(pid_t pid, unsigned flags) {
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, flags));
+}
+int pidfd_send_signal(int fd, int sig) {
+    return static_cast<int>(syscall(SYS_pidfd_send_signal, fd, sig, nullptr, 0u));
+}
+
+// The code the device reports when a program cannot be started.
+uint32_t start_error(int err) {
+    switch (err) {
+    case ENOEXEC:
+        return kErrorBadExeFormat;
+    case E2BIG:
+        return kErrorFilenameExcedRange;
+    default:
+        return win32_from_errno(err);
+    }
+}
+
+bool fail(uint32_t code) {
+    set_last_error(code);
+    return false;
+}
+
+// argv of a program: the program, then its arguments; pointers into the
+// caller's strings.
+std::vector<char*> make_argv(const std::string& program, const std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    argv.reserve(args.size() + 2);
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const std::string& a : args)
+        argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    return argv;
+}
+
+uint32_t exit_code_of(int status) {
+    if (WIFEXITED(status)) return static_cast<uint32_t>(WEXITSTATUS(status));
+    // A program ended by signal N reports 128 + N, as the shells do.
+    if (WIFSIGNALED(status)) return 128u + static_cast<uint32_t>(WTERMSIG(status));
+    return 0xFFFFFFFFu;
+}
+
+void sleep_ms(int ms) {
+    timespec ts{ms / 1000, (ms % 1000) * 1000000L};
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {}
+}
+
+// Reads a small /proc file into buf (terminated); length or -1.
+ssize_t read_small(const char* path, char* buf, std::size_t size) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return -1;
+    ssize_t n;
+    do {
+        n = read(fd, buf, size - 1);
+    } while (n < 0 && errno == EINTR);
+    close(fd);
+    if (n < 0) return -1;
+    buf[n] = 0;
+    return n;
+}
+
+bool read_link(const char* path, std::string& out) {
+    char buf[PATH_MAX];
+    ssize_t n = readlink(path, buf, sizeof buf);
+    if (n <= 0 || static_cast<std::size_t>(n) >= sizeof buf) return false;
+    out.assign(buf, static_cast<std::size_t>(n));
+    // An executable replaced since it started is shown by its name.
+    constexpr std::string_view kDeleted = " (deleted)";
+    if (out.size() > kDeleted.size() &&
+        out.compare(out.size() - kDeleted.size(), kDeleted.size(), kDeleted) == 0)
+        out.resize(out.size() - kDeleted.size());
+    return true;
+}
+
+// A message of the detached start, from the intermediate child (the
+// program's identifier) or from the program's process (why exec failed).
+struct StartMessage {
+    int32_t kind; // 1 identifier, 2 errno
+    int32_t value;
+};
+
+void write_message(int fd, int32_t kind, int32_t value) {
+    StartMessage m{kind, value};
+    ssize_t r;
+    do {
+        r = write(fd, &m, sizeof m);
+    } while (r < 0 && errno == EINTR);
+}
+
+} // namespace
+
+// --- Children ------------------------------------------------------------
+
+ChildProcess::~ChildProcess() {
+    reset();
+}
+
+ChildProcess::ChildProcess(ChildProcess&& o) noexcept
+    : pid_(o.pid_), pidfd_(o.pidfd_), ended_(o.ended_), code_(o.code_) {
+    o.pid_ = 0;
+    o.pidfd_ = -1;
+}
+
+ChildProcess& ChildProcess::operator=(ChildProcess&& o) noexcept {
+    if (this != &o) {
+        reset();
+        pid_ = o.pid_, pidfd_ = o.pidfd_, ended_ = o.ended_, code_ = o.code_;
+        o.pid_ = 0;
+        o.pidfd_ = -1;
+    }
+    return *this;
+}
+
+void ChildProcess::reset() {
+    if (pid_ > 0 && !ended_) {
+        int status;
+        while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {}
+    }
+    if (pidfd_ >= 0) close(pidfd_);
+    pid_ = 0;
+    pidfd_ = -1;
+    ended_ = false;
+    code_ = kStillActive;
+}
+
+uint32_t ChildProcess::wait(int timeout_ms) {
+    if (pid_ <= 0) return 0xFFFFFFFFu;
+    if (ended_) return code_;
+    if (pidfd_ >= 0) {
+        pollfd p{pidfd_, POLLIN, 0};
+        int r = poll(&p, 1, timeout_ms);
+        if (r <= 0) return kStillActive; // timed out (or interrupted: asked again)
+    }
+    for (int waited = 0;; ++waited) {
+        int status = 0;
+        pid_t r = waitpid(pid_, &status, WNOHANG);
+        if (r == pid_) {
+            ended_ = true;
+            code_ = exit_code_of(status);
+            return code_;
+        }
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) { // collected by the host (SIGCHLD ignored): the code is lost
+            ended_ = true;
+            code_ = 0xFFFFFFFFu;
+            return code_;
+        }
+        if (pidfd_ >= 0 || waited >= timeout_ms) return kStillActive;
+        sleep_ms(1);
+    }
+}
+
+bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child) {
+    child.reset();
+    std::vector<char*> argv = make_argv(program, args);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attr;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attr);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attr, &none);
+    posix_spawnattr_setsigdefault(&attr, &all);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    pid_t pid = 0;
+    int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    if (rc != 0) return fail(start_error(rc));
+    child.pid_ = pid;
+    child.pidfd_ = pidfd_open(pid, 0); // -1 on kernels without pidfds: waits then poll waitpid
+    return true;
+}
+
+int32_t start_detached_process(const std::string& program, const std::vector<std::string>& args) {
+    // The program is started by an intermediate child that ends at once, so
+    // the program is adopted by the system and this process never has to
+    // collect it.  Everything the children use is prepared before the fork,
+    // they only make async-signal-safe calls, and _Fork runs none of the
+    // host's fork handlers (the children never return to the host's code).
+    std::vector<char*> argv = make_argv(program, args);
+    int pipe_fds[2];
+    if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
+        set_last_error_from_errno();
+        return 0;
+    }
+    int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (null_fd < 0) {
+        set_last_error_from_errno();
+        close(pipe_fds[0]);
+        close(pipe_fds[1]);
+        return 0;
+    }
+    sigset_t all, none, saved;
+    sigfillset(&all);
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &all, &saved);
+    pid_t middle = _Fork();
+    if (middle == 0) {
+        pid_t program_pid = _Fork();
+        if (program_pid == 0) {
+            for (int sig = 1; sig < NSIG; ++sig) {
+                struct sigaction sa {};
+                sa.sa_handler = SIG_DFL;
+                sigaction(sig, &sa, nullptr);
+            }
+            dup2(null_fd, 0);
+            close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
+            sigprocmask(SIG_SETMASK, &none, nullptr);
+            execve(program.c_str(), argv.data(), environ);
+            write_message(pipe_fds[1], 2, errno);
+            _exit(127);
+        }
+        if (program_pid > 0)
+            write_message(pipe_fds[1], 1, program_pid);
+        else
+            write_message(pipe_fds[1], 2, errno);
+        _exit(0);
+    }
+    const int fork_errno = errno;
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    close(pipe_fds[1]);
+    close(null_fd);
+    if (middle < 0) {
+        close(pipe_fds[0]);
+        set_last_error(start_error(fork_errno));
+        return 0;
+    }
+    int status;
+    while (waitpid(middle, &status, 0) < 0 && errno == EINTR) {}
+    int32_t pid = 0, err = 0;
+    StartMessage m;
+    for (;;) {
+        ssize_t r = read(pipe_fds[0], &m, sizeof m);
+        if (r < 0 && errno == EINTR) continue;
+        if (r != static_cast<ssize_t>(sizeof m)) break;
+        if (m.kind == 1) pid = m.value;
+        if (m.kind == 2) err = m.value;
+    }
+    close(pipe_fds[0]);
+    if (err != 0 || pid <= 0) {
+        set_last_error(start_error(err ? err : ECHILD));
+        return 0;
+    }
+    return pid;
+}
+
+// --- Process list --------------------------------------------------------
+
+bool list_processes(std::vector<ProcessEntry>& out) {
+    out.clear();
+    DIR* d = opendir("/proc");
+    if (!d) {
+        set_last_error_from_errno();
+        return false;
+    }
+    char path[64];
+    char comm[64];
+    while (dirent* e = readdir(d)) {
+        const char* name = e->d_name;
+        if (*name < '1' || *name > '9') continue;
+        long pid = 0;
+        bool digits = true;
+        for (const char* p = name; *p && digits; ++p) {
+            if (*p < '0' || *p > '9')
+                digits = false;
+            else
+                pid = pid * 10 + (*p - '0');
+            if (pid > INT32_MAX) digits = false;
+        }
+        if (!digits) continue;
+        ProcessEntry entry;
+        entry.pid = static_cast<int32_t>(pid);
+        std::snprintf(path, sizeof path, "/proc/%ld/exe", pid);
+        if (read_link(path, entry.module)) {
+            entry.module_is_path = true;
+        } else {
+            std::snprintf(path, sizeof path, "/proc/%ld/comm", pid);
+            ssize_t n = read_small(path, comm, sizeof comm);
+            if (n <= 0) continue; // ended meanwhile
+            while (n > 0 && comm[n - 1] == '\n')
+                --n;
+            entry.module.assign(comm, static_cast<std::size_t>(n));
+        }
+        out.push_back(std::move(entry));
+    }
+    closedir(d);
+    std::sort(out.begin(), out.end(),
+              [](const ProcessEntry& a, const ProcessEntry& b) { return a.pid < b.pid; });
+    return true;
+}
+
+std::string own_executable() {
+    std::string p;
+    return read_link("/proc/self/exe", p) ? p : std::string();
+}
+
+int32_t own_process_id() {
+    return static_cast<int32_t>(getpid());
+}
+
+HostFile::HostFile(const std::string& path)
+    : fd_(path.empty() ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+
+HostFile::~HostFile() {
+    if (fd_ >= 0) close(fd_);
+}
+
+bool HostFile::read(uint64_t offset, void* out, std::size_t count) {
+    if (fd_ < 0 || offset > static_cast<uint64_t>(INT64_MAX)) return false;
+    auto* p = static_cast<char*>(out);
+    std::size_t done = 0;
+    while (done < count) {
+        ssize_t n = pread(fd_, p + done, count - done, static_cast<off_t>(offset + done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+void pause_milliseconds(int ms) {
+    sleep_ms(ms);
+}
+
+bool process_shared_objects(int32_t pid, std::vector<std::string>& out) {
+    out.clear();
+    if (pid <= 0) return fail(kErrorInvalidParameter);
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/%d/maps", pid);
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return fail(errno == ENOENT || errno == ESRCH ? kErrorInvalidParameter : win32_from_errno(errno));
+    std::string text;
+    char buf[65536];
+    for (;;) {
+        ssize_t n = read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            int err = errno;
+            close(fd);
+            return fail(err == ESRCH ? kErrorInvalidParameter : win32_from_errno(err));
+        }
+        if (n == 0) break;
+        text.append(buf, static_cast<std::size_t>(n));
+    }
+    close(fd);
+
+    std::string exe;
+    std::snprintf(path, sizeof path, "/proc/%d/exe", pid);
+    read_link(path, exe);
+    std::unordered_set<std::string> seen;
+    std::size_t pos = 0;
+    while (pos < text.size()) {
+        std::size_t end = text.find('\n', pos);
+        if (end == std::string::npos) end = text.size();
+        std::string_view line(text.data() + pos, end - pos);
+        pos = end + 1;
+        // address perms offset device inode [path]
+        std::size_t field = 0, i = 0;
+        std::string_view perms;
+        while (field < 5 && i < line.size()) {
+            std::size_t start = i;
+            while (i < line.size() && line[i] != ' ')
+                ++i;
+            if (field == 1) perms = line.substr(start, i - start);
+            while (i < line.size() && line[i] == ' ')
+                ++i;
+            ++field;
+        }
+        if (field < 5 || i >= line.size() || line[i] != '/') continue;
+        if (perms.size() < 3 || perms[2] != 'x') continue;
+        std::string file(line.substr(i));
+        constexpr std::string_view kDeleted = " (deleted)";
+        if (file.size() > kDeleted.size() &&
+            file.compare(file.size() - kDeleted.size(), kDeleted.size(), kDeleted) == 0)
+            file.resize(file.size() - kDeleted.size());
+        if (file == exe) continue;
+        if (seen.insert(file).second) out.push_back(std::move(file));
+    }
+    return true;
+}
+
+// --- Stopping ------------------------------------------------------------
+
+ProcessAccess open_process(int32_t pid) {
+    if (pid <= 0) {
+        set_last_error(kErrorInvalidParameter);
+        return ProcessAccess::Missing;
+    }
+    // A pidfd names a process (a thread that leads no process is refused).
+    int fd = pidfd_open(pid, 0);
+    if (fd < 0) {
+        if (errno == ESRCH || errno == EINVAL) {
+            set_last_error(kErrorInvalidParameter);
+            return ProcessAccess::Missing;
+        }
+        if (kill(pid, 0) != 0 && errno == ESRCH) {
+            set_last_error(kErrorInvalidParameter);
+            return ProcessAccess::Missing;
+        }
+    }
+    char path[64], stat[512];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", pid);
+    if (read_small(path, stat, sizeof stat) > 0) {
+        // "pid (comm) S ...": the state follows the last parenthesis.
+        const char* close_paren = std::strrchr(stat, ')');
+        if (close_paren && close_paren[1] == ' ' && (close_paren[2] == 'Z' || close_paren[2] == 'X')) {
+            if (fd >= 0) close(fd);
+            return ProcessAccess::Ended;
+        }
+    }
+    int r = fd >= 0 ? pidfd_send_signal(fd, 0) : kill(pid, 0);
+    int err = errno;
+    if (fd >= 0) close(fd);
+    if (r != 0) {
+        set_last_error(err == EPERM ? kErrorAccessDenied : kErrorInvalidParameter);
+        return err == EPERM ? ProcessAccess::Denied : ProcessAccess::Missing;
+    }
+    return ProcessAccess::Running;
+}
+
+bool kill_process(int32_t pid) {
+    // Never 0 or negative: those would signal process groups.
+    if (pid <= 0) return fail(kErrorInvalidParameter);
+    if (kill(pid, SIGKILL) != 0) return fail(errno == EPERM ? kErrorAccessDenied : kErrorInvalidParameter);
+    return true;
+}
+
+} // namespace kp::platform

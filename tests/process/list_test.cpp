@@ -1,0 +1,292 @@
+// ExeRunning, ExeTerminate, ExeListProcess and ExeListDLL over processes
+// this test starts: copies of sleep under unique names on the device, so
+// that no process of the machine is counted or stopped by mistake.
+#include <sys/wait.h>
+
+#include <climits>
+#include <set>
+#include <sstream>
+
+#include "process_fixture.h"
+#include "system/processes.h"
+
+namespace kp::process::test {
+namespace {
+
+using kp::system::split_path;
+
+TEST(SplitPath, DriveDirectoryNameExtension) {
+    struct Row {
+        std::u16string path, drive, dir, name, ext;
+    };
+    const Row rows[] = {
+        {u"\\Windows\\prog.exe", u"", u"\\Windows\\", u"prog", u".exe"},
+        {u"C:\\a\\b.c.d", u"C:", u"\\a\\", u"b.c", u".d"},
+        {u"prog", u"", u"", u"prog", u""},
+        {u"/usr/bin/sleep", u"", u"/usr/bin/", u"sleep", u""},
+        {u"\\dir.x\\name", u"", u"\\dir.x\\", u"name", u""},
+        {u"\\dir\\", u"", u"\\dir\\", u"", u""},
+        {u".hidden", u"", u"", u"", u".hidden"},
+        {u"", u"", u"", u"", u""},
+    };
+    for (const Row& r : rows) {
+        auto p = split_path(r.path);
+        EXPECT_EQ(p.drive, r.drive) << kp::host::utf8(r.path);
+        EXPECT_EQ(p.directory, r.dir) << kp::host::utf8(r.path);
+        EXPECT_EQ(p.name, r.name) << kp::host::utf8(r.path);
+        EXPECT_EQ(p.extension, r.ext) << kp::host::utf8(r.path);
+    }
+}
+
+class ListTest : public ProcessTest {
+  protected:
+    std::string name;
+    std::u16string device_path; // "\apps\<name>"
+    void SetUp() override {
+        name = unique_name("kpsleep");
+        sleeper("apps/" + name);
+        device_path = u"\\apps\\" + kp::host::utf16(name);
+    }
+    int start_sleeper(const std::u16string& path) {
+        auto r = call("ExeRun", {Value::string(path + u" 30"), Value::integer(1), Value::integer(3)});
+        EXPECT_GT(r.result.i, 0) << kp::host::utf8(r.error.message);
+        int pid = static_cast<int>(r.result.i);
+        started.push_back(pid);
+        // Running the copy (not a shell that will exec it).
+        const std::string file = kp::host::utf8(path.substr(path.find_last_of(u"\\") + 1));
+        EXPECT_TRUE(eventually([&] {
+            std::error_code ec;
+            return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == file;
+        })) << kp::host::utf8(path);
+        return pid;
+    }
+    int64_t running(const std::u16string& program) {
+        return call("ExeRunning", {Value::string(program)}).result.i;
+    }
+    static bool gone(int pid) {
+        char s = process_state(pid);
+        return s == 0 || s == 'Z';
+    }
+};
+
+TEST_F(ListTest, CountsByNameAndDirectory) {
+    EXPECT_EQ(running(device_path), 0);
+    int pids[3];
+    for (int& p : pids)
+        p = start_sleeper(device_path);
+    const std::u16string n16 = kp::host::utf16(name);
+    struct Row {
+        std::u16string program;
+        int64_t count;
+    };
+    const Row rows[] = {
+        {device_path, 3},
+        {n16, 3},
+        {u"\\APPS\\" + kp::host::utf16(fs::path(name).string()), 3},
+        {u"/apps/" + n16, 3},
+        // Counted by name: the extension is not compared.
+        {n16 + u".exe", 3},
+        {u"\\other\\" + n16, 0},
+        {u"\\apps\\" + n16 + u"x", 0},
+        {u"\\apps\\", 0},
+        {u"", 0},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(running(r.program), r.count) << kp::host::utf8(r.program);
+    // Upper case.
+    std::string upper = name;
+    for (char& c : upper)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    EXPECT_EQ(running(kp::host::utf16(upper)), 3);
+
+    // Without a program: the calling program itself (this test binary).
+    auto self = call("ExeRunning", {});
+    EXPECT_GE(self.result.i, 1);
+    EXPECT_EQ(self.error.severity, 1);
+}
+
+TEST_F(ListTest, TerminatesByIdentifierAndByName) {
+    int a = start_sleeper(device_path), b = start_sleeper(device_path), c = start_sleeper(device_path);
+    // Other users' and unknown identifiers change nothing here (see below).
+    auto r = call("ExeTerminate", {Value::integer(a)});
+    EXPECT_TRUE(r.result.b);
+    EXPECT_EQ(r.error.severity, 1);
+    EXPECT_TRUE(eventually([&] { return gone(a); }));
+    EXPECT_TRUE(eventually([&] { return running(device_path) == 2; }));
+
+    // File names are compared with their extension.
+    EXPECT_FALSE(call("ExeTerminate", {Value::string(device_path + u".exe")}).result.b);
+    EXPECT_FALSE(call("ExeTerminate", {Value::string(u"\\elsewhere\\" + kp::host::utf16(name))}).result.b);
+    EXPECT_EQ(running(device_path), 2);
+
+    std::u16string upper = device_path;
+    for (char16_t& ch : upper)
+        if (ch >= u'a' && ch <= u'z') ch = static_cast<char16_t>(ch - 32);
+    r = call("ExeTerminate", {Value::string(upper)});
+    EXPECT_TRUE(r.result.b);
+    EXPECT_TRUE(eventually([&] { return gone(b) && gone(c); }));
+    EXPECT_TRUE(eventually([&] { return running(device_path) == 0; }));
+
+    // Nothing left to stop.
+    r = call("ExeTerminate", {Value::string(device_path)});
+    EXPECT_FALSE(r.result.b);
+    EXPECT_EQ(r.error.severity, 1);
+    // By name only, without directory.
+    int d = start_sleeper(device_path);
+    EXPECT_TRUE(call("ExeTerminate", {Value::string(kp::host::utf16(name))}).result.b);
+    EXPECT_TRUE(eventually([&] { return gone(d); }));
+}
+
+TEST_F(ListTest, IdentifiersThatNameNoProcess) {
+    int pid_max = std::stoi(read_text("/proc/sys/kernel/pid_max"));
+    // 0 and negative identifiers must never reach a process group.
+    for (int64_t pid : {int64_t(0), int64_t(-1), int64_t(-2), int64_t(INT32_MIN), int64_t(pid_max) + 1,
+                        int64_t(INT32_MAX)}) {
+        auto r = call("ExeTerminate", {Value::integer(pid)});
+        EXPECT_FALSE(r.result.b) << pid;
+        EXPECT_EQ(r.error.id, 80101u) << pid;
+        auto l = call("ExeListDLL", {Value::integer(pid)});
+        EXPECT_EQ(l.result.s, u"") << pid;
+        EXPECT_EQ(l.error.id, 80101u) << pid;
+    }
+}
+
+TEST_F(ListTest, ProcessThatHasAlreadyEnded) {
+    pid_t child = fork();
+    if (child == 0) _exit(0);
+    ASSERT_GT(child, 0);
+    ASSERT_TRUE(eventually([&] { return process_state(child) == 'Z'; }));
+    auto r = call("ExeTerminate", {Value::integer(child)});
+    EXPECT_TRUE(r.result.b);
+    EXPECT_EQ(r.error.severity, 1);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "the ended process was not signalled";
+}
+
+// A process of another user can be neither stopped nor read: checked from
+// a child that gives up the super-user's rights (or, for an ordinary user,
+// against a process of the super-user).
+TEST_F(ListTest, ProcessOfAnotherUser) {
+    int target;
+    if (geteuid() == 0) {
+        target = start_sleeper(device_path);
+    } else {
+        int owner = -1;
+        std::istringstream status(read_text("/proc/1/status"));
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind("Uid:", 0) == 0) owner = std::stoi(line.substr(4));
+        if (owner == static_cast<int>(geteuid())) GTEST_SKIP() << "no process of another user to try";
+        target = 1;
+    }
+    pid_t child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(10);
+        kp_error_record rec{};
+        rec.severity = 1;
+        kp::CXError err(&rec);
+        if (kp::system::exe_terminate(target, err)) _exit(11);
+        if (err.id() != 80101 || err.system_code() != 5) _exit(12);
+        err.clear();
+        if (!kp::system::exe_list_dll(target, err).empty() || err.id() != 80101) _exit(13);
+        _exit(0);
+    }
+    ASSERT_GT(child, 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "11 stopped, 12 wrong error, 13 listed";
+    EXPECT_NE(process_state(target), 0);
+}
+
+TEST_F(ListTest, ListColumns) {
+    int a = start_sleeper(device_path), b = start_sleeper(device_path);
+    auto lines_of = [&](std::vector<Value> selectors) {
+        auto r = call("ExeListProcess", selectors);
+        EXPECT_EQ(r.error.severity, 1);
+        const std::u16string& s = r.result.s;
+        EXPECT_FALSE(s.empty());
+        EXPECT_NE(s.substr(s.size() - 2), u"\r\n") << "no separator after the last line";
+        std::vector<std::u16string> lines;
+        std::size_t start = 0;
+        for (;;) {
+            std::size_t end = s.find(u"\r\n", start);
+            lines.push_back(s.substr(start, end - start));
+            if (end == std::u16string::npos) break;
+            start = end + 2;
+        }
+        return lines;
+    };
+    auto has = [](const std::vector<std::u16string>& lines, const std::u16string& line) {
+        return std::count(lines.begin(), lines.end(), line);
+    };
+    const std::u16string n16 = kp::host::utf16(name);
+    const std::u16string pa = kp::host::utf16(std::to_string(a)), pb = kp::host::utf16(std::to_string(b));
+
+    auto l = lines_of({Value::integer(3), Value::integer(0)});
+    EXPECT_EQ(has(l, pa + u"\t" + n16), 1);
+    EXPECT_EQ(has(l, pb + u"\t" + n16), 1);
+    // Identifiers in increasing order, one line each.
+    std::vector<long> ids;
+    for (const auto& line : l)
+        ids.push_back(std::stol(kp::host::utf8(line.substr(0, line.find(u'\t')))));
+    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+    EXPECT_EQ(std::set<long>(ids.begin(), ids.end()).size(), ids.size());
+    // This process is in the list, shown by its executable's host path (outside the device).
+    const std::u16string self = kp::host::utf16(fs::read_symlink("/proc/self/exe").string());
+    EXPECT_EQ(has(lines_of({Value::integer(3), Value::integer(1)}),
+                  kp::host::utf16(std::to_string(getpid())) + u"\t" + self),
+              1);
+
+    EXPECT_EQ(has(lines_of({}), n16), 2) << "without selectors: the file name";
+    EXPECT_EQ(has(lines_of({Value::integer(1)}), device_path), 2) << "the device name of the module";
+    EXPECT_EQ(has(lines_of({Value::integer(0), Value::integer(1), Value::integer(3)}),
+                  n16 + u"\t" + device_path + u"\t" + pa),
+              1);
+    EXPECT_EQ(has(lines_of({Value::integer(3), Value::integer(2), Value::integer(0)}), pa + u"\t\t" + n16), 1)
+        << "unknown selectors give empty columns";
+    EXPECT_EQ(has(lines_of({Value::integer(3), Value::integer(-1), Value::integer(0)}), pa), 1)
+        << "selectors end at the first -1";
+    EXPECT_EQ(has(lines_of({Value::integer(3), Value::integer(3), Value::integer(3), Value::integer(3),
+                            Value::integer(3)}),
+                  pa + u"\t" + pa + u"\t" + pa + u"\t" + pa + u"\t" + pa),
+              1);
+    // Kernel threads have no executable: their command name stands in.
+    auto kernel = lines_of({Value::integer(3), Value::integer(0)});
+    EXPECT_TRUE(std::any_of(kernel.begin(), kernel.end(), [](const std::u16string& line) {
+        return line.rfind(u"2\t", 0) == 0 && line.size() > 2;
+    }));
+}
+
+TEST_F(ListTest, LibrariesOfAProcess) {
+    int a = start_sleeper(device_path);
+    // (The loader maps the C library just after the program starts.)
+    CallOutcome r;
+    EXPECT_TRUE(eventually([&] {
+        r = call("ExeListDLL", {Value::integer(a)});
+        return r.result.s.find(u"libc.so.6") != std::u16string::npos;
+    })) << kp::host::utf8(r.result.s);
+    EXPECT_EQ(r.error.severity, 1);
+    const std::u16string& dlls = r.result.s;
+    EXPECT_EQ(dlls.find(kp::host::utf16(name)), std::u16string::npos) << "the executable is not listed";
+    EXPECT_EQ(dlls.find(u"/"), std::u16string::npos) << "names, not paths";
+    EXPECT_NE(dlls.substr(dlls.size() - 2), u"\r\n");
+
+    // This process: the component's own module is among its libraries, each once.
+    auto own = call("ExeListDLL", {Value::integer(getpid())}).result.s;
+    EXPECT_NE(own.find(u"libkp120std.so"), std::u16string::npos);
+    EXPECT_EQ(own.find(u"kp_test_process"), std::u16string::npos);
+    std::set<std::u16string> unique;
+    std::size_t count = 0;
+    for (std::size_t start = 0;;) {
+        std::size_t end = own.find(u"\r\n", start);
+        unique.insert(own.substr(start, end - start));
+        ++count;
+        if (end == std::u16string::npos) break;
+        start = end + 2;
+    }
+    EXPECT_EQ(unique.size(), count);
+}
+
+} // namespace
+} // namespace kp::process::test

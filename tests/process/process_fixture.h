@@ -1,0 +1,110 @@
+// process_fixture.h - a host over a temporary device root that holds the
+// programs the tests start, and helpers to watch the processes they leave.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/test_host.h"
+
+namespace kp::process::test {
+
+using kp::host::CallOutcome;
+using kp::host::Value;
+namespace fs = std::filesystem;
+
+// Waits up to `ms` for `done` to hold.
+inline bool eventually(const std::function<bool()>& done, int ms = 5000) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+inline std::string read_text(const fs::path& p) {
+    std::ifstream f(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+// "S" field of /proc/PID/stat and the parent, or 0 when the process is gone.
+inline char process_state(int pid, int* parent = nullptr) {
+    std::string stat = read_text("/proc/" + std::to_string(pid) + "/stat");
+    auto close = stat.rfind(')');
+    if (close == std::string::npos || close + 2 >= stat.size()) return 0;
+    if (parent) *parent = std::atoi(stat.c_str() + close + 4);
+    return stat[close + 2];
+}
+
+// Children of this process that ended and were never collected.
+inline int zombie_children() {
+    int count = 0;
+    for (const auto& e : fs::directory_iterator("/proc")) {
+        const std::string name = e.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        int parent = 0;
+        if (process_state(std::stoi(name), &parent) == 'Z' && parent == getpid()) ++count;
+    }
+    return count;
+}
+
+// A name no other process of the machine has.
+inline std::string unique_name(const char* stem) {
+    static int serial = 0;
+    return std::string(stem) + "_" + std::to_string(getpid()) + "_" + std::to_string(++serial);
+}
+
+class ProcessTest : public ::testing::Test {
+  protected:
+    kp::test::HostFixture fx;
+    std::vector<int> started; // processes to stop at the end if still there
+
+    void TearDown() override {
+        for (int pid : started)
+            if (pid > 0 && process_state(pid) != 0) ::kill(pid, SIGKILL);
+        EXPECT_TRUE(eventually([] { return zombie_children() == 0; }, 2000)) << "zombie children left";
+    }
+
+    CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }
+
+    fs::path host_path(const std::string& rel) const { return fx.device() / rel; }
+
+    // Writes a file under the device root with the given mode.
+    fs::path put(const std::string& rel, const std::string& bytes, mode_t mode = 0644) {
+        fs::path p = host_path(rel);
+        fs::create_directories(p.parent_path());
+        {
+            std::ofstream f(p, std::ios::binary | std::ios::trunc);
+            f << bytes;
+        }
+        ::chmod(p.c_str(), mode);
+        return p;
+    }
+    fs::path script(const std::string& rel, const std::string& body) {
+        return put(rel, "#!/bin/sh\n" + body + "\n", 0755);
+    }
+    // A copy of /bin/sleep under the device root: a process whose module
+    // is a file of the device.
+    fs::path sleeper(const std::string& rel) {
+        fs::path p = host_path(rel);
+        fs::create_directories(p.parent_path());
+        fs::copy_file("/bin/sleep", p, fs::copy_options::overwrite_existing);
+        ::chmod(p.c_str(), 0755);
+        return p;
+    }
+};
+
+} // namespace kp::process::test

@@ -1,0 +1,165 @@
+// ShellExecute over a desktop of the test's own: a MIME database and
+// desktop entries under a temporary XDG_DATA_HOME (and no other data or
+// configuration directory, no session bus, no display), so nothing of the
+// machine's desktop is ever launched.
+#include <cstdlib>
+#include <sstream>
+
+#include "process_fixture.h"
+
+namespace kp::process::test {
+namespace {
+
+// The desktop is set up before main: GLib reads its directories once.
+struct Desktop {
+    fs::path dir, log;
+    bool ready = false;
+    Desktop() {
+        std::string tmpl = (fs::temp_directory_path() / "kp120-xdg-XXXXXX").string();
+        if (!mkdtemp(tmpl.data())) return;
+        dir = tmpl;
+        log = dir / "launched.log";
+        const fs::path data = dir / "data", config = dir / "config";
+        fs::create_directories(data / "mime" / "packages");
+        fs::create_directories(data / "applications");
+        fs::create_directories(config);
+        write(data / "mime/packages/kp120-test.xml",
+              R"(<?xml version="1.0" encoding="UTF-8"?>
+<mime-info xmlns="http://www.freedesktop.org/standards/shared-mime-info">
+  <mime-type type="application/x-kp120-test"><comment>test document</comment><glob pattern="*.kptest"/></mime-type>
+  <mime-type type="application/x-kp120-orphan"><comment>no application</comment><glob pattern="*.kporphan"/></mime-type>
+  <mime-type type="application/x-kp120-broken"><comment>broken application</comment><glob pattern="*.kpbroken"/></mime-type>
+</mime-info>
+)");
+        const fs::path opener = dir / "opener.sh";
+        write(opener, "#!/bin/sh\necho \"$1|$2|$(pwd)\" >> '" + log.string() + "'\n");
+        fs::permissions(opener, fs::perms::owner_all);
+        write(data / "applications/kp120-opener.desktop",
+              "[Desktop Entry]\nType=Application\nName=kp120 test opener\nExec=" + opener.string() +
+                  " open %f\nMimeType=application/x-kp120-test;\nActions=print;Edit;\n\n"
+                  "[Desktop Action print]\nName=Print\nExec=" +
+                  opener.string() + " print %f\n\n[Desktop Action Edit]\nName=Edit\nExec=" + opener.string() +
+                  " edit %f\n");
+        // Starts in a directory that does not exist: every launch fails.
+        write(data / "applications/kp120-broken.desktop",
+              "[Desktop Entry]\nType=Application\nName=kp120 broken\nExec=" + opener.string() +
+                  " broken %f\nPath=" + (dir / "missing").string() +
+                  "\nMimeType=application/x-kp120-broken;\n");
+        write(config / "mimeapps.list",
+              "[Default Applications]\napplication/x-kp120-test=kp120-opener.desktop\n"
+              "application/x-kp120-broken=kp120-broken.desktop\n");
+        const std::string update = "update-mime-database '" + (data / "mime").string() + "' >/dev/null 2>&1";
+        if (std::system(update.c_str()) != 0) return;
+        setenv("XDG_DATA_HOME", data.c_str(), 1);
+        setenv("XDG_DATA_DIRS", data.c_str(), 1);
+        setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+        setenv("XDG_CONFIG_DIRS", config.c_str(), 1);
+        setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (dir / "no-bus").string()).c_str(), 1);
+        setenv("GIO_USE_VFS", "local", 1);
+        unsetenv("DISPLAY");
+        unsetenv("WAYLAND_DISPLAY");
+        unsetenv("XDG_CURRENT_DESKTOP");
+        ready = true;
+    }
+    ~Desktop() {
+        std::error_code ec;
+        if (!dir.empty()) fs::remove_all(dir, ec);
+    }
+    static void write(const fs::path& p, const std::string& text) {
+        std::ofstream f(p, std::ios::binary | std::ios::trunc);
+        f << text;
+    }
+};
+Desktop g_desktop;
+
+class ShellTest : public ProcessTest {
+  protected:
+    void SetUp() override {
+        if (!g_desktop.ready) GTEST_SKIP() << "update-mime-database (shared-mime-info) is needed";
+        fs::remove(g_desktop.log);
+        put("docs/a.kptest", "document\n");
+        put("docs/b.kporphan", "orphan\n");
+        put("docs/c.kpbroken", "broken\n");
+    }
+    CallOutcome shell(const std::u16string& document) {
+        return call("ShellExecute", {Value::string(document)});
+    }
+    CallOutcome shell(const std::u16string& document, const std::u16string& verb) {
+        return call("ShellExecute", {Value::string(document), Value::string(verb)});
+    }
+    // The launches the opener saw, "verb|file|working directory" each.
+    std::vector<std::string> launches(std::size_t expected) {
+        std::vector<std::string> lines;
+        eventually([&] {
+            lines.clear();
+            std::istringstream in(read_text(g_desktop.log));
+            for (std::string line; std::getline(in, line);)
+                lines.push_back(line);
+            return lines.size() >= expected;
+        });
+        return lines;
+    }
+};
+
+TEST_F(ShellTest, VerbsOfTheAssociatedApplication) {
+    const std::string doc = host_path("docs/a.kptest").string(), docs = host_path("docs").string();
+    struct Row {
+        bool with_verb;
+        std::u16string verb;
+        std::string action;
+    };
+    const Row rows[] = {
+        {false, u"", "open"},                                 // "open", the entry's main command
+        {true, u"open", "open"},                              //
+        {true, u"OPEN", "open"},                              //
+        {true, u"", "open"},                                  // an empty verb is the default verb
+        {true, u"print", "print"}, {true, u"Print", "print"}, // verbs are compared without regard to case
+        {true, u"edit", "edit"},   {true, u"Edit", "edit"},
+    };
+    std::size_t n = 0;
+    for (const Row& r : rows) {
+        auto out = r.with_verb ? shell(u"\\docs\\a.kptest", r.verb) : shell(u"\\docs\\a.kptest");
+        EXPECT_TRUE(out.result.b) << kp::host::utf8(r.verb);
+        EXPECT_EQ(out.error.severity, 1);
+        auto lines = launches(++n);
+        ASSERT_EQ(lines.size(), n) << kp::host::utf8(r.verb);
+        // The program starts in the document's directory.
+        EXPECT_EQ(lines.back(), r.action + "|" + doc + "|" + docs) << kp::host::utf8(r.verb);
+    }
+}
+
+TEST_F(ShellTest, FailuresAndTheirErrors) {
+    struct Row {
+        std::u16string document;
+        const char16_t* verb;
+        uint32_t id;
+    };
+    const Row rows[] = {
+        {u"\\docs\\a.kptest", u"explore", 80105}, // no action of that name
+        {u"\\docs\\b.kporphan", nullptr, 80105},  // no application for the type
+        {u"\\docs\\b.kporphan", u"open", 80105},
+        {u"\\docs\\missing.kptest", nullptr, 80102},
+        {u"\\nodir\\missing.kptest", nullptr, 80102},
+        {u"\\docs\\a*.kptest", nullptr, 80102},
+        {u"\\" + std::u16string(300, u'd'), nullptr, 80102},
+        {u"\\docs\\c.kpbroken", nullptr, 80104}, // the application cannot start
+        {u"\\docs\\c.kpbroken", u"open", 80104},
+    };
+    for (const Row& r : rows) {
+        auto out = r.verb ? shell(r.document, r.verb) : shell(r.document);
+        EXPECT_FALSE(out.result.b) << kp::host::utf8(r.document);
+        EXPECT_EQ(out.error.id, r.id) << kp::host::utf8(r.document);
+        EXPECT_EQ(out.error.severity, 2);
+    }
+    // An empty document: false, and no error.
+    auto out = shell(u"");
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(out.error.severity, 1);
+    out = shell(u"", u"open");
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(out.error.severity, 1);
+    EXPECT_TRUE(read_text(g_desktop.log).empty()) << "nothing was launched";
+}
+
+} // namespace
+} // namespace kp::process::test

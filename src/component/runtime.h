@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -35,6 +36,9 @@ struct State {
     // of a zone function and kept until the module is unloaded.
     std::shared_ptr<std::once_flag> zones_once = std::make_shared<std::once_flag>();
     std::shared_ptr<memzones::Registry> zones;
+    // Archives named by _zipCreate_old and _zipOpen_old: archive name ->
+    // device file name (transforms/archive.h).
+    std::map<std::u16string, std::u16string> zip_archives;
 };
 State& state();
 

@@ -274,10 +274,12 @@ void Zone::set_position(int32_t n) {
 void Zone::sort() {
     const std::size_t n = elements_.size();
     if (n < 2) return;
-    // One record an element, so that comparisons read no heap for numbers.
+    // One 16-byte record an element: the class of the key and, for numbers,
+    // the key rounded to a double.  Rounding keeps the order (x <= y gives
+    // double(x) <= double(y)), so records whose doubles differ are ordered
+    // by them and only equal doubles need the exact comparison.
     struct Key {
-        long double num;
-        const Item* item;
+        double num;
         uint32_t index;
         uint8_t rank;
         bool nan;
@@ -286,7 +288,6 @@ void Zone::sort() {
     for (std::size_t i = 0; i < n; ++i) {
         const Item& k = elements_[i].key();
         Key& r = keys[i];
-        r.item = &k;
         r.index = static_cast<uint32_t>(i);
         r.rank = static_cast<uint8_t>(rank(k.kind()));
         r.nan = false;
@@ -294,22 +295,19 @@ void Zone::sort() {
         if (r.rank == 1) {
             const Number num = number_of(k);
             r.nan = num.nan;
-            r.num = num.v;
+            r.num = static_cast<double>(num.v);
         }
     }
-    std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
+    const std::vector<Element>& el = elements_;
+    std::stable_sort(keys.begin(), keys.end(), [&el](const Key& a, const Key& b) {
         if (a.rank != b.rank) return a.rank < b.rank;
-        switch (a.rank) {
-        case 1:
+        if (a.rank == 1) {
             if (a.nan || b.nan) return !a.nan && b.nan;
-            return a.num < b.num;
-        case 2:
-            return a.item->text() < b.item->text();
-        case 3:
-            return compare_bytes(a.item->bytes(), b.item->bytes()) < 0;
-        default:
+            if (a.num != b.num) return a.num < b.num;
+        } else if (a.rank == 0) {
             return false;
         }
+        return compare(el[a.index].key(), el[b.index].key()) < 0;
     });
     std::vector<Element> sorted;
     sorted.reserve(n);

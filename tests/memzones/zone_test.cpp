@@ -220,3 +220,22 @@ TEST(Zone, ValuesOfNoSimpleTypeAreRefused) {
     EXPECT_EQ(80014u, rec.id);
     EXPECT_EQ(KP_SEVERITY_ERROR, rec.severity);
 }
+
+TEST(Zone, SortSeparatesIntegersBeyondTheRealsPrecision) {
+    // 2^60 + 1 and 2^60 are the same real; the order stays exact.
+    const int64_t big = int64_t{1} << 60;
+    Zone z;
+    z.add(Item::integer(0), Item::int64(big + 1));
+    z.add(Item::integer(1), Item::real(static_cast<double>(big)));
+    z.add(Item::integer(2), Item::int64(big));
+    z.add(Item::integer(3), Item::int64(big - 1));
+    z.add(Item::integer(4), money(1000000)); // 1.0
+    z.add(Item::integer(5), Item::integer(1));
+    z.sort();
+    std::vector<int> order;
+    for (const Element* el = z.first(); el; el = z.next())
+        order.push_back(value_of(el));
+    EXPECT_EQ((std::vector<int>{4, 5, 3, 1, 2, 0}), order);
+    EXPECT_EQ(6, z.seek(Item::int64(big + 1)));
+    EXPECT_EQ(4, z.seek(Item::int64(big)));
+}

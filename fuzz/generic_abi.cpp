@@ -267,9 +267,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto& c = g_box->callables[pick % g_box->callables.size()];
     const kp_overload& ov = c.fn->overloads[c.overload];
 
-    // Trailing receiving variables (0x401F) may be left out, as a program may.
+    // Trailing receiving variables (0x401F) may be left out, as a program
+    // may, and so may trailing reals the VM converts (0x800C: Min, Max).
     size_t required = ov.param_count;
-    while (required > 0 && (ov.params[required - 1] & 0x40FF) == (KP_PARAM_FLAG_4000 | KP_T_ANY))
+    while (required > 0 && ((ov.params[required - 1] & 0x40FF) == (KP_PARAM_FLAG_4000 | KP_T_ANY) ||
+                            ov.params[required - 1] == (KP_PARAM_CONVERT | KP_T_REAL)))
         --required;
     size_t count =
         required == ov.param_count ? required : in.ConsumeIntegralInRange<size_t>(required, ov.param_count);

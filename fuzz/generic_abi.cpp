@@ -277,9 +277,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto& c = g_box->callables[pick % g_box->callables.size()];
     const kp_overload& ov = c.fn->overloads[c.overload];
 
-    // Trailing receiving variables (0x401F) may be left out, as a program may.
+    // Trailing receiving variables (0x401F) may be left out, as a program
+    // may, and so may trailing reals the VM converts (0x800C: Min, Max).
     size_t required = ov.param_count;
-    while (required > 0 && (ov.params[required - 1] & 0x40FF) == (KP_PARAM_FLAG_4000 | KP_T_ANY))
+    while (required > 0 && ((ov.params[required - 1] & 0x40FF) == (KP_PARAM_FLAG_4000 | KP_T_ANY) ||
+                            ov.params[required - 1] == (KP_PARAM_CONVERT | KP_T_REAL)))
         --required;
     size_t count =
         required == ov.param_count ? required : in.ConsumeIntegralInRange<size_t>(required, ov.param_count);
@@ -308,6 +310,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::fprintf(stderr, "%s_%d: severity %d\n", c.fn->english, c.overload + 1, out.error.severity);
         std::abort();
     }
-    if (++g_box->calls % 5000 == 0) empty_device();
+    if (++g_box->calls % 5000 == 0) {
+        empty_device();
+        // The zones keep what programs store as long as the component
+        // lives: the default zone is emptied with the device.
+        std::vector<Value> none;
+        g_box->host->call("MemDeleteAll", none);
+    }
     return 0;
 }

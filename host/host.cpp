@@ -546,10 +546,12 @@ int Host::choose_overload(const kp_function& fn, const std::vector<Value>& args,
     for (int k = 0; k < count; ++k) {
         if (args.size() > ov[k].param_count) continue;
         // Trailing variables (any value by reference, 0x401F: the receiving
-        // variables of fReadLine and MatchRegularExpression) may be left out.
+        // variables of fReadLine and MatchRegularExpression) may be left out,
+        // and so may trailing reals the VM converts (0x800C: Min and Max take
+        // two to ten values).
         bool fits = true;
         for (std::size_t a = args.size(); a < ov[k].param_count; ++a)
-            if ((ov[k].params[a] & 0x40FF) != 0x401F) fits = false;
+            if ((ov[k].params[a] & 0x40FF) != 0x401F && ov[k].params[a] != 0x800C) fits = false;
         if (!fits) continue;
         count_matched = true;
         int score = 0;

@@ -6,9 +6,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <string>
 
 #include "kp120/component.h"
+
+namespace kp::memzones {
+class Registry;
+}
 
 namespace kp::runtime {
 
@@ -25,6 +32,13 @@ struct State {
     // VM module of bInitKLConvFromVM.
     void* vm_module = nullptr;
     int32_t conv_revision = 0, conv_mode = 0;
+    // The programs' memory zones (memzones/zones.h): made at the first call
+    // of a zone function and kept until the module is unloaded.
+    std::shared_ptr<std::once_flag> zones_once = std::make_shared<std::once_flag>();
+    std::shared_ptr<memzones::Registry> zones;
+    // Archives named by _zipCreate_old and _zipOpen_old: archive name ->
+    // device file name (transforms/archive.h).
+    std::map<std::u16string, std::u16string> zip_archives;
 };
 State& state();
 

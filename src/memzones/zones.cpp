@@ -1,1 +1,435 @@
-// zones.cpp - memory zones: named in-memory lists of the calling program.
+// zones.cpp - memory zones: named in-memory lists of the calling program
+// (the rules are in zones.h).
+#include "memzones/zones.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+
+#include "component/runtime.h"
+#include "component/strings.h"
+#include "component/variant.h"
+
+namespace kp::memzones {
+
+// ---------------------------------------------------------------- Item
+
+Item& Item::operator=(Item&& o) noexcept {
+    if (this != &o) {
+        release();
+        u_ = o.u_;
+        high_ = o.high_;
+        kind_ = o.kind_;
+        o.kind_ = Kind::Empty;
+    }
+    return *this;
+}
+
+void Item::release() {
+    if ((kind_ == Kind::String || kind_ == Kind::Buffer) && u_.blob) ::operator delete(u_.blob);
+    kind_ = Kind::Empty;
+}
+
+Item Item::with_blob(Kind kind, const void* data, std::size_t bytes) {
+    Item it;
+    if (bytes > 0xFFFFFFF0u) throw std::bad_alloc();
+    void* p = ::operator new(sizeof(Blob) + bytes);
+    it.u_.blob = static_cast<Blob*>(p);
+    it.u_.blob->size = static_cast<uint32_t>(bytes);
+    if (bytes) std::memcpy(it.u_.blob + 1, data, bytes);
+    it.kind_ = kind;
+    return it;
+}
+
+Item Item::clone() const {
+    if (kind_ == Kind::String || kind_ == Kind::Buffer) return with_blob(kind_, u_.blob + 1, u_.blob->size);
+    Item it;
+    it.u_ = u_;
+    it.high_ = high_;
+    it.kind_ = kind_;
+    return it;
+}
+
+Item Item::boolean(bool v) {
+    Item it;
+    it.u_.i = v ? 1 : 0;
+    it.kind_ = Kind::Bool;
+    return it;
+}
+Item Item::integer(int32_t v) {
+    Item it;
+    it.u_.i = v;
+    it.kind_ = Kind::Int;
+    return it;
+}
+Item Item::int64(int64_t v) {
+    Item it;
+    it.u_.i = v;
+    it.kind_ = Kind::Int64;
+    return it;
+}
+Item Item::real(double v) {
+    Item it;
+    it.u_.d = v;
+    it.kind_ = Kind::Real;
+    return it;
+}
+Item Item::currency(const uint8_t (&cy)[10]) {
+    Item it;
+    std::memcpy(&it.u_.low, cy, 8);
+    it.high_ = static_cast<uint16_t>(cy[8] | (cy[9] << 8));
+    it.kind_ = Kind::Currency;
+    return it;
+}
+Item Item::string(std::u16string_view s) {
+    return with_blob(Kind::String, s.data(), s.size() * sizeof(char16_t));
+}
+Item Item::buffer(std::span<const uint8_t> b) {
+    return with_blob(Kind::Buffer, b.data(), b.size());
+}
+Item Item::same_as_value() {
+    Item it;
+    it.kind_ = Kind::SameAsValue;
+    return it;
+}
+
+void Item::currency_bytes(uint8_t (&out)[10]) const {
+    std::memcpy(out, &u_.low, 8);
+    out[8] = static_cast<uint8_t>(high_ & 0xFF);
+    out[9] = static_cast<uint8_t>(high_ >> 8);
+}
+std::u16string_view Item::text() const {
+    if (kind_ != Kind::String) return {};
+    return {reinterpret_cast<const char16_t*>(u_.blob + 1), u_.blob->size / sizeof(char16_t)};
+}
+std::span<const uint8_t> Item::bytes() const {
+    if (kind_ != Kind::Buffer) return {};
+    return {reinterpret_cast<const uint8_t*>(u_.blob + 1), u_.blob->size};
+}
+
+namespace {
+
+// Class of a key in the order: empty, numbers, strings, buffers.
+int rank(Kind k) {
+    switch (k) {
+    case Kind::Empty:
+    case Kind::SameAsValue:
+        return 0;
+    case Kind::String:
+        return 2;
+    case Kind::Buffer:
+        return 3;
+    default:
+        return 1;
+    }
+}
+
+struct Number {
+    bool nan = false;
+    long double v = 0;
+};
+
+Number number_of(const Item& it) {
+    switch (it.kind()) {
+    case Kind::Real: {
+        const double d = it.real_value();
+        if (std::isnan(d)) return {true, 0};
+        return {false, static_cast<long double>(d)};
+    }
+    case Kind::Currency: {
+        uint8_t b[10];
+        it.currency_bytes(b);
+        uint64_t low;
+        std::memcpy(&low, b, 8);
+        const int16_t high = static_cast<int16_t>(b[8] | (b[9] << 8));
+        const __int128 m = (static_cast<__int128>(high) << 64) | static_cast<__int128>(low);
+        return {false, static_cast<long double>(m) / 1000000.0L};
+    }
+    default:
+        return {false, static_cast<long double>(it.integer_value())};
+    }
+}
+
+int compare_numbers(const Number& a, const Number& b) {
+    if (a.nan || b.nan) return a.nan == b.nan ? 0 : (a.nan ? 1 : -1);
+    return a.v < b.v ? -1 : (b.v < a.v ? 1 : 0);
+}
+
+template <typename T> int compare_spans(std::basic_string_view<T> a, std::basic_string_view<T> b) {
+    const int c = a.compare(b);
+    return c < 0 ? -1 : (c > 0 ? 1 : 0);
+}
+
+int compare_bytes(std::span<const uint8_t> a, std::span<const uint8_t> b) {
+    const std::size_t n = std::min(a.size(), b.size());
+    if (n) {
+        const int c = std::memcmp(a.data(), b.data(), n);
+        if (c) return c < 0 ? -1 : 1;
+    }
+    return a.size() < b.size() ? -1 : (a.size() > b.size() ? 1 : 0);
+}
+
+} // namespace
+
+int compare(const Item& a, const Item& b) {
+    const int ra = rank(a.kind()), rb = rank(b.kind());
+    if (ra != rb) return ra < rb ? -1 : 1;
+    switch (ra) {
+    case 1:
+        return compare_numbers(number_of(a), number_of(b));
+    case 2:
+        return compare_spans(a.text(), b.text());
+    case 3:
+        return compare_bytes(a.bytes(), b.bytes());
+    default:
+        return 0;
+    }
+}
+
+// ---------------------------------------------------------------- Zone
+
+int32_t Zone::add(Item value, Item key) {
+    if (static_cast<int64_t>(elements_.size()) >= kMaxElements) return 0;
+    elements_.push_back(Element{std::move(value), std::move(key)});
+    return count();
+}
+
+void Zone::modify(int32_t n, Item value, Item key) {
+    Element& el = elements_[static_cast<std::size_t>(n) - 1];
+    el.value = std::move(value);
+    el.key_ = std::move(key);
+}
+
+void Zone::remove(int32_t n) {
+    elements_.erase(elements_.begin() + (n - 1));
+    if (place_ != Place::At) return;
+    if (n < pos_) --pos_;
+    if (pos_ > count()) place_ = Place::After, pos_ = 0;
+}
+
+void Zone::clear() {
+    std::vector<Element>().swap(elements_); // gives the memory back
+    place_ = Place::Before;
+    pos_ = 0;
+    found_ = false;
+}
+
+int32_t Zone::seek(const Item& key) {
+    found_ = false;
+    for (std::size_t i = 0; i < elements_.size(); ++i) {
+        if (compare(elements_[i].key(), key) == 0) {
+            found_ = true;
+            place_ = Place::At;
+            pos_ = static_cast<int32_t>(i + 1);
+            return pos_;
+        }
+    }
+    return 0;
+}
+
+const Element* Zone::first() {
+    if (elements_.empty()) {
+        place_ = Place::After, pos_ = 0;
+        return nullptr;
+    }
+    place_ = Place::At, pos_ = 1;
+    return &at(pos_);
+}
+
+const Element* Zone::last() {
+    if (elements_.empty()) {
+        place_ = Place::Before, pos_ = 0;
+        return nullptr;
+    }
+    place_ = Place::At, pos_ = count();
+    return &at(pos_);
+}
+
+const Element* Zone::next() {
+    if (place_ == Place::Before) return first();
+    if (place_ == Place::At && pos_ < count()) {
+        ++pos_;
+        return &at(pos_);
+    }
+    place_ = Place::After, pos_ = 0;
+    return nullptr;
+}
+
+const Element* Zone::previous() {
+    if (place_ == Place::After) return last();
+    if (place_ == Place::At && pos_ > 1) {
+        --pos_;
+        return &at(pos_);
+    }
+    place_ = Place::Before, pos_ = 0;
+    return nullptr;
+}
+
+void Zone::set_position(int32_t n) {
+    place_ = Place::At;
+    pos_ = n;
+}
+
+void Zone::sort() {
+    const std::size_t n = elements_.size();
+    if (n < 2) return;
+    // One 16-byte record an element: the class of the key and, for numbers,
+    // the key rounded to a double.  Rounding keeps the order (x <= y gives
+    // double(x) <= double(y)), so records whose doubles differ are ordered
+    // by them and only equal doubles need the exact comparison.
+    struct Key {
+        double num;
+        uint32_t index;
+        uint8_t rank;
+        bool nan;
+    };
+    std::vector<Key> keys(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        const Item& k = elements_[i].key();
+        Key& r = keys[i];
+        r.index = static_cast<uint32_t>(i);
+        r.rank = static_cast<uint8_t>(rank(k.kind()));
+        r.nan = false;
+        r.num = 0;
+        if (r.rank == 1) {
+            const Number num = number_of(k);
+            r.nan = num.nan;
+            r.num = static_cast<double>(num.v);
+        }
+    }
+    const std::vector<Element>& el = elements_;
+    std::stable_sort(keys.begin(), keys.end(), [&el](const Key& a, const Key& b) {
+        if (a.rank != b.rank) return a.rank < b.rank;
+        if (a.rank == 1) {
+            if (a.nan || b.nan) return !a.nan && b.nan;
+            if (a.num != b.num) return a.num < b.num;
+        } else if (a.rank == 0) {
+            return false;
+        }
+        return compare(el[a.index].key(), el[b.index].key()) < 0;
+    });
+    std::vector<Element> sorted;
+    sorted.reserve(n);
+    int32_t new_pos = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        sorted.push_back(std::move(elements_[keys[i].index]));
+        if (place_ == Place::At && keys[i].index + 1 == static_cast<uint32_t>(pos_))
+            new_pos = static_cast<int32_t>(i + 1);
+    }
+    elements_.swap(sorted);
+    if (place_ == Place::At) pos_ = new_pos;
+}
+
+// ---------------------------------------------------------------- Store
+
+Zone* Store::find(std::u16string_view name) {
+    if (name.empty()) return &default_;
+    auto it = named_.find(name);
+    return it == named_.end() ? nullptr : &it->second;
+}
+
+bool Store::create(std::u16string_view name) {
+    if (find(name)) return false;
+    named_.emplace(std::u16string(name), Zone());
+    return true;
+}
+
+Store& Registry::for_thread(const void* thread_key) {
+    if (!thread_key) return shared_;
+    std::lock_guard<std::mutex> guard(lock_);
+    auto& slot = threads_[thread_key];
+    if (!slot) slot = std::make_unique<Store>();
+    return *slot;
+}
+
+Store& Registry::for_caller() {
+    if (!runtime::per_thread_mode()) return shared_;
+    return for_thread(runtime::allocator());
+}
+
+Registry& registry() {
+    runtime::State& s = runtime::state();
+    std::call_once(*s.zones_once, [&s] { s.zones = std::make_shared<Registry>(); });
+    return *s.zones;
+}
+
+// ---------------------------------------------------------------- variants
+
+bool item_from_variant(const kp_variant* v, Item& out, CXError& e) {
+    if (!v) {
+        out = Item();
+        return true;
+    }
+    switch (variant::type_of(v)) {
+    case KP_T_NONE:
+        out = Item();
+        return true;
+    case KP_T_BOOL:
+        out = Item::boolean(v->value.i32 != 0);
+        return true;
+    case KP_T_INT:
+        out = Item::integer(v->value.i32);
+        return true;
+    case KP_T_INT64:
+        out = Item::int64(v->value.i64);
+        return true;
+    case KP_T_REAL:
+        out = Item::real(v->value.real);
+        return true;
+    case KP_T_CURRENCY:
+        out = Item::currency(v->value.currency);
+        return true;
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+        out = Item::string(str::view(v->value.str));
+        return true;
+    case KP_T_BUFFER:
+        out = Item::buffer(str::bytes(v->value.str));
+        return true;
+    default:
+        break;
+    }
+    // Any other type (dates, times and the like) is kept as its text, as the
+    // VM converts it.
+    kp_variant copy;
+    variant::init(&copy);
+    bool ok = variant::copy(&copy, v) == 0 && variant::convert(&copy, KP_T_STRING) < 100 &&
+              (variant::type_of(&copy) == KP_T_STRING || variant::type_of(&copy) == KP_T_STRING_RESULT);
+    if (ok) out = Item::string(str::view(copy.value.str));
+    variant::destroy(&copy);
+    if (!ok) e.fail(kErrNotStorable);
+    return ok;
+}
+
+bool item_to_variant(const Item& item, kp_variant* out) {
+    switch (item.kind()) {
+    case Kind::Bool:
+        variant::set_bool(out, item.integer_value() != 0);
+        return true;
+    case Kind::Int:
+        variant::set_int(out, static_cast<int32_t>(item.integer_value()));
+        return true;
+    case Kind::Int64:
+        variant::set_int64(out, item.integer_value());
+        return true;
+    case Kind::Real:
+        variant::set_real(out, item.real_value());
+        return true;
+    case Kind::Currency: {
+        uint8_t b[10];
+        item.currency_bytes(b);
+        variant::set_currency(out, b);
+        return true;
+    }
+    case Kind::String:
+        return variant::set_string(out, item.text()) == 0;
+    case Kind::Buffer:
+        return variant::set_buffer(out, item.bytes()) == 0;
+    default:
+        // The empty value reaches the program as the empty string.
+        return variant::set_string(out, u"") == 0;
+    }
+}
+
+} // namespace kp::memzones

@@ -53,8 +53,8 @@ T.group("overload choice and its errors", function()
   T.raises("argument 1: a nil value has no component type", kp.ZigouigouiARoulette, nil)
   T.raises("argument 1: a table value has no component type", kp.ZigouigouiARoulette, {})
   T.raises("argument 1: invalid UTF-8", kp.ZigouigouiARoulette, "\255")
-  -- Max and Min are left without a handler in this edition.
-  T.raises("not provided", kp.Max, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0, 8.0, 9.0, 10.0)
+  -- The scanner functions are left without a handler in this edition.
+  T.raises("not provided", kp.TwainToBMP, "\\scan.bmp", true)
 end)
 
 T.group("error messages carry the caller's line", function()

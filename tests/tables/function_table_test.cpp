@@ -133,10 +133,27 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
     EXPECT_FALSE(fn("fSelectDir").attributes & KP_ATTR_NOT_PROVIDED);
     EXPECT_EQ(provided_mask[index_of(&fn("fSelectDir"))], 0x7);
     // Mixed and device-only functions stay available to programs.
-    for (const char* name : {"SysColor", "SysWinActive", "MemAdd", "Max", "NumToString"}) {
+    for (const char* name : {"SysColor", "SysWinActive"}) {
         EXPECT_FALSE(fn(name).attributes & KP_ATTR_NOT_PROVIDED) << name;
         EXPECT_EQ(provided_mask[index_of(&fn(name))], 0) << name;
     }
+    // The memory zones, Min, Max, NumToString and the two old archive
+    // functions are provided in every overload.
+    for (const char* name : {"MemAdd", "MemModify", "MemSort", "MemSort_55", "MemKeyVal", "MemExist", "Max", "Min",
+                             "NumToString", "_zipCreate_old", "_zipOpen_old"}) {
+        const kp_function& f = fn(name);
+        EXPECT_FALSE(f.attributes & KP_ATTR_NOT_PROVIDED) << name;
+        EXPECT_EQ(provided_mask[index_of(&f)], (1u << overload_count(f)) - 1) << name;
+    }
+    std::size_t zones = 0;
+    for (std::size_t i = 0; i < function_count; ++i) {
+        const std::string english = functions[i].english;
+        if (english.rfind("Mem", 0) == 0) {
+            ++zones;
+            EXPECT_EQ(provided_mask[i], (1u << overload_count(functions[i])) - 1) << english;
+        }
+    }
+    EXPECT_EQ(zones, 20u);
 }
 
 TEST(FunctionTable, NamesInBothLanguages) {

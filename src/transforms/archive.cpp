@@ -1,0 +1,62 @@
+// archive.cpp - _zipCreate_old and _zipOpen_old (rules in archive.h).
+#include "transforms/archive.h"
+
+#include "component/runtime.h"
+#include "platform/paths.h"
+#include "platform/win32_error.h"
+#include "platform/zip.h"
+
+namespace kp::transforms {
+
+namespace {
+
+constexpr uint32_t kErrEmptyName = 80059;
+constexpr uint32_t kErrNotFullPath = 80600;
+
+// The host path of a device file name, or an error recorded.
+bool host_path_of(std::u16string_view file, std::string& out, CXError& e) {
+    if (file.empty()) {
+        e.fail(kErrEmptyName);
+        return false;
+    }
+    if (!platform::is_absolute_device_name(file)) {
+        e.fail(kErrNotFullPath, {file});
+        return false;
+    }
+    platform::ResolvedName r;
+    if (!platform::resolve_device_name(file, r)) {
+        e.set_system(platform::last_error());
+        e.set_severity(KP_SEVERITY_ERROR);
+        return false;
+    }
+    out = r.host_path;
+    return true;
+}
+
+template <typename Op>
+int32_t bind(std::u16string_view archive, std::u16string_view file, CXError& e, Op op) {
+    std::string path;
+    if (!host_path_of(file, path, e)) return platform::kZipErrInvalid;
+    const int result = op(path);
+    if (result == platform::kZipOk)
+        runtime::state().zip_archives[std::u16string(archive)] = std::u16string(file);
+    return result;
+}
+
+} // namespace
+
+int32_t zip_create_old(std::u16string_view archive, std::u16string_view file, CXError& e) {
+    return bind(archive, file, e, [](const std::string& p) { return platform::zip_create_empty(p); });
+}
+
+int32_t zip_open_old(std::u16string_view archive, std::u16string_view file, CXError& e) {
+    return bind(archive, file, e, [](const std::string& p) { return platform::zip_check_readable(p); });
+}
+
+const std::u16string* zip_archive_file(std::u16string_view archive) {
+    const auto& archives = runtime::state().zip_archives;
+    auto it = archives.find(std::u16string(archive));
+    return it == archives.end() ? nullptr : &it->second;
+}
+
+} // namespace kp::transforms

@@ -1,0 +1,217 @@
+// The memory-zone functions through the component module: named and
+// default zones, values of every simple type, failures, threads, size.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "support/test_host.h"
+
+using kp::host::CallOutcome;
+using kp::host::CallStatus;
+using kp::host::Value;
+
+namespace {
+
+struct MemAbi : ::testing::Test {
+    kp::test::HostFixture fx;
+    CallOutcome call(const char* name, std::vector<Value> args) {
+        CallOutcome out = fx.host->call(name, args);
+        EXPECT_EQ(CallStatus::Ok, out.status) << name << ": " << out.detail;
+        return out;
+    }
+    void SetUp() override {
+        ASSERT_TRUE(fx.host->loaded()) << fx.host->load_error();
+        call("MemDeleteAll", {});
+    }
+};
+
+Value S(const char16_t* s) {
+    return Value::string(s);
+}
+Value I(int64_t i) {
+    return Value::integer(i);
+}
+
+// AddressSanitizer keeps freed blocks in quarantine: resident memory says
+// nothing about the zones there.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMeasureMemory = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kMeasureMemory = false;
+#else
+constexpr bool kMeasureMemory = true;
+#endif
+#else
+constexpr bool kMeasureMemory = true;
+#endif
+
+long resident_kb() {
+    std::ifstream f("/proc/self/statm");
+    long size = 0, rss = 0;
+    f >> size >> rss;
+    return rss * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+} // namespace
+
+TEST_F(MemAbi, DefaultZoneRoundTripsEverySimpleType) {
+    uint8_t cy[10] = {0x40, 0x42, 0x0F, 0, 0, 0, 0, 0, 0, 0x80}; // a large negative amount
+    std::vector<Value> values = {Value::boolean(true),      I(-7),
+                                 Value::int64(1LL << 40),   Value::real(2.25),
+                                 Value::currency(cy),       S(u"é\U0001F600"),
+                                 Value::buffer({0, 1, 255})};
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_EQ(static_cast<int64_t>(i + 1), call("MemAdd", {values[i]}).result.i);
+    EXPECT_EQ(7, call("MemCount", {}).result.i);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        Value got = call("MemRetrieve", {I(static_cast<int64_t>(i + 1))}).result;
+        const Value& want = values[i];
+        ASSERT_EQ(want.kind, got.kind) << i;
+        EXPECT_EQ(want.b, got.b);
+        EXPECT_EQ(want.i, got.i);
+        EXPECT_EQ(want.r, got.r);
+        EXPECT_EQ(0, memcmp(want.cy, got.cy, 10));
+        EXPECT_EQ(want.s, got.s);
+        EXPECT_EQ(want.bytes, got.bytes);
+    }
+}
+
+TEST_F(MemAbi, NamedZonesAreSeparateFromTheDefaultOne) {
+    EXPECT_TRUE(call("MemCreate", {S(u"orders")}).result.b);
+    EXPECT_FALSE(call("MemCreate", {S(u"orders")}).result.b); // exists: false, no error
+    EXPECT_TRUE(call("MemExist", {S(u"orders")}).result.b);
+    EXPECT_FALSE(call("MemExist", {S(u"Orders")}).result.b); // names compare exactly
+    EXPECT_TRUE(call("MemExist", {S(u"")}).result.b);        // the default zone
+    call("MemAdd", {S(u"orders"), S(u"first"), I(2)});
+    call("MemAdd", {S(u"orders"), S(u"second"), I(1)});
+    call("MemAdd", {I(99)});
+    EXPECT_EQ(2, call("MemCount", {S(u"orders")}).result.i);
+    EXPECT_EQ(1, call("MemCount", {}).result.i);
+    // French names reach the same functions.
+    EXPECT_TRUE(call("MemTrie", {S(u"orders")}).result.b);
+    EXPECT_EQ(u"second", call("MemPremier", {S(u"orders")}).result.s);
+    EXPECT_EQ(1, call("MemKeyVal", {S(u"orders")}).result.i);
+    EXPECT_EQ(99, call("MemFirst", {}).result.i);
+    call("MemDeleteAll", {S(u"orders")});
+    EXPECT_EQ(0, call("MemCount", {S(u"orders")}).result.i);
+    EXPECT_TRUE(call("MemExist", {S(u"orders")}).result.b);
+}
+
+TEST_F(MemAbi, SeekFoundAndPositionThroughTheInterface) {
+    // A string first argument names a zone: the values here are numbers.
+    for (const char16_t* k : {u"x", u"y", u"x"})
+        call("MemAdd", {I(0), S(k)});
+    EXPECT_FALSE(call("MemFound", {}).result.b);
+    EXPECT_EQ(2, call("MemSeek", {S(u"y")}).result.i);
+    EXPECT_TRUE(call("MemFound", {}).result.b);
+    EXPECT_EQ(2, call("MemCurrent", {}).result.i);
+    EXPECT_EQ(u"y", call("MemKeyVal", {}).result.s);
+    EXPECT_EQ(0, call("MemSeek", {S(u"z")}).result.i);
+    EXPECT_FALSE(call("MemFound", {}).result.b);
+    EXPECT_EQ(2, call("MemCurrent", {}).result.i);
+    EXPECT_TRUE(call("MemSetPosition", {I(3)}).result.b);
+    EXPECT_TRUE(call("MemModify", {I(3), S(u"w")}).result.b); // the key becomes the value
+    EXPECT_EQ(3, call("MemSeek", {S(u"w")}).result.i);
+    EXPECT_TRUE(call("MemDelete", {I(1)}).result.b);
+    EXPECT_EQ(2, call("MemCurrent", {}).result.i);
+    EXPECT_EQ(u"w", call("MemRetrieve", {I(2)}).result.s);
+    EXPECT_EQ(u"", call("MemNext", {}).result.s);
+    EXPECT_TRUE(call("MemOut", {}).result.b);
+}
+
+TEST_F(MemAbi, FailuresGiveTheFailureValueAndAnIdentifier) {
+    call("MemAdd", {I(1)});
+    struct Case {
+        const char* name;
+        std::vector<Value> args;
+        uint32_t id;
+    };
+    const std::vector<Case> cases = {
+        {"MemRetrieve", {I(0)}, 80001},
+        {"MemRetrieve", {I(2)}, 80001},
+        {"MemRetrieve", {I(-2147483647 - 1)}, 80001},
+        {"MemDelete", {I(2147483647)}, 80001},
+        {"MemSetPosition", {I(-1)}, 80001},
+        {"MemModify", {I(5), I(1)}, 80001},
+        {"MemCount", {S(u"nowhere")}, 80001},
+        {"MemAdd", {S(u"nowhere"), I(1)}, 80001},
+        {"MemFirst", {S(u"nowhere")}, 80001},
+        {"MemSort", {S(u"nowhere")}, 80001},
+        {"MemDeleteAll", {S(u"nowhere")}, 80001},
+        {"MemSeek", {S(u"nowhere"), I(1)}, 80001},
+        {"MemKeyVal", {S(u"nowhere")}, 80001},
+        {"MemOut", {S(u"nowhere")}, 80001},
+    };
+    for (const Case& c : cases) {
+        std::vector<Value> args = c.args;
+        CallOutcome out = fx.host->call(c.name, args);
+        ASSERT_EQ(CallStatus::Ok, out.status) << c.name << ": " << out.detail;
+        EXPECT_EQ(c.id, out.error.id) << c.name;
+        EXPECT_EQ(2, out.error.severity) << c.name;
+        EXPECT_FALSE(out.error.message.empty()) << c.name;
+        const Value& r = out.result;
+        EXPECT_TRUE(r.i == 0 && !r.b && r.s.empty()) << c.name;
+    }
+    EXPECT_EQ(1, call("MemCount", {}).result.i); // nothing was lost
+}
+
+TEST(MemThreads, EachVmThreadHasItsOwnZones) {
+    kp::test::HostFixture fx(1, /*per_thread=*/true);
+    ASSERT_TRUE(fx.host->loaded());
+    auto run = [&](int id, std::vector<int64_t>* seen) {
+        auto call = [&](const char* name, std::vector<Value> args) { return fx.host->call(name, args); };
+        call("MemCreate", {S(u"shared name")});
+        for (int i = 0; i < 2000; ++i) {
+            call("MemAdd", {I(id * 100000 + i)});
+            call("MemAdd", {S(u"shared name"), I(id)});
+        }
+        call("MemSort", {});
+        for (Value v = call("MemFirst", {}).result; !call("MemOut", {}).result.b;
+             v = call("MemNext", {}).result)
+            seen->push_back(v.i);
+        seen->push_back(call("MemCount", {S(u"shared name")}).result.i);
+    };
+    std::vector<int64_t> a, b;
+    std::thread ta(run, 1, &a), tb(run, 2, &b);
+    ta.join();
+    tb.join();
+    ASSERT_EQ(2001u, a.size());
+    ASSERT_EQ(2001u, b.size());
+    for (int i = 0; i < 2000; ++i) {
+        EXPECT_EQ(100000 + i, a[i]);
+        EXPECT_EQ(200000 + i, b[i]);
+    }
+    EXPECT_EQ(2000, a.back());
+    EXPECT_EQ(2000, b.back());
+}
+
+// Ten million elements: they all fit, memory grows with them only (32 bytes
+// an element plus the vector's slack) and emptying the zone gives it back.
+TEST_F(MemAbi, TenMillionElements) {
+    const long before = resident_kb();
+    kp::host::Host& h = *fx.host;
+    const kp_function* add = h.find_function("MemAdd");
+    ASSERT_NE(nullptr, add);
+    std::vector<Value> args{I(0)};
+    for (int64_t i = 0; i < 10000000; ++i) {
+        args[0].i = 10000000 - i;
+        h.call_overload(*add, 0, args);
+    }
+    EXPECT_EQ(10000000, call("MemCount", {}).result.i);
+    const long grown = resident_kb() - before;
+    if (kMeasureMemory) {
+        EXPECT_LT(grown, 10000000L * 64 / 1024) << "kB for 10 million elements";
+    }
+    EXPECT_TRUE(call("MemSort", {}).result.b);
+    EXPECT_EQ(1, call("MemFirst", {}).result.i);
+    EXPECT_EQ(10000000, call("MemLast", {}).result.i);
+    EXPECT_EQ(5000000, call("MemSeek", {I(5000000)}).result.i);
+    call("MemDeleteAll", {});
+    if (kMeasureMemory) {
+        EXPECT_LT(resident_kb() - before, grown / 4);
+    }
+}

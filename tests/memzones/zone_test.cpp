@@ -1,0 +1,241 @@
+// The zone list itself: positions at both ends, deletion under the current
+// position, seek, and the key order of the sort.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "component/error.h"
+#include "memzones/zones.h"
+
+using kp::memzones::Element;
+using kp::memzones::Item;
+using kp::memzones::Zone;
+
+namespace {
+
+Item money(int64_t millionths) {
+    uint8_t b[10];
+    const __int128 m = millionths;
+    for (int i = 0; i < 10; ++i)
+        b[i] = static_cast<uint8_t>(static_cast<unsigned __int128>(m) >> (8 * i));
+    return Item::currency(b);
+}
+
+// Zone of integers 10, 20, ... (keys are the values).
+Zone tens(int n) {
+    Zone z;
+    for (int i = 1; i <= n; ++i)
+        z.add(Item::integer(10 * i), Item::same_as_value());
+    return z;
+}
+
+int value_of(const Element* el) {
+    return el ? static_cast<int>(el->value.integer_value()) : -1;
+}
+
+} // namespace
+
+TEST(Zone, NavigationAtBothEnds) {
+    // Each step: a move, the value reached (-1: outside), MemOut, MemCurrent.
+    enum Move { First, Last, Next, Prev };
+    struct Step {
+        Move move;
+        int value;
+        bool out;
+        int current;
+    };
+    struct Case {
+        const char* name;
+        int size;
+        std::vector<Step> steps;
+    };
+    const std::vector<Case> cases = {
+        {"next from a fresh zone starts at the first", 3, {{Next, 10, false, 1}, {Next, 20, false, 2}}},
+        {"previous from a fresh zone stays before", 3, {{Prev, -1, true, 0}, {Next, 10, false, 1}}},
+        {"past the end then back",
+         3,
+         {{Last, 30, false, 3}, {Next, -1, true, 0}, {Next, -1, true, 0}, {Prev, 30, false, 3}}},
+        {"past the start then forward",
+         3,
+         {{First, 10, false, 1}, {Prev, -1, true, 0}, {Prev, -1, true, 0}, {Next, 10, false, 1}}},
+        {"one element",
+         1,
+         {{First, 10, false, 1}, {Next, -1, true, 0}, {Prev, 10, false, 1}, {Prev, -1, true, 0}}},
+        {"empty zone",
+         0,
+         {{First, -1, true, 0}, {Last, -1, true, 0}, {Next, -1, true, 0}, {Prev, -1, true, 0}}},
+    };
+    for (const Case& c : cases) {
+        Zone z = tens(c.size);
+        EXPECT_TRUE(z.out()) << c.name;
+        int k = 0;
+        for (const Step& s : c.steps) {
+            const Element* el = s.move == First  ? z.first()
+                                : s.move == Last ? z.last()
+                                : s.move == Next ? z.next()
+                                                 : z.previous();
+            EXPECT_EQ(s.value, value_of(el)) << c.name << " step " << k;
+            EXPECT_EQ(s.out, z.out()) << c.name << " step " << k;
+            EXPECT_EQ(s.current, z.current()) << c.name << " step " << k;
+            ++k;
+        }
+    }
+}
+
+TEST(Zone, DeletionKeepsTheCurrentElementOrTheNextOne) {
+    struct Case {
+        int at, remove, current_after; // current_after 0: outside
+        int value_after;
+    };
+    const Case cases[] = {
+        {3, 1, 2, 30}, // before the current: same element, lower number
+        {3, 3, 3, 40}, // the current: the following one takes its number
+        {3, 5, 3, 30}, // after: nothing moves
+        {5, 5, 0, -1}, // the current and last: after the end
+    };
+    for (const Case& c : cases) {
+        Zone z = tens(5);
+        z.set_position(c.at);
+        z.remove(c.remove);
+        EXPECT_EQ(c.current_after, z.current()) << c.at << "/" << c.remove;
+        EXPECT_EQ(c.value_after, value_of(z.current_element())) << c.at << "/" << c.remove;
+    }
+    // Deleting the current element inside a loop visits every other one once.
+    Zone z = tens(6);
+    std::vector<int> kept;
+    for (const Element* el = z.first(); el; el = z.current_element()) {
+        if (el->value.integer_value() % 20 == 0)
+            z.remove(z.current());
+        else {
+            kept.push_back(value_of(el));
+            z.next();
+        }
+    }
+    EXPECT_EQ((std::vector<int>{10, 30, 50}), kept);
+    EXPECT_EQ(3, z.count());
+}
+
+TEST(Zone, SeekFindsTheFirstEqualKeyAcrossNumberTypes) {
+    Zone z;
+    z.add(Item::string(u"a"), Item::integer(2));
+    z.add(Item::string(u"b"), Item::real(2.5));
+    z.add(Item::string(u"c"), money(2500000));
+    z.add(Item::string(u"d"), Item::string(u"2"));
+    z.add(Item::string(u"e"), Item::boolean(true));
+    z.add(Item::string(u"f"), Item::real(std::nan("")));
+    struct Case {
+        Item key;
+        int expect;
+    };
+    Case cases[] = {
+        {Item::int64(2), 1},
+        {Item::real(2.0), 1},
+        {money(2000000), 1},
+        {money(2500000), 2},
+        {Item::real(2.5), 2},
+        {Item::string(u"2"), 4},
+        {Item::integer(1), 5},
+        {Item::real(std::nan("")), 6},
+        {Item::string(u"2.5"), 0},
+        {Item::integer(3), 0},
+        {Item(), 0},
+    };
+    for (const Case& c : cases) {
+        z.set_position(3);
+        EXPECT_EQ(c.expect, z.seek(c.key));
+        EXPECT_EQ(c.expect != 0, z.found());
+        // A failed seek does not move the position.
+        EXPECT_EQ(c.expect ? c.expect : 3, z.current());
+    }
+}
+
+TEST(Zone, SortIsStableAndOrdersMixedKeys) {
+    Zone z;
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    // (value, key): values number the insertion order.
+    std::vector<std::pair<int, Item>> in;
+    in.emplace_back(0, Item::string(u"b"));
+    in.emplace_back(1, Item::integer(5));
+    in.emplace_back(2, Item::real(nan));
+    in.emplace_back(3, money(-1500000)); // -1.5
+    in.emplace_back(4, Item::string(u"B"));
+    in.emplace_back(5, Item::real(5.0)); // equals 5: stays after element 1
+    in.emplace_back(6, Item::buffer(std::vector<uint8_t>{1}));
+    in.emplace_back(7, Item::string(u"\u00e9"));
+    in.emplace_back(8, Item());
+    in.emplace_back(9, Item::int64(-2));
+    in.emplace_back(10, Item::real(-std::numeric_limits<double>::infinity()));
+    in.emplace_back(11, Item::string(u"b")); // equal to element 0
+    in.emplace_back(12, Item::string(u""));
+    in.emplace_back(13, Item::boolean(true));
+    for (auto& [v, k] : in)
+        z.add(Item::integer(v), std::move(k));
+    z.sort();
+    std::vector<int> order;
+    for (const Element* el = z.first(); el; el = z.next())
+        order.push_back(value_of(el));
+    // empty; numbers -inf, -2, -1.5, true, 5, 5.0, NaN; strings "", "B", "b",
+    // "b", "é"; buffers.
+    EXPECT_EQ((std::vector<int>{8, 10, 9, 3, 13, 1, 5, 2, 12, 4, 0, 11, 7, 6}), order);
+}
+
+TEST(Zone, SortDuringIterationFollowsTheCurrentElement) {
+    Zone z;
+    for (int v : {4, 1, 3, 2})
+        z.add(Item::integer(v), Item::same_as_value());
+    z.set_position(3); // the element 3
+    z.sort();
+    EXPECT_EQ(3, z.current());
+    EXPECT_EQ(3, value_of(z.current_element()));
+    EXPECT_EQ(4, value_of(z.next()));
+    EXPECT_EQ(-1, value_of(z.next()));
+    // Outside, the position stays outside.
+    z.sort();
+    EXPECT_TRUE(z.out());
+    EXPECT_EQ(4, value_of(z.previous()));
+}
+
+TEST(Zone, ClearForgetsPositionAndFound) {
+    Zone z = tens(3);
+    z.seek(Item::integer(20));
+    ASSERT_TRUE(z.found());
+    z.clear();
+    EXPECT_EQ(0, z.count());
+    EXPECT_FALSE(z.found());
+    EXPECT_TRUE(z.out());
+    EXPECT_EQ(-1, value_of(z.next()));
+}
+
+TEST(Zone, ValuesOfNoSimpleTypeAreRefused) {
+    kp_error_record rec{};
+    rec.severity = KP_SEVERITY_NONE;
+    kp::CXError e(&rec);
+    kp_variant v{};
+    v.type = KP_T_PROCEDURE; // no conversion hook answers in this process
+    Item out = Item::integer(1);
+    EXPECT_FALSE(kp::memzones::item_from_variant(&v, out, e));
+    EXPECT_EQ(80014u, rec.id);
+    EXPECT_EQ(KP_SEVERITY_ERROR, rec.severity);
+}
+
+TEST(Zone, SortSeparatesIntegersBeyondTheRealsPrecision) {
+    // 2^60 + 1 and 2^60 are the same real; the order stays exact.
+    const int64_t big = int64_t{1} << 60;
+    Zone z;
+    z.add(Item::integer(0), Item::int64(big + 1));
+    z.add(Item::integer(1), Item::real(static_cast<double>(big)));
+    z.add(Item::integer(2), Item::int64(big));
+    z.add(Item::integer(3), Item::int64(big - 1));
+    z.add(Item::integer(4), money(1000000)); // 1.0
+    z.add(Item::integer(5), Item::integer(1));
+    z.sort();
+    std::vector<int> order;
+    for (const Element* el = z.first(); el; el = z.next())
+        order.push_back(value_of(el));
+    EXPECT_EQ((std::vector<int>{4, 5, 3, 1, 2, 0}), order);
+    EXPECT_EQ(6, z.seek(Item::int64(big + 1)));
+    EXPECT_EQ(4, z.seek(Item::int64(big)));
+}

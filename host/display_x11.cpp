@@ -200,47 +200,47 @@ class X11Display final : public Display {
     }
 
     uintptr_t find_window(const char16_t* title, const char16_t* class_name) override {
-        std::vector<Window> list;
-        {
-            Lock l(this);
-            if (!l) return 0;
-            list = top_level_windows();
-        }
-        if (list.empty() || !xcb_) return 0;
+        if (dead_ || !xcb_) return 0;
         const std::string t = title ? to8(title) : std::string(),
                           c = class_name ? to8(class_name) : std::string();
         std::lock_guard<std::mutex> guard(xcb_mutex_);
+        if (xcb_connection_has_error(xcb_)) return 0;
+        const std::vector<xcb_window_t> list = xcb_top_level_windows();
         // The titles (and classes) of every window at once: the requests
         // go out together and the replies come back in order.  Only as many
         // bytes as the wanted title are asked for, plus one word to see a
-        // longer title.
+        // longer title.  WM_NAME is asked for only of the windows without
+        // _NET_WM_NAME, in a second batch.
         const uint32_t words = static_cast<uint32_t>(t.size() / 4 + 2);
-        std::vector<xcb_get_property_cookie_t> names, old_names, classes;
-        names.reserve(list.size());
-        for (Window w : list) {
-            if (title) {
-                names.push_back(xcb_get_property(xcb_, 0, static_cast<xcb_window_t>(w), atom(kNetWmName),
-                                                 XCB_GET_PROPERTY_TYPE_ANY, 0, words));
-                old_names.push_back(xcb_get_property(xcb_, 0, static_cast<xcb_window_t>(w), XCB_ATOM_WM_NAME,
-                                                     XCB_GET_PROPERTY_TYPE_ANY, 0, words));
-            }
-            if (class_name)
-                classes.push_back(xcb_get_property(xcb_, 0, static_cast<xcb_window_t>(w), XCB_ATOM_WM_CLASS,
-                                                   XCB_ATOM_STRING, 0, 1024));
+        auto ask = [&](xcb_window_t w, xcb_atom_t property, xcb_atom_t type, uint32_t length) {
+            return xcb_get_property(xcb_, 0, w, property, type, 0, length);
+        };
+        std::vector<xcb_get_property_cookie_t> names, classes;
+        names.reserve(title ? list.size() : 0);
+        classes.reserve(class_name ? list.size() : 0);
+        for (xcb_window_t w : list) {
+            if (title) names.push_back(ask(w, atom(kNetWmName), XCB_GET_PROPERTY_TYPE_ANY, words));
+            if (class_name) classes.push_back(ask(w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 1024));
         }
-        uintptr_t found = 0;
+        // 1 matches, 0 does not, -1 has no _NET_WM_NAME (WM_NAME decides).
+        std::vector<int8_t> match(list.size(), 1);
         for (std::size_t k = 0; k < list.size(); ++k) {
-            bool match = true;
             if (title) {
                 bool have = false;
-                bool a = property_equals(names[k], t, &have);
-                bool b = property_equals(old_names[k], t, nullptr);
-                match = have ? a : b;
+                const bool eq = property_equals(names[k], t, &have);
+                match[k] = have ? (eq ? 1 : 0) : -1;
             }
-            if (class_name) match = class_matches(classes[k], c) && match;
-            if (match && !found) found = list[k];
+            if (class_name && !class_matches(classes[k], c)) match[k] = 0;
         }
-        return found;
+        std::vector<std::pair<std::size_t, xcb_get_property_cookie_t>> old_names;
+        for (std::size_t k = 0; k < list.size(); ++k)
+            if (match[k] < 0)
+                old_names.emplace_back(k, ask(list[k], XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY, words));
+        for (auto& [k, cookie] : old_names)
+            match[k] = property_equals(cookie, t, nullptr) ? 1 : 0;
+        for (std::size_t k = 0; k < list.size(); ++k)
+            if (match[k] == 1) return list[k];
+        return 0;
     }
 
     bool is_window(uintptr_t w) override {
@@ -631,16 +631,27 @@ class X11Display final : public Display {
         return found;
     }
 
-    std::vector<Window> top_level_windows() {
-        std::vector<long> list = cardinals(root_, atom(kClientList));
-        std::vector<Window> out(list.begin(), list.end());
-        if (!out.empty()) return out;
-        // No window manager: the children of the root, in stacking order.
-        Window r = 0, p = 0, *children = nullptr;
-        unsigned n = 0;
-        if (XQueryTree(dpy_, root_, &r, &p, &children, &n) && children) {
-            out.assign(children, children + n);
-            XFree(children);
+    // The windows of the window manager's client list, else (no window
+    // manager) the root's children; both asked for at once.
+    std::vector<xcb_window_t> xcb_top_level_windows() {
+        const xcb_window_t root = static_cast<xcb_window_t>(root_);
+        auto list_cookie =
+            xcb_get_property(xcb_, 0, root, atom(kClientList), XCB_GET_PROPERTY_TYPE_ANY, 0, 1 << 16);
+        auto tree_cookie = xcb_query_tree(xcb_, root);
+        std::vector<xcb_window_t> out;
+        if (xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, list_cookie, nullptr)) {
+            if (r->format == 32) {
+                const auto* v = static_cast<const xcb_window_t*>(xcb_get_property_value(r));
+                out.assign(v, v + xcb_get_property_value_length(r) / 4);
+            }
+            free(r);
+        }
+        if (xcb_query_tree_reply_t* r = xcb_query_tree_reply(xcb_, tree_cookie, nullptr)) {
+            if (out.empty()) {
+                const xcb_window_t* v = xcb_query_tree_children(r);
+                out.assign(v, v + xcb_query_tree_children_length(r));
+            }
+            free(r);
         }
         return out;
     }

@@ -26,15 +26,17 @@ class Child {
     Child& operator=(const Child&) = delete;
     ~Child() { stop(); }
 
-    // Starts argv[0] (looked up in PATH) with extra environment entries.
+    // Starts argv[0] (looked up in PATH) with extra environment entries;
+    // a quiet child's diagnostics go to /dev/null.
     bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
-               int out_fd = 1) {
+               bool quiet = false) {
         int in[2], out[2];
         if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return false;
         posix_spawn_file_actions_t fa;
         posix_spawn_file_actions_init(&fa);
         posix_spawn_file_actions_adddup2(&fa, in[0], 0);
-        posix_spawn_file_actions_adddup2(&fa, out[1], out_fd);
+        posix_spawn_file_actions_adddup2(&fa, out[1], 1);
+        if (quiet) posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
         std::vector<char*> args;
         for (const auto& a : argv)
             args.push_back(const_cast<char*>(a.c_str()));
@@ -100,7 +102,8 @@ class Xvfb {
   public:
     bool start(const std::string& geometry = "800x600x24") {
         if (!server_.start(
-                {"Xvfb", "-displayfd", "1", "-screen", "0", geometry, "-nolisten", "tcp", "-noreset"}))
+                {"Xvfb", "-displayfd", "1", "-screen", "0", geometry, "-nolisten", "tcp", "-noreset"}, {},
+                true))
             return false;
         const std::string n = server_.line(10000);
         if (n.empty()) return false;

@@ -1,5 +1,6 @@
 // SysWinHandle by title among 1,000 windows of another client, on an Xvfb
-// server the benchmark starts (target: under 5 ms a lookup), against the
+// server the benchmark starts (target: under 5 ms a lookup; the first
+// lookup of a display, which reads every title, is printed apart), against the
 // plain Xlib lookup a program would write (the root's children, then one
 // XFetchName a window until the title matches).  The title looked for is
 // the last window's, so both sides read every title.
@@ -43,8 +44,16 @@ struct Bench {
         o.display = "x11:" + xvfb.name();
         o.system_bus = "none";
         host = std::make_unique<kp::host::Host>(o);
-        if (!host->loaded()) error = host->load_error();
+        if (!host->loaded()) {
+            error = host->load_error();
+            return;
+        }
+        // The first lookup reads every title; the later ones only the list.
+        const auto t0 = std::chrono::steady_clock::now();
+        ours(u"Bench window 999");
+        first_ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
     }
+    double first_ms = 0;
     int64_t ours(const std::u16string& title) {
         std::vector<kp::host::Value> args{kp::host::Value::string(title)};
         return host->call("SysWinHandle", args).result.i;
@@ -120,8 +129,10 @@ void print_ratio() {
         peer = std::min(peer, std::chrono::duration<double, std::milli>(t2 - t1).count());
     }
     XCloseDisplay(d);
-    std::printf("SysWinHandle among %d windows: %.3f ms (target < 5 ms); plain Xlib lookup %.3f ms\n",
-                kWindows, ours, peer);
+    std::printf(
+        "SysWinHandle among %d windows: %.3f ms (target < 5 ms), the first lookup %.3f ms; plain Xlib "
+        "lookup %.3f ms\n",
+        kWindows, ours, b.first_ms, peer);
     std::printf("ratio_syswinhandle_to_xlib_lookup (time, ours / peer) = %.3f (target <= 1)\n", ours / peer);
 }
 

@@ -4,9 +4,9 @@
 // (_NET_CLIENT_LIST, _NET_ACTIVE_WINDOW, _NET_WORKAREA) with the windows'
 // _NET_WM_NAME, so that the windows of every client are seen.
 //
-// Window lookup by title asks for the titles of every listed window at
-// once over a second connection (XCB), so that a thousand windows cost one
-// round trip.  Every Xlib call runs under one mutex; X protocol errors
+// Window lookup by title keeps the titles of every listed window over a
+// second connection (XCB) that follows their changes, so that a thousand
+// windows cost one round trip.  Every Xlib call runs under one mutex; X protocol errors
 // (a window that closed in between) are trapped and turn into failures, and
 // a display that goes away marks the object dead: every later operation
 // fails at once.
@@ -29,6 +29,7 @@
 #include <atomic>
 #include <cstring>
 #include <map>
+#include <unordered_map>
 
 namespace kp::host {
 
@@ -199,6 +200,12 @@ class X11Display final : public Display {
         return l.ok();
     }
 
+    // Titles and classes of the top-level windows are kept over the XCB
+    // connection, which listens to the windows' property changes: a lookup
+    // asks the server for the window list only (one round trip, after
+    // which every change made before it has arrived as an event), reads
+    // again the windows whose title or class changed and the new ones (all
+    // at once), and compares in memory.
     uintptr_t find_window(const char16_t* title, const char16_t* class_name) override {
         if (dead_ || !xcb_) return 0;
         const std::string t = title ? to8(title) : std::string(),
@@ -206,40 +213,24 @@ class X11Display final : public Display {
         std::lock_guard<std::mutex> guard(xcb_mutex_);
         if (xcb_connection_has_error(xcb_)) return 0;
         const std::vector<xcb_window_t> list = xcb_top_level_windows();
-        // The titles (and classes) of every window at once: the requests
-        // go out together and the replies come back in order.  Only as many
-        // bytes as the wanted title are asked for, plus one word to see a
-        // longer title.  WM_NAME is asked for only of the windows without
-        // _NET_WM_NAME, in a second batch.
-        const uint32_t words = static_cast<uint32_t>(t.size() / 4 + 2);
-        auto ask = [&](xcb_window_t w, xcb_atom_t property, xcb_atom_t type, uint32_t length) {
-            return xcb_get_property(xcb_, 0, w, property, type, 0, length);
-        };
-        std::vector<xcb_get_property_cookie_t> names, classes;
-        names.reserve(title ? list.size() : 0);
-        classes.reserve(class_name ? list.size() : 0);
-        for (xcb_window_t w : list) {
-            if (title) names.push_back(ask(w, atom(kNetWmName), XCB_GET_PROPERTY_TYPE_ANY, words));
-            if (class_name) classes.push_back(ask(w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 1024));
-        }
-        // 1 matches, 0 does not, -1 has no _NET_WM_NAME (WM_NAME decides).
-        std::vector<int8_t> match(list.size(), 1);
-        for (std::size_t k = 0; k < list.size(); ++k) {
-            if (title) {
-                bool have = false;
-                const bool eq = property_equals(names[k], t, &have);
-                match[k] = have ? (eq ? 1 : 0) : -1;
+        while (xcb_generic_event_t* e = xcb_poll_for_queued_event(xcb_)) {
+            if ((e->response_type & 0x7F) == XCB_PROPERTY_NOTIFY) {
+                const auto* p = reinterpret_cast<xcb_property_notify_event_t*>(e);
+                if (p->atom == atom(kNetWmName) || p->atom == XCB_ATOM_WM_NAME ||
+                    p->atom == XCB_ATOM_WM_CLASS)
+                    if (auto it = cache_.find(p->window); it != cache_.end()) it->second.fresh = false;
             }
-            if (class_name && !class_matches(classes[k], c)) match[k] = 0;
+            free(e);
         }
-        std::vector<std::pair<std::size_t, xcb_get_property_cookie_t>> old_names;
-        for (std::size_t k = 0; k < list.size(); ++k)
-            if (match[k] < 0)
-                old_names.emplace_back(k, ask(list[k], XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY, words));
-        for (auto& [k, cookie] : old_names)
-            match[k] = property_equals(cookie, t, nullptr) ? 1 : 0;
-        for (std::size_t k = 0; k < list.size(); ++k)
-            if (match[k] == 1) return list[k];
+        refresh(list);
+        for (xcb_window_t w : list) {
+            auto it = cache_.find(w);
+            if (it == cache_.end()) continue;
+            const Cached& k = it->second;
+            if (title && (k.has_net ? k.net : k.wm) != t) continue;
+            if (class_name && k.instance != c && k.cls != c) continue;
+            return w;
+        }
         return 0;
     }
 
@@ -631,6 +622,73 @@ class X11Display final : public Display {
         return found;
     }
 
+    struct Cached {
+        std::string net, wm, instance, cls;
+        bool has_net = false, fresh = false;
+    };
+
+    // Reads the properties of the listed windows that are new or changed,
+    // all requests first; forgets the windows no longer listed.
+    void refresh(const std::vector<xcb_window_t>& list) {
+        std::unordered_map<xcb_window_t, Cached> kept;
+        kept.reserve(list.size());
+        struct Pending {
+            xcb_window_t w;
+            xcb_get_property_cookie_t net, wm, cls;
+        };
+        std::vector<Pending> pending;
+        const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+        for (xcb_window_t w : list) {
+            auto it = cache_.find(w);
+            if (it != cache_.end() && it->second.fresh) {
+                kept.emplace(w, std::move(it->second));
+                continue;
+            }
+            if (it == cache_.end()) xcb_change_window_attributes(xcb_, w, XCB_CW_EVENT_MASK, &mask);
+            constexpr uint32_t kWords = 1 << 18; // titles up to a megabyte
+            pending.push_back(
+                {w, xcb_get_property(xcb_, 0, w, atom(kNetWmName), XCB_GET_PROPERTY_TYPE_ANY, 0, kWords),
+                 xcb_get_property(xcb_, 0, w, XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY, 0, kWords),
+                 xcb_get_property(xcb_, 0, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 1024)});
+        }
+        for (Pending& p : pending) {
+            Cached k;
+            bool gone = false;
+            k.has_net = text_reply(p.net, k.net, &gone);
+            text_reply(p.wm, k.wm, &gone);
+            std::string all;
+            text_reply(p.cls, all, &gone);
+            // WM_CLASS: the instance name, NUL, the class name, NUL.
+            const std::size_t nul = all.find('\0');
+            k.instance = all.substr(0, nul);
+            if (nul != std::string::npos) {
+                k.cls = all.substr(nul + 1);
+                if (!k.cls.empty() && k.cls.back() == '\0') k.cls.pop_back();
+            }
+            k.fresh = true;
+            if (!gone) kept.emplace(p.w, std::move(k));
+        }
+        cache_ = std::move(kept);
+    }
+
+    // An 8-bit property's text; false when the window has no such property
+    // (*gone when the window no longer exists).
+    bool text_reply(xcb_get_property_cookie_t cookie, std::string& out, bool* gone) {
+        xcb_generic_error_t* error = nullptr;
+        xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, cookie, &error);
+        if (error) {
+            *gone = true;
+            free(error);
+        }
+        if (!r) return false;
+        const bool present = r->type != XCB_NONE && r->format == 8;
+        if (present)
+            out.assign(static_cast<const char*>(xcb_get_property_value(r)),
+                       static_cast<std::size_t>(xcb_get_property_value_length(r)));
+        free(r);
+        return present;
+    }
+
     // The windows of the window manager's client list, else (no window
     // manager) the root's children; both asked for at once.
     std::vector<xcb_window_t> xcb_top_level_windows() {
@@ -654,32 +712,6 @@ class X11Display final : public Display {
             free(r);
         }
         return out;
-    }
-
-    bool property_equals(xcb_get_property_cookie_t cookie, const std::string& want, bool* have) {
-        xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, cookie, nullptr);
-        if (!r) return false;
-        const int len = xcb_get_property_value_length(r);
-        const bool present = r->type != XCB_NONE && r->format == 8;
-        if (have) *have = present;
-        const bool eq = present && r->bytes_after == 0 && static_cast<std::size_t>(len) == want.size() &&
-                        std::memcmp(xcb_get_property_value(r), want.data(), want.size()) == 0;
-        free(r);
-        return eq;
-    }
-
-    bool class_matches(xcb_get_property_cookie_t cookie, const std::string& want) {
-        xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, cookie, nullptr);
-        if (!r) return false;
-        // WM_CLASS: the instance name, NUL, the class name, NUL.
-        const char* v = static_cast<const char*>(xcb_get_property_value(r));
-        const std::string all(v, static_cast<std::size_t>(xcb_get_property_value_length(r)));
-        free(r);
-        const std::size_t nul = all.find('\0');
-        const std::string instance = all.substr(0, nul);
-        std::string cls = nul == std::string::npos ? std::string() : all.substr(nul + 1);
-        if (!cls.empty() && cls.back() == '\0') cls.pop_back();
-        return want == cls || want == instance;
     }
 
     bool wm_present() {
@@ -863,6 +895,7 @@ class X11Display final : public Display {
     std::atomic<bool> dead_{false};
     std::mutex mutex_;
     std::mutex xcb_mutex_;
+    std::unordered_map<xcb_window_t, Cached> cache_;
     std::vector<Window> own_;
     std::vector<std::pair<KeyCode, KeySym>> spares_;
     std::size_t next_spare_ = 0;

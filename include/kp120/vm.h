@@ -391,7 +391,9 @@ typedef struct kp_screen_info {
     uint32_t orientations;  /* bit n set: 90*n degrees is possible (bit 0 = 0 degrees) */
 } kp_screen_info;
 
-/* Show modes (show operation), the values of the language's sws constants. */
+/* Show modes (show operation): the values of the language's sws constants,
+ * and for the modes that family names without a value (minimize, maximize,
+ * restore) the show codes programs of the platform pass as numbers. */
 #define KP_SHOW_HIDE 0
 #define KP_SHOW_NORMAL 1
 #define KP_SHOW_MINIMIZE 2

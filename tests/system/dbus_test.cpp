@@ -118,6 +118,18 @@ TEST_F(DBus, ImeiOfTheFirstModem) {
     EXPECT_EQ(u"490154203237513", sys->text("SysIMEI"));
 }
 
+// Without ModemManager, the first modem of oFono.
+TEST(DBusOfono, ImeiOfTheFirstOfonoModem) {
+    kp::test::PrivateBus bus;
+    ASSERT_TRUE(bus.start());
+    kp::test::Child ofono;
+    ASSERT_TRUE(bus.mock(ofono, "ofono", "org.ofono", "ofono.log"));
+    kp::test::SystemHost sys("headless", bus.address());
+    ASSERT_TRUE(sys.host->loaded());
+    const std::u16string imei = sys.text("SysIMEI");
+    EXPECT_EQ(0u, imei.rfind(u"12345678-1234-1234-1234-", 0)) << kp::host::utf8(imei);
+}
+
 // A bus without the services, and a logind that never answers.
 TEST(DBusFailures, MissingAndSilentServices) {
     kp::test::PrivateBus bus;

@@ -66,7 +66,10 @@ class X11Display final : public Display {
                                "_NET_WM_STATE_HIDDEN",
                                "WM_STATE",
                                "_NET_SUPPORTING_WM_CHECK",
-                               "_NET_FRAME_EXTENTS"};
+                               "_NET_FRAME_EXTENTS",
+                               "_NET_SYSTEM_TRAY_OPCODE",
+                               "_NET_SYSTEM_TRAY_MESSAGE_DATA",
+                               "_XEMBED_INFO"};
         XInternAtoms(dpy_, const_cast<char**>(names), static_cast<int>(std::size(names)), False, atoms_);
         int ev = 0, err = 0;
         have_randr_ = XRRQueryExtension(dpy_, &ev, &err);
@@ -80,6 +83,7 @@ class X11Display final : public Display {
                 XFreeGC(dpy_, gc.gc);
             for (Window w : own_)
                 XDestroyWindow(dpy_, w);
+            if (icon_window_) XDestroyWindow(dpy_, icon_window_);
             release_spares();
             XCloseDisplay(dpy_);
         }
@@ -483,6 +487,55 @@ class X11Display final : public Display {
         return l.ok();
     }
 
+    // The icon docks in the notification area of the screen (the owner of
+    // the _NET_SYSTEM_TRAY_S<n> selection) as a window of its own, embedded
+    // with XEmbed: the tooltip is the icon window's title, the balloon a
+    // tray message.  The image file is the program's; the icon window shows
+    // the screen's default background.  Without a notification area the
+    // request fails.
+    bool notify_icon(int32_t operation, const char16_t* image, const char16_t* tooltip,
+                     const char16_t* balloon) override {
+        Lock l(this);
+        if (!l) return false;
+        const Window tray = tray_owner();
+        if (operation == KP_ICON_ADD && !tray) return false;
+        if (!Display::notify_icon(operation, image, tooltip, balloon)) return false;
+        std::u16string img, tip, msg;
+        const bool shown = current_icon(img, tip, msg);
+        if (operation == KP_ICON_DELETE || !shown) {
+            if (icon_window_) XDestroyWindow(dpy_, icon_window_);
+            icon_window_ = 0;
+            return l.ok();
+        }
+        if (operation == KP_ICON_ADD) {
+            if (icon_window_) XDestroyWindow(dpy_, icon_window_);
+            icon_window_ = XCreateSimpleWindow(dpy_, root_, 0, 0, 22, 22, 0, 0, WhitePixel(dpy_, screen_));
+            const long info[2] = {0, 1}; // XEmbed version 0, mapped
+            XChangeProperty(dpy_, icon_window_, atom(kXembedInfo), atom(kXembedInfo), 32, PropModeReplace,
+                            reinterpret_cast<const unsigned char*>(info), 2);
+            tray_message(tray, 0, static_cast<long>(icon_window_), 0, 0); // SYSTEM_TRAY_REQUEST_DOCK
+        }
+        const std::string t = to8(tip);
+        XChangeProperty(dpy_, icon_window_, atom(kNetWmName), atom(kUtf8), 8, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(t.data()), static_cast<int>(t.size()));
+        if (operation == KP_ICON_ADD && balloon && *balloon && tray) {
+            const std::string b = to8(balloon);
+            // SYSTEM_TRAY_BEGIN_MESSAGE: timeout 10 s, length, id; then the
+            // text 20 bytes a message.
+            tray_message(tray, 1, 10000, static_cast<long>(b.size()), ++balloon_id_);
+            for (std::size_t at = 0; at < b.size(); at += 20) {
+                XEvent e{};
+                e.xclient.type = ClientMessage;
+                e.xclient.window = icon_window_;
+                e.xclient.message_type = atom(kTrayMessageData);
+                e.xclient.format = 8;
+                std::memcpy(e.xclient.data.b, b.data() + at, std::min<std::size_t>(20, b.size() - at));
+                XSendEvent(dpy_, tray, False, NoEventMask, &e);
+            }
+        }
+        return l.ok();
+    }
+
     uintptr_t create_window(std::u16string_view title, std::u16string_view class_name,
                             int32_t menus) override {
         Lock l(this);
@@ -537,6 +590,9 @@ class X11Display final : public Display {
         kWmState,
         kWmCheck,
         kFrameExtents,
+        kTrayOpcode,
+        kTrayMessageData,
+        kXembedInfo,
         kAtomCount
     };
     Atom atom(AtomIndex i) const { return atoms_[i]; }
@@ -758,6 +814,25 @@ class X11Display final : public Display {
         }
     }
 
+    Window tray_owner() {
+        const std::string name = "_NET_SYSTEM_TRAY_S" + std::to_string(screen_);
+        return XGetSelectionOwner(dpy_, XInternAtom(dpy_, name.c_str(), False));
+    }
+
+    void tray_message(Window tray, long opcode, long a, long b, long c) {
+        XEvent e{};
+        e.xclient.type = ClientMessage;
+        e.xclient.window = icon_window_;
+        e.xclient.message_type = atom(kTrayOpcode);
+        e.xclient.format = 32;
+        e.xclient.data.l[0] = CurrentTime;
+        e.xclient.data.l[1] = opcode;
+        e.xclient.data.l[2] = a;
+        e.xclient.data.l[3] = b;
+        e.xclient.data.l[4] = c;
+        XSendEvent(dpy_, tray, False, NoEventMask, &e);
+    }
+
     void wm_state(Window w, int maximize) {
         XEvent e{};
         e.xclient.type = ClientMessage;
@@ -898,6 +973,8 @@ class X11Display final : public Display {
     std::unordered_map<xcb_window_t, Cached> cache_;
     std::vector<Window> own_;
     std::vector<std::pair<KeyCode, KeySym>> spares_;
+    Window icon_window_ = 0;
+    long balloon_id_ = 0;
     std::size_t next_spare_ = 0;
     struct Gc {
         GC gc;

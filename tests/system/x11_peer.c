@@ -6,6 +6,9 @@
  *                                  button ("button N X Y") it receives
  *   kp_x11_peer --many N PREFIX    N windows titled PREFIX0 .. PREFIX<N-1>;
  *                                  prints the id of the last one
+ *   kp_x11_peer --tray             the screen's notification area: prints
+ *                                  its window's id, then "dock WINDOW",
+ *                                  "message TEXT" and "undock WINDOW" lines
  *
  * It runs until its standard input closes. */
 #include <X11/Xlib.h>
@@ -29,11 +32,19 @@ static Window make(Display* d, const char* title, const char* cls) {
 }
 
 int main(int argc, char** argv) {
-    if (argc < 3) return 2;
+    if (argc < 3 && !(argc == 2 && strcmp(argv[1], "--tray") == 0)) return 2;
     Display* d = XOpenDisplay(NULL);
     if (!d) return 3;
     Window last = 0;
-    if (strcmp(argv[1], "--many") == 0 && argc >= 4) {
+    Atom opcode = XInternAtom(d, "_NET_SYSTEM_TRAY_OPCODE", False);
+    Atom data = XInternAtom(d, "_NET_SYSTEM_TRAY_MESSAGE_DATA", False);
+    int tray = strcmp(argv[1], "--tray") == 0;
+    char message[4096];
+    long message_length = 0, message_have = 0;
+    if (tray) {
+        last = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 100, 30, 0, 0, 0xFFFFFF);
+        XSetSelectionOwner(d, XInternAtom(d, "_NET_SYSTEM_TRAY_S0", False), last, CurrentTime);
+    } else if (strcmp(argv[1], "--many") == 0 && argc >= 4) {
         int n = atoi(argv[2]);
         char title[256];
         for (int k = 0; k < n; ++k) {
@@ -51,11 +62,31 @@ int main(int argc, char** argv) {
         while (XPending(d)) {
             XEvent e;
             XNextEvent(d, &e);
-            if (e.type == KeyPress) {
+            if (e.type == MappingNotify) {
+                XRefreshKeyboardMapping(&e.xmapping);
+            } else if (e.type == KeyPress) {
                 KeySym sym = XLookupKeysym(&e.xkey, (e.xkey.state & ShiftMask) ? 1 : 0);
                 if (IsModifierKey(sym)) continue;
                 const char* name = XKeysymToString(sym);
                 printf("key %s %u\n", name ? name : "?", e.xkey.state);
+            } else if (tray && e.type == ClientMessage && e.xclient.message_type == opcode) {
+                if (e.xclient.data.l[1] == 0) {
+                    Window icon = (Window)e.xclient.data.l[2];
+                    XSelectInput(d, icon, StructureNotifyMask);
+                    printf("dock %lu\n", (unsigned long)icon);
+                } else if (e.xclient.data.l[1] == 1) {
+                    message_length = e.xclient.data.l[3];
+                    message_have = 0;
+                }
+            } else if (tray && e.type == ClientMessage && e.xclient.message_type == data) {
+                for (int k = 0; k < 20 && message_have < message_length && message_have < 4095; ++k)
+                    message[message_have++] = e.xclient.data.b[k];
+                if (message_have == message_length) {
+                    message[message_have] = 0;
+                    printf("message %s\n", message);
+                }
+            } else if (tray && e.type == DestroyNotify) {
+                printf("undock %lu\n", (unsigned long)e.xdestroywindow.window);
             } else if (e.type == ButtonPress) {
                 printf("button %u %d %d\n", e.xbutton.button, e.xbutton.x_root, e.xbutton.y_root);
             }

@@ -179,6 +179,30 @@ TEST_F(X11, WindowManagerPropertiesOfTheRoot) {
     EXPECT_EQ(600, sys->integer("SysMetric", {I(sys->constant("metCyFullScreen"))}));
 }
 
+// The icon docks in the notification area another client keeps.
+TEST_F(X11, NotificationIconDocksInTheTray) {
+    auto out = sys->call("SysIconAdd", {S(u"\\icon.ico")});
+    EXPECT_FALSE(out.result.b) << "no notification area yet";
+    EXPECT_EQ(50u, out.error.system_code);
+    kp::test::Child tray;
+    ASSERT_TRUE(tray.start({KP120_X11_PEER, "--tray"}, {"DISPLAY=" + xvfb.name()}));
+    ASSERT_FALSE(tray.line().empty());
+    EXPECT_TRUE(
+        sys->boolean("SysIconAdd", {S(u"\\icon.ico"), S(u"Orders: 3"), S(u"New order \u00e9 received")}));
+    const std::string dock = tray.line();
+    ASSERT_EQ(0u, dock.rfind("dock ", 0)) << dock;
+    const std::string icon = dock.substr(5);
+    EXPECT_EQ("message New order \xC3\xA9 received", tray.line());
+    EXPECT_EQ("Orders: 3", xdo("getwindowname " + icon));
+    EXPECT_TRUE(sys->boolean("SysIconModify", {S(u""), S(u"Orders: 4")}));
+    EXPECT_EQ("Orders: 4", xdo("getwindowname " + icon));
+    EXPECT_TRUE(sys->boolean("SysIconDelete"));
+    EXPECT_EQ("undock " + icon, tray.line());
+    out = sys->call("SysIconModify", {S(u"\\icon.ico")});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(6u, out.error.system_code);
+}
+
 // Last: the server goes away under the display.
 TEST_F(X11, ZDisplayThatGoesAway) {
     peer.stop();

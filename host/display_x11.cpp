@@ -270,8 +270,14 @@ class X11Display final : public Display {
         const std::string t = to8(title);
         XChangeProperty(dpy_, static_cast<Window>(w), atom(kNetWmName), atom(kUtf8), 8, PropModeReplace,
                         reinterpret_cast<const unsigned char*>(t.data()), static_cast<int>(t.size()));
-        XChangeProperty(dpy_, static_cast<Window>(w), XA_WM_NAME, atom(kUtf8), 8, PropModeReplace,
-                        reinterpret_cast<const unsigned char*>(t.data()), static_cast<int>(t.size()));
+        // WM_NAME in the ICCCM's encodings (STRING when Latin-1 is enough,
+        // else COMPOUND_TEXT) for the clients that read no _NET_WM_NAME.
+        char* list[1] = {const_cast<char*>(t.c_str())};
+        XTextProperty p{};
+        if (Xutf8TextListToTextProperty(dpy_, list, 1, XStdICCTextStyle, &p) >= Success) {
+            XSetWMName(dpy_, static_cast<Window>(w), &p);
+            XFree(p.value);
+        }
         return l.ok();
     }
 
@@ -711,7 +717,7 @@ class X11Display final : public Display {
             Cached k;
             bool gone = false;
             k.has_net = text_reply(p.net, k.net, &gone);
-            text_reply(p.wm, k.wm, &gone);
+            text_reply(p.wm, k.wm, &gone, true);
             std::string all;
             text_reply(p.cls, all, &gone);
             // WM_CLASS: the instance name, NUL, the class name, NUL.
@@ -728,8 +734,9 @@ class X11Display final : public Display {
     }
 
     // An 8-bit property's text; false when the window has no such property
-    // (*gone when the window no longer exists).
-    bool text_reply(xcb_get_property_cookie_t cookie, std::string& out, bool* gone) {
+    // (*gone when the window no longer exists).  With `latin1`, a STRING
+    // property is converted to UTF-8.
+    bool text_reply(xcb_get_property_cookie_t cookie, std::string& out, bool* gone, bool latin1 = false) {
         xcb_generic_error_t* error = nullptr;
         xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, cookie, &error);
         if (error) {
@@ -738,9 +745,24 @@ class X11Display final : public Display {
         }
         if (!r) return false;
         const bool present = r->type != XCB_NONE && r->format == 8;
-        if (present)
-            out.assign(static_cast<const char*>(xcb_get_property_value(r)),
-                       static_cast<std::size_t>(xcb_get_property_value_length(r)));
+        if (present) {
+            const auto* v = static_cast<const unsigned char*>(xcb_get_property_value(r));
+            const std::size_t n = static_cast<std::size_t>(xcb_get_property_value_length(r));
+            out.clear();
+            if (r->type == XCB_ATOM_STRING && latin1) {
+                // STRING is Latin-1: compared as UTF-8.
+                for (std::size_t i = 0; i < n; ++i) {
+                    if (v[i] < 0x80) {
+                        out.push_back(static_cast<char>(v[i]));
+                    } else {
+                        out.push_back(static_cast<char>(0xC0 | (v[i] >> 6)));
+                        out.push_back(static_cast<char>(0x80 | (v[i] & 0x3F)));
+                    }
+                }
+            } else {
+                out.assign(reinterpret_cast<const char*>(v), n);
+            }
+        }
         free(r);
         return present;
     }

@@ -73,6 +73,10 @@ TEST_F(X11, TitlesAgainstXdotoolAndXprop) {
     EXPECT_NE(std::string::npos,
               run_on(xvfb.name(), "xprop -id " + std::to_string(peer_window) + " _NET_WM_NAME")
                   .find("\"Renamed \xC3\xA9t\xC3\xA9\""));
+    // A title in WM_NAME alone, as Latin-1 STRING.
+    run_on(xvfb.name(), "xprop -id " + std::to_string(peer_window) + " -remove _NET_WM_NAME");
+    EXPECT_EQ(u"Renamed \u00e9t\u00e9", sys->text("SysWinTitle", {I(peer_window)}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Renamed \u00e9t\u00e9")}));
     xdo("set_window --name 'Set by xdotool' " + std::to_string(peer_window));
     EXPECT_EQ(u"Set by xdotool", sys->text("SysWinTitle", {I(peer_window)}));
     EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Set by xdotool")}));

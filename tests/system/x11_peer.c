@@ -65,7 +65,14 @@ int main(int argc, char** argv) {
             if (e.type == MappingNotify) {
                 XRefreshKeyboardMapping(&e.xmapping);
             } else if (e.type == KeyPress) {
-                KeySym sym = XLookupKeysym(&e.xkey, (e.xkey.state & ShiftMask) ? 1 : 0);
+                /* The server's current map, asked at each key: a key the
+                 * typing client remapped a moment ago reads right. */
+                int per = 0;
+                KeySym* map = XGetKeyboardMapping(d, (KeyCode)e.xkey.keycode, 1, &per);
+                const int index = (e.xkey.state & ShiftMask) && per > 1 ? 1 : 0;
+                KeySym sym = map && per > 0 ? map[index] : NoSymbol;
+                if (map) XFree(map);
+                if (sym >= 'A' && sym <= 'Z' && !(e.xkey.state & ShiftMask)) sym += 'a' - 'A';
                 if (IsModifierKey(sym)) continue;
                 const char* name = XKeysymToString(sym);
                 printf("key %s %u\n", name ? name : "?", e.xkey.state);

@@ -22,7 +22,8 @@
 static Window make(Display* d, const char* title, const char* cls) {
     Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 10, 20, 200, 150, 0, 0, 0xFFFFFF);
     Atom net_name = XInternAtom(d, "_NET_WM_NAME", False), utf8 = XInternAtom(d, "UTF8_STRING", False);
-    XChangeProperty(d, w, net_name, utf8, 8, PropModeReplace, (const unsigned char*)title, (int)strlen(title));
+    XChangeProperty(d, w, net_name, utf8, 8, PropModeReplace, (const unsigned char*)title,
+                    (int)strlen(title));
     XStoreName(d, w, title);
     XClassHint hint = {(char*)cls, (char*)cls};
     XSetClassHint(d, w, &hint);

@@ -711,6 +711,7 @@ void open_kp(lua_State* L, Session& s) {
                                    {"setobject", guarded<kp_setobject>},
                                    {nullptr, nullptr}};
     luaL_newlib(L, api);
+    add_window_functions(L, s);
     lua_createtable(L, 0, 1);
     lua_newtable(L);
     lua_pushcclosure(L, guarded<kp_index>, 1);

@@ -26,6 +26,9 @@ struct Session {
 // Installs the global table `kp` in `L`.  `session` must outlive `L`.
 void open_kp(lua_State* L, Session& session);
 
+// kp.window and kp.closewindow (window.cpp) into the table on top of the stack.
+void add_window_functions(lua_State* L, Session& session);
+
 // kp.json(value) of the Lua value at `index`: JSON text in `out`, or false
 // with the reason in `out`.
 bool json_encode(lua_State* L, int index, std::string& out);

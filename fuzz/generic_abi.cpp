@@ -14,8 +14,10 @@
 // device root is always set, so no device name reaches the host's own file
 // system.  XDG_DATA_HOME points into it too, so that deletions to the trash
 // stay there.  Selectors find no selector installed in the host and are
-// cancelled; walks call back procedures made from the input.  Files the process writes are capped in size,
-// and the device is emptied from time to time so that it does not fill up.  A few functions are never called
+// cancelled; walks call back procedures made from the input.  The display
+// is the headless handheld and the system bus is refused.  Files the process
+// writes are capped in size, and the device is emptied from time to time so
+// that it does not fill up.  A few functions are never called
 // (deny_list.h).
 //
 // Environment: KP120_COMPONENT names another module to load.
@@ -246,6 +248,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     if (const char* p = std::getenv("KP120_COMPONENT")) o.component_path = p;
     o.device_root = g_box->device.string();
     o.registry_path = (g_box->dir / "registry.sqlite3").string();
+    // Neither the machine's display nor its power and modem services.
+    o.display = "headless";
+    o.system_bus = "none";
     g_box->host = std::make_unique<kp::host::Host>(o);
     if (!g_box->host->loaded()) {
         std::fprintf(stderr, "generic_abi: %s\n", g_box->host->load_error().c_str());

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "display.h"
 #include "host_values.h"
 #include "services.h"
 
@@ -107,6 +108,10 @@ struct Host::Impl {
     std::atomic<int32_t> blocking{0};
     std::string codepage_text;
     UiHooks ui;
+
+    std::once_flag display_once;
+    std::unique_ptr<Display> display;
+    std::string display_error;
 
     std::span<const kp_function> functions;
     std::span<const kp_constant> constants;
@@ -206,8 +211,10 @@ const char* svc_setting(void* vm, const char* name) {
     if (std::strcmp(name, KP_SETTING_DEVICE_ROOT) == 0) return h->options.device_root.c_str();
     if (std::strcmp(name, KP_SETTING_REGISTRY) == 0) return h->options.registry_path.c_str();
     if (std::strcmp(name, KP_SETTING_ANSI_CODEPAGE) == 0) return h->codepage_text.c_str();
+    if (std::strcmp(name, KP_SETTING_SYSTEM_BUS) == 0) return h->options.system_bus.c_str();
     return nullptr;
 }
+const kp_display* svc_display(void* vm);
 
 int32_t message_callback(uint32_t number, char16_t* buffer, int32_t size) {
     Host::Impl* h = g_current.load();
@@ -388,6 +395,7 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.key_state = svc_key_state;
     s.current_object_name = svc_current_object_name;
     s.pump_message = pump_message;
+    s.display = svc_display;
     h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
 
     // The VM's calling order.
@@ -521,6 +529,26 @@ void Host::declare_proxy(void** l, uint16_t* c1, void** f, uint16_t* c2) const {
 }
 int32_t Host::init_conversions(void* module, int32_t revision, int32_t mode) const {
     return impl_->init_conv ? impl_->init_conv(module, revision, mode, nullptr) : 0;
+}
+
+namespace {
+Display* display_of(Host::Impl& h) {
+    std::call_once(h.display_once, [&h] { h.display = make_display(h.options.display, &h.display_error); });
+    return h.display.get();
+}
+const kp_display* svc_display(void* vm) {
+    Display* d = display_of(*impl_of(vm));
+    return d ? d->table() : nullptr;
+}
+} // namespace
+
+Display* Host::display() {
+    return display_of(*impl_);
+}
+
+std::string Options::default_system_bus() {
+    const char* env = std::getenv("KP120_SYSTEM_BUS");
+    return env ? env : "";
 }
 
 Host::AllocatorStats Host::allocator_stats() const {

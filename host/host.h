@@ -107,7 +107,18 @@ struct Options {
     // accepts the component, and the object module's own version.
     bool accept_component = true;
     std::string vm_version = "9.00Aa";
+    // The display the VM offers (services slot `display`): "auto" is X11
+    // when DISPLAY names a reachable display, else the headless handheld;
+    // "headless"; "x11" (DISPLAY) or "x11:NAME"; "none" (no display).
+    std::string display = "auto";
+    // Setting "system_bus" (power, battery and modem services): a D-Bus
+    // address, "none", or empty for the system bus.  Defaults to the
+    // KP120_SYSTEM_BUS environment variable.
+    std::string system_bus = default_system_bus();
+    static std::string default_system_bus();
 };
+
+class Display;
 
 class Host {
   public:
@@ -159,6 +170,10 @@ class Host {
     kp_component_object* query_proxy(int32_t code) const;
     void declare_proxy(void** list, uint16_t* c1, void** first, uint16_t* c2) const;
     int32_t init_conversions(void* module, int32_t revision, int32_t mode) const;
+
+    // The display offered to the component (created on first use; null
+    // for display "none" or an X11 display that cannot be opened).
+    Display* display();
 
     // Counters of the host's allocator, for tests of the string machinery.
     struct AllocatorStats {

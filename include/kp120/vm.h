@@ -257,6 +257,9 @@ typedef struct kp_procedure kp_procedure;
 #define KP_SETTING_DEVICE_ROOT "device_root"     /* directory that holds the device's file system */
 #define KP_SETTING_REGISTRY "registry"           /* SQLite file that holds the registry */
 #define KP_SETTING_ANSI_CODEPAGE "ansi_codepage" /* code page of ANSI text files, default "1252" */
+/* D-Bus address of the system's services (power, battery, modem): empty or
+ * absent for the system bus, "none" to refuse every request. */
+#define KP_SETTING_SYSTEM_BUS "system_bus"
 
 struct kp_selector_request;
 struct kp_display;
@@ -364,6 +367,127 @@ typedef struct kp_selector_request {
 /* ------------------------------------------------------------------ */
 
 /* KP120_DISPLAY_INTERFACE */
+
+/*
+ * The VM's user interface as the Sys, cursor and input functions see it.
+ * Window handles are the windowing system's own identifiers (X11 window
+ * ids) or the numbers of a display without a windowing system; 0 is never
+ * a window.  Texts are UTF-16 and zero-terminated.  Every operation takes
+ * `self` first; a slot the display leaves null makes the function fail with
+ * "not supported".  Operations that answer a text write it into `buffer`
+ * (`size` characters, terminator included) and return its length, -1 when
+ * the window is not one, or a value >= size that is the size needed.
+ */
+typedef struct kp_rect {
+    int32_t left, top, right, bottom;
+} kp_rect;
+
+/* Screen description (screen operation). */
+typedef struct kp_screen_info {
+    int32_t width, height;  /* pixels, as the screen is turned now */
+    int32_t bits_per_pixel; /* colour depth */
+    kp_rect work_area;      /* the screen less panels and task bars */
+    int32_t orientation;    /* degrees: 0, 90, 180 or 270 */
+    uint32_t orientations;  /* bit n set: 90*n degrees is possible (bit 0 = 0 degrees) */
+} kp_screen_info;
+
+/* Show modes (show operation): the values of the language's sws constants,
+ * and for the modes that family names without a value (minimize, maximize,
+ * restore) the show codes programs of the platform pass as numbers. */
+#define KP_SHOW_HIDE 0
+#define KP_SHOW_NORMAL 1
+#define KP_SHOW_MINIMIZE 2
+#define KP_SHOW_MAXIMIZE 3
+#define KP_SHOW_ACTIVATE 4
+#define KP_SHOW_VISIBLE 5
+#define KP_SHOW_RESTORE 9
+#define KP_SHOW_REFRESH 8
+
+/* Mouse actions (mouse operation). */
+#define KP_MOUSE_MOVE 0
+#define KP_MOUSE_LEFT_CLICK 1
+#define KP_MOUSE_LEFT_DOUBLE 2
+#define KP_MOUSE_LEFT_DOWN 3
+#define KP_MOUSE_LEFT_UP 4
+#define KP_MOUSE_RIGHT_CLICK 5
+#define KP_MOUSE_RIGHT_DOUBLE 6
+#define KP_MOUSE_RIGHT_DOWN 7
+#define KP_MOUSE_RIGHT_UP 8
+
+/* Modifier bits of synthetic keys (type_text), the language's di values. */
+#define KP_MODIFIER_SHIFT 1
+#define KP_MODIFIER_ALT 2
+#define KP_MODIFIER_CONTROL 4
+
+/* Notification-area operations (notify_icon). */
+#define KP_ICON_ADD 0
+#define KP_ICON_MODIFY 1
+#define KP_ICON_DELETE 2
+
+typedef struct kp_display {
+    uint32_t size; /* sizeof(kp_display) as the VM knows it; slots past it are absent */
+    void* self;
+
+    /* Screen size, depth, work area and orientations; 1 on success. */
+    int32_t (*screen)(void* self, kp_screen_info* out);
+    /* Turns the screen to `degrees` (0, 90, 180, 270); 1 on success. */
+    int32_t (*set_orientation)(void* self, int32_t degrees);
+    /* System metric by the language's met code into *out; 1 when known. */
+    int32_t (*metric)(void* self, int32_t code, int32_t* out);
+    /* Colour of a system element by index 0-20 (the low bits of the
+     * language's sc codes) as red + green*256 + blue*65536 into *out; 1
+     * when known. */
+    int32_t (*system_colour)(void* self, int32_t element, int32_t* out);
+    /* Sets it; 1 on success. */
+    int32_t (*set_system_colour)(void* self, int32_t element, int32_t colour);
+    /* Screen power: on = 1 lights it, 0 turns it off; 1 on success. */
+    int32_t (*screen_power)(void* self, int32_t on);
+
+    /* First top-level window whose title is `title` (null: any) and whose
+     * class is `class_name` (null: any); 0 when none. */
+    uintptr_t (*find_window)(void* self, const char16_t* title, const char16_t* class_name);
+    int32_t (*is_window)(void* self, uintptr_t window);
+    int32_t (*window_title)(void* self, uintptr_t window, char16_t* buffer, int32_t size);
+    int32_t (*set_window_title)(void* self, uintptr_t window, const char16_t* title);
+    /* Applies a KP_SHOW_* mode; 1 on success. */
+    int32_t (*show)(void* self, uintptr_t window, int32_t mode);
+    /* 1 when the window is minimized (iconic), 0 when not, -1 not a window. */
+    int32_t (*is_iconic)(void* self, uintptr_t window);
+    /* The window with the focus of the user's input, 0 when none. */
+    uintptr_t (*active_window)(void* self);
+    /* Activates `window` and gives it the focus; returns the window that
+     * had it before (0 when none), or 0 on failure with *ok = 0. */
+    uintptr_t (*activate)(void* self, uintptr_t window, int32_t* ok);
+    /* Window and client rectangles in screen coordinates; 1 on success. */
+    int32_t (*window_rects)(void* self, uintptr_t window, kp_rect* frame, kp_rect* client);
+    /* Menu bar of a window of the VM, and a submenu by position; 0 none. */
+    uintptr_t (*menu)(void* self, uintptr_t window);
+    uintptr_t (*sub_menu)(void* self, uintptr_t menu, int32_t position);
+    /* Drawing context of a window of the VM, released with release_dc. */
+    uintptr_t (*get_dc)(void* self, uintptr_t window);
+    int32_t (*release_dc)(void* self, uintptr_t window, uintptr_t dc);
+
+    /* Pointer position in screen coordinates; 1 on success. */
+    int32_t (*pointer)(void* self, int32_t* x, int32_t* y);
+    /* Key state by virtual-key code, as the services slot key_state. */
+    int32_t (*key_state)(void* self, int32_t virtual_key);
+    /* Types `text` into the window with the focus, the KP_MODIFIER_* keys
+     * held; 1 on success. */
+    int32_t (*type_text)(void* self, const char16_t* text, int32_t modifiers);
+    /* A KP_MOUSE_* action at (x, y) in screen coordinates; 1 on success. */
+    int32_t (*mouse)(void* self, int32_t action, int32_t x, int32_t y);
+
+    /* The program's one icon in the notification area (KP_ICON_*): its
+     * image file (a device name), tooltip and a balloon message shown
+     * once (null: none, or unchanged when modifying).  Modify and delete
+     * fail when there is no icon, delete also when `image` is given and
+     * is not the icon's.  1 on success. */
+    int32_t (*notify_icon)(void* self, int32_t operation, const char16_t* image, const char16_t* tooltip,
+                           const char16_t* balloon);
+    /* The colour dialog: starts on `initial` with the language's sc dialog
+     * flags; 1 and *chosen when the user chose, 0 when cancelled. */
+    int32_t (*choose_colour)(void* self, int32_t initial, int32_t flags, int32_t* chosen);
+} kp_display;
 
 /* ------------------------------------------------------------------ */
 /* Table controls (services slot `table_interface`)                   */

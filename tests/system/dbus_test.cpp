@@ -1,0 +1,172 @@
+// Power, battery and modem requests against python3-dbusmock's logind,
+// UPower and a ModemManager on a private bus of the test, checking the
+// method each call made.  The component is pointed at that bus through the
+// host's system_bus setting: nothing here can reach the machine's own
+// power services.
+#include <algorithm>
+
+#include "dbus_bus.h"
+#include "system_fixture.h"
+
+using kp::host::Value;
+using kp::test::I;
+
+namespace {
+
+struct DBus : ::testing::Test {
+    static inline kp::test::PrivateBus* bus = nullptr;
+    static inline kp::test::Child *logind = nullptr, *upower = nullptr, *modems = nullptr;
+    static inline std::string why;
+    static void SetUpTestSuite() {
+        bus = new kp::test::PrivateBus;
+        logind = new kp::test::Child;
+        upower = new kp::test::Child;
+        modems = new kp::test::Child;
+        if (!bus->start())
+            why = "dbus-daemon did not start";
+        else if (!bus->mock(*logind, "logind", "org.freedesktop.login1", "logind.log"))
+            why = "the logind mock did not start";
+        else if (!bus->mock(*upower, "upower", "org.freedesktop.UPower", "upower.log",
+                            "{\"OnBattery\": true}"))
+            why = "the UPower mock did not start";
+        else if (!bus->mock(*modems, std::string(KP120_SOURCE_DIR) + "/tests/system/modemmanager_mock.py",
+                            "org.freedesktop.ModemManager1", "modems.log",
+                            "{\"IMEI\": \"49015420323751\", \"Modems\": \"3, 10\"}"))
+            why = "the ModemManager mock did not start";
+    }
+    static void TearDownTestSuite() {
+        delete modems;
+        delete upower;
+        delete logind;
+        delete bus;
+    }
+
+    std::unique_ptr<kp::test::SystemHost> sys;
+    void SetUp() override {
+        ASSERT_TRUE(why.empty()) << why;
+        sys = std::make_unique<kp::test::SystemHost>("headless", bus->address());
+        ASSERT_TRUE(sys->host->loaded());
+    }
+    std::vector<std::string> logind_calls() { return bus->calls("logind.log"); }
+    void set(const char* dest, const char* path, const char* iface, const char* prop,
+             const std::string& value) {
+        bus->gdbus(std::string("call --dest ") + dest + " --object-path " + path +
+                   " --method org.freedesktop.DBus.Properties.Set " + iface + " " + prop + " \"" + value +
+                   "\"");
+    }
+};
+
+TEST_F(DBus, ShutdownModesReachLogind) {
+    setenv("XDG_SESSION_ID", "c7", 1);
+    struct Row {
+        const char* mode;
+        int interactive; // -1: the one-argument form
+        std::string method;
+    } rows[] = {
+        {"sysPoweroff", -1, "PowerOff False"},  {"sysReboot", -1, "Reboot False"},
+        {"sysPoweroff", 1, "PowerOff True"},    {"sysReboot", 0, "Reboot False"},
+        {"sysLogoff", -1, "TerminateSession "},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.mode);
+        std::vector<Value> args{I(sys->constant(r.mode))};
+        if (r.interactive >= 0) args.push_back(I(r.interactive));
+        auto out = sys->call("SysShutdown", args);
+        EXPECT_TRUE(out.result.b);
+        EXPECT_EQ(1, out.error.severity);
+        ASSERT_FALSE(logind_calls().empty());
+        EXPECT_EQ(0u, logind_calls().back().rfind(r.method, 0)) << logind_calls().back();
+    }
+    unsetenv("XDG_SESSION_ID");
+}
+
+TEST_F(DBus, StandbyAndPowerSource) {
+    auto suspends = [&] {
+        auto c = logind_calls();
+        return std::count(c.begin(), c.end(), "Suspend False");
+    };
+    const auto before = suspends();
+    EXPECT_TRUE(sys->boolean("SysStandby", {I(sys->constant("sysInactiveStandby"))}));
+    EXPECT_EQ(before + 1, suspends());
+    // On battery (the mock starts so): only the battery request goes through.
+    EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysBattery"))}));
+    EXPECT_EQ(before + 2, suspends());
+    auto out = sys->call("SysStandby", {I(0), I(sys->constant("sysMainsPower"))});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(1, out.error.severity) << "another power source is no error";
+    EXPECT_EQ(before + 2, suspends());
+    set("org.freedesktop.UPower", "/org/freedesktop/UPower", "org.freedesktop.UPower", "OnBattery",
+        "<false>");
+    EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysMainsPower"))}));
+    EXPECT_FALSE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysBattery"))}));
+    EXPECT_EQ(before + 3, suspends());
+
+    // The automatic standby delay: logind's idle action and its delay.
+    EXPECT_EQ(0, sys->integer("SysStandby")) << "the mock's idle action is ignore";
+    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "IdleAction",
+        "<'suspend'>");
+    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+        "IdleActionUSec", "<uint64 600000000>");
+    EXPECT_EQ(600, sys->integer("SysStandby"));
+    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "IdleAction",
+        "<'lock'>");
+    EXPECT_EQ(0, sys->integer("SysStandby"));
+}
+
+TEST_F(DBus, ImeiOfTheFirstModem) {
+    // Modems 3 and 10: the lowest number is the first, not the first in text order.
+    EXPECT_EQ(u"490154203237513", sys->text("SysIMEI"));
+}
+
+// Without ModemManager, the first modem of oFono.
+TEST(DBusOfono, ImeiOfTheFirstOfonoModem) {
+    kp::test::PrivateBus bus;
+    ASSERT_TRUE(bus.start());
+    kp::test::Child ofono;
+    ASSERT_TRUE(bus.mock(ofono, "ofono", "org.ofono", "ofono.log"));
+    kp::test::SystemHost sys("headless", bus.address());
+    ASSERT_TRUE(sys.host->loaded());
+    const std::u16string imei = sys.text("SysIMEI");
+    EXPECT_EQ(0u, imei.rfind(u"12345678-1234-1234-1234-", 0)) << kp::host::utf8(imei);
+}
+
+// A bus without the services, and a logind that never answers.
+TEST(DBusFailures, MissingAndSilentServices) {
+    kp::test::PrivateBus bus;
+    ASSERT_TRUE(bus.start());
+    kp::test::SystemHost sys("headless", bus.address());
+    ASSERT_TRUE(sys.host->loaded());
+    struct Row {
+        const char* name;
+        std::vector<Value> args;
+    } rows[] = {{"SysShutdown", {I(2)}}, {"SysStandby", {I(0)}}, {"SysStandby", {}}, {"SysIMEI", {}}};
+    for (Row& r : rows) {
+        auto out = sys.call(r.name, r.args);
+        EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity) << r.name;
+        EXPECT_NE(0u, out.error.system_code) << r.name;
+    }
+    kp::test::Child silent;
+    ASSERT_TRUE(bus.mock(silent, "logind", "org.freedesktop.login1", "silent.log"));
+    bus.gdbus("call --dest org.freedesktop.login1 --object-path /org/freedesktop/login1 --method "
+              "org.freedesktop.DBus.Mock.AddMethod org.freedesktop.login1.Manager PowerOff b '' "
+              "'import time; time.sleep(8)'");
+    const auto t0 = std::chrono::steady_clock::now();
+    auto out = sys.call("SysShutdown", {I(2)});
+    const auto waited = std::chrono::steady_clock::now() - t0;
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(1460u, out.error.system_code) << "a timeout";
+    EXPECT_LT(waited, std::chrono::seconds(6));
+    EXPECT_GE(waited, std::chrono::milliseconds(2500));
+}
+
+// The component holds one services block: each host here is alone.
+TEST(DBusFailures, AddressWhereNoBusListens) {
+    kp::test::TempDir dir;
+    kp::test::SystemHost nowhere("headless", "unix:path=" + (dir.path() / "no-such-socket").string());
+    auto out = nowhere.call("SysShutdown", {I(3)});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity);
+    EXPECT_EQ(2u, out.error.system_code);
+}
+
+} // namespace

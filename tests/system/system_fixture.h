@@ -1,0 +1,84 @@
+// system_fixture.h - a reference host with a chosen display and system bus
+// over a temporary device root, and short ways to call and read results.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "display.h"
+#include "host.h"
+#include "support/test_host.h"
+
+namespace kp::test {
+
+struct SystemHost {
+    TempDir dir;
+    std::unique_ptr<kp::host::Host> host;
+
+    explicit SystemHost(const std::string& display = "headless", const std::string& bus = "none") {
+        kp::host::Options o;
+        if (const char* p = std::getenv("KP120_COMPONENT")) o.component_path = p;
+        std::filesystem::create_directories(dir.path() / "device");
+        o.device_root = (dir.path() / "device").string();
+        o.registry_path = (dir.path() / "registry.sqlite3").string();
+        o.display = display;
+        o.system_bus = bus;
+        host = std::make_unique<kp::host::Host>(o);
+    }
+    std::filesystem::path device() const { return dir.path() / "device"; }
+
+    kp::host::CallOutcome call(const char* name, std::vector<kp::host::Value> args = {}) {
+        kp::host::CallOutcome out = host->call(name, args);
+        EXPECT_EQ(kp::host::CallStatus::Ok, out.status) << name << ": " << out.detail;
+        return out;
+    }
+    int64_t integer(const char* name, std::vector<kp::host::Value> args = {}) {
+        auto out = call(name, std::move(args));
+        EXPECT_TRUE(out.result.kind == kp::host::Value::Kind::Int ||
+                    out.result.kind == kp::host::Value::Kind::Int64)
+            << name;
+        return out.result.i;
+    }
+    bool boolean(const char* name, std::vector<kp::host::Value> args = {}) {
+        auto out = call(name, std::move(args));
+        EXPECT_EQ(kp::host::Value::Kind::Bool, out.result.kind) << name;
+        return out.result.b;
+    }
+    std::u16string text(const char* name, std::vector<kp::host::Value> args = {}) {
+        auto out = call(name, std::move(args));
+        EXPECT_EQ(kp::host::Value::Kind::String, out.result.kind) << name;
+        return out.result.s;
+    }
+    // Value of an integer constant by English name.
+    int64_t constant(const char* name) {
+        const kp_constant* c = host->find_constant(name);
+        EXPECT_NE(c, nullptr) << name;
+        return c ? static_cast<int64_t>(static_cast<int32_t>(c->value)) : 0;
+    }
+    // English names of the constants with a value whose name starts with prefix.
+    std::vector<std::string> family(const char* prefix) {
+        std::vector<std::string> out;
+        for (const kp_constant& c : host->constants()) {
+            std::string en = c.english;
+            if (en.rfind(prefix, 0) == 0 && en.size() > std::strlen(prefix) &&
+                std::isupper(static_cast<unsigned char>(en[std::strlen(prefix)])) &&
+                c.kind != KP_CONST_NO_VALUE)
+                out.push_back(en);
+        }
+        return out;
+    }
+};
+
+inline kp::host::Value I(int64_t v) {
+    return kp::host::Value::integer(v);
+}
+inline kp::host::Value S(std::u16string v) {
+    return kp::host::Value::string(std::move(v));
+}
+
+} // namespace kp::test

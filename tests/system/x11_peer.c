@@ -1,0 +1,115 @@
+/* x11_peer.c - another X client for the display tests: it creates windows
+ * and reports what it receives.
+ *
+ *   kp_x11_peer TITLE CLASS        one window; prints its id, then one line
+ *                                  per key ("key KEYSYM-NAME STATE") and
+ *                                  button ("button N X Y") it receives
+ *   kp_x11_peer --many N PREFIX    N windows titled PREFIX0 .. PREFIX<N-1>;
+ *                                  prints the id of the last one
+ *   kp_x11_peer --tray             the screen's notification area: prints
+ *                                  its window's id, then "dock WINDOW",
+ *                                  "message TEXT" and "undock WINDOW" lines
+ *
+ * It runs until its standard input closes. */
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+static Window make(Display* d, const char* title, const char* cls) {
+    Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 10, 20, 200, 150, 0, 0, 0xFFFFFF);
+    Atom net_name = XInternAtom(d, "_NET_WM_NAME", False), utf8 = XInternAtom(d, "UTF8_STRING", False);
+    XChangeProperty(d, w, net_name, utf8, 8, PropModeReplace, (const unsigned char*)title,
+                    (int)strlen(title));
+    XStoreName(d, w, title);
+    XClassHint hint = {(char*)cls, (char*)cls};
+    XSetClassHint(d, w, &hint);
+    XSelectInput(d, w, KeyPressMask | ButtonPressMask);
+    XMapWindow(d, w);
+    return w;
+}
+
+int main(int argc, char** argv) {
+    if (argc < 3 && !(argc == 2 && strcmp(argv[1], "--tray") == 0)) return 2;
+    Display* d = XOpenDisplay(NULL);
+    if (!d) return 3;
+    Window last = 0;
+    Atom opcode = XInternAtom(d, "_NET_SYSTEM_TRAY_OPCODE", False);
+    Atom data = XInternAtom(d, "_NET_SYSTEM_TRAY_MESSAGE_DATA", False);
+    int tray = strcmp(argv[1], "--tray") == 0;
+    char message[4096];
+    long message_length = 0, message_have = 0;
+    if (tray) {
+        last = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 100, 30, 0, 0, 0xFFFFFF);
+        XSetSelectionOwner(d, XInternAtom(d, "_NET_SYSTEM_TRAY_S0", False), last, CurrentTime);
+    } else if (strcmp(argv[1], "--many") == 0 && argc >= 4) {
+        int n = atoi(argv[2]);
+        char title[256];
+        for (int k = 0; k < n; ++k) {
+            snprintf(title, sizeof title, "%s%d", argv[3], k);
+            last = make(d, title, "KPPeer");
+        }
+    } else {
+        last = make(d, argv[1], argv[2]);
+    }
+    XSync(d, False);
+    printf("%lu\n", (unsigned long)last);
+    fflush(stdout);
+    const int xfd = ConnectionNumber(d);
+    for (;;) {
+        while (XPending(d)) {
+            XEvent e;
+            XNextEvent(d, &e);
+            if (e.type == MappingNotify) {
+                XRefreshKeyboardMapping(&e.xmapping);
+            } else if (e.type == KeyPress) {
+                /* The server's current map, asked at each key: a key the
+                 * typing client remapped a moment ago reads right. */
+                int per = 0;
+                KeySym* map = XGetKeyboardMapping(d, (KeyCode)e.xkey.keycode, 1, &per);
+                const int index = (e.xkey.state & ShiftMask) && per > 1 ? 1 : 0;
+                KeySym sym = map && per > 0 ? map[index] : NoSymbol;
+                if (map) XFree(map);
+                if (sym >= 'A' && sym <= 'Z' && !(e.xkey.state & ShiftMask)) sym += 'a' - 'A';
+                if (IsModifierKey(sym)) continue;
+                const char* name = XKeysymToString(sym);
+                printf("key %s %u\n", name ? name : "?", e.xkey.state);
+            } else if (tray && e.type == ClientMessage && e.xclient.message_type == opcode) {
+                if (e.xclient.data.l[1] == 0) {
+                    Window icon = (Window)e.xclient.data.l[2];
+                    XSelectInput(d, icon, StructureNotifyMask);
+                    printf("dock %lu\n", (unsigned long)icon);
+                } else if (e.xclient.data.l[1] == 1) {
+                    message_length = e.xclient.data.l[3];
+                    message_have = 0;
+                }
+            } else if (tray && e.type == ClientMessage && e.xclient.message_type == data) {
+                for (int k = 0; k < 20 && message_have < message_length && message_have < 4095; ++k)
+                    message[message_have++] = e.xclient.data.b[k];
+                if (message_have == message_length) {
+                    message[message_have] = 0;
+                    printf("message %s\n", message);
+                }
+            } else if (tray && e.type == DestroyNotify) {
+                printf("undock %lu\n", (unsigned long)e.xdestroywindow.window);
+            } else if (e.type == ButtonPress) {
+                printf("button %u %d %d\n", e.xbutton.button, e.xbutton.x_root, e.xbutton.y_root);
+            }
+            fflush(stdout);
+        }
+        fd_set fds;
+        FD_ZERO(&fds);
+        FD_SET(0, &fds);
+        FD_SET(xfd, &fds);
+        if (select(xfd + 1, &fds, NULL, NULL, NULL) < 0) break;
+        if (FD_ISSET(0, &fds)) {
+            char buf[64];
+            if (read(0, buf, sizeof buf) <= 0) break;
+        }
+    }
+    XCloseDisplay(d);
+    return 0;
+}

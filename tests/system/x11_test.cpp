@@ -1,0 +1,224 @@
+// The display over X11, under an Xvfb server the test starts, checked
+// against xdotool, xprop and xrandr on a window another client (the
+// suite's kp_x11_peer) creates.
+#include <regex>
+
+#include "system_fixture.h"
+#include "xvfb.h"
+
+using kp::host::Value;
+using kp::test::I;
+using kp::test::run_on;
+using kp::test::S;
+
+namespace {
+
+struct X11 : ::testing::Test {
+    static inline kp::test::Xvfb xvfb;
+    static inline bool started = false;
+    static void SetUpTestSuite() { started = xvfb.start(); }
+    static void TearDownTestSuite() { xvfb.stop(); }
+
+    std::unique_ptr<kp::test::SystemHost> sys;
+    kp::test::Child peer;
+    uintptr_t peer_window = 0;
+
+    void SetUp() override {
+        ASSERT_TRUE(started) << "Xvfb did not start";
+        sys = std::make_unique<kp::test::SystemHost>("x11:" + xvfb.name());
+        ASSERT_TRUE(sys->host->loaded());
+        ASSERT_NE(sys->host->display(), nullptr);
+        ASSERT_STREQ("x11", sys->host->display()->kind());
+        ASSERT_TRUE(peer.start({KP120_X11_PEER, "Peer window", "KPPeerClass"}, {"DISPLAY=" + xvfb.name()}));
+        peer_window = std::stoul(peer.line());
+        ASSERT_NE(0u, peer_window);
+    }
+    std::string xdo(const std::string& args) { return run_on(xvfb.name(), "xdotool " + args); }
+};
+
+TEST_F(X11, ScreenAgainstXrandr) {
+    const std::string q = run_on(xvfb.name(), "xrandr --query");
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(q, m, std::regex("current (\\d+) x (\\d+)"))) << q;
+    EXPECT_EQ(std::stoi(m[1]), sys->integer("SysXRes"));
+    EXPECT_EQ(std::stoi(m[2]), sys->integer("SysYRes"));
+    EXPECT_EQ(32, sys->integer("SysColorRes")) << "24-bit depth, 32 bits a pixel";
+    EXPECT_EQ(800, sys->integer("SysMetric", {I(sys->constant("metCxScreen"))}));
+    // The server offers no rotation (xrandr lists none, and refuses one).
+    EXPECT_EQ(std::string::npos, q.find("left")) << q;
+    EXPECT_EQ(u"0", sys->text("SysListScreenOrientation"));
+    EXPECT_EQ(u"0", sys->text("SysScreenOrientation"));
+    auto out = sys->call("SysScreenOrientation", {S(u"90")});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(50u, out.error.system_code);
+    EXPECT_TRUE(sys->boolean("SysScreenOrientation", {S(u"0")}));
+    // Nor DPMS: the screen's power cannot be switched (xset agrees).
+    EXPECT_NE(std::string::npos, run_on(xvfb.name(), "xset q").find("does not have the DPMS"));
+    out = sys->call("SysShutdown", {I(sys->constant("sysPoweroffScreen"))});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(50u, out.error.system_code);
+}
+
+TEST_F(X11, TitlesAgainstXdotoolAndXprop) {
+    EXPECT_EQ(std::to_string(peer_window), xdo("search --name '^Peer window$'"));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Peer window")}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window),
+              sys->integer("SysWinHandle", {S(u"Peer window"), S(u"KPPeerClass")}));
+    EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window"), S(u"Other")}));
+    EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer")})) << "whole titles only";
+    EXPECT_EQ(u"Peer window", sys->text("SysWinTitle", {I(peer_window)}));
+
+    EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer_window), S(u"Renamed \u00e9t\u00e9")}));
+    EXPECT_EQ("Renamed \xC3\xA9t\xC3\xA9", xdo("getwindowname " + std::to_string(peer_window)));
+    EXPECT_NE(std::string::npos,
+              run_on(xvfb.name(), "xprop -id " + std::to_string(peer_window) + " _NET_WM_NAME")
+                  .find("\"Renamed \xC3\xA9t\xC3\xA9\""));
+    // A title in WM_NAME alone, as Latin-1 STRING.
+    run_on(xvfb.name(), "xprop -id " + std::to_string(peer_window) + " -remove _NET_WM_NAME");
+    EXPECT_EQ(u"Renamed \u00e9t\u00e9", sys->text("SysWinTitle", {I(peer_window)}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Renamed \u00e9t\u00e9")}));
+    xdo("set_window --name 'Set by xdotool' " + std::to_string(peer_window));
+    EXPECT_EQ(u"Set by xdotool", sys->text("SysWinTitle", {I(peer_window)}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Set by xdotool")}));
+
+    // A title of 100,000 characters.
+    std::u16string long_title(100000, u'k');
+    EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer_window), S(long_title)}));
+    EXPECT_EQ(long_title, sys->text("SysWinTitle", {I(peer_window)}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(long_title)}));
+    EXPECT_EQ(0, sys->integer("SysWinHandle", {S(long_title + u"k")}));
+}
+
+TEST_F(X11, FocusAgainstXdotool) {
+    const uintptr_t own = sys->host->display()->create_window(u"Own window", u"KPForm", 1);
+    ASSERT_NE(0u, own);
+    sys->integer("SysWinActive", {I(peer_window)});
+    EXPECT_EQ(std::to_string(peer_window), xdo("getwindowfocus"));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinActive"));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysSetFocus", {I(own)}));
+    EXPECT_EQ(std::to_string(own), xdo("getwindowfocus"));
+    xdo("windowfocus --sync " + std::to_string(peer_window));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinActive"));
+    // Hidden, shown: the map state xdotool searches by.
+    EXPECT_TRUE(sys->boolean("SysWinShow", {I(own), I(sys->constant("swsHide"))}));
+    EXPECT_EQ("", xdo("search --onlyvisible --name '^Own window$'"));
+    EXPECT_TRUE(sys->boolean("SysWinShow", {I(own), I(sys->constant("swsVisible"))}));
+    EXPECT_EQ(std::to_string(own), xdo("search --sync --onlyvisible --name '^Own window$'"));
+    EXPECT_NE(0, sys->integer("SysGetSubMenu", {I(sys->integer("SysGetMenu", {I(own)})), I(0)}));
+    const int64_t dc = sys->integer("SysGetDC", {I(own)});
+    EXPECT_NE(0, dc);
+    EXPECT_TRUE(sys->boolean("SysReleaseDC", {I(own), I(dc)}));
+}
+
+TEST_F(X11, KeysAndClicksReachThePeer) {
+    sys->integer("SysWinActive", {I(peer_window)});
+    ASSERT_EQ(std::to_string(peer_window), xdo("getwindowfocus"));
+    EXPECT_TRUE(sys->boolean("EmulateInput", {S(u"aB\u00e9")}));
+    EXPECT_EQ("key a 0", peer.line());
+    EXPECT_EQ("key B 1", peer.line());
+    EXPECT_EQ("key eacute 0", peer.line());
+    EXPECT_TRUE(sys->boolean("EmulateInput", {S(u"x"), I(sys->constant("diControl"))}));
+    EXPECT_EQ("key x 4", peer.line());
+
+    // The peer's window lies at (10, 20), 200 x 150.
+    EXPECT_TRUE(sys->boolean("EmulateMouse", {I(sys->constant("dmLeftClick")), I(50), I(60)}));
+    EXPECT_EQ("button 1 50 60", peer.line());
+    EXPECT_TRUE(sys->boolean("EmulateMouse", {I(sys->constant("dmRightClick"))}));
+    EXPECT_EQ("button 3 50 60", peer.line());
+    EXPECT_TRUE(sys->boolean("EmulateMouse", {I(sys->constant("dmLeftDoubleClick")), I(70), I(80)}));
+    EXPECT_EQ("button 1 70 80", peer.line());
+    EXPECT_EQ("button 1 70 80", peer.line());
+    EXPECT_EQ(static_cast<int64_t>(70 | (80 << 16)), sys->integer("CursorPos"));
+
+    xdo("mousemove 123 234");
+    EXPECT_EQ(static_cast<int64_t>(123 | (234 << 16)), sys->integer("CursorPos"));
+    EXPECT_EQ(static_cast<int64_t>(113 | (214 << 16)),
+              sys->integer("CursorPos", {I(sys->constant("cpClient"))}));
+    const std::string loc = xdo("getmouselocation");
+    EXPECT_EQ(0u, loc.find("x:123 y:234")) << loc;
+
+    xdo("keydown shift");
+    EXPECT_TRUE(sys->boolean("KeyPressed", {I(sys->constant("kpShift"))}));
+    xdo("keyup shift");
+    EXPECT_FALSE(sys->boolean("KeyPressed", {I(sys->constant("kpShift"))}));
+}
+
+TEST_F(X11, WindowsThatCloseAndHandlesThatNeverWere) {
+    EXPECT_TRUE(sys->boolean("SysValidHandle", {I(peer_window)}));
+    peer.stop();
+    for (int64_t h : std::initializer_list<int64_t>{static_cast<int64_t>(peer_window), 0x12345, 1, 0}) {
+        SCOPED_TRACE(h);
+        EXPECT_FALSE(sys->boolean("SysValidHandle", {I(h)}));
+        auto out = sys->call("SysWinTitle", {I(h)});
+        EXPECT_EQ(u"", out.result.s);
+        EXPECT_EQ(1400u, out.error.system_code);
+        out = sys->call("SysWinShow", {I(h), I(1)});
+        EXPECT_FALSE(out.result.b);
+        EXPECT_EQ(1400u, out.error.system_code);
+    }
+    EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window")}));
+}
+
+// What a window manager publishes on the root window takes over from the
+// bare server's view: the client list, the active window, the work area.
+TEST_F(X11, WindowManagerPropertiesOfTheRoot) {
+    const uintptr_t own = sys->host->display()->create_window(u"Unlisted", u"KPForm", 0);
+    const std::string root = "xprop -root ";
+    run_on(xvfb.name(),
+           root + "-f _NET_CLIENT_LIST 32x -set _NET_CLIENT_LIST " + std::to_string(peer_window));
+    run_on(xvfb.name(), root + "-f _NET_SUPPORTING_WM_CHECK 32x -set _NET_SUPPORTING_WM_CHECK " +
+                            std::to_string(peer_window));
+    run_on(xvfb.name(),
+           root + "-f _NET_ACTIVE_WINDOW 32x -set _NET_ACTIVE_WINDOW " + std::to_string(peer_window));
+    run_on(xvfb.name(), root + "-f _NET_WORKAREA 32c -set _NET_WORKAREA '0, 30, 800, 540'");
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Peer window")}));
+    EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Unlisted")})) << "only the managed windows are listed";
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinActive"));
+    EXPECT_EQ(540, sys->integer("SysMetric", {I(sys->constant("metCyFullScreen"))}));
+    EXPECT_EQ(800, sys->integer("SysMetric", {I(sys->constant("metCxFullScreen"))}));
+    for (const char* p :
+         {"_NET_CLIENT_LIST", "_NET_SUPPORTING_WM_CHECK", "_NET_ACTIVE_WINDOW", "_NET_WORKAREA"})
+        run_on(xvfb.name(), root + "-remove " + p);
+    EXPECT_EQ(static_cast<int64_t>(own), sys->integer("SysWinHandle", {S(u"Unlisted")}));
+    EXPECT_EQ(600, sys->integer("SysMetric", {I(sys->constant("metCyFullScreen"))}));
+}
+
+// The icon docks in the notification area another client keeps.
+TEST_F(X11, NotificationIconDocksInTheTray) {
+    auto out = sys->call("SysIconAdd", {S(u"\\icon.ico")});
+    EXPECT_FALSE(out.result.b) << "no notification area yet";
+    EXPECT_EQ(50u, out.error.system_code);
+    kp::test::Child tray;
+    ASSERT_TRUE(tray.start({KP120_X11_PEER, "--tray"}, {"DISPLAY=" + xvfb.name()}));
+    ASSERT_FALSE(tray.line().empty());
+    EXPECT_TRUE(
+        sys->boolean("SysIconAdd", {S(u"\\icon.ico"), S(u"Orders: 3"), S(u"New order \u00e9 received")}));
+    const std::string dock = tray.line();
+    ASSERT_EQ(0u, dock.rfind("dock ", 0)) << dock;
+    const std::string icon = dock.substr(5);
+    EXPECT_EQ("message New order \xC3\xA9 received", tray.line());
+    EXPECT_EQ("Orders: 3", xdo("getwindowname " + icon));
+    EXPECT_TRUE(sys->boolean("SysIconModify", {S(u""), S(u"Orders: 4")}));
+    EXPECT_EQ("Orders: 4", xdo("getwindowname " + icon));
+    EXPECT_TRUE(sys->boolean("SysIconDelete"));
+    EXPECT_EQ("undock " + icon, tray.line());
+    out = sys->call("SysIconModify", {S(u"\\icon.ico")});
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(6u, out.error.system_code);
+}
+
+// Last: the server goes away under the display.
+TEST_F(X11, ZDisplayThatGoesAway) {
+    peer.stop();
+    xvfb.stop();
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, sys->integer("SysXRes"));
+    EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window")}));
+    EXPECT_FALSE(sys->boolean("SysValidHandle", {I(peer_window)}));
+    EXPECT_FALSE(sys->boolean("EmulateInput", {S(u"a")}));
+    EXPECT_EQ(-1, sys->integer("CursorPos"));
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
+    started = false;
+}
+
+} // namespace

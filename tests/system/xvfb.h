@@ -1,0 +1,136 @@
+// xvfb.h - an Xvfb server on a free display number, started by the test
+// itself (never the machine's display), and child processes with pipes.
+#pragma once
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace kp::test {
+
+// A child process whose standard input and output are pipes of ours.
+class Child {
+  public:
+    Child() = default;
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() { stop(); }
+
+    // Starts argv[0] (looked up in PATH) with extra environment entries;
+    // a quiet child's diagnostics go to /dev/null.
+    bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
+               bool quiet = false) {
+        int in[2], out[2];
+        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return false;
+        posix_spawn_file_actions_t fa;
+        posix_spawn_file_actions_init(&fa);
+        posix_spawn_file_actions_adddup2(&fa, in[0], 0);
+        posix_spawn_file_actions_adddup2(&fa, out[1], 1);
+        if (quiet) posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
+        std::vector<char*> args;
+        for (const auto& a : argv)
+            args.push_back(const_cast<char*>(a.c_str()));
+        args.push_back(nullptr);
+        std::vector<std::string> envs(env);
+        for (char** e = environ; *e; ++e)
+            envs.emplace_back(*e);
+        std::vector<char*> envp;
+        for (auto& e : envs)
+            envp.push_back(e.data());
+        envp.push_back(nullptr);
+        const int r = posix_spawnp(&pid_, args[0], &fa, nullptr, args.data(), envp.data());
+        posix_spawn_file_actions_destroy(&fa);
+        close(in[0]);
+        close(out[1]);
+        in_ = in[1];
+        out_ = out[0];
+        if (r != 0) pid_ = 0;
+        return r == 0;
+    }
+    // One line of the child's output, "" after `ms` milliseconds or at its end.
+    std::string line(int ms = 5000) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+        for (;;) {
+            const std::size_t nl = buf_.find('\n');
+            if (nl != std::string::npos) {
+                std::string l = buf_.substr(0, nl);
+                buf_.erase(0, nl + 1);
+                return l;
+            }
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now())
+                    .count();
+            if (left <= 0) return {};
+            pollfd p{out_, POLLIN, 0};
+            if (poll(&p, 1, static_cast<int>(left)) <= 0) return {};
+            char b[4096];
+            const ssize_t n = read(out_, b, sizeof b);
+            if (n <= 0) return {};
+            buf_.append(b, static_cast<std::size_t>(n));
+        }
+    }
+    void stop() {
+        if (in_ >= 0) close(in_), in_ = -1;
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            int st = 0;
+            waitpid(pid_, &st, 0);
+            pid_ = 0;
+        }
+        if (out_ >= 0) close(out_), out_ = -1;
+    }
+    pid_t pid() const { return pid_; }
+
+  private:
+    pid_t pid_ = 0;
+    int in_ = -1, out_ = -1;
+    std::string buf_;
+};
+
+// Xvfb choosing its own free display number (-displayfd).
+class Xvfb {
+  public:
+    bool start(const std::string& geometry = "800x600x24") {
+        if (!server_.start(
+                {"Xvfb", "-displayfd", "1", "-screen", "0", geometry, "-nolisten", "tcp", "-noreset"}, {},
+                true))
+            return false;
+        const std::string n = server_.line(10000);
+        if (n.empty()) return false;
+        name_ = ":" + n;
+        return true;
+    }
+    void stop() { server_.stop(); }
+    const std::string& name() const { return name_; }
+
+  private:
+    Child server_;
+    std::string name_;
+};
+
+// Output of a shell command run against `display`, trailing newline removed.
+inline std::string run_on(const std::string& display, const std::string& command) {
+    std::string out;
+    FILE* p = popen(("DISPLAY=" + display + " " + command + " 2>/dev/null").c_str(), "r");
+    if (!p) return out;
+    char b[4096];
+    std::size_t n;
+    while ((n = fread(b, 1, sizeof b, p)) > 0)
+        out.append(b, n);
+    pclose(p);
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r'))
+        out.pop_back();
+    return out;
+}
+
+} // namespace kp::test

@@ -49,8 +49,6 @@ std::string machine_serial();
 // Absolute path of process `pid`'s executable (0: this process); "" with
 // last error 87 when there is no such process, 5 when it cannot be read.
 std::string process_executable(int64_t pid);
-// This process's identifier.
-int64_t own_process_id();
 
 // Memory figures in bytes: total and available physical memory
 // (/proc/meminfo MemTotal and MemAvailable); false when unreadable.

@@ -164,10 +164,6 @@ std::string machine_serial() {
     return {};
 }
 
-int64_t own_process_id() {
-    return static_cast<int64_t>(getpid());
-}
-
 std::string process_executable(int64_t pid) {
     if (pid < 0 || pid > 0x7FFFFFFF) {
         set_last_error(kErrorInvalidParameter);

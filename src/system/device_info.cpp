@@ -6,6 +6,7 @@
 #include "platform/codepage.h"
 #include "platform/paths.h"
 #include "platform/power.h"
+#include "platform/processes.h"
 #include "platform/sysinfo.h"
 #include "platform/win32_error.h"
 #include "system/device.h"

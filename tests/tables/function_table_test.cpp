@@ -115,8 +115,9 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
             ++marked;
             // Of the seven such entries that kept a handler on the device,
             // the directory selector keeps its handlers here.
-            if (std::string(f.english) != "fSelectDir")
+            if (std::string(f.english) != "fSelectDir") {
                 EXPECT_EQ(provided_mask[i], 0) << "a function this edition does not provide names a handler";
+            }
         } else if (provided_mask[i] != 0 && provided_mask[i] != all) {
             ++mixed;
         }

@@ -624,7 +624,7 @@ uint32_t set_value(Key key, std::u16string_view name, uint32_t type, const uint8
         OpenKey k;
         if (uint32_t e = s.lookup(key, k)) return e;
         if (!(k.access & kSetValue)) return kDenied;
-        if ((!data && size) || name.size() > kMaxValueName) return kInvalidParameter;
+        if ((!data && size) || size > 0x7FFFFFFFu || name.size() > kMaxValueName) return kInvalidParameter;
         sqlite3_stmt* st = s.stmt(kUpsertValue);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
         std::string n = to_utf8(name), fold = folded(name);

@@ -81,6 +81,7 @@ const char* const kCountTables = "SELECT count(*) FROM sqlite_master";
 
 enum Stmt {
     kFindKey,
+    kFindKeyName,
     kKeyExists,
     kInsertKey,
     kEnumKey,
@@ -100,6 +101,7 @@ enum Stmt {
 };
 const char* const kSql[kStmtCount] = {
     "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2",
+    "SELECT name FROM keys WHERE parent = ?1 AND folded = ?2",
     "SELECT 1 FROM keys WHERE id = ?1",
     "INSERT INTO keys(parent, name, folded) VALUES(?1, ?2, ?3)",
     "SELECT name, folded FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
@@ -719,6 +721,44 @@ uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars)
         }
         sqlite3_reset(st);
         return e == kNoMoreItems ? s.missing(k.id, kNoMoreItems) : e;
+    });
+}
+
+uint32_t enum_key_after(Key key, std::u16string_view name, char16_t* next, uint32_t* next_chars) {
+    return with_store([&](Store& s) -> uint32_t {
+        OpenKey k;
+        if (uint32_t e = s.lookup(key, k)) return e;
+        if (!(k.access & kEnumerateSubKeys)) return kDenied;
+        if (!next || !next_chars) return kInvalidParameter;
+        std::string fold = folded(name);
+        sqlite3_stmt* find = s.stmt(kFindKeyName);
+        sqlite3_stmt* after = s.stmt(kEnumKeyAfter);
+        if (!find || !after) return map_sqlite(sqlite3_errcode(s.db));
+        sqlite3_bind_int64(find, 1, k.id);
+        bind_text(find, 2, fold);
+        int rc = sqlite3_step(find);
+        bool spelled = rc == SQLITE_ROW && column_text(find, 0) == name;
+        sqlite3_reset(find);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return map_sqlite(rc);
+        if (!spelled) return s.missing(k.id, kNotFound);
+        sqlite3_bind_int64(after, 1, k.id);
+        bind_text(after, 2, fold);
+        rc = sqlite3_step(after);
+        uint32_t e = kOk;
+        if (rc == SQLITE_ROW) {
+            std::u16string n = column_text(after, 0);
+            if (n.size() + 1 > *next_chars) {
+                e = kMoreData;
+            } else {
+                std::memcpy(next, n.data(), n.size() * sizeof(char16_t));
+                next[n.size()] = u'\0';
+            }
+            *next_chars = static_cast<uint32_t>(n.size());
+        } else {
+            e = rc == SQLITE_DONE ? kNoMoreItems : map_sqlite(rc);
+        }
+        sqlite3_reset(after);
+        return e;
     });
 }
 

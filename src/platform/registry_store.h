@@ -88,6 +88,12 @@ uint32_t query_info_key(Key key, KeyInfo* info);
 uint32_t delete_key(Key parent, std::u16string_view subkey);
 uint32_t delete_value(Key key, std::u16string_view name);
 
+// The subkey that follows the one named `name` (spelled exactly so, case
+// included) in enumeration order: 2 when no subkey is spelled so, 259 when
+// it is the last; the name buffer as enum_key's.  One lookup, where a walk
+// by index would count from the first subkey.
+uint32_t enum_key_after(Key key, std::u16string_view name, char16_t* next, uint32_t* next_chars);
+
 // How long a write waits for another process's write before it fails with
 // 170 (busy); 5000 ms unless set.
 void set_busy_timeout(uint32_t milliseconds);

@@ -416,25 +416,23 @@ std::u16string next_key(std::u16string_view key) {
     std::u16string_view name = cut == std::u16string_view::npos ? p.subkey : p.subkey.substr(cut + 1);
     Open k;
     if (k.child(p.root, parent, store::kEnumerateSubKeys)) return {};
+    // The sibling at the index after the subkey whose name equals `name`
+    // with regard to case (names are unique whatever their case, so there
+    // is at most one).
     char16_t buf[256];
-    for (uint32_t i = 0;; ++i) {
-        uint32_t chars = 256;
-        if (store::enum_key(k.get(), i, buf, &chars)) return {};
-        if (std::u16string_view(buf, chars) != name) continue; // with regard to case
-        chars = 256;
-        if (store::enum_key(k.get(), i + 1, buf, &chars)) return {};
-        // A key right under its root has the root as parent: the result is
-        // then the root name, one backslash and the name, so that it names
-        // the sibling again when passed back.
-        std::u16string out(p.root_name);
+    uint32_t chars = 256;
+    if (store::enum_key_after(k.get(), name, buf, &chars)) return {};
+    // A key right under its root has the root as parent: the result is then
+    // the root name, one backslash and the name, so that it names the
+    // sibling again when passed back.
+    std::u16string out(p.root_name);
+    out += u'\\';
+    if (!parent.empty()) {
+        out += parent;
         out += u'\\';
-        if (!parent.empty()) {
-            out += parent;
-            out += u'\\';
-        }
-        out.append(buf, chars);
-        return out;
     }
+    out.append(buf, chars);
+    return out;
 }
 
 bool create_key(std::u16string_view key, CXError& err) {

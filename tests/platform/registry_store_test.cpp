@@ -176,6 +176,17 @@ TEST_F(Store, EnumerationOrders) {
     for (const char16_t* n : {u"b", u"C", u"a", u"Ä"})
         close_key(create(n, nullptr, k));
     EXPECT_EQ(subkeys(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
+    // The sibling after a name spelled exactly so.
+    struct After {
+        std::u16string name, next;
+        uint32_t error;
+    } afters[] = {{u"a", u"b", 0}, {u"b", u"C", 0}, {u"B", u"", 2}, {u"Ä", u"", 259}, {u"zz", u"", 2}};
+    for (const auto& a : afters) {
+        char16_t buf[8];
+        uint32_t n = 8;
+        EXPECT_EQ(enum_key_after(k, a.name, buf, &n), a.error);
+        if (!a.error) EXPECT_EQ(std::u16string(buf, n), a.next);
+    }
     for (const char16_t* n : {u"z", u"Y", u"a"})
         set_dword(k, n, 1);
     set_dword(k, u"Z", 2); // an update keeps the place of the first write

@@ -185,7 +185,9 @@ TEST_F(Store, EnumerationOrders) {
         char16_t buf[8];
         uint32_t n = 8;
         EXPECT_EQ(enum_key_after(k, a.name, buf, &n), a.error);
-        if (!a.error) EXPECT_EQ(std::u16string(buf, n), a.next);
+        if (!a.error) {
+            EXPECT_EQ(std::u16string(buf, n), a.next);
+        }
     }
     for (const char16_t* n : {u"z", u"Y", u"a"})
         set_dword(k, n, 1);

@@ -472,6 +472,8 @@ bool delete_key(std::u16string_view key, CXError& err) {
     if (e == kNotFound || e == kInvalidHandle || e == kInvalidParameter || e == kBadPathname ||
         e == kNameTooLong)
         return true;
+    // A registry that cannot be used (a file that is no registry, busy past
+    // the timeout): false, with the system error and no identifier.
     if (e) return fail(e);
     // A root itself is never deleted, not even its subkeys.
     if (p.subkey.empty()) return fail(kAccessDenied);

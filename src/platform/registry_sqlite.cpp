@@ -81,14 +81,19 @@ const char* const kCountTables = "SELECT count(*) FROM sqlite_master";
 
 enum Stmt {
     kFindKey,
+    kFindKeyName,
     kKeyExists,
     kInsertKey,
     kEnumKey,
+    kEnumKeyFrom,
+    kEnumKeyAfter,
     kHasSubkey,
     kSubkeyNames,
     kFindValue,
     kUpsertValue,
     kEnumValue,
+    kEnumValueFrom,
+    kEnumValueAfter,
     kValueInfo,
     kDeleteValue,
     kDeleteKey,
@@ -96,15 +101,20 @@ enum Stmt {
 };
 const char* const kSql[kStmtCount] = {
     "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2",
+    "SELECT name FROM keys WHERE parent = ?1 AND folded = ?2",
     "SELECT 1 FROM keys WHERE id = ?1",
     "INSERT INTO keys(parent, name, folded) VALUES(?1, ?2, ?3)",
-    "SELECT name FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
+    "SELECT name, folded FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
+    "SELECT name, folded FROM keys WHERE parent = ?1 AND folded >= ?2 ORDER BY folded LIMIT 1",
+    "SELECT name, folded FROM keys WHERE parent = ?1 AND folded > ?2 ORDER BY folded LIMIT 1",
     "SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1",
     "SELECT name FROM keys WHERE parent = ?1",
     "SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2",
     ("INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
      " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data"),
-    "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2",
+    "SELECT name, type, data, id FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2",
+    "SELECT name, type, data, id FROM vals WHERE key = ?1 AND id >= ?2 ORDER BY id LIMIT 1",
+    "SELECT name, type, data, id FROM vals WHERE key = ?1 AND id > ?2 ORDER BY id LIMIT 1",
     "SELECT name, length(data) FROM vals WHERE key = ?1",
     "DELETE FROM vals WHERE key = ?1 AND folded = ?2",
     "DELETE FROM keys WHERE id = ?1",
@@ -245,9 +255,22 @@ std::string folded(std::u16string_view s) {
     return to_utf8(buf);
 }
 
+// Where the last enumeration of a key stopped: the index it gave and the
+// sort key of the item there (folded name of a subkey, id of a value).  The
+// next index (or the same again) then starts from that item instead of
+// counting from the first, so that a walk over n items costs n lookups,
+// not n * n / 2 steps.  Index 0 always counts from the first.
+struct Cursor {
+    uint32_t key_index = 0xFFFFFFFFu;
+    std::string key_at;
+    uint32_t value_index = 0xFFFFFFFFu;
+    int64_t value_at = 0;
+};
+
 struct OpenKey {
     int64_t id;
     uint32_t access;
+    Cursor cursor;
 };
 
 // The component's registry connection: from the first call after
@@ -261,6 +284,7 @@ struct Store {
     std::array<sqlite3_stmt*, kStmtCount> stmts{};
     std::unordered_map<Key, OpenKey> handles;
     Key next_handle = 0x100;
+    Cursor root_cursors[4];
     int batch_depth = 0;
 
     ~Store() { close(); }
@@ -366,13 +390,41 @@ struct Store {
     // Resolves a handle (roots included).
     uint32_t lookup(Key key, OpenKey& out) {
         if (key >= kClassesRoot && key <= kUsers) {
-            out = {static_cast<int64_t>(key - kClassesRoot + 1), kAllAccess};
+            out = {static_cast<int64_t>(key - kClassesRoot + 1), kAllAccess, {}};
             return kOk;
         }
         auto it = handles.find(key);
         if (it == handles.end()) return kBadHandle;
         out = it->second;
         return kOk;
+    }
+
+    Cursor& cursor(Key key) {
+        if (key >= kClassesRoot && key <= kUsers) return root_cursors[key - kClassesRoot];
+        return handles[key].cursor;
+    }
+
+    // The enumeration statement for `index`, bound: from the cursor when it
+    // stands at index or index - 1, by offset otherwise.
+    sqlite3_stmt* enum_stmt(bool values, int64_t id, uint32_t index, const Cursor& c) {
+        uint32_t at = values ? c.value_index : c.key_index;
+        bool same = index > 0 && at == index, next = index > 0 && at != 0xFFFFFFFFu && at + 1 == index;
+        Stmt which = values ? (same   ? kEnumValueFrom
+                               : next ? kEnumValueAfter
+                                      : kEnumValue)
+                            : (same   ? kEnumKeyFrom
+                               : next ? kEnumKeyAfter
+                                      : kEnumKey);
+        sqlite3_stmt* st = stmt(which);
+        if (!st) return nullptr;
+        sqlite3_bind_int64(st, 1, id);
+        if (!same && !next)
+            sqlite3_bind_int64(st, 2, index);
+        else if (values)
+            sqlite3_bind_int64(st, 2, c.value_at);
+        else
+            sqlite3_bind_text(st, 2, c.key_at.data(), static_cast<int>(c.key_at.size()), SQLITE_TRANSIENT);
+        return st;
     }
 
     Key add_handle(int64_t id, uint32_t access) {
@@ -382,7 +434,7 @@ struct Store {
             if (next_handle >= kClassesRoot) next_handle = 0x100;
             k = next_handle;
         } while (handles.count(k));
-        handles[k] = {id, access};
+        handles[k] = {id, access, {}};
         return k;
     }
 
@@ -624,7 +676,7 @@ uint32_t set_value(Key key, std::u16string_view name, uint32_t type, const uint8
         OpenKey k;
         if (uint32_t e = s.lookup(key, k)) return e;
         if (!(k.access & kSetValue)) return kDenied;
-        if ((!data && size) || name.size() > kMaxValueName) return kInvalidParameter;
+        if ((!data && size) || size > 0x7FFFFFFFu || name.size() > kMaxValueName) return kInvalidParameter;
         sqlite3_stmt* st = s.stmt(kUpsertValue);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
         std::string n = to_utf8(name), fold = folded(name);
@@ -647,13 +699,15 @@ uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars)
         if (uint32_t e = s.lookup(key, k)) return e;
         if (!(k.access & kEnumerateSubKeys)) return kDenied;
         if (!name || !name_chars) return kInvalidParameter;
-        sqlite3_stmt* st = s.stmt(kEnumKey);
+        Cursor& c = s.cursor(key);
+        sqlite3_stmt* st = s.enum_stmt(false, k.id, index, c);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
-        sqlite3_bind_int64(st, 1, k.id);
-        sqlite3_bind_int64(st, 2, index);
         int rc = sqlite3_step(st);
         uint32_t e = kOk;
         if (rc == SQLITE_ROW) {
+            c.key_index = index;
+            c.key_at.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 1)),
+                            static_cast<std::size_t>(sqlite3_column_bytes(st, 1)));
             std::u16string n = column_text(st, 0);
             if (n.size() + 1 > *name_chars) {
                 e = kMoreData;
@@ -670,6 +724,44 @@ uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars)
     });
 }
 
+uint32_t enum_key_after(Key key, std::u16string_view name, char16_t* next, uint32_t* next_chars) {
+    return with_store([&](Store& s) -> uint32_t {
+        OpenKey k;
+        if (uint32_t e = s.lookup(key, k)) return e;
+        if (!(k.access & kEnumerateSubKeys)) return kDenied;
+        if (!next || !next_chars) return kInvalidParameter;
+        std::string fold = folded(name);
+        sqlite3_stmt* find = s.stmt(kFindKeyName);
+        sqlite3_stmt* after = s.stmt(kEnumKeyAfter);
+        if (!find || !after) return map_sqlite(sqlite3_errcode(s.db));
+        sqlite3_bind_int64(find, 1, k.id);
+        bind_text(find, 2, fold);
+        int rc = sqlite3_step(find);
+        bool spelled = rc == SQLITE_ROW && column_text(find, 0) == name;
+        sqlite3_reset(find);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return map_sqlite(rc);
+        if (!spelled) return s.missing(k.id, kNotFound);
+        sqlite3_bind_int64(after, 1, k.id);
+        bind_text(after, 2, fold);
+        rc = sqlite3_step(after);
+        uint32_t e = kOk;
+        if (rc == SQLITE_ROW) {
+            std::u16string n = column_text(after, 0);
+            if (n.size() + 1 > *next_chars) {
+                e = kMoreData;
+            } else {
+                std::memcpy(next, n.data(), n.size() * sizeof(char16_t));
+                next[n.size()] = u'\0';
+            }
+            *next_chars = static_cast<uint32_t>(n.size());
+        } else {
+            e = rc == SQLITE_DONE ? kNoMoreItems : map_sqlite(rc);
+        }
+        sqlite3_reset(after);
+        return e;
+    });
+}
+
 uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_chars, uint32_t* type,
                     uint8_t* data, uint32_t* size) {
     return with_store([&](Store& s) -> uint32_t {
@@ -677,13 +769,14 @@ uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_char
         if (uint32_t e = s.lookup(key, k)) return e;
         if (!(k.access & kQueryValue)) return kDenied;
         if (!name || !name_chars || (data && !size)) return kInvalidParameter;
-        sqlite3_stmt* st = s.stmt(kEnumValue);
+        Cursor& c = s.cursor(key);
+        sqlite3_stmt* st = s.enum_stmt(true, k.id, index, c);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
-        sqlite3_bind_int64(st, 1, k.id);
-        sqlite3_bind_int64(st, 2, index);
         int rc = sqlite3_step(st);
         uint32_t e = kOk;
         if (rc == SQLITE_ROW) {
+            c.value_index = index;
+            c.value_at = sqlite3_column_int64(st, 3);
             std::u16string n = column_text(st, 0);
             if (n.size() + 1 > *name_chars) {
                 e = kMoreData;

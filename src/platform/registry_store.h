@@ -42,8 +42,8 @@ inline constexpr uint32_t kWrite = 0x20006;
 inline constexpr uint32_t kAllAccess = 0xF003F;
 
 // Value types.
-inline constexpr uint32_t kNone = 0, kSz = 1, kExpandSz = 2, kBinary = 3, kDword = 4, kDwordBigEndian = 5,
-                          kLink = 6, kMultiSz = 7, kResourceList = 8;
+inline constexpr uint32_t kNone = 0, kSz = 1, kExpandSz = 2, kBinary = 3, kDword = 4, kDwordBigEndian = 5, kLink = 6,
+                          kMultiSz = 7, kResourceList = 8;
 
 // Dispositions reported by create_key.
 inline constexpr uint32_t kCreatedNewKey = 1, kOpenedExistingKey = 2;
@@ -80,13 +80,19 @@ uint32_t set_value(Key key, std::u16string_view name, uint32_t type, const uint8
 // the name does not fit, 259 past the last one.  For enum_value, data and
 // size follow query_value's rules (data may be null).
 uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars);
-uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_chars, uint32_t* type,
-                    uint8_t* data, uint32_t* size);
+uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_chars, uint32_t* type, uint8_t* data,
+                    uint32_t* size);
 uint32_t query_info_key(Key key, KeyInfo* info);
 
 // Deletes a key that has no subkeys (5 when it still has some).
 uint32_t delete_key(Key parent, std::u16string_view subkey);
 uint32_t delete_value(Key key, std::u16string_view name);
+
+// The subkey that follows the one named `name` (spelled exactly so, case
+// included) in enumeration order: 2 when no subkey is spelled so, 259 when
+// it is the last; the name buffer as enum_key's.  One lookup, where a walk
+// by index would count from the first subkey.
+uint32_t enum_key_after(Key key, std::u16string_view name, char16_t* next, uint32_t* next_chars);
 
 // How long a write waits for another process's write before it fails with
 // 170 (busy); 5000 ms unless set.

@@ -1,7 +1,9 @@
 // registry.cpp - the registry functions over the registry store.
 #include "registry/registry.h"
 
+#include <algorithm>
 #include <cstring>
+#include <new>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 
@@ -16,8 +18,8 @@ using store::Key;
 
 namespace {
 
-constexpr uint32_t kNotFound = 2, kAccessDenied = 5, kInvalidHandle = 6, kInvalidParameter = 87,
-                   kBadPathname = 161, kNameTooLong = 206;
+constexpr uint32_t kNotFound = 2, kAccessDenied = 5, kInvalidHandle = 6, kNotEnoughMemory = 8,
+                   kInvalidParameter = 87, kBadPathname = 161, kNameTooLong = 206;
 
 // Root and subkey are held in buffers of 260 characters: a longer subkey
 // names no key (206) rather than a shortened one.
@@ -207,8 +209,8 @@ Data convert_data(uint32_t type, std::span<const uint8_t> bytes) {
     return d;
 }
 
-Data query_value(std::u16string_view key, ValueRef value, bool* read) {
-    if (read) *read = false;
+namespace {
+Data read_value(std::u16string_view key, ValueRef value, bool* read) {
     if (!value.by_number && key.empty() && value.name.empty()) return {};
     uint32_t type = 0;
     std::vector<uint8_t> data;
@@ -233,8 +235,22 @@ Data query_value(std::u16string_view key, ValueRef value, bool* read) {
         if (store::enum_value(k.get(), index, name, &chars, &type, data.data(), &size)) return {};
         data.resize(size);
     }
-    if (read) *read = true;
+    *read = true;
     return convert_data(type, data);
+}
+} // namespace
+
+Data query_value(std::u16string_view key, ValueRef value, bool* read) {
+    bool ok = false;
+    // A value too large for the memory left reads as a failure.
+    try {
+        Data d = read_value(key, value, &ok);
+        if (read) *read = ok;
+        return d;
+    } catch (const std::bad_alloc&) {
+        if (read) *read = false;
+        return {};
+    }
 }
 
 bool set_value(std::u16string_view key, ValueRef value, uint32_t type, std::span<const uint8_t> bytes,
@@ -299,8 +315,19 @@ bool set_memory(std::u16string_view key, ValueRef value, uintptr_t address, int3
     if (size < 0) {
         e = kInvalidParameter;
     } else {
-        bytes.resize(static_cast<std::size_t>(size));
-        if (size > 0 && !platform::read_memory(address, bytes.data(), bytes.size())) e = 998;
+        // Read a megabyte at a time: a size beyond the readable memory fails
+        // without first taking that much memory.
+        try {
+            std::size_t done = 0, total = static_cast<std::size_t>(size);
+            while (!e && done < total) {
+                std::size_t n = std::min<std::size_t>(total - done, std::size_t(1) << 20);
+                bytes.resize(done + n);
+                if (!platform::read_memory(address + done, bytes.data() + done, n)) e = 998;
+                done += n;
+            }
+        } catch (const std::bad_alloc&) {
+            e = kNotEnoughMemory;
+        }
     }
     if (e) {
         report_write_failure(err, key, value.by_number ? std::u16string_view() : value.name, e);
@@ -389,25 +416,23 @@ std::u16string next_key(std::u16string_view key) {
     std::u16string_view name = cut == std::u16string_view::npos ? p.subkey : p.subkey.substr(cut + 1);
     Open k;
     if (k.child(p.root, parent, store::kEnumerateSubKeys)) return {};
+    // The sibling at the index after the subkey whose name equals `name`
+    // with regard to case (names are unique whatever their case, so there
+    // is at most one).
     char16_t buf[256];
-    for (uint32_t i = 0;; ++i) {
-        uint32_t chars = 256;
-        if (store::enum_key(k.get(), i, buf, &chars)) return {};
-        if (std::u16string_view(buf, chars) != name) continue; // with regard to case
-        chars = 256;
-        if (store::enum_key(k.get(), i + 1, buf, &chars)) return {};
-        // A key right under its root has the root as parent: the result is
-        // then the root name, one backslash and the name, so that it names
-        // the sibling again when passed back.
-        std::u16string out(p.root_name);
+    uint32_t chars = 256;
+    if (store::enum_key_after(k.get(), name, buf, &chars)) return {};
+    // A key right under its root has the root as parent: the result is then
+    // the root name, one backslash and the name, so that it names the
+    // sibling again when passed back.
+    std::u16string out(p.root_name);
+    out += u'\\';
+    if (!parent.empty()) {
+        out += parent;
         out += u'\\';
-        if (!parent.empty()) {
-            out += parent;
-            out += u'\\';
-        }
-        out.append(buf, chars);
-        return out;
     }
+    out.append(buf, chars);
+    return out;
 }
 
 bool create_key(std::u16string_view key, CXError& err) {
@@ -447,6 +472,8 @@ bool delete_key(std::u16string_view key, CXError& err) {
     if (e == kNotFound || e == kInvalidHandle || e == kInvalidParameter || e == kBadPathname ||
         e == kNameTooLong)
         return true;
+    // A registry that cannot be used (a file that is no registry, busy past
+    // the timeout): false, with the system error and no identifier.
     if (e) return fail(e);
     // A root itself is never deleted, not even its subkeys.
     if (p.subkey.empty()) return fail(kAccessDenied);
@@ -526,8 +553,8 @@ std::u16string key_columns(const std::u16string& path) {
 // tab and the data.  A key's values come before its subkeys, and each
 // subkey's line before what was found under it (depth first).  Lines are
 // separated by CR LF.  An empty text finds nothing.
-std::u16string seek(std::u16string_view key, std::u16string_view text, int32_t options) {
-    if (key.empty() || text.empty()) return {};
+namespace {
+std::u16string seek_in(std::u16string_view key, std::u16string_view text, int32_t options) {
     bool whole = (options & kSeekWholeWord) != 0;
     KeyPath p = parse_key_path(key);
     Frame start;
@@ -581,6 +608,17 @@ std::u16string seek(std::u16string_view key, std::u16string_view text, int32_t o
         }
     }
     return out;
+}
+} // namespace
+
+std::u16string seek(std::u16string_view key, std::u16string_view text, int32_t options) {
+    if (key.empty() || text.empty()) return {};
+    // Finds that outgrow the memory left give the empty string.
+    try {
+        return seek_in(key, text, options);
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
 }
 
 } // namespace kp::registry

@@ -19,8 +19,7 @@ Key root_key(int r) {
 }
 
 // One key's values, in enumeration order.
-uint32_t gather_values(Key k, regfile::Key& out) {
-    std::vector<char16_t> name(16384);
+uint32_t gather_values(Key k, regfile::Key& out, std::vector<char16_t>& name) {
     for (uint32_t i = 0;; ++i) {
         regfile::Value v;
         uint32_t chars = static_cast<uint32_t>(name.size()), size = 0;
@@ -45,13 +44,14 @@ uint32_t gather_tree(Key root, std::u16string_view subkey, std::u16string path, 
     Key start = 0;
     if (uint32_t e = store::open_key(root, subkey, store::kRead, &start)) return e;
     std::vector<Frame> stack{{start, std::move(path)}};
+    std::vector<char16_t> name_buffer(16384);
     uint32_t err = 0;
     while (!stack.empty()) {
         Frame& f = stack.back();
         if (f.next == 0) {
             regfile::Key k;
             k.path = f.path;
-            if ((err = gather_values(f.key, k))) break;
+            if ((err = gather_values(f.key, k, name_buffer))) break;
             doc.keys.push_back(std::move(k));
         }
         char16_t name[256];

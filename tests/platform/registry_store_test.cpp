@@ -3,6 +3,7 @@
 // and what happens with files that are not usable.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sqlite3.h>
@@ -175,6 +176,19 @@ TEST_F(Store, EnumerationOrders) {
     for (const char16_t* n : {u"b", u"C", u"a", u"Ä"})
         close_key(create(n, nullptr, k));
     EXPECT_EQ(subkeys(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
+    // The sibling after a name spelled exactly so.
+    struct After {
+        std::u16string name, next;
+        uint32_t error;
+    } afters[] = {{u"a", u"b", 0}, {u"b", u"C", 0}, {u"B", u"", 2}, {u"Ä", u"", 259}, {u"zz", u"", 2}};
+    for (const auto& a : afters) {
+        char16_t buf[8];
+        uint32_t n = 8;
+        EXPECT_EQ(enum_key_after(k, a.name, buf, &n), a.error);
+        if (!a.error) {
+            EXPECT_EQ(std::u16string(buf, n), a.next);
+        }
+    }
     for (const char16_t* n : {u"z", u"Y", u"a"})
         set_dword(k, n, 1);
     set_dword(k, u"Z", 2); // an update keeps the place of the first write
@@ -200,6 +214,51 @@ TEST_F(Store, EnumerationOrders) {
     EXPECT_EQ(info.max_subkey_len, 1u);
     EXPECT_EQ(info.max_value_name_len, 1u);
     EXPECT_EQ(info.max_value_len, 4u);
+    close_key(k);
+}
+
+// Sequential walks go on from where the last one stopped; any other order
+// of indexes, and two walks interleaved on one key, give the same items.
+TEST_F(Store, EnumerationInAnyOrderOfIndexes) {
+    Key k = create(u"Any");
+    std::vector<std::u16string> names;
+    for (int i = 0; i < 20; ++i) {
+        std::u16string n = u"k" + std::u16string(1, static_cast<char16_t>(u'a' + (i * 7) % 20));
+        close_key(create(n, nullptr, k));
+        set_dword(k, n, static_cast<uint32_t>(i));
+        names.push_back(n);
+    }
+    std::vector<std::u16string> sorted = names;
+    std::sort(sorted.begin(), sorted.end());
+    Key other = 0;
+    ASSERT_EQ(open_key(kCurrentUser, u"any", kRead, &other), 0u);
+    const uint32_t order[] = {0, 1, 2, 2, 1, 3, 19, 18, 5, 6, 0, 7, 20, 8, 9};
+    for (uint32_t i : order) {
+        for (Key h : {k, other, k}) {
+            char16_t buf[8];
+            uint32_t n = 8;
+            uint32_t e = enum_key(h, i, buf, &n);
+            if (i >= 20) {
+                EXPECT_EQ(e, 259u);
+                continue;
+            }
+            ASSERT_EQ(e, 0u);
+            EXPECT_EQ(std::u16string(buf, n), sorted[i]) << i;
+            n = 8;
+            uint32_t type = 0, size = 0;
+            ASSERT_EQ(enum_value(h, i, buf, &n, &type, nullptr, &size), 0u);
+            EXPECT_EQ(std::u16string(buf, n), names[i]) << i;
+        }
+    }
+    // An item deleted behind the walk does not make it skip the next one.
+    char16_t buf[8];
+    uint32_t n = 8;
+    ASSERT_EQ(enum_value(k, 3, buf, &n, nullptr, nullptr, nullptr), 0u);
+    ASSERT_EQ(delete_value(k, names[3]), 0u);
+    n = 8;
+    ASSERT_EQ(enum_value(k, 4, buf, &n, nullptr, nullptr, nullptr), 0u);
+    EXPECT_EQ(std::u16string(buf, n), names[4]);
+    close_key(other);
     close_key(k);
 }
 

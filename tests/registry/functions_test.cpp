@@ -280,6 +280,8 @@ TEST_F(Functions, WritingFailures) {
     r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), S(u"m"), I(16), I(4)});
     EXPECT_FALSE(r.result.b);
     EXPECT_EQ(r.error.system_code, 998u);
+    r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), I(0), I(16), I(0x7FFFFFFF)});
+    EXPECT_EQ(r.error.system_code, 998u);
     r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), S(u"m"), I(16), I(-1)});
     EXPECT_EQ(r.error.system_code, 87u);
     r = call("RegistrySetValue", {S(u"HKEY_DYN_DATA\\W"), S(u"m"), I(1)});

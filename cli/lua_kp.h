@@ -42,6 +42,10 @@ bool currency_at(lua_State* L, int index, const uint8_t*& bytes);
 // The value a `kp.var` at `index` refers to, or null when it is not one.
 const kp::host::Value* var_at(lua_State* L, int index);
 
+// Lua value at `index` -> host value (no variables or functions); false
+// with the reason in `err`.  `what` names the value in messages.
+bool lua_value(lua_State* L, int index, kp::host::Value& out, const std::string& what, std::string& err);
+
 // Pushes a host value as its Lua counterpart.
 void push_value(lua_State* L, const kp::host::Value& v);
 

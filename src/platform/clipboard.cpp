@@ -41,7 +41,9 @@ bool dib_size(const uint8_t* p, std::size_t n, int32_t& width, int32_t& height) 
         height = le16(p + 6);
         return true;
     }
-    if (header < 40 || n < 16) return false;
+    // BITMAPINFOHEADER and its later versions (V2 to V5).
+    if ((header != 40 && header != 52 && header != 56 && header != 64 && header != 108 && header != 124) || n < 16)
+        return false;
     const int32_t w = static_cast<int32_t>(le32(p + 4));
     const int32_t h = static_cast<int32_t>(le32(p + 8));
     if (w < 0 || h == INT32_MIN) return false;
@@ -54,7 +56,8 @@ bool dib_size(const uint8_t* p, std::size_t n, int32_t& width, int32_t& height) 
 
 bool image_size(std::span<const uint8_t> b, int32_t& width, int32_t& height) {
     static const uint8_t kPng[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    if (b.size() >= 24 && std::memcmp(b.data(), kPng, 8) == 0 && std::memcmp(b.data() + 12, "IHDR", 4) == 0) {
+    if (b.size() >= 8 && std::memcmp(b.data(), kPng, 8) == 0) {
+        if (b.size() < 24 || std::memcmp(b.data() + 12, "IHDR", 4) != 0) return false;
         const uint32_t w = be32(b.data() + 16), h = be32(b.data() + 20);
         if (w > 0x7FFFFFFFu || h > 0x7FFFFFFFu) return false;
         width = static_cast<int32_t>(w);

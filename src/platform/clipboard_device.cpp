@@ -240,10 +240,21 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool is_format_available(uint32_t format) override {
-        if (open_) return content_.count(format) != 0;
-        std::string dir, raw;
-        if (!locate(dir, false) || !read_whole(dir + "/clipboard.dat", raw)) return false;
-        return parse(raw).count(format) != 0;
+        Content read;
+        const Content* c = &content_;
+        if (!open_) {
+            std::string dir, raw;
+            if (!locate(dir, false)) {
+                set_last_error(kErrorSuccess); // no system directory yet: an empty clipboard
+                return false;
+            }
+            if (!read_whole(dir + "/clipboard.dat", raw)) return false;
+            read = parse(raw);
+            c = &read;
+        }
+        // A device-independent bitmap also stands for the bitmap.
+        if (format == kFormatBitmap && c->count(kFormatDib)) return true;
+        return c->count(format) != 0;
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {

@@ -55,22 +55,41 @@ using Formats = std::map<uint32_t, std::vector<uint8_t>>;
 std::mutex g_handler_mutex;
 std::vector<Display*> g_displays;
 XErrorHandler g_previous_handler = nullptr;
+XIOErrorHandler g_previous_io_handler = nullptr;
 bool g_handler_installed = false;
+
+bool is_ours(Display* d) {
+    return std::find(g_displays.begin(), g_displays.end(), d) != g_displays.end();
+}
 
 int on_x_error(Display* d, XErrorEvent* e) {
     XErrorHandler previous = nullptr;
     {
         std::lock_guard<std::mutex> lock(g_handler_mutex);
-        if (std::find(g_displays.begin(), g_displays.end(), d) != g_displays.end()) return 0;
+        if (is_ours(d)) return 0;
         previous = g_previous_handler;
     }
     return previous ? previous(d, e) : 0;
+}
+
+// The loss of one of the component's connections is no reason to end the
+// process: the handler returns, Xlib then calls the connection's exit
+// handler (X11Clipboard::on_io_error), which marks the clipboard dead.
+int on_x_io_error(Display* d) {
+    XIOErrorHandler previous = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(g_handler_mutex);
+        if (is_ours(d)) return 0;
+        previous = g_previous_io_handler;
+    }
+    return previous ? previous(d) : 0;
 }
 
 void register_display(Display* d) {
     std::lock_guard<std::mutex> lock(g_handler_mutex);
     if (!g_handler_installed) {
         g_previous_handler = XSetErrorHandler(on_x_error);
+        g_previous_io_handler = XSetIOErrorHandler(on_x_io_error);
         g_handler_installed = true;
     }
     g_displays.push_back(d);
@@ -175,7 +194,14 @@ class X11Clipboard final : public Clipboard {
             stop_ = true;
         }
         wake();
-        if (worker_.joinable()) worker_.join();
+        // The process may end from the thread itself (a handler of the
+        // host's calling exit); it cannot wait for itself.
+        if (worker_.joinable()) {
+            if (worker_.get_id() == std::this_thread::get_id())
+                worker_.detach();
+            else
+                worker_.join();
+        }
         if (!dead_) {
             XDestroyWindow(dpy_, win_);
             XCloseDisplay(dpy_);

@@ -95,9 +95,17 @@ void register_display(Display* d) {
     g_displays.push_back(d);
 }
 
+// With the last connection gone the handlers that were there before come
+// back (unless someone installed others since): the component may be
+// unloaded while Xlib stays.
 void unregister_display(Display* d) {
     std::lock_guard<std::mutex> lock(g_handler_mutex);
     g_displays.erase(std::remove(g_displays.begin(), g_displays.end(), d), g_displays.end());
+    if (!g_displays.empty() || !g_handler_installed) return;
+    if (XErrorHandler now = XSetErrorHandler(g_previous_handler); now != on_x_error) XSetErrorHandler(now);
+    if (XIOErrorHandler now = XSetIOErrorHandler(g_previous_io_handler); now != on_x_io_error)
+        XSetIOErrorHandler(now);
+    g_handler_installed = false;
 }
 
 // UTF-8 for other clients: lone surrogates become U+FFFD.
@@ -356,17 +364,33 @@ class X11Clipboard final : public Clipboard {
 
     bool fetch_text(std::u16string& text) {
         std::lock_guard<std::mutex> lock(call_mutex_);
-        for (Atom target : {utf8_, text_plain_, string_}) {
+        Job offer;
+        offer.target = targets_;
+        if (!submit(offer)) return false;
+        if (offer.from_own_data) {
+            const Formats f = owned_copy();
+            auto it = f.find(kFormatUnicodeText);
+            if (it == f.end()) {
+                set_last_error(kErrorSuccess);
+                return false;
+            }
+            text = text_of_block(it->second);
+            return true;
+        }
+        // The owner's own list decides; an owner without one is asked for
+        // UTF-8, then for Latin-1.
+        std::vector<Atom> candidates;
+        if (offer.present) {
+            for (Atom a : {utf8_, text_plain_, string_})
+                if (std::find(offer.atoms.begin(), offer.atoms.end(), a) != offer.atoms.end())
+                    candidates.push_back(a);
+        } else {
+            candidates = {utf8_, string_};
+        }
+        for (Atom target : candidates) {
             Job job;
             job.target = target;
             if (!submit(job)) return false;
-            if (job.from_own_data) {
-                const Formats f = owned_copy();
-                auto it = f.find(kFormatUnicodeText);
-                if (it == f.end()) break;
-                text = text_of_block(it->second);
-                return true;
-            }
             if (!job.present) continue;
             if (target == string_) {
                 text.clear();

@@ -108,8 +108,8 @@ TEST(ClipboardFunctions, ToClipboardDeclaresUnicodeTextAndReportsEachFailingStep
         const char* failing;
         bool closed; // the clipboard is closed after the failure
     };
-    for (const Case c : {Case{"", true}, Case{"open", false}, Case{"empty", true}, Case{"set", true},
-                         Case{"close", true}}) {
+    for (const Case c :
+         {Case{"", true}, Case{"open", false}, Case{"empty", true}, Case{"set", true}, Case{"close", true}}) {
         SCOPED_TRACE(c.failing);
         ScriptedClipboard cb;
         if (*c.failing) cb.fail[c.failing] = 5;
@@ -169,7 +169,8 @@ TEST(ClipboardFunctions, FormatOneMeansUnicodeText) {
         int32_t asked;
         std::vector<uint32_t> tested;
     };
-    for (const Case& c : {Case{1, {13}}, Case{13, {13}}, Case{2, {2}}, Case{1811, {1811}}, Case{0, {}}, Case{-5, {}}}) {
+    for (const Case& c :
+         {Case{1, {13}}, Case{13, {13}}, Case{2, {2}}, Case{1811, {1811}}, Case{0, {}}, Case{-5, {}}}) {
         ScriptedClipboard cb;
         cb.data[13] = bytes_of(u"t");
         kp::system::clipboard_format(cb, c.asked);
@@ -341,10 +342,11 @@ TEST(DeviceClipboard, DamagedStoresReadAsFarAsTheyAreWhole) {
         good.assign((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     }
     const std::string cases[] = {
-        "",                                           // empty file
-        "garbage that is no store",                   // wrong magic
-        good.substr(0, good.size() - 2),              // last record cut
-        good + std::string("\x02\0\0\0\0\0\0\0", 8) + std::string("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F", 8), // huge size
+        "",                              // empty file
+        "garbage that is no store",      // wrong magic
+        good.substr(0, good.size() - 2), // last record cut
+        good + std::string("\x02\0\0\0\0\0\0\0", 8) +
+            std::string("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F", 8),            // huge size
         good + std::string("\x05\0\0\0\x09\0\0\0\x01\0\0\0\0\0\0\0x", 17), // unknown encoding
     };
     for (std::size_t k = 0; k < std::size(cases); ++k) {

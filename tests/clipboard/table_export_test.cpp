@@ -43,7 +43,9 @@ std::shared_ptr<TableControl> sample(int32_t kind = 9) {
 
 struct Fixture {
     kp::test::HostFixture fx;
-    kp::host::CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }
+    kp::host::CallOutcome call(const char* name, std::vector<Value> args) {
+        return fx.host->call(name, args);
+    }
     Value control(std::shared_ptr<TableControl> t) {
         return Value::integer(static_cast<int64_t>(fx.host->add_control(std::move(t))));
     }
@@ -113,10 +115,10 @@ TEST(TableToText, CellsOfEverySimpleType) {
     uint8_t cy[10];
     ASSERT_TRUE(kp::host::currency_from_text("12.5", cy));
     auto t = std::make_shared<TableControl>();
-    t->columns = {{u"b", true}, {u"i", true}, {u"i8", true}, {u"r", true},
+    t->columns = {{u"b", true},  {u"i", true}, {u"i8", true},  {u"r", true},
                   {u"cy", true}, {u"s", true}, {u"none", true}};
-    t->rows = {{Value::boolean(true), I(-42), Value::int64(int64_t{1} << 40), Value::real(2.5), Value::currency(cy),
-                S(u"\xE9t\xE9 \xD83D\xDE00"), Value::none()}};
+    t->rows = {{Value::boolean(true), I(-42), Value::int64(int64_t{1} << 40), Value::real(2.5),
+                Value::currency(cy), S(u"\xE9t\xE9 \xD83D\xDE00"), Value::none()}};
     auto out = f.call("TableToText", {f.control(t), I(1)});
     ASSERT_EQ(out.error.severity, KP_SEVERITY_NONE) << kp::host::utf8(out.error.message);
     EXPECT_EQ(out.result.s, u"1\t-42\t1099511627776\t2.5\t12.500000\t\xE9t\xE9 \xD83D\xDE00\t");
@@ -166,7 +168,8 @@ TEST(TableToText, FailuresGiveTheEmptyStringAndTheirError) {
     EXPECT_NE(kp::host::utf8(out.error.message).find("not available"), std::string::npos);
     // Kinds 9, 30 and 35 are tables.
     for (int32_t kind : {9, 30, 35})
-        EXPECT_EQ(f.call("TableToText", {f.control(sample(kind)), I(9)}).result.s, u"a\tx\r\nb\ty\r\nc\t") << kind;
+        EXPECT_EQ(f.call("TableToText", {f.control(sample(kind)), I(9)}).result.s, u"a\tx\r\nb\ty\r\nc\t")
+            << kind;
 }
 
 TEST(TableToClipboard, PutsTheTextAsAStringOnTheClipboard) {
@@ -206,8 +209,9 @@ TEST(TableRows, RangeArithmetic) {
         int32_t n, first, last;
         int64_t begin, end;
     };
-    for (const Case& c : {Case{3, -1, -1, 1, 3}, Case{3, 5, -1, 3, 3}, Case{3, 2, 1, 1, 2}, Case{0, -1, -1, 1, 0},
-                          Case{3, INT_MAX, INT_MAX, INT_MAX, 3}, Case{3, INT_MIN, 2, 1, 2}, Case{3, 0, 0, 1, 0}}) {
+    for (const Case& c :
+         {Case{3, -1, -1, 1, 3}, Case{3, 5, -1, 3, 3}, Case{3, 2, 1, 1, 2}, Case{0, -1, -1, 1, 0},
+          Case{3, INT_MAX, INT_MAX, INT_MAX, 3}, Case{3, INT_MIN, 2, 1, 2}, Case{3, 0, 0, 1, 0}}) {
         const kp::system::RowRange r = kp::system::row_range(c.n, c.first, c.last);
         EXPECT_EQ(r.begin, c.begin) << c.n << " " << c.first << " " << c.last;
         EXPECT_EQ(r.end, c.end) << c.n << " " << c.first << " " << c.last;

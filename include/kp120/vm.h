@@ -381,10 +381,10 @@ typedef struct kp_selector_request {
  */
 #define KP_TABLE_TOTALS_ROW (-1)
 
-/* Control kinds that are tables (any other kind is not). */
+/* The three kinds of control that are tables (any other kind is not). */
 #define KP_CONTROL_KIND_TABLE 9
-#define KP_CONTROL_KIND_TABLE_MEMORY 30
-#define KP_CONTROL_KIND_TABLE_FILE 35
+#define KP_CONTROL_KIND_TABLE2 30
+#define KP_CONTROL_KIND_TABLE3 35
 
 typedef struct kp_table_interface {
     uint32_t size; /* sizeof(kp_table_interface) as the VM knows it */

@@ -13,8 +13,7 @@ namespace kp::system {
 namespace {
 
 bool is_table_kind(int32_t kind) {
-    return kind == KP_CONTROL_KIND_TABLE || kind == KP_CONTROL_KIND_TABLE_MEMORY ||
-           kind == KP_CONTROL_KIND_TABLE_FILE;
+    return kind == KP_CONTROL_KIND_TABLE || kind == KP_CONTROL_KIND_TABLE2 || kind == KP_CONTROL_KIND_TABLE3;
 }
 
 // The table interface of the VM, when it has one with every operation the

@@ -151,6 +151,7 @@ struct Job {
     std::string data;           // format 8: the bytes
     std::vector<Atom> atoms;    // format 32 (TARGETS)
     bool from_own_data = false; // answered by this process's own selection
+    bool no_owner = false;      // nobody owns the clipboard
 };
 
 // A transfer in pieces to a requestor (INCR).
@@ -303,19 +304,30 @@ class X11Clipboard final : public Clipboard {
 
     bool is_format_available(uint32_t format) override {
         std::lock_guard<std::mutex> lock(call_mutex_);
-        std::vector<Atom> offered;
-        if (!targets(offered)) return false;
-        auto has = [&](Atom a) { return std::find(offered.begin(), offered.end(), a) != offered.end(); };
-        switch (format) {
-        case kFormatUnicodeText:
-        case kFormatText:
-            return has(utf8_) || has(text_plain_) || has(string_) || has(text_);
-        case kFormatBitmap:
-        case kFormatDib:
-            return has(png_) || has(bmp_);
-        default:
-            return false;
+        Job offer;
+        offer.target = targets_;
+        if (!submit(offer)) return false;
+        const bool text = format == kFormatUnicodeText || format == kFormatText;
+        const bool image = format == kFormatBitmap || format == kFormatDib;
+        if (offer.from_own_data) {
+            const Formats f = owned_copy();
+            if (text) return f.count(kFormatUnicodeText) != 0;
+            if (image) return f.count(kFormatBitmap) != 0 || f.count(kFormatDib) != 0;
+            return f.count(format) != 0;
         }
+        if (!offer.present) {
+            if (offer.no_owner || !text) return false;
+            // An owner without a list of targets is asked for the text itself.
+            Job probe;
+            probe.target = utf8_;
+            return submit(probe) && probe.present;
+        }
+        auto has = [&](Atom a) {
+            return std::find(offer.atoms.begin(), offer.atoms.end(), a) != offer.atoms.end();
+        };
+        if (text) return has(utf8_) || has(text_plain_) || has(string_);
+        if (image) return has(png_) || has(bmp_);
+        return false;
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {
@@ -351,15 +363,6 @@ class X11Clipboard final : public Clipboard {
     Formats owned_copy() {
         std::lock_guard<std::mutex> lock(owned_mutex_);
         return owned_;
-    }
-
-    bool targets(std::vector<Atom>& out) {
-        Job job;
-        job.target = targets_;
-        if (!submit(job)) return false;
-        if (!job.present) return false;
-        out = job.atoms;
-        return true;
     }
 
     bool fetch_text(std::u16string& text) {
@@ -567,6 +570,7 @@ class X11Clipboard final : public Clipboard {
         }
         if (owner == None) {
             job->present = false;
+            job->no_owner = true;
             finish(job, 0);
             return;
         }

@@ -318,6 +318,8 @@ TEST(X11Clipboard, TwoClientsOfOneDisplay) {
     EXPECT_EQ(clip::text_of_block(got), u"\xD83D\xDE00 shared \xFFFD");
     // The owner keeps formats that other clients are not offered.
     ASSERT_TRUE(a->open() && a->set_data(49200, std::vector<uint8_t>{1, 2, 3}));
+    EXPECT_TRUE(a->is_format_available(49200));
+    EXPECT_FALSE(b->is_format_available(49200));
     ASSERT_TRUE(a->get_data(49200, got));
     a->close();
     EXPECT_EQ(got, (std::vector<uint8_t>{1, 2, 3}));

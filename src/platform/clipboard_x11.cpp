@@ -214,6 +214,13 @@ class X11Clipboard final : public Clipboard {
         if (!dead_) {
             XDestroyWindow(dpy_, win_);
             XCloseDisplay(dpy_);
+        } else {
+            // Xlib cannot close a connection that died under one of its
+            // calls (XCloseDisplay would wait for a lock that is never
+            // given back): it is kept, unused, for the life of the process.
+            std::lock_guard<std::mutex> lock(g_handler_mutex);
+            static std::vector<Display*>* const dead = new std::vector<Display*>;
+            dead->push_back(dpy_);
         }
         unregister_display(dpy_);
         if (wake_ >= 0) ::close(wake_);

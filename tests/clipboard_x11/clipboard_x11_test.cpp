@@ -362,8 +362,11 @@ TEST(X11Clipboard, ADisplayThatGoesAway) {
 }
 
 unsigned long clipboard_owner() {
-    static ::Display* d = XOpenDisplay(TestDisplay::name().c_str());
-    return d ? XGetSelectionOwner(d, XInternAtom(d, "CLIPBOARD", False)) : 0;
+    ::Display* d = XOpenDisplay(TestDisplay::name().c_str());
+    if (!d) return 0;
+    const unsigned long owner = XGetSelectionOwner(d, XInternAtom(d, "CLIPBOARD", False));
+    XCloseDisplay(d);
+    return owner;
 }
 
 } // namespace

@@ -38,7 +38,6 @@ class ScriptedClipboard : public clip::Clipboard {
     std::map<uint32_t, std::vector<uint8_t>> data;
     uint32_t format_error = 0; // is_format_available fails with this code
     std::vector<std::string> calls;
-    std::vector<uint32_t> asked_formats;
 
     bool step(const char* name) {
         calls.push_back(name);
@@ -65,17 +64,13 @@ class ScriptedClipboard : public clip::Clipboard {
         return true;
     }
     bool is_format_available(uint32_t format) override {
-        asked_formats.push_back(format);
         if (format_error) {
             kp::platform::set_last_error(format_error);
             return false;
         }
         return data.count(format) != 0;
     }
-    bool bitmap_size(int32_t& w, int32_t& h) override {
-        if (!step("bitmap")) return false;
-        return clip::image_size(data.at(clip::kFormatBitmap), w, h);
-    }
+    bool bitmap_size(int32_t&, int32_t&) override { return false; }
 };
 
 struct Record {
@@ -162,35 +157,6 @@ TEST(ClipboardFunctions, ClipboardTextStopsAtTheTerminatorAndTellsAbsenceFromFai
         EXPECT_EQ(r.rec.system_code, 1460u);
         EXPECT_EQ(r.rec.severity, KP_SEVERITY_ERROR);
     }
-}
-
-TEST(ClipboardFunctions, FormatOneMeansUnicodeText) {
-    struct Case {
-        int32_t asked;
-        std::vector<uint32_t> tested;
-    };
-    for (const Case& c :
-         {Case{1, {13}}, Case{13, {13}}, Case{2, {2}}, Case{1811, {1811}}, Case{0, {}}, Case{-5, {}}}) {
-        ScriptedClipboard cb;
-        cb.data[13] = bytes_of(u"t");
-        kp::system::clipboard_format(cb, c.asked);
-        EXPECT_EQ(cb.asked_formats, c.tested) << c.asked;
-    }
-    ScriptedClipboard cb;
-    cb.data[13] = bytes_of(u"t");
-    EXPECT_TRUE(kp::system::clipboard_format(cb, 1));
-    EXPECT_FALSE(kp::system::clipboard_format(cb, 2));
-}
-
-TEST(ClipboardFunctions, BitmapSizeOrMinusOne) {
-    ScriptedClipboard cb;
-    EXPECT_EQ(kp::system::clipboard_width(cb), -1); // no bitmap
-    EXPECT_EQ(kp::system::clipboard_height(cb), -1);
-    cb.data[2] = png_header(640, 480);
-    EXPECT_EQ(kp::system::clipboard_width(cb), 640);
-    EXPECT_EQ(kp::system::clipboard_height(cb), 480);
-    cb.fail["open"] = 5;
-    EXPECT_EQ(kp::system::clipboard_width(cb), -1);
 }
 
 TEST(ClipboardImages, SizesFromHeaders) {

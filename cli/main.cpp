@@ -55,7 +55,11 @@ const char kUsage[] =
     "\n"
     "PATTERN ignores case; * and ? are wildcards, a pattern without them matches names that contain it.\n"
     "In Lua, kp.NAME(...) calls a function by its French or English name and kp.NAME reads a constant;\n"
-    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror and kp.setlang.\n";
+    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.table, kp.json, kp.lasterror and kp.setlang.\n"
+    "kp.table{kind, columns, rows, selected, totals} makes a table control for TableToText and "
+    "TableToClipboard.\n"
+    "The clipboard is the X11 CLIPBOARD selection when DISPLAY names a display that answers, else the\n"
+    "device's own clipboard (\\Windows\\clipboard.dat under the device root), shared by kp120 processes.\n";
 
 int fail(const std::string& msg) {
     std::fprintf(stderr, "kp120: %s\n", msg.c_str());

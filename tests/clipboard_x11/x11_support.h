@@ -27,8 +27,10 @@ class Xvfb {
         int fds[2];
         if (pipe(fds) != 0) return;
         const std::string fd = std::to_string(fds[1]);
-        std::vector<std::string> argv_s = {"Xvfb", "-displayfd", fd,  "-nolisten",
-                                           "tcp",  "-screen",    "0", "320x240x24"};
+        // -noreset: a server that resets when its last client leaves refuses
+        // connections for a moment, between one test and the next.
+        std::vector<std::string> argv_s = {"Xvfb",     "-displayfd", fd,  "-nolisten", "tcp",
+                                           "-noreset", "-screen",    "0", "320x240x24"};
         std::vector<char*> argv;
         for (auto& a : argv_s)
             argv.push_back(a.data());

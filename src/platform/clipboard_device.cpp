@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -157,6 +158,7 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool open() override {
+        if (held()) return true; // opened again by its opener: still open
         if (!mutex_.try_lock_for(kLockWait)) {
             set_last_error(kErrorAccessDenied);
             return false;
@@ -181,19 +183,19 @@ class DeviceClipboard final : public Clipboard {
         content_ = parse(raw);
         dir_ = std::move(dir);
         dirty_ = false;
-        open_ = true;
+        opener_ = std::this_thread::get_id();
         return true;
     }
 
     bool close() override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
         bool ok = true;
         if (dirty_) ok = commit();
         const uint32_t code = last_error();
-        open_ = false;
+        opener_ = std::thread::id();
         content_.clear();
         abandon();
         if (!ok) set_last_error(code);
@@ -201,7 +203,7 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool empty() override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -211,7 +213,7 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool set_data(uint32_t format, std::span<const uint8_t> data) override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -226,7 +228,7 @@ class DeviceClipboard final : public Clipboard {
 
     bool get_data(uint32_t format, std::vector<uint8_t>& out) override {
         out.clear();
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -242,7 +244,7 @@ class DeviceClipboard final : public Clipboard {
     bool is_format_available(uint32_t format) override {
         Content read;
         const Content* c = &content_;
-        if (!open_) {
+        if (!held()) {
             std::string dir, raw;
             if (!locate(dir, false)) {
                 set_last_error(kErrorSuccess); // no system directory yet: an empty clipboard
@@ -258,7 +260,7 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -335,7 +337,11 @@ class DeviceClipboard final : public Clipboard {
     int lock_fd_ = -1;
     std::string dir_;
     Content content_;
-    bool open_ = false;
+    // The thread that opened the clipboard; the calls that need it open
+    // fail with 1418 on other threads, as they do for a caller that did not
+    // open it.
+    std::atomic<std::thread::id> opener_{};
+    bool held() const { return opener_.load() == std::this_thread::get_id(); }
     bool dirty_ = false;
     uint32_t serial_ = 0;
 };

@@ -227,6 +227,7 @@ class X11Clipboard final : public Clipboard {
     }
 
     bool open() override {
+        if (held()) return true; // opened again by its opener: still open
         if (!open_mutex_.try_lock_for(std::chrono::milliseconds(2000))) {
             set_last_error(kErrorAccessDenied);
             return false;
@@ -236,22 +237,22 @@ class X11Clipboard final : public Clipboard {
             set_last_error(kErrorNotReady);
             return false;
         }
-        open_ = true;
+        opener_ = std::this_thread::get_id();
         return true;
     }
 
     bool close() override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
-        open_ = false;
+        opener_ = std::thread::id();
         open_mutex_.unlock();
         return true;
     }
 
     bool empty() override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -260,7 +261,7 @@ class X11Clipboard final : public Clipboard {
     }
 
     bool set_data(uint32_t format, std::span<const uint8_t> data) override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -274,7 +275,7 @@ class X11Clipboard final : public Clipboard {
 
     bool get_data(uint32_t format, std::vector<uint8_t>& out) override {
         out.clear();
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -338,7 +339,7 @@ class X11Clipboard final : public Clipboard {
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {
-        if (!open_) {
+        if (!held()) {
             set_last_error(kErrorClipboardNotOpen);
             return false;
         }
@@ -815,7 +816,11 @@ class X11Clipboard final : public Clipboard {
 
     // Calling side.
     std::timed_mutex open_mutex_;
-    bool open_ = false;
+    // The thread that opened the clipboard; the calls that need it open
+    // fail with 1418 on other threads, as they do for a caller that did not
+    // open it.
+    std::atomic<std::thread::id> opener_{};
+    bool held() const { return opener_.load() == std::this_thread::get_id(); }
     Formats pending_;
     std::mutex call_mutex_;
 

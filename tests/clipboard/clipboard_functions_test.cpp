@@ -4,6 +4,7 @@
 // each test's own device root.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -283,18 +284,29 @@ TEST(DeviceClipboard, OneOpenerAtATime) {
     Store s;
     auto first = s.open_one();
     auto second = s.open_one();
-    ASSERT_TRUE(first->open());
+    std::atomic<int> stage{0};
+    std::thread holder([&] {
+        if (!first->open()) return;
+        stage = 1;
+        while (stage != 2)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        first->close();
+    });
+    while (stage == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     const auto t0 = std::chrono::steady_clock::now();
     EXPECT_FALSE(second->open());
     EXPECT_EQ(kp::platform::last_error(), kp::platform::kErrorAccessDenied);
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10));
+    // Only the opener closes it.
+    EXPECT_FALSE(first->close());
+    EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
     // The waiting opener gets the clipboard as soon as it is closed.
-    std::thread closer([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        first->close();
-    });
+    stage = 2;
     EXPECT_TRUE(second->open());
-    closer.join();
+    holder.join();
+    EXPECT_TRUE(second->open()); // its opener may open it again
     EXPECT_TRUE(second->close());
 }
 

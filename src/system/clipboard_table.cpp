@@ -65,11 +65,14 @@ class VmTableReader final : public TableReader {
         variant::Value v;
         if (ti_.cell(vm_, control_, rows_[static_cast<std::size_t>(row - 1)],
                      columns_[static_cast<std::size_t>(column)], v.get()) != 0) {
+            // The VM could not give the cell: the table's content cannot be read.
             err.fail(kErrTableUnreadable);
             return false;
         }
         const uint16_t type = variant::type_of(v.get());
         if (type == KP_T_NONE) return true; // an empty cell
+        // A value the VM's conversion cannot make a string of fails the
+        // whole export (80014) rather than leave a hole in the text.
         if (type != KP_T_STRING && type != KP_T_STRING_RESULT &&
             variant::convert(v.get(), KP_T_STRING) >= 100) {
             err.fail(kErrConversion);
@@ -126,6 +129,8 @@ std::u16string table_to_text(uintptr_t control, int32_t options, std::u16string_
                              std::u16string_view line_separator, int32_t first, int32_t last, CXError& err) {
     const kp_table_interface* ti = table_interface();
     if (!ti) {
+        // A VM without table controls: its control object is missing, a
+        // fault of the VM rather than of the program (fatal).
         err.set(kErrNoTableInterface);
         return {};
     }

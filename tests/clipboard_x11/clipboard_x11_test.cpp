@@ -122,6 +122,21 @@ TEST(X11Clipboard, TextPutByTheComponentIsReadByXclipByteForByte) {
         EXPECT_NE(targets.find(t), std::string::npos) << t;
 }
 
+TEST(X11Clipboard, TableToClipboardServesTheTableText) {
+    NEED_DISPLAY();
+    Fixture f;
+    auto t = std::make_shared<kp::host::TableControl>();
+    t->columns = {{u"Nom", true}, {u"Qt\xE9", true}};
+    t->rows = {{Value::string(u"caf\xE9"), Value::integer(2)}, {Value::string(u"th\xE9"), Value::integer(3)}};
+    const Value control = Value::integer(static_cast<int64_t>(f.fx.host->add_control(t)));
+    ASSERT_TRUE(f.call("TableToClipboard", {control}).result.b);
+    EXPECT_EQ(xclip_out(), "Nom\tQt\xC3\xA9\r\ncaf\xC3\xA9\t2\r\nth\xC3\xA9\t3");
+    ASSERT_TRUE(
+        f.call("TableToClipboard", {control, Value::integer(1), Value::string(u";"), Value::string(u"\n")})
+            .result.b);
+    EXPECT_EQ(xclip_out(), "caf\xC3\xA9;2\nth\xC3\xA9;3");
+}
+
 TEST(X11Clipboard, TextPutByXclipIsReadByTheComponent) {
     NEED_DISPLAY();
     Fixture f;

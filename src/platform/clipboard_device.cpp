@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -77,10 +78,9 @@ std::string serialise(const Content& content) {
     return out;
 }
 
-// A damaged store reads as far as its records are whole.
-Content parse(const std::string& in) {
-    Content content;
-    if (in.size() < sizeof kMagic || std::memcmp(in.data(), kMagic, sizeof kMagic) != 0) return content;
+// Walks the whole records of a store: f(format, encoding, body).
+template <class F> void each_record(const std::string& in, F&& f) {
+    if (in.size() < sizeof kMagic || std::memcmp(in.data(), kMagic, sizeof kMagic) != 0) return;
     std::size_t at = sizeof kMagic;
     while (in.size() - at >= 16) {
         const uint32_t format = static_cast<uint32_t>(get(in, at, 4));
@@ -88,8 +88,17 @@ Content parse(const std::string& in) {
         const uint64_t size = get(in, at + 8, 8);
         at += 16;
         if (size > in.size() - at) break;
-        std::string_view body(in.data() + at, static_cast<std::size_t>(size));
+        if (encoding == kRaw || encoding == kWtf8)
+            f(format, encoding, std::string_view(in.data() + at, static_cast<std::size_t>(size)));
         at += static_cast<std::size_t>(size);
+    }
+}
+
+// A damaged store reads as far as its records are whole; records of an
+// unknown encoding are skipped.
+Content parse(const std::string& in) {
+    Content content;
+    each_record(in, [&](uint32_t format, uint32_t encoding, std::string_view body) {
         if (encoding == kWtf8) {
             std::vector<uint8_t> bytes;
             const std::u16string units = from_utf8(body);
@@ -99,11 +108,18 @@ Content parse(const std::string& in) {
                 bytes.push_back(static_cast<uint8_t>(c >> 8));
             }
             content[format] = std::move(bytes);
-        } else if (encoding == kRaw) {
+        } else {
             content[format].assign(body.begin(), body.end());
         }
-    }
+    });
     return content;
+}
+
+// The formats a store holds, without decoding them.
+std::vector<uint32_t> formats_of(const std::string& in) {
+    std::vector<uint32_t> formats;
+    each_record(in, [&](uint32_t format, uint32_t, std::string_view) { formats.push_back(format); });
+    return formats;
 }
 
 bool read_whole(const std::string& path, std::string& out) {
@@ -242,21 +258,22 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool is_format_available(uint32_t format) override {
-        Content read;
-        const Content* c = &content_;
-        if (!held()) {
+        std::vector<uint32_t> formats;
+        if (held()) {
+            for (const auto& entry : content_)
+                formats.push_back(entry.first);
+        } else {
             std::string dir, raw;
             if (!locate(dir, false)) {
                 set_last_error(kErrorSuccess); // no system directory yet: an empty clipboard
                 return false;
             }
             if (!read_whole(dir + "/clipboard.dat", raw)) return false;
-            read = parse(raw);
-            c = &read;
+            formats = formats_of(raw);
         }
+        auto has = [&](uint32_t f) { return std::find(formats.begin(), formats.end(), f) != formats.end(); };
         // A device-independent bitmap also stands for the bitmap.
-        if (format == kFormatBitmap && c->count(kFormatDib)) return true;
-        return c->count(format) != 0;
+        return has(format) || (format == kFormatBitmap && has(kFormatDib));
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {

@@ -69,6 +69,15 @@ int32_t as_int(bool b) {
     return b ? 1 : 0;
 }
 
+// The overloads of the date functions on part P of a file's date: (name),
+// (name, value) and (name, value, kind).
+template <DatePart P> struct FileDate {
+    using SV = std::u16string_view;
+    static auto of1(SV n, CXError& e) { return files::f_file_date(n, u"", 0, P, e); }
+    static auto of2(SV n, SV v, CXError& e) { return files::f_file_date(n, v, 0, P, e); }
+    static auto of3(SV n, SV v, int32_t k, CXError& e) { return files::f_file_date(n, v, k, P, e); }
+};
+
 // The overloads of one walk of kind K: (path, procedure[, user value[,
 // options]]) and (path[, options]); what is left out is 0.
 template <WalkKind K> struct Walk {
@@ -106,31 +115,15 @@ KP_BIND(fDelete_2,
 
 // Dates: (name) the modification date, (name, value) and (name, value, kind)
 // read the kind when the value is empty and set it otherwise.
-KP_BIND(fDate_1,
-        [](std::u16string_view n, CXError& e) { return files::f_file_date(n, u"", 0, DatePart::Date, e); })
-KP_BIND(fDate_2, [](std::u16string_view n, std::u16string_view v, CXError& e) {
-    return files::f_file_date(n, v, 0, DatePart::Date, e);
-})
-KP_BIND(fDate_3, [](std::u16string_view n, std::u16string_view v, int32_t k, CXError& e) {
-    return files::f_file_date(n, v, k, DatePart::Date, e);
-})
-KP_BIND(fTime_1,
-        [](std::u16string_view n, CXError& e) { return files::f_file_date(n, u"", 0, DatePart::Time, e); })
-KP_BIND(fTime_2, [](std::u16string_view n, std::u16string_view v, CXError& e) {
-    return files::f_file_date(n, v, 0, DatePart::Time, e);
-})
-KP_BIND(fTime_3, [](std::u16string_view n, std::u16string_view v, int32_t k, CXError& e) {
-    return files::f_file_date(n, v, k, DatePart::Time, e);
-})
-KP_BIND(fDateTime_1, [](std::u16string_view n, CXError& e) {
-    return files::f_file_date(n, u"", 0, DatePart::DateTime, e);
-})
-KP_BIND(fDateTime_2, [](std::u16string_view n, std::u16string_view v, CXError& e) {
-    return files::f_file_date(n, v, 0, DatePart::DateTime, e);
-})
-KP_BIND(fDateTime_3, [](std::u16string_view n, std::u16string_view v, int32_t k, CXError& e) {
-    return files::f_file_date(n, v, k, DatePart::DateTime, e);
-})
+KP_BIND(fDate_1, FileDate<DatePart::Date>::of1)
+KP_BIND(fDate_2, FileDate<DatePart::Date>::of2)
+KP_BIND(fDate_3, FileDate<DatePart::Date>::of3)
+KP_BIND(fTime_1, FileDate<DatePart::Time>::of1)
+KP_BIND(fTime_2, FileDate<DatePart::Time>::of2)
+KP_BIND(fTime_3, FileDate<DatePart::Time>::of3)
+KP_BIND(fDateTime_1, FileDate<DatePart::DateTime>::of1)
+KP_BIND(fDateTime_2, FileDate<DatePart::DateTime>::of2)
+KP_BIND(fDateTime_3, FileDate<DatePart::DateTime>::of3)
 
 KP_BIND(fAttribute_1, [](std::u16string_view n, CXError& e) { return files::f_attribute(n, false, e); })
 KP_BIND(fAttribute_2, [](std::u16string_view n, std::u16string_view t, CXError& e) {

@@ -458,6 +458,11 @@ class X11Clipboard final : public Clipboard, private Opener {
         job->done = true;
         done_cv_.notify_all();
     }
+    // Ends the fetch under way (a plain or an incremental one) with `error`.
+    void end_fetch(uint32_t error) {
+        fetch_incr_ = false;
+        finish(std::exchange(fetch_, nullptr), error);
+    }
 
     // ---- the thread ----
 
@@ -527,8 +532,7 @@ class X11Clipboard final : public Clipboard, private Opener {
             // The owner did not answer (or stopped in the middle of a
             // transfer); its late answer is dropped with the property.
             if (!dead_) XDeleteProperty(dpy_, win_, property_);
-            fetch_incr_ = false;
-            finish(std::exchange(fetch_, nullptr), kErrorTimeout);
+            end_fetch(kErrorTimeout);
         }
         outgoing_.remove_if([&](const Outgoing& o) { return now >= o.deadline; });
     }
@@ -659,8 +663,7 @@ class X11Clipboard final : public Clipboard, private Opener {
         Job* job = fetch_;
         if (e.property == None) {
             job->present = false;
-            fetch_ = nullptr;
-            finish(job, 0);
+            end_fetch(0);
             return;
         }
         Atom type;
@@ -668,8 +671,7 @@ class X11Clipboard final : public Clipboard, private Opener {
         std::string bytes;
         std::vector<Atom> atoms;
         if (!read_property(type, format, bytes, atoms)) {
-            fetch_ = nullptr;
-            finish(job, kErrorNotEnoughMemory);
+            end_fetch(kErrorNotEnoughMemory);
             return;
         }
         if (type == incr_) {
@@ -685,8 +687,7 @@ class X11Clipboard final : public Clipboard, private Opener {
         job->format = format;
         job->data = std::move(bytes);
         job->atoms = std::move(atoms);
-        fetch_ = nullptr;
-        finish(job, 0);
+        end_fetch(0);
     }
 
     void on_incr_piece() {
@@ -696,25 +697,19 @@ class X11Clipboard final : public Clipboard, private Opener {
         std::string bytes;
         std::vector<Atom> atoms;
         if (!read_property(type, format, bytes, atoms)) {
-            fetch_incr_ = false;
-            fetch_ = nullptr;
-            finish(job, kErrorNotEnoughMemory);
+            end_fetch(kErrorNotEnoughMemory);
             return;
         }
         if (bytes.empty()) { // the last, empty piece
-            fetch_incr_ = false;
             job->present = true;
             job->type = type;
             job->format = 8;
-            fetch_ = nullptr;
-            finish(job, 0);
+            end_fetch(0);
             return;
         }
         if (job->data.size() + bytes.size() > kMaxData) {
-            fetch_incr_ = false;
-            fetch_ = nullptr;
             job->data.clear();
-            finish(job, kErrorNotEnoughMemory);
+            end_fetch(kErrorNotEnoughMemory);
             return;
         }
         job->data += bytes;

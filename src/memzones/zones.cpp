@@ -143,8 +143,10 @@ Number number_of(const Item& it) {
         uint64_t low;
         std::memcpy(&low, b, 8);
         const int16_t high = static_cast<int16_t>(b[8] | (b[9] << 8));
-        const __int128 m = (static_cast<__int128>(high) << 64) | static_cast<__int128>(low);
-        return {false, static_cast<long double>(m) / 1000000.0L};
+        // high * 2^64 + low, without a 128-bit integer type (32-bit targets have none).
+        const long double m =
+            static_cast<long double>(high) * 18446744073709551616.0L + static_cast<long double>(low);
+        return {false, m / 1000000.0L};
     }
     default:
         return {false, static_cast<long double>(it.integer_value())};

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -297,7 +298,9 @@ bool list_processes(std::vector<ProcessEntry>& out) {
     while (dirent* e = readdir(d)) {
         const char* name = e->d_name;
         if (*name < '1' || *name > '9') continue;
-        long pid = 0;
+        // 64 bits whatever the width of long, so that the bound below can be
+        // passed before the number wraps.
+        int64_t pid = 0;
         bool digits = true;
         for (const char* p = name; *p && digits; ++p) {
             if (*p < '0' || *p > '9')
@@ -309,11 +312,11 @@ bool list_processes(std::vector<ProcessEntry>& out) {
         if (!digits) continue;
         ProcessEntry entry;
         entry.pid = static_cast<int32_t>(pid);
-        std::snprintf(path, sizeof path, "/proc/%ld/exe", pid);
+        std::snprintf(path, sizeof path, "/proc/%" PRId64 "/exe", pid);
         if (read_link(path, entry.module)) {
             entry.module_is_path = true;
         } else {
-            std::snprintf(path, sizeof path, "/proc/%ld/comm", pid);
+            std::snprintf(path, sizeof path, "/proc/%" PRId64 "/comm", pid);
             ssize_t n = read_small(path, comm, sizeof comm);
             if (n <= 0) continue; // ended meanwhile
             while (n > 0 && comm[n - 1] == '\n')

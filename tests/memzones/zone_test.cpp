@@ -18,9 +18,10 @@ namespace {
 
 Item money(int64_t millionths) {
     uint8_t b[10];
-    const __int128 m = millionths;
+    // Ten little-endian bytes, the two above the 64-bit value sign-extended.
+    const uint64_t m = static_cast<uint64_t>(millionths);
     for (int i = 0; i < 10; ++i)
-        b[i] = static_cast<uint8_t>(static_cast<unsigned __int128>(m) >> (8 * i));
+        b[i] = static_cast<uint8_t>(i < 8 ? m >> (8 * i) : (millionths < 0 ? 0xFF : 0));
     return Item::currency(b);
 }
 

@@ -240,3 +240,35 @@ TEST(Zone, SortSeparatesIntegersBeyondTheRealsPrecision) {
     EXPECT_EQ(6, z.seek(Item::int64(big + 1)));
     EXPECT_EQ(4, z.seek(Item::int64(big)));
 }
+
+TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
+    // Near the ends of 64-bit integers and at a millionth's distance: no
+    // pair may come out equal through a rounded intermediate, whatever the
+    // width of the target's long double.
+    const int64_t max = std::numeric_limits<int64_t>::max(), min = std::numeric_limits<int64_t>::min();
+    const double two63 = 9223372036854775808.0;
+    struct Case {
+        Item a, b;
+        int expect;
+    };
+    Case cases[] = {
+        {Item::int64(max), Item::int64(max - 1), 1},
+        {Item::int64(min), Item::int64(min + 1), -1},
+        {Item::int64(max), Item::real(two63), -1},
+        {Item::real(-two63), Item::int64(min), 0},
+        {Item::real(-two63), Item::int64(min + 1), -1},
+        {money(1000001), Item::integer(1), 1},
+        {money(999999), Item::real(1.0), -1},
+        {money(-1500000), Item::real(-1.5), 0},
+        {money(-1500001), Item::real(-1.5), -1},
+        {Item::real(0.25), money(250000), 0},
+        {Item::real(std::numeric_limits<double>::infinity()), Item::int64(max), 1},
+        {Item::real(-std::numeric_limits<double>::infinity()), money(-1), -1},
+        {Item::real(1e30), money(1), 1},
+        {Item::boolean(true), Item::integer(1), 0},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.expect, compare(c.a, c.b));
+        EXPECT_EQ(-c.expect, compare(c.b, c.a));
+    }
+}

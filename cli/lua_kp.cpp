@@ -13,6 +13,7 @@
 #include <new>
 #include <vector>
 
+#include "lua_table.h"
 #include "wtf8.h"
 
 namespace kp::cli {
@@ -395,6 +396,10 @@ bool to_value(lua_State* L, int index, Value& out, const std::string& what, std:
             out = Value::currency(copy);
             return true;
         }
+        if (uintptr_t control = 0; table_handle_at(L, index, control)) {
+            out = Value::integer(static_cast<int64_t>(control));
+            return true;
+        }
         if (VarBox* b = varbox_at(L, index)) {
             if (!function_refs) {
                 err = what + ": a kp.var cannot be stored in a value";
@@ -617,6 +622,10 @@ void new_type(lua_State* L, const char* name, const luaL_Reg* meta) {
 
 } // namespace
 
+bool lua_value(lua_State* L, int index, Value& out, const std::string& what, std::string& err) {
+    return to_value(L, index, out, what, err, nullptr);
+}
+
 bool currency_at(lua_State* L, int index, const uint8_t*& bytes) {
     void* p = luaL_testudata(L, index, kCurrencyType);
     if (!p) return false;
@@ -712,6 +721,7 @@ void open_kp(lua_State* L, Session& s) {
                                    {nullptr, nullptr}};
     luaL_newlib(L, api);
     add_window_functions(L, s);
+    add_table_api(L, s);
     lua_createtable(L, 0, 1);
     lua_newtable(L);
     lua_pushcclosure(L, guarded<kp_index>, 1);

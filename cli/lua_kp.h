@@ -49,6 +49,9 @@ const kp::host::Value* var_at(lua_State* L, int index);
 // once the component call under way has returned: a Lua error must not
 // unwind through the component.
 void defer_error(lua_State* L);
+// Lua value at `index` -> host value (no variables or functions); false
+// with the reason in `err`.  `what` names the value in messages.
+bool lua_value(lua_State* L, int index, kp::host::Value& out, const std::string& what, std::string& err);
 
 // Pushes a host value as its Lua counterpart.
 void push_value(lua_State* L, const kp::host::Value& v);

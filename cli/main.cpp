@@ -62,9 +62,12 @@ const char kUsage[] =
     "\n"
     "PATTERN ignores case; * and ? are wildcards, a pattern without them matches names that contain it.\n"
     "In Lua, kp.NAME(...) calls a function by its French or English name and kp.NAME reads a constant;\n"
-    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.json, kp.lasterror, kp.setlang and kp.setobject.\n"
-    "File selectors ask the function set with kp.onselect(f), else a prompt when standard input is a\n"
-    "terminal, else they are cancelled; kp.presskey(27) presses Escape for the next key-state query.\n";
+    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.table, kp.json, kp.lasterror, kp.setlang and\n"
+    "kp.setobject.  kp.table{kind, columns, rows, selected, totals} makes a table control for TableToText\n"
+    "and TableToClipboard.  File selectors ask the function set with kp.onselect(f), else a prompt when\n"
+    "standard input is a terminal, else they are cancelled; kp.presskey(27) presses Escape for the next\n"
+    "key-state query.  The clipboard is the X11 CLIPBOARD selection when DISPLAY names a display that\n"
+    "answers, else the device's own clipboard (\\Windows\\clipboard.dat under the device root).\n";
 
 int fail(const std::string& msg) {
     std::fprintf(stderr, "kp120: %s\n", msg.c_str());

@@ -19,6 +19,7 @@
 #include "display.h"
 #include "host_values.h"
 #include "services.h"
+#include "table_controls.h"
 
 namespace kp::host {
 
@@ -118,6 +119,7 @@ struct Host::Impl {
     std::span<const kp_variable> variables;
     std::unordered_map<std::string, std::size_t> function_index;
     std::unordered_map<std::string, std::size_t> constant_index;
+    TableControls controls;
 
     HostAllocator* thread_allocator();
 };
@@ -215,6 +217,10 @@ const char* svc_setting(void* vm, const char* name) {
     return nullptr;
 }
 const kp_display* svc_display(void* vm);
+
+const kp_table_interface* svc_table_interface(void*) {
+    return host_table_interface();
+}
 
 int32_t message_callback(uint32_t number, char16_t* buffer, int32_t size) {
     Host::Impl* h = g_current.load();
@@ -396,6 +402,7 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.current_object_name = svc_current_object_name;
     s.pump_message = pump_message;
     s.display = svc_display;
+    s.table_interface = svc_table_interface;
     h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
 
     // The VM's calling order.
@@ -529,6 +536,16 @@ void Host::declare_proxy(void** l, uint16_t* c1, void** f, uint16_t* c2) const {
 }
 int32_t Host::init_conversions(void* module, int32_t revision, int32_t mode) const {
     return impl_->init_conv ? impl_->init_conv(module, revision, mode, nullptr) : 0;
+}
+
+TableControls& table_controls_of(void* vm) {
+    return impl_of(vm)->controls;
+}
+uintptr_t Host::add_control(std::shared_ptr<TableControl> control) {
+    return impl_->controls.add(std::move(control));
+}
+void Host::remove_control(uintptr_t handle) {
+    impl_->controls.remove(handle);
 }
 
 namespace {

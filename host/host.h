@@ -55,6 +55,26 @@ struct Value {
     static Value variable() { return variable(Value()); }
 };
 
+// A control of the host's user interface that the component reads through
+// the table interface (kp120/vm.h): kinds 9, 30 and 35 are tables.  It is
+// passed as an argument of type 0x39 by its handle (Host::add_control).
+struct TableControl {
+    struct Column {
+        std::u16string title;
+        bool visible = true;
+    };
+    int32_t kind = 9;
+    std::vector<Column> columns;
+    std::vector<std::vector<Value>> rows; // cells by column; a short row ends with empty cells
+    std::vector<int32_t> selected;        // selected rows from 0, in increasing order
+    bool has_totals = false;
+    std::vector<Value> totals;
+    // A control whose content the host cannot give: reading fails with the
+    // host's error for the control (identifier read_error).
+    bool unreadable = false;
+    uint32_t read_error = 0;
+};
+
 // The error record after a call, copied out of the call context.
 struct ErrorInfo {
     int32_t severity = 1;
@@ -153,6 +173,10 @@ class Host {
     // key is ever down.  Empty functions remove them.
     void set_selector(Selector selector);
     void set_key_state(KeyState key_state);
+    // Table controls: the handle to pass (as an integer) where a control is
+    // expected; the control stays readable until removed or the host ends.
+    uintptr_t add_control(std::shared_ptr<TableControl> control);
+    void remove_control(uintptr_t handle);
 
     // Interface language (Execution 4876 and the component object).
     void set_language(int32_t language);

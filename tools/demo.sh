@@ -12,7 +12,9 @@ if [ ! -x "$kp120" ]; then
 fi
 demo="$build/demo"
 rm -rf "$demo"
-mkdir -p "$demo/device"
+mkdir -p "$demo/device/Windows"
+# A program installed on the device, for the process functions.
+cp /bin/echo "$demo/device/Windows/echo"
 echo "demo: device root $demo/device, registry $demo/registry.sqlite3"
 echo "demo: $kp120 --root $demo/device --registry $demo/registry.sqlite3 examples/demo.lua"
 exec "$kp120" --root "$demo/device" --registry "$demo/registry.sqlite3" "$here/examples/demo.lua"

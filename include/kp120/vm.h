@@ -496,6 +496,52 @@ typedef struct kp_display {
 /* KP120_TABLE_INTERFACE */
 
 /*
+ * A control of the VM's user interface travels as the value of an argument
+ * of type 0x39: a handle that only the VM interprets.  The component reads a
+ * table control only through these operations, each given the services
+ * block's `vm` pointer and the control.  Columns count from 0 in the
+ * control's order, rows from 0 in display order; row KP_TABLE_TOTALS_ROW is
+ * the totals row.
+ */
+#define KP_TABLE_TOTALS_ROW (-1)
+
+/* The three kinds of control that are tables (any other kind is not). */
+#define KP_CONTROL_KIND_TABLE 9
+#define KP_CONTROL_KIND_TABLE2 30
+#define KP_CONTROL_KIND_TABLE3 35
+
+typedef struct kp_table_interface {
+    uint32_t size; /* sizeof(kp_table_interface) as the VM knows it */
+
+    /* Kind of the control; -1 when the handle names no control. */
+    int32_t (*kind)(void* vm, uintptr_t control);
+
+    /* Prepares the table for reading (its content up to date).  Returns 0,
+     * or non-zero after writing the VM's error for the control into
+     * `error` (the call's error record).  Every successful begin_read is
+     * followed by one end_read. */
+    int32_t (*begin_read)(void* vm, uintptr_t control, kp_error_record* error);
+    void (*end_read)(void* vm, uintptr_t control);
+
+    /* Columns: count, title (UTF-16, *length characters, not necessarily
+     * zero-terminated; null for none) and whether the column is visible. */
+    int32_t (*column_count)(void* vm, uintptr_t control);
+    const char16_t* (*column_title)(void* vm, uintptr_t control, int32_t column, int32_t* length);
+    int32_t (*column_visible)(void* vm, uintptr_t control, int32_t column);
+
+    /* Rows: count (the totals row excluded), whether a row is selected,
+     * whether the table has a totals row. */
+    int32_t (*row_count)(void* vm, uintptr_t control);
+    int32_t (*row_selected)(void* vm, uintptr_t control, int32_t row);
+    int32_t (*has_totals)(void* vm, uintptr_t control);
+
+    /* The value of a cell: `out` is a variant of no value that the VM sets
+     * (with its own operations table); the component destroys it.  Returns
+     * 0, or non-zero when the cell cannot be read. */
+    int32_t (*cell)(void* vm, uintptr_t control, int32_t row, int32_t column, kp_variant* out);
+} kp_table_interface;
+
+/*
  * Currency table returned by the object module's "OBJ_pclGetTauxDeChange"
  * (no arguments; one table per process, which the component reads and
  * updates in place).  Rates are the units of a currency for one euro, times

@@ -1,0 +1,213 @@
+// lua_table.cpp - kp.table: a Lua description turned into a host table
+// control, registered with the host for as long as the Lua value lives.
+#include "lua_table.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "wtf8.h"
+
+namespace kp::cli {
+
+namespace {
+
+struct TableBox {
+    uintptr_t handle;
+    kp::host::Host* host;
+};
+
+char kSessionKey;
+
+std::u16string text_field(lua_State* L, int index, const char* what, std::string& err) {
+    size_t n = 0;
+    const char* s = lua_tolstring(L, index, &n);
+    const std::string_view bytes(s, n);
+    if (wtf8_invalid_at(bytes) != std::string_view::npos) {
+        err = std::string("kp.table: ") + what + ": invalid UTF-8";
+        return {};
+    }
+    std::u16string out;
+    wtf8_to_utf16(bytes, out);
+    return out;
+}
+
+// Cells of the row table at `index` (nil cells are empty).
+bool read_cells(lua_State* L, int index, std::vector<kp::host::Value>& cells, const std::string& what,
+                std::string& err) {
+    if (lua_type(L, index) != LUA_TTABLE) {
+        err = "kp.table: " + what + " must be a table of cells";
+        return false;
+    }
+    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, index));
+    cells.clear();
+    cells.reserve(static_cast<size_t>(n));
+    for (lua_Integer k = 1; k <= n; ++k) {
+        lua_rawgeti(L, index, k);
+        kp::host::Value v;
+        const bool ok =
+            lua_isnil(L, -1) || lua_value(L, lua_gettop(L), v, what + " cell " + std::to_string(k), err);
+        lua_pop(L, 1);
+        if (!ok) return false;
+        cells.push_back(std::move(v));
+    }
+    return true;
+}
+
+int table_new(lua_State* L, std::string& err) {
+    if (lua_type(L, 1) != LUA_TTABLE) {
+        err = "kp.table: expects a table {kind, columns, rows, selected, totals}";
+        return -1;
+    }
+    auto control = std::make_shared<kp::host::TableControl>();
+    lua_getfield(L, 1, "kind");
+    if (!lua_isnil(L, -1)) {
+        if (!lua_isinteger(L, -1)) {
+            err = "kp.table: kind must be an integer";
+            return -1;
+        }
+        control->kind = static_cast<int32_t>(lua_tointeger(L, -1));
+    }
+    lua_pop(L, 1);
+
+    lua_getfield(L, 1, "columns");
+    if (lua_type(L, -1) == LUA_TTABLE) {
+        const int cols = lua_gettop(L);
+        const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, cols));
+        for (lua_Integer k = 1; k <= n; ++k) {
+            lua_rawgeti(L, cols, k);
+            kp::host::TableControl::Column c;
+            if (lua_type(L, -1) == LUA_TSTRING) {
+                c.title = text_field(L, -1, "column title", err);
+            } else if (lua_type(L, -1) == LUA_TTABLE) {
+                lua_getfield(L, -1, "title");
+                if (lua_type(L, -1) == LUA_TSTRING) c.title = text_field(L, -1, "column title", err);
+                lua_pop(L, 1);
+                lua_getfield(L, -1, "visible");
+                if (!lua_isnil(L, -1)) c.visible = lua_toboolean(L, -1) != 0;
+                lua_pop(L, 1);
+            } else {
+                err = "kp.table: column " + std::to_string(k) + " must be a title or {title, visible}";
+            }
+            lua_pop(L, 1);
+            if (!err.empty()) return -1;
+            control->columns.push_back(std::move(c));
+        }
+    } else if (!lua_isnil(L, -1)) {
+        err = "kp.table: columns must be a table";
+        return -1;
+    }
+    lua_pop(L, 1);
+
+    lua_getfield(L, 1, "rows");
+    if (lua_type(L, -1) == LUA_TTABLE) {
+        const int rows = lua_gettop(L);
+        const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, rows));
+        control->rows.reserve(static_cast<size_t>(n));
+        for (lua_Integer k = 1; k <= n; ++k) {
+            lua_rawgeti(L, rows, k);
+            std::vector<kp::host::Value> cells;
+            const bool ok = read_cells(L, lua_gettop(L), cells, "row " + std::to_string(k), err);
+            lua_pop(L, 1);
+            if (!ok) return -1;
+            control->rows.push_back(std::move(cells));
+        }
+    } else if (!lua_isnil(L, -1)) {
+        err = "kp.table: rows must be a table";
+        return -1;
+    }
+    lua_pop(L, 1);
+
+    lua_getfield(L, 1, "selected");
+    if (lua_type(L, -1) == LUA_TTABLE) {
+        const int sel = lua_gettop(L);
+        const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, sel));
+        for (lua_Integer k = 1; k <= n; ++k) {
+            lua_rawgeti(L, sel, k);
+            const bool ok =
+                lua_isinteger(L, -1) && lua_tointeger(L, -1) >= 1 && lua_tointeger(L, -1) <= INT32_MAX;
+            if (ok) control->selected.push_back(static_cast<int32_t>(lua_tointeger(L, -1) - 1));
+            lua_pop(L, 1);
+            if (!ok) {
+                err = "kp.table: selected rows are row numbers from 1";
+                return -1;
+            }
+        }
+        std::sort(control->selected.begin(), control->selected.end());
+    }
+    lua_pop(L, 1);
+
+    lua_getfield(L, 1, "totals");
+    if (!lua_isnil(L, -1)) {
+        if (!read_cells(L, lua_gettop(L), control->totals, "totals", err)) return -1;
+        control->has_totals = true;
+    }
+    lua_pop(L, 1);
+
+    lua_getfield(L, 1, "unreadable");
+    control->unreadable = lua_toboolean(L, -1) != 0;
+    lua_pop(L, 1);
+
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kSessionKey);
+    auto* s = static_cast<Session*>(lua_touserdata(L, -1));
+    lua_pop(L, 1);
+    void* p = lua_newuserdatauv(L, sizeof(TableBox), 0);
+    new (p) TableBox{s->host.add_control(std::move(control)), &s->host};
+    luaL_setmetatable(L, kTableType);
+    return 1;
+}
+
+int table_new_lua(lua_State* L) {
+    int r;
+    {
+        std::string err;
+        try {
+            r = table_new(L, err);
+        } catch (const std::bad_alloc&) {
+            err = "kp.table: out of memory";
+            r = -1;
+        }
+        if (r < 0) {
+            luaL_where(L, 1);
+            lua_pushlstring(L, err.data(), err.size());
+            lua_concat(L, 2);
+        }
+    }
+    if (r < 0) return lua_error(L);
+    return r;
+}
+
+int table_gc(lua_State* L) {
+    if (auto* b = static_cast<TableBox*>(luaL_testudata(L, 1, kTableType)))
+        b->host->remove_control(b->handle);
+    return 0;
+}
+
+int table_tostring(lua_State* L) {
+    auto* b = static_cast<TableBox*>(luaL_testudata(L, 1, kTableType));
+    lua_pushfstring(L, "kp.table(%p)", b ? reinterpret_cast<void*>(b->handle) : nullptr);
+    return 1;
+}
+
+} // namespace
+
+void add_table_api(lua_State* L, Session& session) {
+    lua_pushlightuserdata(L, &session);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kSessionKey);
+    static const luaL_Reg meta[] = {{"__gc", table_gc}, {"__tostring", table_tostring}, {nullptr, nullptr}};
+    luaL_newmetatable(L, kTableType);
+    luaL_setfuncs(L, meta, 0);
+    lua_pop(L, 1);
+    lua_pushcfunction(L, table_new_lua);
+    lua_setfield(L, -2, "table");
+}
+
+bool table_handle_at(lua_State* L, int index, uintptr_t& handle) {
+    auto* b = static_cast<TableBox*>(luaL_testudata(L, index, kTableType));
+    if (!b) return false;
+    handle = b->handle;
+    return true;
+}
+
+} // namespace kp::cli

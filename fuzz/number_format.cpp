@@ -31,8 +31,9 @@ NumberValue value(FuzzedDataProvider& in) {
         return NumberValue::real(in.ConsumeFloatingPoint<double>());
     }
     default: {
-        const __int128 m = (static_cast<__int128>(in.ConsumeIntegral<int16_t>()) << 64) |
-                           static_cast<__int128>(in.ConsumeIntegral<uint64_t>());
+        using kp::numeric::int128;
+        const int128 m = (static_cast<int128>(in.ConsumeIntegral<int16_t>()) << 64) |
+                         static_cast<int128>(in.ConsumeIntegral<uint64_t>());
         return NumberValue::currency(*Money::from_millionths(m));
     }
     }

@@ -10,6 +10,7 @@
 #include "component/runtime.h"
 #include "component/strings.h"
 #include "component/variant.h"
+#include "numeric/int128.h"
 
 namespace kp::memzones {
 
@@ -125,17 +126,30 @@ int rank(Kind k) {
     }
 }
 
+// A numeric key: integers and currency values exactly, as millionths in
+// 128 bits; reals as they are.  Keys compare on those, never through long
+// double, whose width differs between targets (on 32-bit ARM it is a
+// double's, which cannot tell 64-bit integers apart near their ends).
+// `v` is the key in long double, for the sort's first pass.
 struct Number {
     bool nan = false;
+    bool exact = false;
+    numeric::int128 millionths = 0;
+    double real = 0;
     long double v = 0;
 };
 
 Number number_of(const Item& it) {
+    Number n;
     switch (it.kind()) {
     case Kind::Real: {
         const double d = it.real_value();
-        if (std::isnan(d)) return {true, 0};
-        return {false, static_cast<long double>(d)};
+        n.nan = std::isnan(d);
+        if (!n.nan) {
+            n.real = d;
+            n.v = static_cast<long double>(d);
+        }
+        return n;
     }
     case Kind::Currency: {
         uint8_t b[10];
@@ -143,17 +157,45 @@ Number number_of(const Item& it) {
         uint64_t low;
         std::memcpy(&low, b, 8);
         const int16_t high = static_cast<int16_t>(b[8] | (b[9] << 8));
-        const __int128 m = (static_cast<__int128>(high) << 64) | static_cast<__int128>(low);
-        return {false, static_cast<long double>(m) / 1000000.0L};
+        n.millionths = (static_cast<numeric::int128>(high) << 64) | static_cast<numeric::int128>(low);
+        n.v = (static_cast<long double>(high) * 18446744073709551616.0L + static_cast<long double>(low)) /
+              1000000.0L;
+        break;
     }
     default:
-        return {false, static_cast<long double>(it.integer_value())};
+        n.millionths = static_cast<numeric::int128>(it.integer_value()) * 1000000;
+        n.v = static_cast<long double>(it.integer_value());
+        break;
     }
+    n.exact = true;
+    return n;
+}
+
+// Sign of d - m / 10^6: the integer parts compare exactly, the fractions in
+// double (they could only disagree for a real within a rounding error of a
+// millionth it is not equal to).
+int compare_real_exact(double d, numeric::int128 m) {
+    constexpr double kTwo64 = 18446744073709551616.0; // beyond any exact key's integer part
+    if (d >= kTwo64) return 1;
+    if (d <= -kTwo64) return -1;
+    const double whole = std::floor(d);
+    const numeric::int128 dq = static_cast<numeric::int128>(whole);
+    numeric::int128 q = m / 1000000, r = m % 1000000;
+    if (r < 0) {
+        q -= 1;
+        r += 1000000;
+    }
+    if (dq != q) return dq < q ? -1 : 1;
+    const double fd = (d - whole) * 1e6, fr = static_cast<double>(static_cast<int64_t>(r));
+    return fd < fr ? -1 : (fr < fd ? 1 : 0);
 }
 
 int compare_numbers(const Number& a, const Number& b) {
     if (a.nan || b.nan) return a.nan == b.nan ? 0 : (a.nan ? 1 : -1);
-    return a.v < b.v ? -1 : (b.v < a.v ? 1 : 0);
+    if (a.exact && b.exact) return a.millionths < b.millionths ? -1 : (b.millionths < a.millionths ? 1 : 0);
+    if (a.exact) return -compare_real_exact(b.real, a.millionths);
+    if (b.exact) return compare_real_exact(a.real, b.millionths);
+    return a.real < b.real ? -1 : (b.real < a.real ? 1 : 0);
 }
 
 template <typename T> int compare_spans(std::basic_string_view<T> a, std::basic_string_view<T> b) {

@@ -10,12 +10,11 @@
 #include "component/runtime.h"
 #include "component/strings.h"
 #include "component/variant.h"
+#include "numeric/int128.h"
 
 namespace kp::numeric {
 
 namespace {
-
-using uint128 = unsigned __int128;
 
 bool is_digit(char16_t c) {
     return c >= u'0' && c <= u'9';
@@ -159,7 +158,7 @@ std::string money_fixed(uint128 a, int prec) {
     }
     const uint128 div = pow10(6 - prec);
     uint128 q = a / div;
-    if ((a % div) * 2 >= div) ++q;
+    if ((a % div) * 2 >= div) q += 1;
     const uint128 unit = pow10(prec);
     s = decimal(q / unit);
     if (prec > 0) {

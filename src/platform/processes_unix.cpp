@@ -1,16 +1,16 @@
-// processes_unix.cpp - programs of the host over posix_spawn, fork, pidfd
+// processes_unix.cpp - programs of the host over fork, pidfd
 // and /proc.
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -184,27 +184,64 @@ uint32_t ChildProcess::wait(int timeout_ms) {
 }
 
 bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child) {
+    // Forked by hand rather than with posix_spawn: where the C library's
+    // spawn cannot share the child's memory until the exec (qemu-user turns
+    // its vfork into a fork), posix_spawn reports a program that cannot be
+    // started as a child that ends with 127.  The child writes the exec's
+    // errno to a close-on-exec pipe instead, which works everywhere.  As in
+    // start_detached_process, the child only makes async-signal-safe calls.
     child.reset();
     std::vector<char*> argv = make_argv(program, args);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attr;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attr);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
-    sigset_t none, all;
-    sigemptyset(&none);
+    int pipe_fds[2];
+    if (pipe2(pipe_fds, O_CLOEXEC) != 0) return fail(start_error(errno));
+    const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (null_fd < 0) {
+        const int err = errno;
+        close(pipe_fds[0]);
+        close(pipe_fds[1]);
+        return fail(start_error(err));
+    }
+    sigset_t all, none, saved;
     sigfillset(&all);
-    posix_spawnattr_setsigmask(&attr, &none);
-    posix_spawnattr_setsigdefault(&attr, &all);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-
-    pid_t pid = 0;
-    int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attr);
-    if (rc != 0) return fail(start_error(rc));
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &all, &saved);
+    const pid_t pid = _Fork();
+    if (pid == 0) {
+        for (int sig = 1; sig < NSIG; ++sig) {
+            struct sigaction sa {};
+            sa.sa_handler = SIG_DFL;
+            sigaction(sig, &sa, nullptr);
+        }
+        dup2(null_fd, 0);
+        close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        execve(program.c_str(), argv.data(), environ);
+        write_message(pipe_fds[1], 2, errno);
+        _exit(127);
+    }
+    const int fork_errno = errno;
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    close(pipe_fds[1]);
+    close(null_fd);
+    if (pid < 0) {
+        close(pipe_fds[0]);
+        return fail(start_error(fork_errno));
+    }
+    // End of file: the exec succeeded (the pipe closed with it).
+    int32_t err = 0;
+    StartMessage m;
+    for (;;) {
+        const ssize_t r = read(pipe_fds[0], &m, sizeof m);
+        if (r < 0 && errno == EINTR) continue;
+        if (r == static_cast<ssize_t>(sizeof m) && m.kind == 2) err = m.value;
+        break;
+    }
+    close(pipe_fds[0]);
+    if (err != 0) {
+        int status;
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
+        return fail(start_error(err));
+    }
     child.pid_ = pid;
     child.pidfd_ = pidfd_open(pid, 0); // -1 on kernels without pidfds: waits then poll waitpid
     return true;
@@ -297,7 +334,9 @@ bool list_processes(std::vector<ProcessEntry>& out) {
     while (dirent* e = readdir(d)) {
         const char* name = e->d_name;
         if (*name < '1' || *name > '9') continue;
-        long pid = 0;
+        // 64 bits whatever the width of long, so that the bound below can be
+        // passed before the number wraps.
+        int64_t pid = 0;
         bool digits = true;
         for (const char* p = name; *p && digits; ++p) {
             if (*p < '0' || *p > '9')
@@ -309,11 +348,11 @@ bool list_processes(std::vector<ProcessEntry>& out) {
         if (!digits) continue;
         ProcessEntry entry;
         entry.pid = static_cast<int32_t>(pid);
-        std::snprintf(path, sizeof path, "/proc/%ld/exe", pid);
+        std::snprintf(path, sizeof path, "/proc/%" PRId64 "/exe", pid);
         if (read_link(path, entry.module)) {
             entry.module_is_path = true;
         } else {
-            std::snprintf(path, sizeof path, "/proc/%ld/comm", pid);
+            std::snprintf(path, sizeof path, "/proc/%" PRId64 "/comm", pid);
             ssize_t n = read_small(path, comm, sizeof comm);
             if (n <= 0) continue; // ended meanwhile
             while (n > 0 && comm[n - 1] == '\n')

@@ -18,9 +18,10 @@ namespace {
 
 Item money(int64_t millionths) {
     uint8_t b[10];
-    const __int128 m = millionths;
+    // Ten little-endian bytes, the two above the 64-bit value sign-extended.
+    const uint64_t m = static_cast<uint64_t>(millionths);
     for (int i = 0; i < 10; ++i)
-        b[i] = static_cast<uint8_t>(static_cast<unsigned __int128>(m) >> (8 * i));
+        b[i] = static_cast<uint8_t>(i < 8 ? m >> (8 * i) : (millionths < 0 ? 0xFF : 0));
     return Item::currency(b);
 }
 
@@ -238,4 +239,36 @@ TEST(Zone, SortSeparatesIntegersBeyondTheRealsPrecision) {
     EXPECT_EQ((std::vector<int>{4, 5, 3, 1, 2, 0}), order);
     EXPECT_EQ(6, z.seek(Item::int64(big + 1)));
     EXPECT_EQ(4, z.seek(Item::int64(big)));
+}
+
+TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
+    // Near the ends of 64-bit integers and at a millionth's distance: no
+    // pair may come out equal through a rounded intermediate, whatever the
+    // width of the target's long double.
+    const int64_t max = std::numeric_limits<int64_t>::max(), min = std::numeric_limits<int64_t>::min();
+    const double two63 = 9223372036854775808.0;
+    struct Case {
+        Item a, b;
+        int expect;
+    };
+    Case cases[] = {
+        {Item::int64(max), Item::int64(max - 1), 1},
+        {Item::int64(min), Item::int64(min + 1), -1},
+        {Item::int64(max), Item::real(two63), -1},
+        {Item::real(-two63), Item::int64(min), 0},
+        {Item::real(-two63), Item::int64(min + 1), -1},
+        {money(1000001), Item::integer(1), 1},
+        {money(999999), Item::real(1.0), -1},
+        {money(-1500000), Item::real(-1.5), 0},
+        {money(-1500001), Item::real(-1.5), -1},
+        {Item::real(0.25), money(250000), 0},
+        {Item::real(std::numeric_limits<double>::infinity()), Item::int64(max), 1},
+        {Item::real(-std::numeric_limits<double>::infinity()), money(-1), -1},
+        {Item::real(1e30), money(1), 1},
+        {Item::boolean(true), Item::integer(1), 0},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.expect, compare(c.a, c.b));
+        EXPECT_EQ(-c.expect, compare(c.b, c.a));
+    }
 }

@@ -111,6 +111,28 @@ TEST(Conversion, SearchMatching) {
 
 using Functions = kp::test::RegistryFixture;
 
+// A page whose address fits the 32-bit integer the address form of
+// RegistrySetValue takes.  On a 32-bit target every address does; x86-64
+// has MAP_32BIT; other 64-bit targets (arm64) have no such flag, so low
+// addresses are asked for as hints.
+void* low_page() {
+    const int prot = PROT_READ | PROT_WRITE;
+    int flags = MAP_PRIVATE | MAP_ANONYMOUS;
+#if defined(MAP_32BIT)
+    flags |= MAP_32BIT;
+#endif
+    void* p = mmap(nullptr, 4096, prot, flags, -1, 0);
+    if (p == MAP_FAILED || sizeof(void*) == 4 || reinterpret_cast<uintptr_t>(p) < 0x80000000u) return p;
+    munmap(p, 4096);
+    for (uintptr_t hint = 0x10000000u; hint < 0x80000000u; hint += 0x1000000u) {
+        p = mmap(reinterpret_cast<void*>(hint), 4096, prot, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (p == MAP_FAILED) continue;
+        if (reinterpret_cast<uintptr_t>(p) < 0x80000000u) return p;
+        munmap(p, 4096);
+    }
+    return MAP_FAILED;
+}
+
 // Every value type through every overload of RegistrySetValue, stored byte
 // for byte as the host value's table says, and read back by
 // RegistryQueryValue.
@@ -121,7 +143,7 @@ TEST_F(Functions, RoundTripOfEveryValueType) {
     double real = 1.5;
     uint8_t real_bytes[8];
     std::memcpy(real_bytes, &real, 8);
-    void* low = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
+    void* low = low_page();
     ASSERT_NE(low, MAP_FAILED);
     std::memcpy(low, "\x01\x00\xFF\x7F\x80", 5);
     int32_t address = static_cast<int32_t>(reinterpret_cast<uintptr_t>(low));

@@ -29,8 +29,11 @@ struct X11 : ::testing::Test {
         ASSERT_TRUE(sys->host->loaded());
         ASSERT_NE(sys->host->display(), nullptr);
         ASSERT_STREQ("x11", sys->host->display()->kind());
-        ASSERT_TRUE(peer.start({KP120_X11_PEER, "Peer window", "KPPeerClass"}, {"DISPLAY=" + xvfb.name()}));
-        peer_window = std::stoul(peer.line());
+        ASSERT_TRUE(peer.start(kp::test::target_command({KP120_X11_PEER, "Peer window", "KPPeerClass"}),
+                               {"DISPLAY=" + xvfb.name()}));
+        const std::string id = peer.line();
+        ASSERT_FALSE(id.empty()) << "the peer wrote no window identifier";
+        peer_window = std::stoul(id);
         ASSERT_NE(0u, peer_window);
     }
     std::string xdo(const std::string& args) { return run_on(xvfb.name(), "xdotool " + args); }
@@ -189,7 +192,7 @@ TEST_F(X11, NotificationIconDocksInTheTray) {
     EXPECT_FALSE(out.result.b) << "no notification area yet";
     EXPECT_EQ(50u, out.error.system_code);
     kp::test::Child tray;
-    ASSERT_TRUE(tray.start({KP120_X11_PEER, "--tray"}, {"DISPLAY=" + xvfb.name()}));
+    ASSERT_TRUE(tray.start(kp::test::target_command({KP120_X11_PEER, "--tray"}), {"DISPLAY=" + xvfb.name()}));
     ASSERT_FALSE(tray.line().empty());
     EXPECT_TRUE(
         sys->boolean("SysIconAdd", {S(u"\\icon.ico"), S(u"Orders: 3"), S(u"New order \u00e9 received")}));

@@ -97,6 +97,26 @@ class Child {
     std::string buf_;
 };
 
+// The command line that starts a program built for the target: the program
+// itself, or in a cross build the emulator the tests run under followed by
+// the program (KP120_TARGET_EMULATOR, its words separated by '|').
+inline std::vector<std::string> target_command(std::vector<std::string> argv) {
+#ifdef KP120_TARGET_EMULATOR
+    std::vector<std::string> out;
+    const std::string words = KP120_TARGET_EMULATOR;
+    for (std::size_t at = 0;;) {
+        const std::size_t bar = words.find('|', at);
+        out.push_back(words.substr(at, bar == std::string::npos ? std::string::npos : bar - at));
+        if (bar == std::string::npos) break;
+        at = bar + 1;
+    }
+    out.insert(out.end(), argv.begin(), argv.end());
+    return out;
+#else
+    return argv;
+#endif
+}
+
 // Xvfb choosing its own free display number (-displayfd).
 class Xvfb {
   public:

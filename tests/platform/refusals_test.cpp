@@ -1,0 +1,258 @@
+// refusals_test.cpp - the platform calls' refusals and edge cases: the trash
+// (names, collisions, an unusable trash), file dispositions that must fail,
+// clock fields out of range, and moved child processes.
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "platform/clock.h"
+#include "platform/codepage.h"
+#include "platform/files.h"
+#include "platform/processes.h"
+#include "platform/trash.h"
+#include "platform/win32_error.h"
+#include "support/test_host.h"
+
+namespace kp::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Without a host the device root is the host's "/": names are host paths.
+// The trash is the home trash of a temporary data home on the same file
+// system as the files.
+class Trash : public ::testing::Test {
+  protected:
+    kp::test::TempDir dir;
+    std::string saved_;
+    bool had_ = false;
+    void SetUp() override {
+        if (const char* old = std::getenv("XDG_DATA_HOME")) had_ = true, saved_ = old;
+        fs::create_directories(dir.path() / "xdg");
+        fs::create_directories(dir.path() / "d");
+        setenv("XDG_DATA_HOME", (dir.path() / "xdg").c_str(), 1);
+    }
+    void TearDown() override {
+        if (had_)
+            setenv("XDG_DATA_HOME", saved_.c_str(), 1);
+        else
+            unsetenv("XDG_DATA_HOME");
+    }
+    fs::path host(const std::string& rel) const { return dir.path() / rel; }
+    std::u16string name(const std::string& rel) const { return from_utf8(host(rel).string()); }
+    void put(const std::string& rel, const std::string& bytes) { std::ofstream(host(rel)) << bytes; }
+    std::string slurp(const fs::path& p) const {
+        std::ifstream in(p);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+};
+
+TEST_F(Trash, RefusalsLeaveEverythingInPlace) {
+    struct Row {
+        std::u16string name;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {u"/", kErrorAccessDenied}, // the device root itself
+        {name("d/none.txt"), kErrorFileNotFound},
+        {name("nodir/none.txt"), kErrorPathNotFound},
+    };
+    for (const Row& r : rows) {
+        set_last_error(0);
+        EXPECT_FALSE(move_to_trash(r.name));
+        EXPECT_EQ(last_error(), r.code);
+    }
+    EXPECT_FALSE(fs::exists(host("xdg/Trash")));
+}
+
+TEST_F(Trash, InfoFileRecordsThePercentEncodedPath) {
+    put("d/a b%\xC3\xA9.txt", "x");
+    ASSERT_TRUE(move_to_trash(name("d/a b%\xC3\xA9.txt")));
+    EXPECT_FALSE(fs::exists(host("d/a b%\xC3\xA9.txt")));
+    EXPECT_TRUE(fs::exists(host("xdg/Trash/files/a b%\xC3\xA9.txt")));
+    const std::string info = slurp(host("xdg/Trash/info/a b%\xC3\xA9.txt.trashinfo"));
+    EXPECT_EQ(info.rfind("[Trash Info]\nPath=", 0), 0u) << info;
+    EXPECT_NE(info.find("/d/a%20b%25%C3%A9.txt\n"), std::string::npos) << info;
+    EXPECT_NE(info.find("\nDeletionDate=2"), std::string::npos) << info;
+}
+
+TEST_F(Trash, SameNamesAndLeftoversGetTheNextNumber) {
+    // A leftover in files/ without its info file is never overwritten.
+    fs::create_directories(host("xdg/Trash/files"));
+    put("xdg/Trash/files/k.txt.2", "leftover");
+    for (const char* content : {"first", "second", "third"}) {
+        put("d/k.txt", content);
+        ASSERT_TRUE(move_to_trash(name("d/k.txt"))) << content;
+    }
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt")), "first");
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt.2")), "leftover");
+    EXPECT_FALSE(fs::exists(host("xdg/Trash/info/k.txt.2.trashinfo")));
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt.3")), "second");
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt.4")), "third");
+    EXPECT_TRUE(fs::exists(host("xdg/Trash/info/k.txt.4.trashinfo")));
+}
+
+TEST_F(Trash, DirectoriesGoWhole) {
+    fs::create_directories(host("d/sub/inner"));
+    put("d/sub/inner/f", "1");
+    ASSERT_TRUE(move_to_trash(name("d/sub")));
+    EXPECT_EQ(slurp(host("xdg/Trash/files/sub/inner/f")), "1");
+}
+
+TEST_F(Trash, AnUnusableTrashKeepsTheFile) {
+    // The data home is a plain file: the trash cannot be made under it.
+    put("blocker", "not a directory");
+    setenv("XDG_DATA_HOME", host("blocker").c_str(), 1);
+    put("d/keep.txt", "keep");
+    EXPECT_FALSE(move_to_trash(name("d/keep.txt")));
+    EXPECT_NE(last_error(), kErrorSuccess);
+    EXPECT_EQ(slurp(host("d/keep.txt")), "keep");
+}
+
+TEST_F(Trash, HomeIsTheFallbackOfTheDataHome) {
+    // A relative XDG_DATA_HOME is ignored, as the trash rules require.
+    setenv("XDG_DATA_HOME", "relative/dir", 1);
+    const char* old_home = std::getenv("HOME");
+    const std::string saved_home = old_home ? old_home : "";
+    fs::create_directories(host("home"));
+    setenv("HOME", host("home").c_str(), 1);
+    put("d/h.txt", "h");
+    const bool moved = move_to_trash(name("d/h.txt"));
+    if (old_home)
+        setenv("HOME", saved_home.c_str(), 1);
+    else
+        unsetenv("HOME");
+    ASSERT_TRUE(moved);
+    EXPECT_TRUE(fs::exists(host("home/.local/share/Trash/files/h.txt")));
+    EXPECT_FALSE(fs::exists("relative"));
+}
+
+TEST(FileRefusals, DispositionsThatCannotApply) {
+    kp::test::TempDir dir;
+    const std::u16string existing = from_utf8((dir.path() / "e").string());
+    std::ofstream(dir.path() / "e") << "data";
+    struct Row {
+        std::u16string name;
+        uint32_t access, disposition, code;
+    };
+    const Row rows[] = {
+        {from_utf8((dir.path() / "missing").string()), kGenericWrite, kTruncateExisting, kErrorFileNotFound},
+        {existing, kGenericRead, kTruncateExisting, kErrorInvalidParameter}, // truncation needs write access
+        {existing, kGenericRead, 0, kErrorInvalidParameter},
+        {existing, kGenericRead, 6, kErrorInvalidParameter},
+    };
+    for (const Row& r : rows) {
+        set_last_error(0);
+        EXPECT_EQ(create_file(r.name, r.access, kShareRead, r.disposition, 0), kInvalidFile) << r.disposition;
+        EXPECT_EQ(last_error(), r.code) << r.disposition;
+    }
+    EXPECT_EQ(fs::file_size(dir.path() / "e"), 4u); // never truncated
+    FileHandle h = create_file(existing, kGenericWrite, kShareRead, kTruncateExisting, 0);
+    ASSERT_NE(h, kInvalidFile);
+    EXPECT_TRUE(close_file(h));
+    EXPECT_EQ(fs::file_size(dir.path() / "e"), 0u);
+}
+
+TEST(ClockRefusals, FieldsOutOfRangeNeverReachTheSystem) {
+    SystemTime good;
+    good.year = 2024, good.month = 2, good.day = 29, good.hour = 12;
+    struct Row {
+        int32_t SystemTime::*field;
+        int32_t value;
+    };
+    const Row rows[] = {
+        {&SystemTime::year, 1600},         {&SystemTime::year, 30828},      {&SystemTime::month, 0},
+        {&SystemTime::month, 13},          {&SystemTime::day, 0},           {&SystemTime::day, 32},
+        {&SystemTime::hour, 24},           {&SystemTime::minute, -1},       {&SystemTime::second, 60},
+        {&SystemTime::milliseconds, 1000}, {&SystemTime::milliseconds, -1},
+    };
+    for (const Row& r : rows) {
+        SystemTime t = good;
+        t.*r.field = r.value;
+        uint32_t error = 0;
+        set_last_error(0);
+        EXPECT_FALSE(system_clock().set_local_time(t, &error)) << r.value;
+        EXPECT_EQ(error, kErrorInvalidParameter);
+        EXPECT_EQ(last_error(), kErrorInvalidParameter);
+        EXPECT_FALSE(system_clock().set_local_time(t, nullptr));
+        SystemTime out;
+        EXPECT_FALSE(utc_to_local(t, out)) << r.value;
+        EXPECT_FALSE(local_to_utc(t, out)) << r.value;
+    }
+}
+
+TEST(ChildProcesses, MovingKeepsOneOwnerOfTheProcess) {
+    ChildProcess a;
+    ASSERT_TRUE(start_process("/bin/sh", {"-c", "exit 7"}, a));
+    const int32_t pid = a.pid();
+    ChildProcess b(std::move(a));
+    EXPECT_FALSE(a.valid());
+    EXPECT_EQ(b.pid(), pid);
+    ChildProcess c;
+    ASSERT_TRUE(start_process("/bin/sh", {"-c", "exit 3"}, c));
+    c = std::move(b); // c's first process is waited for, then c owns b's
+    EXPECT_FALSE(b.valid());
+    EXPECT_EQ(c.pid(), pid);
+    ChildProcess& same = c;
+    c = std::move(same); // moving onto itself changes nothing
+    EXPECT_EQ(c.pid(), pid);
+    EXPECT_EQ(c.wait(10000), 7u);
+    EXPECT_EQ(c.wait(0), 7u); // the code stays once seen
+}
+
+TEST(ChildProcesses, ProgramsThatCannotStartReportTheDeviceCodes) {
+    kp::test::TempDir dir;
+    const std::string text = (dir.path() / "text.bin").string();
+    std::ofstream(text) << "\x01\x02 not a program\n";
+    fs::permissions(text, fs::perms::owner_all);
+    const std::string plain = (dir.path() / "plain").string();
+    std::ofstream(plain) << "#!/bin/sh\n";
+    fs::permissions(plain, fs::perms::owner_read | fs::perms::owner_write);
+    struct Row {
+        std::string program;
+        std::vector<std::string> args;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {text, {}, 193},                                                     // not an executable format
+        {"/bin/true", {std::string(200000, 'a')}, kErrorFilenameExcedRange}, // one argument too long
+        {plain, {}, kErrorAccessDenied},                                     // not executable
+        {(dir.path() / "none").string(), {}, kErrorFileNotFound},
+    };
+    for (const Row& r : rows) {
+        ChildProcess child;
+        set_last_error(0);
+        EXPECT_FALSE(start_process(r.program, r.args, child)) << r.program;
+        EXPECT_EQ(last_error(), r.code) << r.program;
+        EXPECT_FALSE(child.valid());
+        EXPECT_EQ(child.wait(0), 0xFFFFFFFFu); // no process: no code
+        EXPECT_EQ(start_detached_process(r.program, r.args), 0) << r.program;
+        EXPECT_EQ(last_error(), r.code) << r.program;
+    }
+}
+
+TEST(ChildProcesses, ACodeCollectedElsewhereReadsAsUnknown) {
+    // With SIGCHLD ignored the system reaps the child itself: its code is lost.
+    struct sigaction ignore {
+    }, saved{};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &saved);
+    ChildProcess child;
+    const bool started = start_process("/bin/sh", {"-c", "exit 5"}, child);
+    uint32_t code = kStillActive;
+    for (int i = 0; started && i < 100 && code == kStillActive; ++i)
+        code = child.wait(100);
+    sigaction(SIGCHLD, &saved, nullptr);
+    ASSERT_TRUE(started);
+    EXPECT_EQ(code, 0xFFFFFFFFu);
+}
+
+} // namespace
+} // namespace kp::platform

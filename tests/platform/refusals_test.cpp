@@ -12,7 +12,9 @@
 
 #include "platform/clock.h"
 #include "platform/codepage.h"
+#include "platform/directory.h"
 #include "platform/files.h"
+#include "platform/memory.h"
 #include "platform/processes.h"
 #include "platform/trash.h"
 #include "platform/win32_error.h"
@@ -252,6 +254,113 @@ TEST(ChildProcesses, ACodeCollectedElsewhereReadsAsUnknown) {
     sigaction(SIGCHLD, &saved, nullptr);
     ASSERT_TRUE(started);
     EXPECT_EQ(code, 0xFFFFFFFFu);
+}
+
+TEST(DirectoryRefusals, PlainFilesAndMissingFoldersWhereADirectoryIsNeeded) {
+    kp::test::TempDir dir;
+    std::ofstream(dir.path() / "file") << "12345";
+    auto name = [&](const std::string& rel) { return from_utf8((dir.path() / rel).string()); };
+    struct Row {
+        std::string rel;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {"file", kErrorDirectory}, {"none", kErrorPathNotFound}, {"none/deeper", kErrorPathNotFound}};
+    for (const Row& r : rows) {
+        DirectoryReader reader;
+        set_last_error(0);
+        EXPECT_FALSE(reader.open(name(r.rel))) << r.rel;
+        EXPECT_EQ(last_error(), r.code) << r.rel;
+        uint64_t total = 99;
+        EXPECT_FALSE(directory_size(name(r.rel), total)) << r.rel;
+        EXPECT_EQ(last_error(), r.code) << r.rel;
+        EXPECT_FALSE(remove_directory_tree(name(r.rel))) << r.rel;
+    }
+    EXPECT_EQ(fs::file_size(dir.path() / "file"), 5u);
+    // A file standing where the tree, or one of its levels, should be.
+    for (const char* rel : {"file", "file/sub", "file/sub/deeper"}) {
+        set_last_error(0);
+        EXPECT_FALSE(create_directory_tree(name(rel))) << rel;
+        EXPECT_NE(last_error(), kErrorSuccess) << rel;
+    }
+    EXPECT_TRUE(fs::is_regular_file(dir.path() / "file"));
+    EXPECT_TRUE(create_directory_tree(name("a/b/c")));
+    EXPECT_TRUE(create_directory_tree(name("a/b/c"))); // already there
+    EXPECT_TRUE(fs::is_directory(dir.path() / "a/b/c"));
+}
+
+TEST(DirectoryRefusals, RemovingATreeNeverFollowsItsLinks) {
+    kp::test::TempDir dir;
+    fs::create_directories(dir.path() / "outside/keep");
+    std::ofstream(dir.path() / "outside/keep/f") << "kept";
+    fs::create_directories(dir.path() / "tree/sub");
+    std::ofstream(dir.path() / "tree/sub/ro") << "ro";
+    fs::permissions(dir.path() / "tree/sub/ro", fs::perms::owner_read);
+    fs::create_directory_symlink(dir.path() / "outside", dir.path() / "tree/sub/link");
+    fs::create_symlink(dir.path() / "nowhere", dir.path() / "tree/dangling");
+    uint64_t total = 0;
+    ASSERT_TRUE(directory_size(from_utf8((dir.path() / "tree").string()), total));
+    EXPECT_EQ(total, 2u); // the linked folder is not counted
+    ASSERT_TRUE(remove_directory_tree(from_utf8((dir.path() / "tree").string())));
+    EXPECT_FALSE(fs::exists(dir.path() / "tree"));
+    EXPECT_TRUE(fs::exists(dir.path() / "outside/keep/f"));
+}
+
+TEST(FileRefusals, HandlesRefuseWhatTheirAccessForbids) {
+    kp::test::TempDir dir;
+    set_last_error(0);
+    EXPECT_EQ(create_file(u"/", kGenericRead, kShareRead, kOpenExisting, 0), kInvalidFile); // the root
+    EXPECT_EQ(last_error(), kErrorAccessDenied);
+
+    const std::u16string name = from_utf8((dir.path() / "f").string());
+    std::ofstream(dir.path() / "f") << "0123456789";
+    FileHandle reader = create_file(name, kGenericRead, kShareRead | kShareWrite, kOpenExisting, 0);
+    ASSERT_NE(reader, kInvalidFile);
+    uint64_t pos = 77;
+    for (uint32_t origin : {3u, 4u, 0xFFFFFFFFu}) {
+        EXPECT_FALSE(set_file_pointer(reader, 0, origin, &pos)) << origin;
+        EXPECT_EQ(last_error(), kErrorInvalidParameter);
+    }
+    EXPECT_EQ(pos, 77u);
+    // A whole-file write lock needs write access; a read lock is granted and released.
+    EXPECT_FALSE(lock_whole_file(reader, true));
+    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_TRUE(lock_whole_file(reader, false));
+    EXPECT_TRUE(unlock_whole_file(reader));
+    EXPECT_TRUE(unlock_whole_file(reader)); // nothing held: still fine
+    FileHandle writer = create_file(name, kGenericWrite, kShareRead | kShareWrite, kOpenExisting, 0);
+    ASSERT_NE(writer, kInvalidFile);
+    EXPECT_FALSE(lock_whole_file(writer, false)); // a read lock on a write-only handle
+    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_TRUE(lock_whole_file(writer, true));
+    EXPECT_TRUE(unlock_whole_file(writer));
+    EXPECT_TRUE(close_file(writer));
+    EXPECT_TRUE(close_file(reader));
+    EXPECT_FALSE(unlock_whole_file(kInvalidFile));
+    EXPECT_EQ(last_error(), kErrorInvalidHandle);
+}
+
+TEST(MemoryCopies, AddressesOfThisProcessOnly) {
+    char source[8] = "abcdefg";
+    char target[8] = {};
+    EXPECT_TRUE(read_memory(reinterpret_cast<uintptr_t>(source), target, 8));
+    EXPECT_STREQ(target, "abcdefg");
+    EXPECT_TRUE(write_memory(reinterpret_cast<uintptr_t>(target), "XYZ", 3));
+    EXPECT_STREQ(target, "XYZdefg");
+    EXPECT_TRUE(read_memory(0, target, 0)); // nothing to copy
+    struct Row {
+        uintptr_t address;
+        const char* why;
+    };
+    const Row rows[] = {{0, "null"}, {16, "first page"}, {~uintptr_t(0) - 64, "top of the address space"}};
+    for (const Row& r : rows) {
+        set_last_error(0);
+        EXPECT_FALSE(read_memory(r.address, target, 4)) << r.why;
+        EXPECT_EQ(last_error(), kErrorNoAccess) << r.why;
+        EXPECT_FALSE(write_memory(r.address, source, 4)) << r.why;
+        EXPECT_EQ(last_error(), kErrorNoAccess) << r.why;
+    }
+    EXPECT_STREQ(target, "XYZdefg");
 }
 
 } // namespace

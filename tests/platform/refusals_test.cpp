@@ -363,5 +363,26 @@ TEST(MemoryCopies, AddressesOfThisProcessOnly) {
     EXPECT_STREQ(target, "XYZdefg");
 }
 
+TEST(FileCopies, AcrossFileSystemsAndOntoFolders) {
+    kp::test::TempDir dir;
+    // A file of another file system whose size reads 0 until it is read: the
+    // bytes are copied through the buffer, all of them.
+    const std::u16string copy = from_utf8((dir.path() / "status").string());
+    ASSERT_TRUE(copy_file(u"/proc/self/status", copy, true));
+    std::ifstream in(dir.path() / "status");
+    std::string first;
+    std::getline(in, first);
+    EXPECT_EQ(first.rfind("Name:", 0), 0u) << first;
+    EXPECT_GT(fs::file_size(dir.path() / "status"), 100u);
+    // A folder where the copy should go is never replaced.
+    fs::create_directories(dir.path() / "folder");
+    std::ofstream(dir.path() / "src") << "s";
+    set_last_error(0);
+    EXPECT_FALSE(copy_file(from_utf8((dir.path() / "src").string()),
+                           from_utf8((dir.path() / "folder").string()), false));
+    EXPECT_NE(last_error(), kErrorSuccess);
+    EXPECT_TRUE(fs::is_directory(dir.path() / "folder"));
+}
+
 } // namespace
 } // namespace kp::platform

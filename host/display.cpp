@@ -253,4 +253,23 @@ bool Display::choose_colour(int32_t, int32_t, int32_t&) {
     return false; // no dialog: cancelled
 }
 
+bool screen_metric(int32_t code, const kp_screen_info& s, int32_t& out) {
+    switch (code) {
+    case 12:
+        out = s.work_area.right - s.work_area.left;
+        return true;
+    case 13:
+        out = s.work_area.bottom - s.work_area.top;
+        return true;
+    case 23:
+        out = s.width;
+        return true;
+    case 24:
+        out = s.height;
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace kp::host

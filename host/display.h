@@ -84,6 +84,11 @@ class Display {
 // The colour of sc element `index` on a fresh display (the classic scheme).
 int32_t default_system_colour(int32_t index);
 
+// The metrics that follow from the screen `s`: the work area's width (12)
+// and height (13), the screen's width (23) and height (24).  False for any
+// other code.
+bool screen_metric(int32_t code, const kp_screen_info& s, int32_t& out);
+
 // The headless handheld.  What scripts and tests see of it besides the
 // display operations: the text typed into each window, the mouse actions,
 // the keys, the screen power, the icon and the colour dialog's answer.

@@ -50,65 +50,33 @@ bool HeadlessDisplay::metric(int32_t code, int32_t& out) {
     kp_screen_info s{};
     screen(s);
     switch (code) {
-    case 0:
+    case 0:  // width of a horizontal scroll bar's arrow
+    case 1:  // height of a horizontal scroll bar
+    case 27: // vertical scroll bar
+    case 28:
         out = 13;
-        return true; // width of a horizontal scroll bar's arrow
-    case 1:
-        out = 13;
-        return true; // height of a horizontal scroll bar
-    case 2:
-        out = 1;
-        return true; // border
+        return true;
+    case 2: // border
     case 3:
         out = 1;
         return true;
-    case 4:
-        out = 32;
-        return true; // cursor
+    case 4: // cursor
     case 5:
-        out = 32;
-        return true;
-    case 6:
-        out = 3;
-        return true; // fixed frame
-    case 7:
-        out = 3;
-        return true;
-    case 8:
-        out = 4;
-        return true; // double-tap area
-    case 9:
-        out = 4;
-        return true;
-    case 12:
-        out = s.work_area.right - s.work_area.left;
-        return true;
-    case 13:
-        out = s.work_area.bottom - s.work_area.top;
-        return true;
-    case 15:
-        out = 32;
-        return true; // icon
+    case 15: // icon
     case 16:
         out = 32;
         return true;
-    case 17:
-        out = 75;
-        return true; // icon spacing
+    case 6: // fixed frame
+    case 7:
+        out = 3;
+        return true;
+    case 8: // double-tap area
+    case 9:
+        out = 4;
+        return true;
+    case 17: // icon spacing
     case 18:
         out = 75;
-        return true;
-    case 23:
-        out = s.width;
-        return true;
-    case 24:
-        out = s.height;
-        return true;
-    case 27:
-        out = 13;
-        return true; // vertical scroll bar
-    case 28:
-        out = 13;
         return true;
     case 29:
         out = kCaption;
@@ -120,7 +88,7 @@ bool HeadlessDisplay::metric(int32_t code, int32_t& out) {
         out = 0;
         return true; // a stylus, no mouse
     default:
-        return false;
+        return screen_metric(code, s, out);
     }
 }
 

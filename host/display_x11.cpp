@@ -177,23 +177,7 @@ class X11Display final : public Display {
             break;
         }
         kp_screen_info s{};
-        if (!screen(s)) return false;
-        switch (code) {
-        case 12:
-            out = s.work_area.right - s.work_area.left;
-            return true;
-        case 13:
-            out = s.work_area.bottom - s.work_area.top;
-            return true;
-        case 23:
-            out = s.width;
-            return true;
-        case 24:
-            out = s.height;
-            return true;
-        default:
-            return false;
-        }
+        return screen(s) && screen_metric(code, s, out);
     }
 
     bool screen_power(bool on) override {

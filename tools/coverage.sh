@@ -13,6 +13,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build-cov}
 JOBS=${JOBS:-$(nproc)}
+# ccache's base directory makes the compiler see relative source names, which
+# gcov cannot resolve from the object directory: this build keeps them absolute.
+unset CCACHE_BASEDIR
 
 command -v gcovr >/dev/null || { echo "coverage: gcovr not found (tools/deps.sh installs it)" >&2; exit 1; }
 

@@ -388,6 +388,16 @@ std::u16string easter(std::u16string_view year) {
     return easter(neg ? -v : v);
 }
 
+void set_system_time(platform::SystemTime& out, const Date& date, const Time& time) {
+    out.year = date.year;
+    out.month = date.month;
+    out.day = date.day;
+    out.hour = time.hour;
+    out.minute = time.minute;
+    out.second = time.second;
+    out.milliseconds = time.hundredths * 10;
+}
+
 namespace {
 
 std::u16string convert_zone(std::u16string_view dt, CXError& err, bool to_local) {
@@ -395,13 +405,7 @@ std::u16string convert_zone(std::u16string_view dt, CXError& err, bool to_local)
     Time t;
     platform::SystemTime in, out;
     if (parse_date_time(dt, d, t)) {
-        in.year = d.year;
-        in.month = d.month;
-        in.day = d.day;
-        in.hour = t.hour;
-        in.minute = t.minute;
-        in.second = t.second;
-        in.milliseconds = t.hundredths * 10;
+        set_system_time(in, d, t);
         bool ok = to_local ? platform::utc_to_local(in, out) : platform::local_to_utc(in, out);
         if (ok && out.year <= 9999) {
             std::u16string s = format_date(out.year, out.month, out.day);

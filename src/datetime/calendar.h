@@ -20,6 +20,10 @@
 
 #include "component/error.h"
 
+namespace kp::platform {
+struct SystemTime;
+} // namespace kp::platform
+
 namespace kp::datetime {
 
 // Error identifiers of the family.
@@ -73,6 +77,9 @@ bool parse_time(std::u16string_view s, Time& out, CXError* err);
 // A date-time: at least eight characters, the date, then the time.
 // Silent; a failure leaves `out` unspecified.
 bool parse_date_time(std::u16string_view s, Date& date, Time& time);
+// Sets the date and time fields of `out` (hundredths become milliseconds);
+// its other fields stay.
+void set_system_time(platform::SystemTime& out, const Date& date, const Time& time);
 
 // Day number of a calendar date; nullopt for a negative year, a month out of
 // 1..12 or a day out of the month.  Years before 1583 get the correction

@@ -69,6 +69,30 @@ int32_t as_int(bool b) {
     return b ? 1 : 0;
 }
 
+// The overloads of the date functions on part P of a file's date: (name),
+// (name, value) and (name, value, kind).
+template <DatePart P> struct FileDate {
+    using SV = std::u16string_view;
+    static auto of1(SV n, CXError& e) { return files::f_file_date(n, u"", 0, P, e); }
+    static auto of2(SV n, SV v, CXError& e) { return files::f_file_date(n, v, 0, P, e); }
+    static auto of3(SV n, SV v, int32_t k, CXError& e) { return files::f_file_date(n, v, k, P, e); }
+};
+
+// The overloads of one walk of kind K: (path, procedure[, user value[,
+// options]]) and (path[, options]); what is left out is 0.
+template <WalkKind K> struct Walk {
+    using SV = std::u16string_view;
+    static int32_t with1(SV p, kp_procedure* f, CXError& e) { return walk_with(p, f, 0, 0, K, e); }
+    static int32_t with2(SV p, kp_procedure* f, int32_t u, CXError& e) { return walk_with(p, f, u, 0, K, e); }
+    static int32_t with3(SV p, kp_procedure* f, int32_t u, int32_t o, CXError& e) {
+        return walk_with(p, f, u, o, K, e);
+    }
+    static std::u16string text1(SV p, CXError& e) { return walk_text(p, 0, K, e); }
+    static std::u16string text2(SV p, int32_t o, CXError& e) { return walk_text(p, o, K, e); }
+};
+using FileWalk = Walk<WalkKind::Files>;
+using DirectoryWalk = Walk<WalkKind::Directories>;
+
 } // namespace
 
 KP_BIND(fFileExist_1, files::f_file_exist)
@@ -91,31 +115,15 @@ KP_BIND(fDelete_2,
 
 // Dates: (name) the modification date, (name, value) and (name, value, kind)
 // read the kind when the value is empty and set it otherwise.
-KP_BIND(fDate_1,
-        [](std::u16string_view n, CXError& e) { return files::f_file_date(n, u"", 0, DatePart::Date, e); })
-KP_BIND(fDate_2, [](std::u16string_view n, std::u16string_view v, CXError& e) {
-    return files::f_file_date(n, v, 0, DatePart::Date, e);
-})
-KP_BIND(fDate_3, [](std::u16string_view n, std::u16string_view v, int32_t k, CXError& e) {
-    return files::f_file_date(n, v, k, DatePart::Date, e);
-})
-KP_BIND(fTime_1,
-        [](std::u16string_view n, CXError& e) { return files::f_file_date(n, u"", 0, DatePart::Time, e); })
-KP_BIND(fTime_2, [](std::u16string_view n, std::u16string_view v, CXError& e) {
-    return files::f_file_date(n, v, 0, DatePart::Time, e);
-})
-KP_BIND(fTime_3, [](std::u16string_view n, std::u16string_view v, int32_t k, CXError& e) {
-    return files::f_file_date(n, v, k, DatePart::Time, e);
-})
-KP_BIND(fDateTime_1, [](std::u16string_view n, CXError& e) {
-    return files::f_file_date(n, u"", 0, DatePart::DateTime, e);
-})
-KP_BIND(fDateTime_2, [](std::u16string_view n, std::u16string_view v, CXError& e) {
-    return files::f_file_date(n, v, 0, DatePart::DateTime, e);
-})
-KP_BIND(fDateTime_3, [](std::u16string_view n, std::u16string_view v, int32_t k, CXError& e) {
-    return files::f_file_date(n, v, k, DatePart::DateTime, e);
-})
+KP_BIND(fDate_1, FileDate<DatePart::Date>::of1)
+KP_BIND(fDate_2, FileDate<DatePart::Date>::of2)
+KP_BIND(fDate_3, FileDate<DatePart::Date>::of3)
+KP_BIND(fTime_1, FileDate<DatePart::Time>::of1)
+KP_BIND(fTime_2, FileDate<DatePart::Time>::of2)
+KP_BIND(fTime_3, FileDate<DatePart::Time>::of3)
+KP_BIND(fDateTime_1, FileDate<DatePart::DateTime>::of1)
+KP_BIND(fDateTime_2, FileDate<DatePart::DateTime>::of2)
+KP_BIND(fDateTime_3, FileDate<DatePart::DateTime>::of3)
 
 KP_BIND(fAttribute_1, [](std::u16string_view n, CXError& e) { return files::f_attribute(n, false, e); })
 KP_BIND(fAttribute_2, [](std::u16string_view n, std::u16string_view t, CXError& e) {
@@ -150,32 +158,16 @@ KP_BIND(fDir_1, [](std::u16string_view p, CXError& e) { return files::f_dir(p, f
 KP_BIND(fDir_2, files::f_dir)
 
 // Walks: (path, procedure[, user value[, options]]) and (path[, options]).
-KP_BIND(fListFile_1, [](std::u16string_view p, kp_procedure* f, CXError& e) {
-    return walk_with(p, f, 0, 0, WalkKind::Files, e);
-})
-KP_BIND(fListFile_2, [](std::u16string_view p, kp_procedure* f, int32_t u, CXError& e) {
-    return walk_with(p, f, u, 0, WalkKind::Files, e);
-})
-KP_BIND(fListFile_3, [](std::u16string_view p, kp_procedure* f, int32_t u, int32_t o, CXError& e) {
-    return walk_with(p, f, u, o, WalkKind::Files, e);
-})
-KP_BIND(fListFile_4, [](std::u16string_view p, CXError& e) { return walk_text(p, 0, WalkKind::Files, e); })
-KP_BIND(fListFile_5,
-        [](std::u16string_view p, int32_t o, CXError& e) { return walk_text(p, o, WalkKind::Files, e); })
-KP_BIND(fListDirectory_1, [](std::u16string_view p, kp_procedure* f, CXError& e) {
-    return walk_with(p, f, 0, 0, WalkKind::Directories, e);
-})
-KP_BIND(fListDirectory_2, [](std::u16string_view p, kp_procedure* f, int32_t u, CXError& e) {
-    return walk_with(p, f, u, 0, WalkKind::Directories, e);
-})
-KP_BIND(fListDirectory_3, [](std::u16string_view p, kp_procedure* f, int32_t u, int32_t o, CXError& e) {
-    return walk_with(p, f, u, o, WalkKind::Directories, e);
-})
-KP_BIND(fListDirectory_4,
-        [](std::u16string_view p, CXError& e) { return walk_text(p, 0, WalkKind::Directories, e); })
-KP_BIND(fListDirectory_5, [](std::u16string_view p, int32_t o, CXError& e) {
-    return walk_text(p, o, WalkKind::Directories, e);
-})
+KP_BIND(fListFile_1, FileWalk::with1)
+KP_BIND(fListFile_2, FileWalk::with2)
+KP_BIND(fListFile_3, FileWalk::with3)
+KP_BIND(fListFile_4, FileWalk::text1)
+KP_BIND(fListFile_5, FileWalk::text2)
+KP_BIND(fListDirectory_1, DirectoryWalk::with1)
+KP_BIND(fListDirectory_2, DirectoryWalk::with2)
+KP_BIND(fListDirectory_3, DirectoryWalk::with3)
+KP_BIND(fListDirectory_4, DirectoryWalk::text1)
+KP_BIND(fListDirectory_5, DirectoryWalk::text2)
 
 // Selectors: the VM's dialogs, "" when cancelled.
 using SV = std::u16string_view;

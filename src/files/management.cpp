@@ -444,13 +444,7 @@ std::u16string f_file_date(std::u16string_view name, std::u16string_view value, 
         return {};
     }
     pf::SystemTime wanted = local;
-    wanted.year = d.year;
-    wanted.month = d.month;
-    wanted.day = d.day;
-    wanted.hour = t.hour;
-    wanted.minute = t.minute;
-    wanted.second = t.second;
-    wanted.milliseconds = t.hundredths * 10;
+    datetime::set_system_time(wanted, d, t);
     uint64_t ft = 0;
     if (!filetime_of(wanted, ft)) {
         err.fail(part == DatePart::Time ? kErrFileTime : kErrFileDate);

@@ -2,9 +2,11 @@
 // and INI back ends.
 #include "files/params.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "component/runtime.h"
@@ -424,28 +426,30 @@ ParamPath split_path(std::u16string_view name) {
     return p;
 }
 
+namespace {
+
+// The characters written escaped, each with the letter after its backslash.
+struct Escape {
+    char16_t raw;
+    char16_t letter;
+};
+constexpr Escape kEscapes[] = {
+    {u'\\', u'\\'}, {u'\n', u'n'}, {u'\r', u'r'}, {u'\t', u't'}, {u' ', u'_'},
+};
+
+} // namespace
+
 std::u16string escape(std::u16string_view text) {
     std::u16string out;
     out.reserve(text.size());
     for (char16_t c : text) {
-        switch (c) {
-        case u'\\':
-            out.append(u"\\\\");
-            break;
-        case u'\n':
-            out.append(u"\\n");
-            break;
-        case u'\r':
-            out.append(u"\\r");
-            break;
-        case u'\t':
-            out.append(u"\\t");
-            break;
-        case u' ':
-            out.append(u"\\_");
-            break;
-        default:
+        const Escape* e = std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                                       [c](const Escape& x) { return x.raw == c; });
+        if (e == std::end(kEscapes)) {
             out.push_back(c);
+        } else {
+            out.push_back(u'\\');
+            out.push_back(e->letter);
         }
     }
     return out;
@@ -461,44 +465,38 @@ std::u16string unescape(std::u16string_view text) {
             continue;
         }
         char16_t n = text[++i];
-        switch (n) {
-        case u'\\':
-            out.push_back(u'\\');
-            break;
-        case u'_':
-            out.push_back(u' ');
-            break;
-        case u'n':
-            out.push_back(u'\n');
-            break;
-        case u'r':
-            out.push_back(u'\r');
-            break;
-        case u't':
-            out.push_back(u'\t');
-            break;
-        default:
+        const Escape* e = std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                                       [n](const Escape& x) { return x.letter == n; });
+        if (e == std::end(kEscapes)) {
+            // An unknown sequence stays as it was written.
             out.push_back(c);
             out.push_back(n);
+        } else {
+            out.push_back(e->raw);
         }
     }
     return out;
 }
 
-std::string escape_bytes(std::string_view bytes) {
-    std::u16string wide(bytes.begin(), bytes.end());
-    for (char16_t& c : wide)
-        c = static_cast<char16_t>(c & 0xFF);
-    std::u16string e = escape(wide);
-    return std::string(e.begin(), e.end());
-}
+namespace {
 
-std::string unescape_bytes(std::string_view bytes) {
+// `f` applied to bytes read as the characters 0-255; its result back as bytes.
+std::string on_bytes(std::string_view bytes, std::u16string (*f)(std::u16string_view)) {
     std::u16string wide(bytes.size(), u'\0');
     for (std::size_t i = 0; i < bytes.size(); ++i)
         wide[i] = static_cast<uint8_t>(bytes[i]);
-    std::u16string u = unescape(wide);
-    return std::string(u.begin(), u.end());
+    std::u16string r = f(wide);
+    return std::string(r.begin(), r.end());
+}
+
+} // namespace
+
+std::string escape_bytes(std::string_view bytes) {
+    return on_bytes(bytes, escape);
+}
+
+std::string unescape_bytes(std::string_view bytes) {
+    return on_bytes(bytes, unescape);
 }
 
 std::u16string section_of(std::u16string_view group) {

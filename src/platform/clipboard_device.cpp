@@ -28,6 +28,7 @@
 #include <thread>
 
 #include "platform/clipboard.h"
+#include "platform/clipboard_opener.h"
 #include "platform/codepage.h"
 #include "platform/paths.h"
 #include "platform/win32_error.h"
@@ -166,7 +167,7 @@ bool write_all(int fd, const std::string& data) {
     return true;
 }
 
-class DeviceClipboard final : public Clipboard {
+class DeviceClipboard final : public Clipboard, private Opener {
   public:
     explicit DeviceClipboard(std::string root) : fixed_root_(std::move(root)) {}
     ~DeviceClipboard() override {
@@ -199,19 +200,16 @@ class DeviceClipboard final : public Clipboard {
         content_ = parse(raw);
         dir_ = std::move(dir);
         dirty_ = false;
-        opener_ = std::this_thread::get_id();
+        take();
         return true;
     }
 
     bool close() override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         bool ok = true;
         if (dirty_) ok = commit();
         const uint32_t code = last_error();
-        opener_ = std::thread::id();
+        release();
         content_.clear();
         abandon();
         if (!ok) set_last_error(code);
@@ -219,24 +217,14 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool empty() override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         content_.clear();
         dirty_ = true;
         return true;
     }
 
     bool set_data(uint32_t format, std::span<const uint8_t> data) override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
-        if (data.size() > kMaxData) {
-            set_last_error(kErrorNotEnoughMemory);
-            return false;
-        }
+        if (!may_store(data)) return false;
         content_[format].assign(data.begin(), data.end());
         dirty_ = true;
         return true;
@@ -244,10 +232,7 @@ class DeviceClipboard final : public Clipboard {
 
     bool get_data(uint32_t format, std::vector<uint8_t>& out) override {
         out.clear();
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         auto it = content_.find(format);
         if (it == content_.end()) {
             set_last_error(kErrorSuccess);
@@ -277,10 +262,7 @@ class DeviceClipboard final : public Clipboard {
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         for (uint32_t f : {kFormatBitmap, kFormatDib}) {
             auto it = content_.find(f);
             if (it != content_.end() && image_size(it->second, width, height)) return true;
@@ -357,8 +339,6 @@ class DeviceClipboard final : public Clipboard {
     // The thread that opened the clipboard; the calls that need it open
     // fail with 1418 on other threads, as they do for a caller that did not
     // open it.
-    std::atomic<std::thread::id> opener_{};
-    bool held() const { return opener_.load() == std::this_thread::get_id(); }
     bool dirty_ = false;
     uint32_t serial_ = 0;
 };

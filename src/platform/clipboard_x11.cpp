@@ -39,6 +39,7 @@
 #include <utility>
 
 #include "platform/clipboard.h"
+#include "platform/clipboard_opener.h"
 #include "platform/codepage.h"
 #include "platform/win32_error.h"
 
@@ -165,7 +166,7 @@ struct Outgoing {
     Clock::time_point deadline;
 };
 
-class X11Clipboard final : public Clipboard {
+class X11Clipboard final : public Clipboard, private Opener {
   public:
     X11Clipboard(Display* d, int timeout_ms) : dpy_(d), timeout_(std::chrono::milliseconds(timeout_ms)) {
         register_display(dpy_);
@@ -237,48 +238,32 @@ class X11Clipboard final : public Clipboard {
             set_last_error(kErrorNotReady);
             return false;
         }
-        opener_ = std::this_thread::get_id();
+        take();
         return true;
     }
 
     bool close() override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
-        opener_ = std::thread::id();
+        if (!require_held()) return false;
+        release();
         open_mutex_.unlock();
         return true;
     }
 
     bool empty() override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         pending_.clear();
         return own();
     }
 
     bool set_data(uint32_t format, std::span<const uint8_t> data) override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
-        if (data.size() > kMaxData) {
-            set_last_error(kErrorNotEnoughMemory);
-            return false;
-        }
+        if (!may_store(data)) return false;
         pending_[format].assign(data.begin(), data.end());
         return own();
     }
 
     bool get_data(uint32_t format, std::vector<uint8_t>& out) override {
         out.clear();
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         if (format == kFormatUnicodeText) {
             std::u16string text;
             if (!fetch_text(text)) return false;
@@ -339,10 +324,7 @@ class X11Clipboard final : public Clipboard {
     }
 
     bool bitmap_size(int32_t& width, int32_t& height) override {
-        if (!held()) {
-            set_last_error(kErrorClipboardNotOpen);
-            return false;
-        }
+        if (!require_held()) return false;
         Job job;
         if (!fetch_image(job)) return false;
         if (image_size({reinterpret_cast<const uint8_t*>(job.data.data()), job.data.size()}, width, height))
@@ -476,6 +458,11 @@ class X11Clipboard final : public Clipboard {
         job->done = true;
         done_cv_.notify_all();
     }
+    // Ends the fetch under way (a plain or an incremental one) with `error`.
+    void end_fetch(uint32_t error) {
+        fetch_incr_ = false;
+        finish(std::exchange(fetch_, nullptr), error);
+    }
 
     // ---- the thread ----
 
@@ -545,8 +532,7 @@ class X11Clipboard final : public Clipboard {
             // The owner did not answer (or stopped in the middle of a
             // transfer); its late answer is dropped with the property.
             if (!dead_) XDeleteProperty(dpy_, win_, property_);
-            fetch_incr_ = false;
-            finish(std::exchange(fetch_, nullptr), kErrorTimeout);
+            end_fetch(kErrorTimeout);
         }
         outgoing_.remove_if([&](const Outgoing& o) { return now >= o.deadline; });
     }
@@ -677,8 +663,7 @@ class X11Clipboard final : public Clipboard {
         Job* job = fetch_;
         if (e.property == None) {
             job->present = false;
-            fetch_ = nullptr;
-            finish(job, 0);
+            end_fetch(0);
             return;
         }
         Atom type;
@@ -686,8 +671,7 @@ class X11Clipboard final : public Clipboard {
         std::string bytes;
         std::vector<Atom> atoms;
         if (!read_property(type, format, bytes, atoms)) {
-            fetch_ = nullptr;
-            finish(job, kErrorNotEnoughMemory);
+            end_fetch(kErrorNotEnoughMemory);
             return;
         }
         if (type == incr_) {
@@ -703,8 +687,7 @@ class X11Clipboard final : public Clipboard {
         job->format = format;
         job->data = std::move(bytes);
         job->atoms = std::move(atoms);
-        fetch_ = nullptr;
-        finish(job, 0);
+        end_fetch(0);
     }
 
     void on_incr_piece() {
@@ -714,25 +697,19 @@ class X11Clipboard final : public Clipboard {
         std::string bytes;
         std::vector<Atom> atoms;
         if (!read_property(type, format, bytes, atoms)) {
-            fetch_incr_ = false;
-            fetch_ = nullptr;
-            finish(job, kErrorNotEnoughMemory);
+            end_fetch(kErrorNotEnoughMemory);
             return;
         }
         if (bytes.empty()) { // the last, empty piece
-            fetch_incr_ = false;
             job->present = true;
             job->type = type;
             job->format = 8;
-            fetch_ = nullptr;
-            finish(job, 0);
+            end_fetch(0);
             return;
         }
         if (job->data.size() + bytes.size() > kMaxData) {
-            fetch_incr_ = false;
-            fetch_ = nullptr;
             job->data.clear();
-            finish(job, kErrorNotEnoughMemory);
+            end_fetch(kErrorNotEnoughMemory);
             return;
         }
         job->data += bytes;
@@ -819,8 +796,6 @@ class X11Clipboard final : public Clipboard {
     // The thread that opened the clipboard; the calls that need it open
     // fail with 1418 on other threads, as they do for a caller that did not
     // open it.
-    std::atomic<std::thread::id> opener_{};
-    bool held() const { return opener_.load() == std::this_thread::get_id(); }
     Formats pending_;
     std::mutex call_mutex_;
 

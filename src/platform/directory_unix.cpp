@@ -281,11 +281,8 @@ bool create_directory_tree(std::u16string_view name) {
 
 bool remove_directory_tree(std::u16string_view name) {
     ResolvedName r;
-    if (!resolve_device_name(name, r)) return false;
-    if (r.is_root) return fail(kErrorAccessDenied);
-    if (!r.exists) return fail(r.parent_exists ? kErrorFileNotFound : kErrorPathNotFound);
     struct stat st;
-    if (lstat(r.host_path.c_str(), &st) != 0) return fail(win32_from_errno(errno));
+    if (!resolve_entry(name, r, st)) return false;
     if (!S_ISDIR(st.st_mode)) return fail(kErrorDirectory);
     int fd = open(r.host_path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) return fail(win32_from_errno(errno));

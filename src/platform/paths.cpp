@@ -2,6 +2,7 @@
 // to case.
 #include "platform/paths.h"
 
+#include <cerrno>
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unicode/uchar.h>
@@ -155,6 +156,20 @@ bool resolve_device_name(std::u16string_view name, ResolvedName& out, bool allow
         return false;
     }
     return true;
+}
+
+bool resolve_entry(std::u16string_view name, ResolvedName& out, struct stat& st) {
+    if (!resolve_device_name(name, out)) return false;
+    uint32_t e = kErrorSuccess;
+    if (out.is_root)
+        e = kErrorAccessDenied;
+    else if (!out.exists)
+        e = out.parent_exists ? kErrorFileNotFound : kErrorPathNotFound;
+    else if (lstat(out.host_path.c_str(), &st) != 0)
+        e = win32_from_errno(errno);
+    if (e == kErrorSuccess) return true;
+    set_last_error(e);
+    return false;
 }
 
 std::u16string device_name_of(std::string_view root_in, std::string_view host_path) {

@@ -24,6 +24,8 @@
 #include <string>
 #include <string_view>
 
+struct stat;
+
 namespace kp::platform {
 
 // Longest device name, in UTF-16 units, that the device accepts (MAX_PATH
@@ -53,6 +55,11 @@ bool resolve_device_name(std::string_view root, std::u16string_view name, Resolv
                          bool allow_wildcards = false);
 // The same under device_root(); also records the error as the thread's last error.
 bool resolve_device_name(std::u16string_view name, ResolvedName& out, bool allow_wildcards = false);
+// The same for a name that must be an existing entry other than the root,
+// with the entry's own status (links not followed) in `st`: 5 for the root,
+// 2 when the entry does not exist, 3 when its directory does not either,
+// and the error of lstat.
+bool resolve_entry(std::u16string_view name, ResolvedName& out, struct stat& st);
 
 // The device name ("\dir\file") of a host path under the root, or "" when
 // the path lies outside it.

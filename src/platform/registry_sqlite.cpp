@@ -399,6 +399,12 @@ struct Store {
         return kOk;
     }
 
+    // The open key behind `key` when it was opened with `right`.
+    uint32_t lookup(Key key, uint32_t right, OpenKey& out) {
+        if (uint32_t e = lookup(key, out)) return e;
+        return (out.access & right) ? kOk : kDenied;
+    }
+
     Cursor& cursor(Key key) {
         if (key >= kClassesRoot && key <= kUsers) return root_cursors[key - kClassesRoot];
         return handles[key].cursor;
@@ -527,6 +533,20 @@ uint32_t give_data(const void* src, uint32_t len, uint8_t* data, uint32_t* size)
     return kOk;
 }
 
+// Copies a name and its terminator into a caller's buffer of *chars
+// characters; *chars becomes the name's length either way.
+uint32_t give_name(const std::u16string& n, char16_t* out, uint32_t* chars) {
+    uint32_t e = kOk;
+    if (n.size() + 1 > *chars) {
+        e = kMoreData;
+    } else {
+        std::memcpy(out, n.data(), n.size() * sizeof(char16_t));
+        out[n.size()] = u'\0';
+    }
+    *chars = static_cast<uint32_t>(n.size());
+    return e;
+}
+
 // Runs `body` with the store locked and ready; the error of either.
 template <typename F> uint32_t with_store(F&& body) {
     Store& s = store();
@@ -648,8 +668,7 @@ uint32_t close_key(Key key) {
 uint32_t query_value(Key key, std::u16string_view name, uint32_t* type, uint8_t* data, uint32_t* size) {
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kQueryValue)) return kDenied;
+        if (uint32_t e = s.lookup(key, kQueryValue, k)) return e;
         if (data && !size) return kInvalidParameter;
         sqlite3_stmt* st = s.stmt(kFindValue);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
@@ -674,8 +693,7 @@ uint32_t set_value(Key key, std::u16string_view name, uint32_t type, const uint8
     static const uint8_t kEmpty = 0;
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kSetValue)) return kDenied;
+        if (uint32_t e = s.lookup(key, kSetValue, k)) return e;
         if ((!data && size) || size > 0x7FFFFFFFu || name.size() > kMaxValueName) return kInvalidParameter;
         sqlite3_stmt* st = s.stmt(kUpsertValue);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
@@ -696,8 +714,7 @@ uint32_t set_value(Key key, std::u16string_view name, uint32_t type, const uint8
 uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars) {
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kEnumerateSubKeys)) return kDenied;
+        if (uint32_t e = s.lookup(key, kEnumerateSubKeys, k)) return e;
         if (!name || !name_chars) return kInvalidParameter;
         Cursor& c = s.cursor(key);
         sqlite3_stmt* st = s.enum_stmt(false, k.id, index, c);
@@ -708,14 +725,7 @@ uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars)
             c.key_index = index;
             c.key_at.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 1)),
                             static_cast<std::size_t>(sqlite3_column_bytes(st, 1)));
-            std::u16string n = column_text(st, 0);
-            if (n.size() + 1 > *name_chars) {
-                e = kMoreData;
-            } else {
-                std::memcpy(name, n.data(), n.size() * sizeof(char16_t));
-                name[n.size()] = u'\0';
-            }
-            *name_chars = static_cast<uint32_t>(n.size());
+            e = give_name(column_text(st, 0), name, name_chars);
         } else {
             e = rc == SQLITE_DONE ? kNoMoreItems : map_sqlite(rc);
         }
@@ -727,8 +737,7 @@ uint32_t enum_key(Key key, uint32_t index, char16_t* name, uint32_t* name_chars)
 uint32_t enum_key_after(Key key, std::u16string_view name, char16_t* next, uint32_t* next_chars) {
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kEnumerateSubKeys)) return kDenied;
+        if (uint32_t e = s.lookup(key, kEnumerateSubKeys, k)) return e;
         if (!next || !next_chars) return kInvalidParameter;
         std::string fold = folded(name);
         sqlite3_stmt* find = s.stmt(kFindKeyName);
@@ -746,14 +755,7 @@ uint32_t enum_key_after(Key key, std::u16string_view name, char16_t* next, uint3
         rc = sqlite3_step(after);
         uint32_t e = kOk;
         if (rc == SQLITE_ROW) {
-            std::u16string n = column_text(after, 0);
-            if (n.size() + 1 > *next_chars) {
-                e = kMoreData;
-            } else {
-                std::memcpy(next, n.data(), n.size() * sizeof(char16_t));
-                next[n.size()] = u'\0';
-            }
-            *next_chars = static_cast<uint32_t>(n.size());
+            e = give_name(column_text(after, 0), next, next_chars);
         } else {
             e = rc == SQLITE_DONE ? kNoMoreItems : map_sqlite(rc);
         }
@@ -766,8 +768,7 @@ uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_char
                     uint8_t* data, uint32_t* size) {
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kQueryValue)) return kDenied;
+        if (uint32_t e = s.lookup(key, kQueryValue, k)) return e;
         if (!name || !name_chars || (data && !size)) return kInvalidParameter;
         Cursor& c = s.cursor(key);
         sqlite3_stmt* st = s.enum_stmt(true, k.id, index, c);
@@ -777,14 +778,7 @@ uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_char
         if (rc == SQLITE_ROW) {
             c.value_index = index;
             c.value_at = sqlite3_column_int64(st, 3);
-            std::u16string n = column_text(st, 0);
-            if (n.size() + 1 > *name_chars) {
-                e = kMoreData;
-            } else {
-                std::memcpy(name, n.data(), n.size() * sizeof(char16_t));
-                name[n.size()] = u'\0';
-            }
-            *name_chars = static_cast<uint32_t>(n.size());
+            e = give_name(column_text(st, 0), name, name_chars);
             if (type) *type = static_cast<uint32_t>(sqlite3_column_int64(st, 1));
             uint32_t len = static_cast<uint32_t>(sqlite3_column_bytes(st, 2));
             if (e == kOk) {
@@ -803,8 +797,7 @@ uint32_t enum_value(Key key, uint32_t index, char16_t* name, uint32_t* name_char
 uint32_t query_info_key(Key key, KeyInfo* info) {
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kQueryValue)) return kDenied;
+        if (uint32_t e = s.lookup(key, kQueryValue, k)) return e;
         if (!info) return kInvalidParameter;
         if (!s.key_exists(k.id)) return kKeyDeleted;
         KeyInfo r;
@@ -886,8 +879,7 @@ uint32_t delete_key(Key parent, std::u16string_view subkey) {
 uint32_t delete_value(Key key, std::u16string_view name) {
     return with_store([&](Store& s) -> uint32_t {
         OpenKey k;
-        if (uint32_t e = s.lookup(key, k)) return e;
-        if (!(k.access & kSetValue)) return kDenied;
+        if (uint32_t e = s.lookup(key, kSetValue, k)) return e;
         sqlite3_stmt* st = s.stmt(kDeleteValue);
         if (!st) return map_sqlite(sqlite3_errcode(s.db));
         std::string fold = folded(name);

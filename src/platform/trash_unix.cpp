@@ -78,11 +78,8 @@ std::string top_directory(const std::string& path, dev_t dev) {
 
 bool move_to_trash(std::u16string_view name) {
     ResolvedName r;
-    if (!resolve_device_name(name, r)) return false;
-    if (r.is_root) return fail(kErrorAccessDenied);
-    if (!r.exists) return fail(r.parent_exists ? kErrorFileNotFound : kErrorPathNotFound);
     struct stat st;
-    if (lstat(r.host_path.c_str(), &st) != 0) return fail(win32_from_errno(errno));
+    if (!resolve_entry(name, r, st)) return false;
 
     std::string data_home;
     if (const char* x = std::getenv("XDG_DATA_HOME"); x && *x == '/') {

@@ -18,10 +18,11 @@ void db() {
     platform::registry::use_database(runtime::setting(KP_SETTING_REGISTRY));
 }
 
-ValueRef named(std::u16string_view n) {
+// A value given by its name or by its number.
+ValueRef ref(std::u16string_view n) {
     return ValueRef::named(n);
 }
-ValueRef numbered(int32_t n) {
+ValueRef ref(int32_t n) {
     return ValueRef::numbered(n);
 }
 
@@ -53,8 +54,8 @@ int32_t query_with_flag(kp_call_frame* frame, kp_call_context* context, void** a
     Call call(frame, context, args);
     db();
     bool read = false;
-    variant::Value v = value_of(by_number ? reg::query_value(call.str(0), numbered(call.i32(1)), &read)
-                                          : reg::query_value(call.str(0), named(call.str(1)), &read));
+    variant::Value v = value_of(by_number ? reg::query_value(call.str(0), ref(call.i32(1)), &read)
+                                          : reg::query_value(call.str(0), ref(call.str(1)), &read));
     if (args && args[2]) {
         int32_t flag = read ? 1 : 0;
         std::memcpy(args[2], &flag, sizeof flag);
@@ -65,47 +66,50 @@ int32_t query_with_flag(kp_call_frame* frame, kp_call_context* context, void** a
 
 using Str = std::u16string_view;
 
+// The functions on one value, given by its name (N = Str) or by its number
+// (N = int32_t).
+template <typename N> struct OnValue {
+    static variant::Value query(Str k, N n) { return db(), value_of(reg::query_value(k, ref(n))); }
+    static bool exists(Str k, N n) { return db(), reg::exists(k, ref(n)); }
+    static bool text(Str k, N n, Str v, CXError& e) { return db(), reg::set_string(k, ref(n), v, e); }
+    static bool integer(Str k, N n, int32_t v, CXError& e) { return db(), reg::set_integer(k, ref(n), v, e); }
+    static bool real(Str k, N n, double v, CXError& e) { return db(), reg::set_real(k, ref(n), v, e); }
+    static bool currency(Str k, N n, CurrencyBytes v, CXError& e) {
+        return db(), reg::set_currency(k, ref(n), v.b, e);
+    }
+    static bool boolean(Str k, N n, bool v, CXError& e) {
+        return db(), reg::set_integer(k, ref(n), v ? 1 : 0, e);
+    }
+    static bool memory(Str k, N n, int32_t a, int32_t size, CXError& e) {
+        return db(), reg::set_memory(k, ref(n), address_of(a), size, e);
+    }
+};
+using ByName = OnValue<Str>;
+using ByNumber = OnValue<int32_t>;
+
 } // namespace
 
-KP_BIND(RegistryQueryValue_1, [](Str k, Str n) { return db(), value_of(reg::query_value(k, named(n))); })
+KP_BIND(RegistryQueryValue_1, ByName::query)
 KP_HANDLER(RegistryQueryValue_2) {
     return query_with_flag(frame, context, args, false);
 }
-KP_BIND(RegistryQueryValue_3,
-        [](Str k, int32_t n) { return db(), value_of(reg::query_value(k, numbered(n))); })
+KP_BIND(RegistryQueryValue_3, ByNumber::query)
 KP_HANDLER(RegistryQueryValue_4) {
     return query_with_flag(frame, context, args, true);
 }
 
-KP_BIND(RegistrySetValue_1,
-        [](Str k, Str n, Str v, CXError& e) { return db(), reg::set_string(k, named(n), v, e); })
-KP_BIND(RegistrySetValue_2,
-        [](Str k, Str n, int32_t v, CXError& e) { return db(), reg::set_integer(k, named(n), v, e); })
-KP_BIND(RegistrySetValue_3,
-        [](Str k, Str n, double v, CXError& e) { return db(), reg::set_real(k, named(n), v, e); })
-KP_BIND(RegistrySetValue_4, [](Str k, Str n, CurrencyBytes v, CXError& e) {
-    return db(), reg::set_currency(k, named(n), v.b, e);
-})
-KP_BIND(RegistrySetValue_5,
-        [](Str k, Str n, bool v, CXError& e) { return db(), reg::set_integer(k, named(n), v ? 1 : 0, e); })
-KP_BIND(RegistrySetValue_6, [](Str k, Str n, int32_t a, int32_t size, CXError& e) {
-    return db(), reg::set_memory(k, named(n), address_of(a), size, e);
-})
-KP_BIND(RegistrySetValue_7,
-        [](Str k, int32_t n, Str v, CXError& e) { return db(), reg::set_string(k, numbered(n), v, e); })
-KP_BIND(RegistrySetValue_8,
-        [](Str k, int32_t n, int32_t v, CXError& e) { return db(), reg::set_integer(k, numbered(n), v, e); })
-KP_BIND(RegistrySetValue_9,
-        [](Str k, int32_t n, double v, CXError& e) { return db(), reg::set_real(k, numbered(n), v, e); })
-KP_BIND(RegistrySetValue_10, [](Str k, int32_t n, CurrencyBytes v, CXError& e) {
-    return db(), reg::set_currency(k, numbered(n), v.b, e);
-})
-KP_BIND(RegistrySetValue_11, [](Str k, int32_t n, bool v, CXError& e) {
-    return db(), reg::set_integer(k, numbered(n), v ? 1 : 0, e);
-})
-KP_BIND(RegistrySetValue_12, [](Str k, int32_t n, int32_t a, int32_t size, CXError& e) {
-    return db(), reg::set_memory(k, numbered(n), address_of(a), size, e);
-})
+KP_BIND(RegistrySetValue_1, ByName::text)
+KP_BIND(RegistrySetValue_2, ByName::integer)
+KP_BIND(RegistrySetValue_3, ByName::real)
+KP_BIND(RegistrySetValue_4, ByName::currency)
+KP_BIND(RegistrySetValue_5, ByName::boolean)
+KP_BIND(RegistrySetValue_6, ByName::memory)
+KP_BIND(RegistrySetValue_7, ByNumber::text)
+KP_BIND(RegistrySetValue_8, ByNumber::integer)
+KP_BIND(RegistrySetValue_9, ByNumber::real)
+KP_BIND(RegistrySetValue_10, ByNumber::currency)
+KP_BIND(RegistrySetValue_11, ByNumber::boolean)
+KP_BIND(RegistrySetValue_12, ByNumber::memory)
 
 // Without a key, the walk starts at HKEY_CURRENT_USER.
 KP_BIND(RegistryFirstSubKey_1, [] { return db(), reg::first_subkey(u"HKEY_CURRENT_USER"); })
@@ -115,8 +119,8 @@ KP_BIND(RegistryDeleteKey_1, [](Str k, CXError& e) { return db(), reg::delete_ke
 KP_BIND(RegistryCreateKey_1, [](Str k, CXError& e) { return db(), reg::create_key(k, e); })
 
 KP_BIND(RegistryExist_1, [](Str k) { return db(), reg::exists(k); })
-KP_BIND(RegistryExist_2, [](Str k, Str n) { return db(), reg::exists(k, named(n)); })
-KP_BIND(RegistryExist_3, [](Str k, int32_t n) { return db(), reg::exists(k, numbered(n)); })
+KP_BIND(RegistryExist_2, ByName::exists)
+KP_BIND(RegistryExist_3, ByNumber::exists)
 KP_BIND(RegistryDeleteValue_1, [](Str k, Str n, CXError& e) { return db(), reg::delete_value(k, n, e); })
 KP_BIND(RegistryListValue_1, [](Str k) { return db(), reg::list_values(k, false); })
 KP_BIND(RegistryListValue_2, [](Str k, bool types) { return db(), reg::list_values(k, types); })

@@ -46,6 +46,30 @@ bool table_clip(uintptr_t control, int32_t options, std::u16string_view cs, std:
     });
 }
 
+// The shorter overloads of a table function `F`: the arguments left out
+// take their defaults.
+template <auto F> struct TableOverloads {
+    static auto of1(uintptr_t t, CXError& e) {
+        return F(t, kDefaultOptions, kDefaultColumnSeparator, kDefaultLineSeparator, kDefaultRow, kDefaultRow,
+                 e);
+    }
+    static auto of2(uintptr_t t, int32_t o, CXError& e) {
+        return F(t, o, kDefaultColumnSeparator, kDefaultLineSeparator, kDefaultRow, kDefaultRow, e);
+    }
+    static auto of3(uintptr_t t, int32_t o, std::u16string_view cs, CXError& e) {
+        return F(t, o, cs, kDefaultLineSeparator, kDefaultRow, kDefaultRow, e);
+    }
+    static auto of4(uintptr_t t, int32_t o, std::u16string_view cs, std::u16string_view ls, CXError& e) {
+        return F(t, o, cs, ls, kDefaultRow, kDefaultRow, e);
+    }
+    static auto of5(uintptr_t t, int32_t o, std::u16string_view cs, std::u16string_view ls, int32_t first,
+                    CXError& e) {
+        return F(t, o, cs, ls, first, kDefaultRow, e);
+    }
+};
+using TextOverloads = TableOverloads<table_text>;
+using ClipOverloads = TableOverloads<table_clip>;
+
 } // namespace
 
 KP_BIND(ToClipboard_1, [](Call& c) {
@@ -61,38 +85,18 @@ KP_BIND(ClipboardFormat_1,
 KP_BIND(ClipboardHeight_1, [] { return system::clipboard_height(system_clipboard()); })
 KP_BIND(ClipboardWidth_1, [] { return system::clipboard_width(system_clipboard()); })
 
-KP_BIND(TableToText_1, [](uintptr_t t, CXError& e) {
-    return table_text(t, kDefaultOptions, kDefaultColumnSeparator, kDefaultLineSeparator, kDefaultRow,
-                      kDefaultRow, e);
-})
-KP_BIND(TableToText_2, [](uintptr_t t, int32_t o, CXError& e) {
-    return table_text(t, o, kDefaultColumnSeparator, kDefaultLineSeparator, kDefaultRow, kDefaultRow, e);
-})
-KP_BIND(TableToText_3, [](uintptr_t t, int32_t o, std::u16string_view cs, CXError& e) {
-    return table_text(t, o, cs, kDefaultLineSeparator, kDefaultRow, kDefaultRow, e);
-})
-KP_BIND(TableToText_4, [](uintptr_t t, int32_t o, std::u16string_view cs, std::u16string_view ls,
-                          CXError& e) { return table_text(t, o, cs, ls, kDefaultRow, kDefaultRow, e); })
-KP_BIND(TableToText_5,
-        [](uintptr_t t, int32_t o, std::u16string_view cs, std::u16string_view ls, int32_t first,
-           CXError& e) { return table_text(t, o, cs, ls, first, kDefaultRow, e); })
+KP_BIND(TableToText_1, TextOverloads::of1)
+KP_BIND(TableToText_2, TextOverloads::of2)
+KP_BIND(TableToText_3, TextOverloads::of3)
+KP_BIND(TableToText_4, TextOverloads::of4)
+KP_BIND(TableToText_5, TextOverloads::of5)
 KP_BIND(TableToText_6, table_text)
 
-KP_BIND(TableToClipboard_1, [](uintptr_t t, CXError& e) {
-    return table_clip(t, kDefaultOptions, kDefaultColumnSeparator, kDefaultLineSeparator, kDefaultRow,
-                      kDefaultRow, e);
-})
-KP_BIND(TableToClipboard_2, [](uintptr_t t, int32_t o, CXError& e) {
-    return table_clip(t, o, kDefaultColumnSeparator, kDefaultLineSeparator, kDefaultRow, kDefaultRow, e);
-})
-KP_BIND(TableToClipboard_3, [](uintptr_t t, int32_t o, std::u16string_view cs, CXError& e) {
-    return table_clip(t, o, cs, kDefaultLineSeparator, kDefaultRow, kDefaultRow, e);
-})
-KP_BIND(TableToClipboard_4, [](uintptr_t t, int32_t o, std::u16string_view cs, std::u16string_view ls,
-                               CXError& e) { return table_clip(t, o, cs, ls, kDefaultRow, kDefaultRow, e); })
-KP_BIND(TableToClipboard_5,
-        [](uintptr_t t, int32_t o, std::u16string_view cs, std::u16string_view ls, int32_t first,
-           CXError& e) { return table_clip(t, o, cs, ls, first, kDefaultRow, e); })
+KP_BIND(TableToClipboard_1, ClipOverloads::of1)
+KP_BIND(TableToClipboard_2, ClipOverloads::of2)
+KP_BIND(TableToClipboard_3, ClipOverloads::of3)
+KP_BIND(TableToClipboard_4, ClipOverloads::of4)
+KP_BIND(TableToClipboard_5, ClipOverloads::of5)
 KP_BIND(TableToClipboard_6, table_clip)
 
 } // namespace kp::handlers

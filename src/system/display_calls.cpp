@@ -24,12 +24,16 @@ template <typename F> F op(const kp_display* d, F kp_display::*member) {
     return d->*member;
 }
 
+// op(), recording system error 50 (not supported) when there is none.
+template <typename F> F needed_op(const kp_display* d, F kp_display::*member, CXError& err) {
+    F f = op(d, member);
+    if (!f) fail_system(err, kErrorNotSupported);
+    return f;
+}
+
 bool screen_of(const kp_display* d, kp_screen_info& s, CXError& err) {
-    auto f = op(d, &kp_display::screen);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::screen, err);
+    if (!f) return false;
     s = kp_screen_info{};
     if (!f(d->self, &s)) {
         fail_system(err, kErrorNotSupported);
@@ -41,11 +45,8 @@ bool screen_of(const kp_display* d, kp_screen_info& s, CXError& err) {
 // Window handles are checked before every operation that names one, so a
 // window that closed since the program obtained its handle fails cleanly.
 bool check_window(const kp_display* d, uintptr_t window, CXError& err) {
-    auto f = op(d, &kp_display::is_window);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::is_window, err);
+    if (!f) return false;
     if (window == 0 || !f(d->self, window)) {
         fail_system(err, kErrorInvalidWindowHandle);
         return false;
@@ -111,11 +112,8 @@ int32_t sys_metric(const kp_display* d, int32_t code, CXError& err) {
             return s.work_area.bottom - s.work_area.top;
         }
     }
-    auto f = op(d, &kp_display::metric);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return -1;
-    }
+    auto f = needed_op(d, &kp_display::metric, err);
+    if (!f) return -1;
     int32_t v = 0;
     if (!f(d->self, code, &v)) {
         fail_system(err, kErrorInvalidParameter);
@@ -197,11 +195,8 @@ bool sys_set_color(const kp_display* d, int32_t element, int32_t colour, CXError
 
 std::u16string sys_win_title(const kp_display* d, uintptr_t window, CXError& err) {
     if (!check_window(d, window, err)) return {};
-    auto f = op(d, &kp_display::window_title);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return {};
-    }
+    auto f = needed_op(d, &kp_display::window_title, err);
+    if (!f) return {};
     std::vector<char16_t> buf(256);
     // The title may change between the two questions: ask a few times.
     for (int attempt = 0; attempt < 4; ++attempt) {
@@ -221,11 +216,8 @@ std::u16string sys_win_title(const kp_display* d, uintptr_t window, CXError& err
 
 bool sys_set_win_title(const kp_display* d, uintptr_t window, std::u16string_view title, CXError& err) {
     if (!check_window(d, window, err)) return false;
-    auto f = op(d, &kp_display::set_window_title);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::set_window_title, err);
+    if (!f) return false;
     if (!f(d->self, window, terminated(title).c_str())) {
         fail_system(err, kErrorInvalidWindowHandle);
         return false;
@@ -235,31 +227,22 @@ bool sys_set_win_title(const kp_display* d, uintptr_t window, std::u16string_vie
 
 uintptr_t sys_win_handle(const kp_display* d, std::u16string_view title, std::u16string_view class_name,
                          CXError& err) {
-    auto f = op(d, &kp_display::find_window);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return 0;
-    }
+    auto f = needed_op(d, &kp_display::find_window, err);
+    if (!f) return 0;
     const std::u16string t = terminated(title), c = terminated(class_name);
     return f(d->self, t.empty() ? nullptr : t.c_str(), c.empty() ? nullptr : c.c_str());
 }
 
 uintptr_t sys_win_active(const kp_display* d, CXError& err) {
-    auto f = op(d, &kp_display::active_window);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return 0;
-    }
+    auto f = needed_op(d, &kp_display::active_window, err);
+    if (!f) return 0;
     return f(d->self);
 }
 
 uintptr_t sys_activate(const kp_display* d, uintptr_t window, CXError& err) {
     if (!check_window(d, window, err)) return 0;
-    auto f = op(d, &kp_display::activate);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return 0;
-    }
+    auto f = needed_op(d, &kp_display::activate, err);
+    if (!f) return 0;
     int32_t ok = 1;
     uintptr_t before = f(d->self, window, &ok);
     if (!ok) {
@@ -291,11 +274,8 @@ bool sys_win_show(const kp_display* d, uintptr_t window, int32_t mode, CXError& 
         return false;
     }
     if (!check_window(d, window, err)) return false;
-    auto f = op(d, &kp_display::show);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::show, err);
+    if (!f) return false;
     if (!f(d->self, window, mode)) {
         fail_system(err, kErrorInvalidWindowHandle);
         return false;
@@ -305,43 +285,31 @@ bool sys_win_show(const kp_display* d, uintptr_t window, int32_t mode, CXError& 
 
 bool sys_iconize(const kp_display* d, uintptr_t window, CXError& err) {
     if (!check_window(d, window, err)) return false;
-    auto f = op(d, &kp_display::is_iconic);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::is_iconic, err);
+    if (!f) return false;
     const int32_t r = f(d->self, window);
     if (r < 0) fail_system(err, kErrorInvalidWindowHandle);
     return r > 0;
 }
 
 bool sys_valid_handle(const kp_display* d, uintptr_t window, CXError& err) {
-    auto f = op(d, &kp_display::is_window);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::is_window, err);
+    if (!f) return false;
     return window != 0 && f(d->self, window) != 0;
 }
 
 uintptr_t sys_get_menu(const kp_display* d, uintptr_t window, CXError& err) {
     if (!check_window(d, window, err)) return 0;
-    auto f = op(d, &kp_display::menu);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return 0;
-    }
+    auto f = needed_op(d, &kp_display::menu, err);
+    if (!f) return 0;
     uintptr_t m = f(d->self, window);
     if (!m) fail_system(err, kErrorInvalidMenuHandle);
     return m;
 }
 
 uintptr_t sys_get_sub_menu(const kp_display* d, uintptr_t menu, int32_t position, CXError& err) {
-    auto f = op(d, &kp_display::sub_menu);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return 0;
-    }
+    auto f = needed_op(d, &kp_display::sub_menu, err);
+    if (!f) return 0;
     if (menu == 0 || position < 0) {
         fail_system(err, menu == 0 ? kErrorInvalidMenuHandle : kErrorInvalidParameter);
         return 0;
@@ -353,22 +321,16 @@ uintptr_t sys_get_sub_menu(const kp_display* d, uintptr_t menu, int32_t position
 
 uintptr_t sys_get_dc(const kp_display* d, uintptr_t window, CXError& err) {
     if (!check_window(d, window, err)) return 0;
-    auto f = op(d, &kp_display::get_dc);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return 0;
-    }
+    auto f = needed_op(d, &kp_display::get_dc, err);
+    if (!f) return 0;
     uintptr_t dc = f(d->self, window);
     if (!dc) fail_system(err, kErrorNotSupported);
     return dc;
 }
 
 bool sys_release_dc(const kp_display* d, uintptr_t window, uintptr_t dc, CXError& err) {
-    auto f = op(d, &kp_display::release_dc);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::release_dc, err);
+    if (!f) return false;
     // The window may have closed since: its context is still released.
     if (dc == 0 || !f(d->self, window, dc)) {
         fail_system(err, platform::kErrorInvalidHandle);
@@ -421,11 +383,8 @@ bool emulate_input(const kp_display* d, std::u16string_view text, int32_t modifi
         fail_system(err, kErrorInvalidParameter);
         return false;
     }
-    auto f = op(d, &kp_display::type_text);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::type_text, err);
+    if (!f) return false;
     if (!f(d->self, terminated(text).c_str(), modifiers)) {
         fail_system(err, kErrorNotSupported);
         return false;
@@ -496,11 +455,8 @@ bool emulate_mouse_at(const kp_display* d, int32_t action, int32_t x, int32_t y,
 }
 
 int32_t select_color(const kp_display* d, int32_t initial, int32_t flags, CXError& err) {
-    auto f = op(d, &kp_display::choose_colour);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return -1;
-    }
+    auto f = needed_op(d, &kp_display::choose_colour, err);
+    if (!f) return -1;
     int32_t chosen = -1;
     const int32_t start = initial >= 0 && initial <= 0xFFFFFF ? initial : 0;
     if (!f(d->self, start, flags, &chosen)) return -1;
@@ -510,11 +466,8 @@ int32_t select_color(const kp_display* d, int32_t initial, int32_t flags, CXErro
 namespace {
 bool icon(const kp_display* d, int32_t operation, std::u16string_view image, std::u16string_view tooltip,
           std::u16string_view balloon, CXError& err) {
-    auto f = op(d, &kp_display::notify_icon);
-    if (!f) {
-        fail_system(err, kErrorNotSupported);
-        return false;
-    }
+    auto f = needed_op(d, &kp_display::notify_icon, err);
+    if (!f) return false;
     const std::u16string i = terminated(image), t = terminated(tooltip), b = terminated(balloon);
     auto text = [](const std::u16string& x) { return x.empty() ? nullptr : x.c_str(); };
     if (!f(d->self, operation, text(i), text(t), text(b))) {

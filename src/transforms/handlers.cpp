@@ -78,43 +78,43 @@ KP_BIND(ZigouigouiARoulette_1, transforms::zigouigoui_a_roulette)
 
 KP_BIND_NOMEM(Phonetic_1, kErrPhoneticMemory, transforms::phonetic)
 
-// Crypt and Uncrypt: mode 1 (cryptFast) and encoding 1 (encodeQRT) unless given.
-KP_BIND_NOMEM(Crypt_1, kErrCreateObject,
-              [](bind::StringOrBuffer data, std::u16string_view password, CXError& e) {
-                  return crypt_value(data, password, kCryptFast, kEncodeQrt, e);
-              })
-KP_BIND_NOMEM(Crypt_2, kErrCreateObject,
-              [](bind::StringOrBuffer data, std::u16string_view password, int32_t mode, CXError& e) {
-                  return crypt_value(data, password, mode, kEncodeQrt, e);
-              })
+// Crypt and Uncrypt (data, password): mode 1 (cryptFast) and encoding 1
+// (encodeQRT) unless given.  fCrypt and fUncrypt (source, destination,
+// password): mode 1 and no encoding unless given.
+template <auto F, typename Data> struct ValueCipher {
+    static auto of1(Data data, std::u16string_view password, CXError& e) {
+        return F(data, password, kCryptFast, kEncodeQrt, e);
+    }
+    static auto of2(Data data, std::u16string_view password, int32_t mode, CXError& e) {
+        return F(data, password, mode, kEncodeQrt, e);
+    }
+};
+template <auto F> struct FileCipher {
+    using SV = std::u16string_view;
+    static bool of1(SV from, SV to, SV password, CXError& e) {
+        return F(from, to, password, kCryptFast, kEncodeNone, e);
+    }
+    static bool of2(SV from, SV to, SV password, int32_t mode, CXError& e) {
+        return F(from, to, password, mode, kEncodeNone, e);
+    }
+};
+using ValueCrypt = ValueCipher<crypt_value, bind::StringOrBuffer>;
+using ValueUncrypt = ValueCipher<uncrypt_value, std::span<const uint8_t>>;
+using FileCrypt = FileCipher<transforms::fcrypt>;
+using FileUncrypt = FileCipher<transforms::funcrypt>;
+
+KP_BIND_NOMEM(Crypt_1, kErrCreateObject, ValueCrypt::of1)
+KP_BIND_NOMEM(Crypt_2, kErrCreateObject, ValueCrypt::of2)
 KP_BIND_NOMEM(Crypt_3, kErrCreateObject, crypt_value)
-KP_BIND_NOMEM(Uncrypt_1, kErrCreateObject,
-              [](std::span<const uint8_t> data, std::u16string_view password, CXError& e) {
-                  return uncrypt_value(data, password, kCryptFast, kEncodeQrt, e);
-              })
-KP_BIND_NOMEM(Uncrypt_2, kErrCreateObject,
-              [](std::span<const uint8_t> data, std::u16string_view password, int32_t mode, CXError& e) {
-                  return uncrypt_value(data, password, mode, kEncodeQrt, e);
-              })
+KP_BIND_NOMEM(Uncrypt_1, kErrCreateObject, ValueUncrypt::of1)
+KP_BIND_NOMEM(Uncrypt_2, kErrCreateObject, ValueUncrypt::of2)
 KP_BIND_NOMEM(Uncrypt_3, kErrCreateObject, uncrypt_value)
 
-// fCrypt and fUncrypt (source, destination, password): mode 1 (cryptFast)
-// and no encoding unless given.
-KP_BIND_NOMEM(fCrypt_1, kErrCreateObject,
-              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, CXError& e) {
-                  return transforms::fcrypt(from, to, password, kCryptFast, kEncodeNone, e);
-              })
-KP_BIND_NOMEM(fCrypt_2, kErrCreateObject,
-              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, int32_t mode,
-                 CXError& e) { return transforms::fcrypt(from, to, password, mode, kEncodeNone, e); })
+KP_BIND_NOMEM(fCrypt_1, kErrCreateObject, FileCrypt::of1)
+KP_BIND_NOMEM(fCrypt_2, kErrCreateObject, FileCrypt::of2)
 KP_BIND_NOMEM(fCrypt_3, kErrCreateObject, transforms::fcrypt)
-KP_BIND_NOMEM(fUncrypt_1, kErrCreateObject,
-              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, CXError& e) {
-                  return transforms::funcrypt(from, to, password, kCryptFast, kEncodeNone, e);
-              })
-KP_BIND_NOMEM(fUncrypt_2, kErrCreateObject,
-              [](std::u16string_view from, std::u16string_view to, std::u16string_view password, int32_t mode,
-                 CXError& e) { return transforms::funcrypt(from, to, password, mode, kEncodeNone, e); })
+KP_BIND_NOMEM(fUncrypt_1, kErrCreateObject, FileUncrypt::of1)
+KP_BIND_NOMEM(fUncrypt_2, kErrCreateObject, FileUncrypt::of2)
 KP_BIND_NOMEM(fUncrypt_3, kErrCreateObject, transforms::funcrypt)
 
 } // namespace kp::handlers

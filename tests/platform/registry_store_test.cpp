@@ -9,12 +9,12 @@
 #include <sqlite3.h>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 #include "platform/registry_store.h"
 #include "support/test_host.h"
+#include "support/write_rights.h"
 
 namespace kp::platform::registry {
 namespace {
@@ -358,32 +358,6 @@ TEST(StoreFiles, LaterSchemaIsRefused) {
     use_database("");
 }
 
-// Runs `body` without the right to write the file: directly for a normal
-// user, in a child process that gives up root otherwise (root ignores file
-// modes).  Returns what body returns ("" when every check held).
-template <typename F> std::string without_write_rights(F body) {
-    if (geteuid() != 0) return body();
-    int fds[2];
-    if (pipe(fds) != 0) return "pipe";
-    pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        std::string r = (setgid(65534) == 0 && setuid(65534) == 0) ? body() : "setuid";
-        ssize_t w = write(fds[1], r.data(), r.size());
-        _exit(w == static_cast<ssize_t>(r.size()) ? 0 : 1);
-    }
-    close(fds[1]);
-    std::string out;
-    char buf[256];
-    ssize_t n;
-    while ((n = read(fds[0], buf, sizeof buf)) > 0)
-        out.append(buf, static_cast<std::size_t>(n));
-    close(fds[0]);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return out;
-}
-
 TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
     kp::test::TempDir dir;
     std::string file = (dir.path() / "ro.sqlite3").string();
@@ -396,7 +370,7 @@ TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
     use_database("");
     chmod(file.c_str(), 0444);
     chmod(dir.path().c_str(), 0777);
-    std::string failures = without_write_rights([&] {
+    std::string failures = kp::test::without_write_rights([&] {
         std::string f;
         use_database(file);
         uint32_t got = 0, size = 4, w = 6;

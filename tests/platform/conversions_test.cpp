@@ -1,0 +1,176 @@
+// conversions_test.cpp - errno to Win32 codes, the per-thread last error, the
+// code pages and the WTF-8 names handed to POSIX.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/codepage.h"
+#include "platform/win32_error.h"
+
+namespace kp::platform {
+namespace {
+
+TEST(Win32Codes, EveryMappedErrno) {
+    struct Row {
+        int err;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {0, kErrorSuccess},
+        {ENOENT, kErrorFileNotFound},
+        {ENOTDIR, kErrorPathNotFound},
+        {EACCES, kErrorAccessDenied},
+        {EROFS, kErrorAccessDenied},
+        {EPERM, kErrorPrivilegeNotHeld},
+        {EISDIR, kErrorAccessDenied},
+        {EBADF, kErrorInvalidHandle},
+        {ESRCH, kErrorInvalidHandle},
+        {ENOMEM, kErrorNotEnoughMemory},
+        {EMFILE, kErrorTooManyOpenFiles},
+        {ENFILE, kErrorTooManyOpenFiles},
+        {EEXIST, kErrorFileExists},
+        {EINVAL, kErrorInvalidParameter},
+        {ENOSPC, kErrorDiskFull},
+        {EDQUOT, kErrorDiskFull},
+        {EFBIG, kErrorDiskFull},
+        {ENAMETOOLONG, kErrorFilenameExcedRange},
+        {ENOTEMPTY, kErrorDirNotEmpty},
+        {EXDEV, kErrorNotSameDevice},
+        {EBUSY, kErrorBusy},
+        {EAGAIN, kErrorLockViolation},
+        {EPIPE, kErrorBrokenPipe},
+        {ENOSYS, kErrorNotSupported},
+        {ENOTSUP, kErrorNotSupported},
+        {EILSEQ, kErrorInvalidName},
+        {ELOOP, kErrorBadPathname},
+        {ETIMEDOUT, kErrorTimeout},
+        {EPROTO, kErrorInvalidFunction}, // anything else
+        {-1, kErrorInvalidFunction},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(win32_from_errno(r.err), r.code) << "errno " << r.err;
+}
+
+TEST(Win32Codes, LastErrorIsPerThreadAndFollowsErrno) {
+    set_last_error(kErrorAccessDenied);
+    errno = ENOENT;
+    EXPECT_EQ(set_last_error_from_errno(), kErrorFileNotFound);
+    EXPECT_EQ(last_error(), kErrorFileNotFound);
+    uint32_t seen_by_other = 12345;
+    std::thread([&] {
+        seen_by_other = last_error();
+        set_last_error(kErrorBusy);
+    }).join();
+    EXPECT_EQ(seen_by_other, kErrorSuccess);
+    EXPECT_EQ(last_error(), kErrorFileNotFound);
+    set_last_error(kErrorSuccess);
+}
+
+std::vector<uint8_t> bytes(std::string_view s) {
+    return {s.begin(), s.end()};
+}
+
+TEST(CodePages, Windows1252BothWays) {
+    // The 0x80-0x9F block is where 1252 differs from Latin-1; its holes keep
+    // their control value.
+    struct Row {
+        uint8_t byte;
+        char16_t ch;
+    };
+    const Row rows[] = {{0x41, u'A'},   {0x80, 0x20AC}, {0x81, 0x0081}, {0x8D, 0x008D}, {0x9F, 0x0178},
+                        {0xA0, 0x00A0}, {0xE9, 0x00E9}, {0xFF, 0x00FF}, {0x00, 0x0000}};
+    for (const Row& r : rows) {
+        EXPECT_EQ(cp1252_to_unicode(r.byte), r.ch) << int(r.byte);
+        bool ok = false;
+        EXPECT_EQ(unicode_to_cp1252(r.ch, &ok), r.byte) << int(r.byte);
+        EXPECT_TRUE(ok);
+    }
+    for (char16_t ch : {char16_t(0x0100), char16_t(0x4E2D), char16_t(0xD800), char16_t(0xFFFD)}) {
+        bool ok = true;
+        EXPECT_EQ(unicode_to_cp1252(ch, &ok), 0);
+        EXPECT_FALSE(ok) << int(ch);
+    }
+    EXPECT_EQ(unicode_to_cp1252(0x4E2D), 0); // no flag asked for
+    EXPECT_EQ(encode_1252(u"a\u20ACb\u4E2D"), "a\x80"
+                                              "b?");
+    EXPECT_EQ(decode_1252(bytes("a\x80\x9F")), u"a\u20AC\u0178");
+}
+
+TEST(CodePages, OtherPagesThroughTheConverter) {
+    std::u16string text;
+    EXPECT_TRUE(decode(kCodePage1252, bytes("\x80"), text));
+    EXPECT_EQ(text, u"\u20AC");
+    EXPECT_TRUE(decode(kCodePageUtf8, bytes("\xC3\xA9t\xC3\xA9"), text));
+    EXPECT_EQ(text, u"\u00E9t\u00E9");
+    EXPECT_TRUE(decode(1251, bytes("\xC0"), text)); // Cyrillic
+    EXPECT_EQ(text, u"\u0410");
+    EXPECT_TRUE(decode(437, bytes("\x82"), text)); // found under its "cp" name
+    EXPECT_EQ(text, u"\u00E9");
+    text = u"kept";
+    EXPECT_FALSE(decode(4242, bytes("x"), text));
+
+    std::string out;
+    EXPECT_TRUE(encode(kCodePage1252, u"\u20AC", out));
+    EXPECT_EQ(out, "\x80");
+    EXPECT_TRUE(encode(kCodePageUtf8, u"\U0001F600", out));
+    EXPECT_EQ(out, "\xF0\x9F\x98\x80");
+    EXPECT_TRUE(encode(1251, u"\u0410\u4E2D", out)); // unmapped: the question mark
+    EXPECT_EQ(out, "\xC0?");
+    EXPECT_FALSE(encode(4242, u"x", out));
+    EXPECT_TRUE(encode(1251, u"", out));
+    EXPECT_EQ(out, "");
+}
+
+TEST(Wtf8Names, EncodingAndRoundTrips) {
+    struct Row {
+        std::u16string text;
+        std::string utf8;
+    };
+    const std::vector<Row> rows = {
+        {u"", ""},
+        {u"a", "a"},
+        {u"\u00E9", "\xC3\xA9"},
+        {u"\u20AC", "\xE2\x82\xAC"},
+        {u"\U0001F600", "\xF0\x9F\x98\x80"},
+        {u"\U0010FFFF", "\xF4\x8F\xBF\xBF"},
+        {std::u16string(1, char16_t(0xD800)), "\xED\xA0\x80"}, // a lone high surrogate
+        {std::u16string(1, char16_t(0xDC00)) + u"x", "\xED\xB0\x80x"},
+        {std::u16string{char16_t(0xDC00), char16_t(0xD800)}, "\xED\xB0\x80\xED\xA0\x80"}, // reversed pair
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(to_utf8(r.text), r.utf8);
+        EXPECT_EQ(from_utf8(r.utf8), r.text);
+    }
+}
+
+TEST(Wtf8Names, BrokenBytesBecomeReplacementCharacters) {
+    const std::u16string bad(1, u'\uFFFD');
+    struct Row {
+        std::string in;
+        std::u16string out;
+    };
+    const std::vector<Row> rows = {
+        {"\x80", bad},                               // a lone continuation byte
+        {"\xC0\x80", bad + bad},                     // overlong NUL
+        {"\xC1\xBF", bad + bad},                     // overlong two-byte form
+        {"\xE0\x80\x80", bad + bad + bad},           // overlong three-byte form
+        {"\xF0\x80\x80\x80", bad + bad + bad + bad}, // overlong four-byte form
+        {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // past U+10FFFF
+        {"\xF5\x80", bad + bad},
+        {"\xFF", bad},
+        {"\xC3", bad},           // cut short at the end
+        {"\xE2\x82", bad + bad}, // cut short at the end
+        {"\xC3x", bad + u"x"},   // cut short by a plain byte
+        {"a\xE2\x82"
+         "b",
+         u"a" + bad + bad + u"b"},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(from_utf8(r.in), r.out) << r.in.size();
+}
+
+} // namespace
+} // namespace kp::platform

@@ -1,0 +1,388 @@
+// refusals_test.cpp - the platform calls' refusals and edge cases: the trash
+// (names, collisions, an unusable trash), file dispositions that must fail,
+// clock fields out of range, and moved child processes.
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "platform/clock.h"
+#include "platform/codepage.h"
+#include "platform/directory.h"
+#include "platform/files.h"
+#include "platform/memory.h"
+#include "platform/processes.h"
+#include "platform/trash.h"
+#include "platform/win32_error.h"
+#include "support/test_host.h"
+
+namespace kp::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Without a host the device root is the host's "/": names are host paths.
+// The trash is the home trash of a temporary data home on the same file
+// system as the files.
+class Trash : public ::testing::Test {
+  protected:
+    kp::test::TempDir dir;
+    std::string saved_;
+    bool had_ = false;
+    void SetUp() override {
+        if (const char* old = std::getenv("XDG_DATA_HOME")) had_ = true, saved_ = old;
+        fs::create_directories(dir.path() / "xdg");
+        fs::create_directories(dir.path() / "d");
+        setenv("XDG_DATA_HOME", (dir.path() / "xdg").c_str(), 1);
+    }
+    void TearDown() override {
+        if (had_)
+            setenv("XDG_DATA_HOME", saved_.c_str(), 1);
+        else
+            unsetenv("XDG_DATA_HOME");
+    }
+    fs::path host(const std::string& rel) const { return dir.path() / rel; }
+    std::u16string name(const std::string& rel) const { return from_utf8(host(rel).string()); }
+    void put(const std::string& rel, const std::string& bytes) { std::ofstream(host(rel)) << bytes; }
+    std::string slurp(const fs::path& p) const {
+        std::ifstream in(p);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+};
+
+TEST_F(Trash, RefusalsLeaveEverythingInPlace) {
+    struct Row {
+        std::u16string name;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {u"/", kErrorAccessDenied}, // the device root itself
+        {name("d/none.txt"), kErrorFileNotFound},
+        {name("nodir/none.txt"), kErrorPathNotFound},
+    };
+    for (const Row& r : rows) {
+        set_last_error(0);
+        EXPECT_FALSE(move_to_trash(r.name));
+        EXPECT_EQ(last_error(), r.code);
+    }
+    EXPECT_FALSE(fs::exists(host("xdg/Trash")));
+}
+
+TEST_F(Trash, InfoFileRecordsThePercentEncodedPath) {
+    put("d/a b%\xC3\xA9.txt", "x");
+    ASSERT_TRUE(move_to_trash(name("d/a b%\xC3\xA9.txt")));
+    EXPECT_FALSE(fs::exists(host("d/a b%\xC3\xA9.txt")));
+    EXPECT_TRUE(fs::exists(host("xdg/Trash/files/a b%\xC3\xA9.txt")));
+    const std::string info = slurp(host("xdg/Trash/info/a b%\xC3\xA9.txt.trashinfo"));
+    EXPECT_EQ(info.rfind("[Trash Info]\nPath=", 0), 0u) << info;
+    EXPECT_NE(info.find("/d/a%20b%25%C3%A9.txt\n"), std::string::npos) << info;
+    EXPECT_NE(info.find("\nDeletionDate=2"), std::string::npos) << info;
+}
+
+TEST_F(Trash, SameNamesAndLeftoversGetTheNextNumber) {
+    // A leftover in files/ without its info file is never overwritten.
+    fs::create_directories(host("xdg/Trash/files"));
+    put("xdg/Trash/files/k.txt.2", "leftover");
+    for (const char* content : {"first", "second", "third"}) {
+        put("d/k.txt", content);
+        ASSERT_TRUE(move_to_trash(name("d/k.txt"))) << content;
+    }
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt")), "first");
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt.2")), "leftover");
+    EXPECT_FALSE(fs::exists(host("xdg/Trash/info/k.txt.2.trashinfo")));
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt.3")), "second");
+    EXPECT_EQ(slurp(host("xdg/Trash/files/k.txt.4")), "third");
+    EXPECT_TRUE(fs::exists(host("xdg/Trash/info/k.txt.4.trashinfo")));
+}
+
+TEST_F(Trash, DirectoriesGoWhole) {
+    fs::create_directories(host("d/sub/inner"));
+    put("d/sub/inner/f", "1");
+    ASSERT_TRUE(move_to_trash(name("d/sub")));
+    EXPECT_EQ(slurp(host("xdg/Trash/files/sub/inner/f")), "1");
+}
+
+TEST_F(Trash, AnUnusableTrashKeepsTheFile) {
+    // The data home is a plain file: the trash cannot be made under it.
+    put("blocker", "not a directory");
+    setenv("XDG_DATA_HOME", host("blocker").c_str(), 1);
+    put("d/keep.txt", "keep");
+    EXPECT_FALSE(move_to_trash(name("d/keep.txt")));
+    EXPECT_NE(last_error(), kErrorSuccess);
+    EXPECT_EQ(slurp(host("d/keep.txt")), "keep");
+}
+
+TEST_F(Trash, HomeIsTheFallbackOfTheDataHome) {
+    // A relative XDG_DATA_HOME is ignored, as the trash rules require.
+    setenv("XDG_DATA_HOME", "relative/dir", 1);
+    const char* old_home = std::getenv("HOME");
+    const std::string saved_home = old_home ? old_home : "";
+    fs::create_directories(host("home"));
+    setenv("HOME", host("home").c_str(), 1);
+    put("d/h.txt", "h");
+    const bool moved = move_to_trash(name("d/h.txt"));
+    if (old_home)
+        setenv("HOME", saved_home.c_str(), 1);
+    else
+        unsetenv("HOME");
+    ASSERT_TRUE(moved);
+    EXPECT_TRUE(fs::exists(host("home/.local/share/Trash/files/h.txt")));
+    EXPECT_FALSE(fs::exists("relative"));
+}
+
+TEST(FileRefusals, DispositionsThatCannotApply) {
+    kp::test::TempDir dir;
+    const std::u16string existing = from_utf8((dir.path() / "e").string());
+    std::ofstream(dir.path() / "e") << "data";
+    struct Row {
+        std::u16string name;
+        uint32_t access, disposition, code;
+    };
+    const Row rows[] = {
+        {from_utf8((dir.path() / "missing").string()), kGenericWrite, kTruncateExisting, kErrorFileNotFound},
+        {existing, kGenericRead, kTruncateExisting, kErrorInvalidParameter}, // truncation needs write access
+        {existing, kGenericRead, 0, kErrorInvalidParameter},
+        {existing, kGenericRead, 6, kErrorInvalidParameter},
+    };
+    for (const Row& r : rows) {
+        set_last_error(0);
+        EXPECT_EQ(create_file(r.name, r.access, kShareRead, r.disposition, 0), kInvalidFile) << r.disposition;
+        EXPECT_EQ(last_error(), r.code) << r.disposition;
+    }
+    EXPECT_EQ(fs::file_size(dir.path() / "e"), 4u); // never truncated
+    FileHandle h = create_file(existing, kGenericWrite, kShareRead, kTruncateExisting, 0);
+    ASSERT_NE(h, kInvalidFile);
+    EXPECT_TRUE(close_file(h));
+    EXPECT_EQ(fs::file_size(dir.path() / "e"), 0u);
+}
+
+TEST(ClockRefusals, FieldsOutOfRangeNeverReachTheSystem) {
+    SystemTime good;
+    good.year = 2024, good.month = 2, good.day = 29, good.hour = 12;
+    struct Row {
+        int32_t SystemTime::*field;
+        int32_t value;
+    };
+    const Row rows[] = {
+        {&SystemTime::year, 1600},         {&SystemTime::year, 30828},      {&SystemTime::month, 0},
+        {&SystemTime::month, 13},          {&SystemTime::day, 0},           {&SystemTime::day, 32},
+        {&SystemTime::hour, 24},           {&SystemTime::minute, -1},       {&SystemTime::second, 60},
+        {&SystemTime::milliseconds, 1000}, {&SystemTime::milliseconds, -1},
+    };
+    for (const Row& r : rows) {
+        SystemTime t = good;
+        t.*r.field = r.value;
+        uint32_t error = 0;
+        set_last_error(0);
+        EXPECT_FALSE(system_clock().set_local_time(t, &error)) << r.value;
+        EXPECT_EQ(error, kErrorInvalidParameter);
+        EXPECT_EQ(last_error(), kErrorInvalidParameter);
+        EXPECT_FALSE(system_clock().set_local_time(t, nullptr));
+        SystemTime out;
+        EXPECT_FALSE(utc_to_local(t, out)) << r.value;
+        EXPECT_FALSE(local_to_utc(t, out)) << r.value;
+    }
+}
+
+TEST(ChildProcesses, MovingKeepsOneOwnerOfTheProcess) {
+    ChildProcess a;
+    ASSERT_TRUE(start_process("/bin/sh", {"-c", "exit 7"}, a));
+    const int32_t pid = a.pid();
+    ChildProcess b(std::move(a));
+    EXPECT_FALSE(a.valid());
+    EXPECT_EQ(b.pid(), pid);
+    ChildProcess c;
+    ASSERT_TRUE(start_process("/bin/sh", {"-c", "exit 3"}, c));
+    c = std::move(b); // c's first process is waited for, then c owns b's
+    EXPECT_FALSE(b.valid());
+    EXPECT_EQ(c.pid(), pid);
+    ChildProcess& same = c;
+    c = std::move(same); // moving onto itself changes nothing
+    EXPECT_EQ(c.pid(), pid);
+    EXPECT_EQ(c.wait(10000), 7u);
+    EXPECT_EQ(c.wait(0), 7u); // the code stays once seen
+}
+
+TEST(ChildProcesses, ProgramsThatCannotStartReportTheDeviceCodes) {
+    kp::test::TempDir dir;
+    const std::string text = (dir.path() / "text.bin").string();
+    std::ofstream(text) << "\x01\x02 not a program\n";
+    fs::permissions(text, fs::perms::owner_all);
+    const std::string plain = (dir.path() / "plain").string();
+    std::ofstream(plain) << "#!/bin/sh\n";
+    fs::permissions(plain, fs::perms::owner_read | fs::perms::owner_write);
+    struct Row {
+        std::string program;
+        std::vector<std::string> args;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {text, {}, 193},                                                     // not an executable format
+        {"/bin/true", {std::string(200000, 'a')}, kErrorFilenameExcedRange}, // one argument too long
+        {plain, {}, kErrorAccessDenied},                                     // not executable
+        {(dir.path() / "none").string(), {}, kErrorFileNotFound},
+    };
+    for (const Row& r : rows) {
+        ChildProcess child;
+        set_last_error(0);
+        EXPECT_FALSE(start_process(r.program, r.args, child)) << r.program;
+        EXPECT_EQ(last_error(), r.code) << r.program;
+        EXPECT_FALSE(child.valid());
+        EXPECT_EQ(child.wait(0), 0xFFFFFFFFu); // no process: no code
+        EXPECT_EQ(start_detached_process(r.program, r.args), 0) << r.program;
+        EXPECT_EQ(last_error(), r.code) << r.program;
+    }
+}
+
+TEST(ChildProcesses, ACodeCollectedElsewhereReadsAsUnknown) {
+    // With SIGCHLD ignored the system reaps the child itself: its code is lost.
+    struct sigaction ignore {
+    }, saved{};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &saved);
+    ChildProcess child;
+    const bool started = start_process("/bin/sh", {"-c", "exit 5"}, child);
+    uint32_t code = kStillActive;
+    for (int i = 0; started && i < 100 && code == kStillActive; ++i)
+        code = child.wait(100);
+    sigaction(SIGCHLD, &saved, nullptr);
+    ASSERT_TRUE(started);
+    EXPECT_EQ(code, 0xFFFFFFFFu);
+}
+
+TEST(DirectoryRefusals, PlainFilesAndMissingFoldersWhereADirectoryIsNeeded) {
+    kp::test::TempDir dir;
+    std::ofstream(dir.path() / "file") << "12345";
+    auto name = [&](const std::string& rel) { return from_utf8((dir.path() / rel).string()); };
+    struct Row {
+        std::string rel;
+        uint32_t code;
+    };
+    const Row rows[] = {
+        {"file", kErrorDirectory}, {"none", kErrorPathNotFound}, {"none/deeper", kErrorPathNotFound}};
+    for (const Row& r : rows) {
+        DirectoryReader reader;
+        set_last_error(0);
+        EXPECT_FALSE(reader.open(name(r.rel))) << r.rel;
+        EXPECT_EQ(last_error(), r.code) << r.rel;
+        uint64_t total = 99;
+        EXPECT_FALSE(directory_size(name(r.rel), total)) << r.rel;
+        EXPECT_EQ(last_error(), r.code) << r.rel;
+        EXPECT_FALSE(remove_directory_tree(name(r.rel))) << r.rel;
+    }
+    EXPECT_EQ(fs::file_size(dir.path() / "file"), 5u);
+    // A file standing where the tree, or one of its levels, should be.
+    for (const char* rel : {"file", "file/sub", "file/sub/deeper"}) {
+        set_last_error(0);
+        EXPECT_FALSE(create_directory_tree(name(rel))) << rel;
+        EXPECT_NE(last_error(), kErrorSuccess) << rel;
+    }
+    EXPECT_TRUE(fs::is_regular_file(dir.path() / "file"));
+    EXPECT_TRUE(create_directory_tree(name("a/b/c")));
+    EXPECT_TRUE(create_directory_tree(name("a/b/c"))); // already there
+    EXPECT_TRUE(fs::is_directory(dir.path() / "a/b/c"));
+}
+
+TEST(DirectoryRefusals, RemovingATreeNeverFollowsItsLinks) {
+    kp::test::TempDir dir;
+    fs::create_directories(dir.path() / "outside/keep");
+    std::ofstream(dir.path() / "outside/keep/f") << "kept";
+    fs::create_directories(dir.path() / "tree/sub");
+    std::ofstream(dir.path() / "tree/sub/ro") << "ro";
+    fs::permissions(dir.path() / "tree/sub/ro", fs::perms::owner_read);
+    fs::create_directory_symlink(dir.path() / "outside", dir.path() / "tree/sub/link");
+    fs::create_symlink(dir.path() / "nowhere", dir.path() / "tree/dangling");
+    uint64_t total = 0;
+    ASSERT_TRUE(directory_size(from_utf8((dir.path() / "tree").string()), total));
+    EXPECT_EQ(total, 2u); // the linked folder is not counted
+    ASSERT_TRUE(remove_directory_tree(from_utf8((dir.path() / "tree").string())));
+    EXPECT_FALSE(fs::exists(dir.path() / "tree"));
+    EXPECT_TRUE(fs::exists(dir.path() / "outside/keep/f"));
+}
+
+TEST(FileRefusals, HandlesRefuseWhatTheirAccessForbids) {
+    kp::test::TempDir dir;
+    set_last_error(0);
+    EXPECT_EQ(create_file(u"/", kGenericRead, kShareRead, kOpenExisting, 0), kInvalidFile); // the root
+    EXPECT_EQ(last_error(), kErrorAccessDenied);
+
+    const std::u16string name = from_utf8((dir.path() / "f").string());
+    std::ofstream(dir.path() / "f") << "0123456789";
+    FileHandle reader = create_file(name, kGenericRead, kShareRead | kShareWrite, kOpenExisting, 0);
+    ASSERT_NE(reader, kInvalidFile);
+    uint64_t pos = 77;
+    for (uint32_t origin : {3u, 4u, 0xFFFFFFFFu}) {
+        EXPECT_FALSE(set_file_pointer(reader, 0, origin, &pos)) << origin;
+        EXPECT_EQ(last_error(), kErrorInvalidParameter);
+    }
+    EXPECT_EQ(pos, 77u);
+    // A whole-file write lock needs write access; a read lock is granted and released.
+    EXPECT_FALSE(lock_whole_file(reader, true));
+    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_TRUE(lock_whole_file(reader, false));
+    EXPECT_TRUE(unlock_whole_file(reader));
+    EXPECT_TRUE(unlock_whole_file(reader)); // nothing held: still fine
+    FileHandle writer = create_file(name, kGenericWrite, kShareRead | kShareWrite, kOpenExisting, 0);
+    ASSERT_NE(writer, kInvalidFile);
+    EXPECT_FALSE(lock_whole_file(writer, false)); // a read lock on a write-only handle
+    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_TRUE(lock_whole_file(writer, true));
+    EXPECT_TRUE(unlock_whole_file(writer));
+    EXPECT_TRUE(close_file(writer));
+    EXPECT_TRUE(close_file(reader));
+    EXPECT_FALSE(unlock_whole_file(kInvalidFile));
+    EXPECT_EQ(last_error(), kErrorInvalidHandle);
+}
+
+TEST(MemoryCopies, AddressesOfThisProcessOnly) {
+    char source[8] = "abcdefg";
+    char target[8] = {};
+    EXPECT_TRUE(read_memory(reinterpret_cast<uintptr_t>(source), target, 8));
+    EXPECT_STREQ(target, "abcdefg");
+    EXPECT_TRUE(write_memory(reinterpret_cast<uintptr_t>(target), "XYZ", 3));
+    EXPECT_STREQ(target, "XYZdefg");
+    EXPECT_TRUE(read_memory(0, target, 0)); // nothing to copy
+    struct Row {
+        uintptr_t address;
+        const char* why;
+    };
+    const Row rows[] = {{0, "null"}, {16, "first page"}, {~uintptr_t(0) - 64, "top of the address space"}};
+    for (const Row& r : rows) {
+        set_last_error(0);
+        EXPECT_FALSE(read_memory(r.address, target, 4)) << r.why;
+        EXPECT_EQ(last_error(), kErrorNoAccess) << r.why;
+        EXPECT_FALSE(write_memory(r.address, source, 4)) << r.why;
+        EXPECT_EQ(last_error(), kErrorNoAccess) << r.why;
+    }
+    EXPECT_STREQ(target, "XYZdefg");
+}
+
+TEST(FileCopies, AcrossFileSystemsAndOntoFolders) {
+    kp::test::TempDir dir;
+    // A file of another file system whose size reads 0 until it is read: the
+    // bytes are copied through the buffer, all of them.
+    const std::u16string copy = from_utf8((dir.path() / "status").string());
+    ASSERT_TRUE(copy_file(u"/proc/self/status", copy, true));
+    std::ifstream in(dir.path() / "status");
+    std::string first;
+    std::getline(in, first);
+    EXPECT_EQ(first.rfind("Name:", 0), 0u) << first;
+    EXPECT_GT(fs::file_size(dir.path() / "status"), 100u);
+    // A folder where the copy should go is never replaced.
+    fs::create_directories(dir.path() / "folder");
+    std::ofstream(dir.path() / "src") << "s";
+    set_last_error(0);
+    EXPECT_FALSE(copy_file(from_utf8((dir.path() / "src").string()),
+                           from_utf8((dir.path() / "folder").string()), false));
+    EXPECT_NE(last_error(), kErrorSuccess);
+    EXPECT_TRUE(fs::is_directory(dir.path() / "folder"));
+}
+
+} // namespace
+} // namespace kp::platform

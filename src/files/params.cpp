@@ -591,7 +591,12 @@ std::u16string default_registry_location() {
 }
 
 std::u16string default_ini_file() {
-    return u"\\" + project_name() + u".ini";
+    // Appended to a string that starts with the backslash: GCC 12 at -O3
+    // warns (-Wrestrict, wrongly) on inserting in front of a temporary.
+    std::u16string file = u"\\";
+    file += project_name();
+    file += u".ini";
+    return file;
 }
 
 std::u16string init_parameter(int32_t mode, std::u16string_view location, CXError& err) {

@@ -41,9 +41,18 @@ class Child {
         for (const auto& a : argv)
             args.push_back(const_cast<char*>(a.c_str()));
         args.push_back(nullptr);
+        // The extra entries replace the inherited ones of the same name
+        // rather than standing before them: which of two entries a program
+        // sees is its own choice (qemu-user keeps the last).
         std::vector<std::string> envs(env);
-        for (char** e = environ; *e; ++e)
-            envs.emplace_back(*e);
+        for (char** e = environ; *e; ++e) {
+            const std::string entry(*e);
+            const std::string name = entry.substr(0, entry.find('=') + 1);
+            bool replaced = false;
+            for (const auto& x : env)
+                replaced = replaced || x.compare(0, name.size(), name) == 0;
+            if (!replaced) envs.push_back(entry);
+        }
         std::vector<char*> envp;
         for (auto& e : envs)
             envp.push_back(e.data());

@@ -188,8 +188,12 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
     // spawn cannot share the child's memory until the exec (qemu-user turns
     // its vfork into a fork), posix_spawn reports a program that cannot be
     // started as a child that ends with 127.  The child writes the exec's
-    // errno to a close-on-exec pipe instead, which works everywhere.  As in
-    // start_detached_process, the child only makes async-signal-safe calls.
+    // errno to a close-on-exec pipe instead, which works everywhere.  The
+    // child is made with vfork, which shares the parent's memory until the
+    // exec as posix_spawn does (a fork of a large VM process costs its page
+    // tables at every start); with every signal blocked around it and the
+    // child making only system calls (signal dispositions reset, descriptors,
+    // exec, one write, _exit), nothing of the parent runs in it.
     child.reset();
     std::vector<char*> argv = make_argv(program, args);
     int pipe_fds[2];
@@ -205,7 +209,7 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
     sigfillset(&all);
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &all, &saved);
-    const pid_t pid = _Fork();
+    const pid_t pid = vfork();
     if (pid == 0) {
         for (int sig = 1; sig < NSIG; ++sig) {
             struct sigaction sa {};

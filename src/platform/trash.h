@@ -1,4 +1,4 @@
-// trash.h - the user's trash, by the freedesktop.org Trash specification, so
+// trash.h - the user's trash in the freedesktop.org layout (files/ and info/), so
 // that a file deleted this way shows in the desktop's trash and can be
 // restored from there.
 //

@@ -75,9 +75,9 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
         const int width = (rng() & 1) ? static_cast<int>(rng() % 40) : 0;
         const int precision = (rng() & 1) ? static_cast<int>(rng() % 25) : -1;
         const char type = types[rng() % 10];
-        std::string spec = flags_text(fl);
-        if (width) spec += std::to_string(width);
-        if (precision >= 0) spec += "." + std::to_string(precision);
+        std::string conversion = flags_text(fl);
+        if (width) conversion += std::to_string(width);
+        if (precision >= 0) conversion += "." + std::to_string(precision);
         const bool integer_type = type == 'd' || type == 'u' || type == 'x' || type == 'X' || type == 'o';
         // The value: a 4-byte or 8-byte integer or a real of any magnitude.
         NumberValue v;
@@ -103,9 +103,9 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
             v = NumberValue::real(d);
         }
         const std::string prefix = "<", suffix = "> 100%% sure";
-        const std::string format = prefix + "%" + spec + type + suffix;
+        const std::string format = prefix + "%" + conversion + type + suffix;
         char expect[8192];
-        const std::string cfmt = prefix + "%" + spec + (integer_type ? "ll" : "") + type + suffix;
+        const std::string cfmt = prefix + "%" + conversion + (integer_type ? "ll" : "") + type + suffix;
         bool fits = true;
         if (integer_type) {
             int64_t s = v.i;
@@ -141,12 +141,12 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
 }
 
 // The grouping flag against Python's "," option: the same values and
-// conversions, Python's format spec built from ours.
+// conversions, Python's format string built from ours.
 TEST(NumToString, GroupingAgreesWithPython) {
     if (std::system("python3 -c 1 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 is not available";
     std::mt19937_64 rng(7);
     struct Case {
-        std::string format, pyspec, pyvalue;
+        std::string format, pyformat, pyvalue;
         NumberValue v;
     };
     std::vector<Case> cases;
@@ -160,7 +160,7 @@ TEST(NumToString, GroupingAgreesWithPython) {
         c.format = "%" + flags_text(fl) + "," + (width ? std::to_string(width) : "") +
                    (precision >= 0 ? "." + std::to_string(precision) : "") + type;
         // Python: [align][sign][0][width][,][.precision][type]
-        c.pyspec = std::string(fl.left ? "<" : "") +
+        c.pyformat = std::string(fl.left ? "<" : "") +
                    (fl.plus    ? "+"
                     : fl.space ? " "
                                : "") +
@@ -187,10 +187,10 @@ TEST(NumToString, GroupingAgreesWithPython) {
     const auto script = dir.path() / "group.py";
     {
         std::ofstream py(script);
-        py << "import sys\nspecs = [\n";
+        py << "import sys\ncases = [\n";
         for (const Case& c : cases)
-            py << "(" << c.pyvalue << ", '" << c.pyspec << "'),\n";
-        py << "]\nfor v, s in specs:\n    print(format(v, s))\n";
+            py << "(" << c.pyvalue << ", '" << c.pyformat << "'),\n";
+        py << "]\nfor v, s in cases:\n    print(format(v, s))\n";
     }
     const auto out_path = dir.path() / "out.txt";
     ASSERT_EQ(0, std::system(("python3 " + script.string() + " > " + out_path.string()).c_str()));
@@ -198,7 +198,7 @@ TEST(NumToString, GroupingAgreesWithPython) {
     std::string line;
     for (const Case& c : cases) {
         ASSERT_TRUE(std::getline(in, line));
-        ASSERT_EQ(line, run(c.v, c.format)) << c.format << " / Python " << c.pyspec << " of " << c.pyvalue;
+        ASSERT_EQ(line, run(c.v, c.format)) << c.format << " / Python " << c.pyformat << " of " << c.pyvalue;
     }
 }
 

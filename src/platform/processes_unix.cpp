@@ -183,6 +183,26 @@ uint32_t ChildProcess::wait(int timeout_ms) {
     }
 }
 
+// The child's side of a start: default signal dispositions, standard input
+// from /dev/null, no descriptor of the component past 2, the caller's signal
+// mask cleared, then the exec; a failed exec writes its errno to `report`
+// and ends the child with 127.  Only system calls: it also runs in a vfork
+// child.
+[[noreturn]] static void exec_child(const std::string& program, std::vector<char*>& argv, int null_fd,
+                                    const sigset_t& none, int report) {
+    for (int sig = 1; sig < NSIG; ++sig) {
+        struct sigaction sa {};
+        sa.sa_handler = SIG_DFL;
+        sigaction(sig, &sa, nullptr);
+    }
+    dup2(null_fd, 0);
+    close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    execve(program.c_str(), argv.data(), environ);
+    write_message(report, 2, errno);
+    _exit(127);
+}
+
 bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child) {
     // Forked by hand rather than with posix_spawn: where the C library's
     // spawn cannot share the child's memory until the exec (qemu-user turns
@@ -211,17 +231,7 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
     pthread_sigmask(SIG_SETMASK, &all, &saved);
     const pid_t pid = vfork();
     if (pid == 0) {
-        for (int sig = 1; sig < NSIG; ++sig) {
-            struct sigaction sa {};
-            sa.sa_handler = SIG_DFL;
-            sigaction(sig, &sa, nullptr);
-        }
-        dup2(null_fd, 0);
-        close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
-        sigprocmask(SIG_SETMASK, &none, nullptr);
-        execve(program.c_str(), argv.data(), environ);
-        write_message(pipe_fds[1], 2, errno);
-        _exit(127);
+        exec_child(program, argv, null_fd, none, pipe_fds[1]);
     }
     const int fork_errno = errno;
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
@@ -278,17 +288,7 @@ int32_t start_detached_process(const std::string& program, const std::vector<std
     if (middle == 0) {
         pid_t program_pid = _Fork();
         if (program_pid == 0) {
-            for (int sig = 1; sig < NSIG; ++sig) {
-                struct sigaction sa {};
-                sa.sa_handler = SIG_DFL;
-                sigaction(sig, &sa, nullptr);
-            }
-            dup2(null_fd, 0);
-            close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
-            sigprocmask(SIG_SETMASK, &none, nullptr);
-            execve(program.c_str(), argv.data(), environ);
-            write_message(pipe_fds[1], 2, errno);
-            _exit(127);
+            exec_child(program, argv, null_fd, none, pipe_fds[1]);
         }
         if (program_pid > 0)
             write_message(pipe_fds[1], 1, program_pid);

@@ -17,12 +17,10 @@ JOBS=${JOBS:-$(nproc)}
 # gcov cannot resolve from the object directory: this build keeps them absolute.
 unset CCACHE_BASEDIR
 
-command -v gcovr >/dev/null || { echo "coverage: gcovr not found (tools/deps.sh installs it)" >&2; exit 1; }
+command -v gcovr >/dev/null || { echo "coverage: gcovr not found (tools/deps.sh coverage installs it)" >&2; exit 1; }
 
-if [ ! -f "$BUILD/CMakeCache.txt" ]; then
-    cmake -S . -B "$BUILD" -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug \
+tools/configure.sh "$BUILD" -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug \
         -DKP120_COVERAGE=ON -DKP120_BENCH=OFF -DKP120_FUZZ=OFF -DKP120_TESTS=ON >/dev/null
-fi
 cmake --build "$BUILD" -j "$JOBS"
 find "$BUILD" -name '*.gcda' -delete
 # The suite's verdict is reported, but coverage is printed either way.

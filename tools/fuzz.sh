@@ -30,15 +30,14 @@ all_targets() {
 
 configure() {
     if ! command -v "$CXX" >/dev/null; then
-        echo "fuzz: $CXX not found (tools/deps.sh installs clang)" >&2
+        echo "fuzz: $CXX not found (tools/deps.sh fuzz installs clang)" >&2
         exit 1
     fi
-    if [ ! -f "$BUILD/CMakeCache.txt" ]; then
-        local rtdir link
-        rtdir=$("$CXX" --print-runtime-dir)
-        # One shared sanitizer runtime for the targets and the module they load.
-        link="-shared-libsan -Wl,-rpath,$rtdir"
-        cmake -S . -B "$BUILD" \
+    local rtdir link
+    rtdir=$("$CXX" --print-runtime-dir)
+    # One shared sanitizer runtime for the targets and the module they load.
+    link="-shared-libsan -Wl,-rpath,$rtdir"
+    tools/configure.sh "$BUILD" \
             -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
             -DCMAKE_BUILD_TYPE=RelWithDebInfo \
             -DCMAKE_C_FLAGS="-fsanitize=fuzzer-no-link" -DCMAKE_CXX_FLAGS="-fsanitize=fuzzer-no-link" \
@@ -46,7 +45,6 @@ configure() {
             -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
             -DCMAKE_EXE_LINKER_FLAGS="$link" -DCMAKE_SHARED_LINKER_FLAGS="$link" \
             -DKP120_SANITIZE=ON -DKP120_FUZZ=ON -DKP120_TESTS=OFF -DKP120_BENCH=OFF >/dev/null
-    fi
 }
 
 build() {

@@ -18,21 +18,19 @@ CC=${CC_SANITIZE:-clang}
 CXX=${CXX_SANITIZE:-clang++}
 
 if ! command -v "$CXX" >/dev/null; then
-    echo "test-asan: $CXX not found (tools/deps.sh installs clang)" >&2
+    echo "test-asan: $CXX not found (tools/deps.sh test installs clang)" >&2
     exit 1
 fi
 rtdir=$("$CXX" --print-runtime-dir)
 link="-shared-libsan -Wl,-rpath,$rtdir"
 
-if [ ! -f "$BUILD/CMakeCache.txt" ]; then
-    cmake -S . -B "$BUILD" \
+tools/configure.sh "$BUILD" \
         -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
         -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
         -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
         -DCMAKE_EXE_LINKER_FLAGS="$link" -DCMAKE_SHARED_LINKER_FLAGS="$link" \
         -DKP120_SANITIZE=ON -DKP120_BENCH=OFF -DKP120_FUZZ=OFF -DKP120_TESTS=ON
-fi
 cmake --build "$BUILD" -j "$JOBS"
 
 # Any report ends the process with a failure; leaks are reports too.

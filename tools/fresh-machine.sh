@@ -3,7 +3,7 @@
 # minimal Debian 12 root made by debootstrap, a clean clone of the current
 # HEAD copied into it, and the README's two commands, `make run` and
 # `make test`, run inside it with chroot as root.  Each command's time is
-# printed (and kept in build-fresh/times.txt).  `make fresh-machine`.
+# printed with its CPU time (and kept in build-fresh/times.txt).  `make fresh-machine`.
 #
 #   tools/fresh-machine.sh [command...]     (default: both commands)
 #
@@ -88,18 +88,21 @@ mount_in tmpfs tmpfs /tmp
 
 : >"$out/times.txt"
 status=0
+TIMEFORMAT='%R %U %S'
 for cmd in "$@"; do
-    echo "== fresh-machine: $cmd (log $out/$(echo "$cmd" | tr ' ' _).log)"
-    start=$(date +%s)
+    log=$out/$(echo "$cmd" | tr ' ' _).log
+    echo "== fresh-machine: $cmd (log $log)"
     set +e
-    chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb LANG=C.UTF-8 \
-        bash -c "cd /root/kp120 && $cmd" >"$out/$(echo "$cmd" | tr ' ' _).log" 2>&1
+    { time chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb LANG=C.UTF-8 \
+        bash -c "cd /root/kp120 && $cmd" >"$log" 2>&1; } 2>"$out/time.tmp"
     rc=$?
     set -e
-    secs=$(($(date +%s) - start))
-    line="$cmd: exit $rc, $((secs / 60)) min $((secs % 60)) s"
+    read -r real user sys <"$out/time.tmp"
+    line=$(awk -v c="$cmd" -v rc=$rc -v r="$real" -v u="$user" -v s="$sys" 'BEGIN {
+        printf "%s: exit %d, %d min %02d s (CPU: user %d min %02d s, sys %d min %02d s)", c, rc,
+            r / 60, r % 60, u / 60, u % 60, s / 60, s % 60 }')
     echo "$line" | tee -a "$out/times.txt"
-    tail -3 "$out/$(echo "$cmd" | tr ' ' _).log"
+    tail -3 "$log"
     [ $rc -eq 0 ] || status=1
 done
 exit $status

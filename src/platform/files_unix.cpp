@@ -442,6 +442,17 @@ uint32_t get_file_attributes(std::u16string_view name) {
     return info.attributes;
 }
 
+bool get_entry_kind(std::u16string_view name, bool& directory) {
+    bool dangling = false;
+    Fd fd(open_device_name(name, O_PATH, &dangling));
+    struct stat st;
+    directory = false;
+    if (!fd) return dangling;
+    if (fstat(fd.get(), &st) != 0) return fail_errno();
+    directory = S_ISDIR(st.st_mode);
+    return true;
+}
+
 bool set_file_attributes(std::u16string_view name, uint32_t attributes) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return false;

@@ -80,6 +80,27 @@ std::string find_without_case(int dir_fd, std::u16string_view name) {
     return best;
 }
 
+// The components of a device name, with "." dropped and ".." kept inside
+// the root.
+void components(std::u16string_view name, std::vector<std::u16string_view>& parts) {
+    std::size_t i = 0;
+    while (i < name.size()) {
+        while (i < name.size() && is_separator(name[i]))
+            ++i;
+        std::size_t j = i;
+        while (j < name.size() && !is_separator(name[j]))
+            ++j;
+        std::u16string_view part = name.substr(i, j - i);
+        i = j;
+        if (part.empty() || part == u".") continue;
+        if (part == u"..") {
+            if (!parts.empty()) parts.pop_back();
+            continue;
+        }
+        parts.push_back(part);
+    }
+}
+
 // --- Resolution beneath the root --------------------------------------------
 
 // More links than this on the way is a loop, as for the kernel.
@@ -290,24 +311,8 @@ bool resolve_device_name(std::string_view root_in, std::u16string_view name, Res
     while (!root.empty() && root.back() == '/')
         root.pop_back();
 
-    // Components, with "." dropped and ".." kept inside the root.
     std::vector<std::u16string_view> parts;
-    std::size_t i = 0;
-    while (i < name.size()) {
-        while (i < name.size() && is_separator(name[i]))
-            ++i;
-        std::size_t j = i;
-        while (j < name.size() && !is_separator(name[j]))
-            ++j;
-        std::u16string_view part = name.substr(i, j - i);
-        i = j;
-        if (part.empty() || part == u".") continue;
-        if (part == u"..") {
-            if (!parts.empty()) parts.pop_back();
-            continue;
-        }
-        parts.push_back(part);
-    }
+    components(name, parts);
 
     std::vector<std::string> written;
     written.reserve(parts.size());
@@ -417,6 +422,45 @@ bool resolve_entry(std::u16string_view name, ResolvedName& out, struct stat& st)
     if (e == kErrorSuccess) return true;
     set_last_error(e);
     return false;
+}
+
+int open_device_name(std::u16string_view name, int flags, bool* dangling) {
+    if (dangling) *dangling = false;
+    if (uint32_t e = check_name(name, false)) {
+        set_last_error(e);
+        return -1;
+    }
+    // At once when every component exists as written.
+    std::vector<std::u16string_view> parts;
+    components(name, parts);
+    std::string rel;
+    for (std::u16string_view p : parts) {
+        if (!rel.empty()) rel += '/';
+        rel += to_utf8(p);
+    }
+    std::string root = device_root();
+    Fd root_fd(open(root.empty() ? "/" : root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (root_fd) {
+        int fd = open_beneath(root_fd.get(), rel, flags);
+        if (fd >= 0) return fd;
+        if (errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG) {
+            set_last_error(win32_from_resolve_errno(errno));
+            return -1;
+        }
+    }
+    // Else through the resolution without regard to case.
+    ResolvedName r;
+    if (!resolve_device_name(name, r)) return -1;
+    if (!r.exists) {
+        set_last_error(r.parent_exists ? kErrorFileNotFound : kErrorPathNotFound);
+        return -1;
+    }
+    int fd = open_resolved(r, flags);
+    if (fd < 0) {
+        if (errno == ENOENT && dangling) *dangling = true;
+        set_last_error(errno == ENOENT ? kErrorFileNotFound : win32_from_resolve_errno(errno));
+    }
+    return fd;
 }
 
 bool resolve_host_path(std::string_view root_in, std::u16string_view name, std::string& path, bool& exists,

@@ -104,6 +104,11 @@ bool resolve_entry(std::u16string_view name, ResolvedName& out, struct stat& st)
 int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode = 0);
 // The same for a resolved entry (links followed inside the root).
 int open_resolved(const ResolvedName& r, int flags, unsigned mode = 0);
+// Opens a device name (a final link followed inside the root) with `flags`:
+// at once when the name exists as written, else through resolve_device_name.
+// -1 with the last error set (2, 3, the name's own error); *dangling, when
+// given, tells that the name is a link whose target does not exist.
+int open_device_name(std::u16string_view name, int flags, bool* dangling = nullptr);
 // The Win32 code of an errno of the resolution: 1921 for a loop, 5 for a
 // name that would leave the root, else as win32_from_errno.
 uint32_t win32_from_resolve_errno(int err);

@@ -503,6 +503,8 @@ constexpr Text kSystemTexts[] = {
     {1460, u"Cette opération a été retournée car le délai d'expiration a expiré.",
      u"This operation returned because the timeout period expired."},
     {1901, u"L'heure spécifiée n'est pas valide.", u"The specified time is invalid."},
+    {1921, u"Le nom du fichier ne peut pas être résolu par le système.",
+     u"The name of the file cannot be resolved by the system."},
 };
 static_assert(std::is_sorted(std::begin(kSystemTexts), std::end(kSystemTexts), by_number));
 

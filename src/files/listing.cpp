@@ -65,7 +65,7 @@ struct Walker {
             }
             const pf::DirectoryEntry& e = entries[i];
             if (e.directory && (options & kFrNoHiddenDirectory) && hidden(r, i)) continue; // nor entered
-            if (e.directory) below.push_back(i);
+            if (e.directory && !e.link) below.push_back(i); // links to folders are listed, not entered
             if (e.directory != (kind == WalkKind::Directories) || !pattern.matches(e.name)) continue;
             if (!e.directory && (options & kFrNoHiddenFile) && hidden(r, i)) continue;
             if (options & kFrReadOnly) {
@@ -94,8 +94,9 @@ struct Walker {
 // entries.  Within a directory the entries come in name order, the
 // directories below follow once the directory's own entries are done.  A
 // directory that cannot be read below the first one (no permission, a name
-// grown too long) is left out; a directory met again through a symbolic
-// link on the way down is not entered twice.  With frInterruptible, Escape
+// grown too long) is left out; a symbolic link to a folder is listed as a
+// folder but not entered, and a folder met again on the way down (a bind
+// mount) is not entered twice.  With frInterruptible, Escape
 // ends the walk between entries; the result is then the count so far.
 int32_t walk(std::u16string_view path, WalkKind kind, int32_t user, int32_t options, const WalkVisitor& visit,
              const WalkInterrupt& interrupted, CXError& err) {

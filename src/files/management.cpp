@@ -200,14 +200,15 @@ bool f_file_exist(std::u16string_view name, CXError& err) {
             if (!(info.attributes & pf::kAttributeDirectory)) return true;
         return false;
     }
-    return pf::get_file_info(name, info) && !(info.attributes & pf::kAttributeDirectory);
+    bool directory = false;
+    return pf::get_entry_kind(name, directory) && !directory;
 }
 
 bool f_directory_exist(std::u16string_view name, CXError& err) {
     if (name.empty()) return false;
     if (refuse_relative(name, err)) return false;
-    pf::FileInfo info;
-    return pf::get_file_info(name, info) && (info.attributes & pf::kAttributeDirectory);
+    bool directory = false;
+    return pf::get_entry_kind(name, directory) && directory;
 }
 
 // --- Comparison ----------------------------------------------------------------

@@ -6,8 +6,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include "platform/host_attributes.h"
+#include "platform/paths.h"
 #include "platform/win32_error.h"
 
 namespace kp::platform::host {
@@ -15,10 +17,7 @@ namespace kp::platform::host {
 namespace {
 constexpr int64_t kEpochDelta = 11644473600LL; // seconds from 1601 to 1970
 
-bool base_name_hidden(const std::string& path) {
-    std::size_t cut = path.rfind('/');
-    std::string_view base =
-        cut == std::string::npos ? std::string_view(path) : std::string_view(path).substr(cut + 1);
+bool base_name_hidden(std::string_view base) {
     return !base.empty() && base.front() == '.' && base != "." && base != "..";
 }
 
@@ -47,9 +46,9 @@ bool is_read_only(mode_t mode) {
     return (mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
 }
 
-bool read_dos_bits(const std::string& path, uint32_t* bits) {
+bool read_dos_bits(int fd, uint32_t* bits) {
     char text[64];
-    ssize_t n = getxattr(path.c_str(), kDosAttributeName, text, sizeof text - 1);
+    ssize_t n = fgetxattr(fd, kDosAttributeName, text, sizeof text - 1);
     if (n <= 0) return false;
     text[n] = 0; // Samba may follow the text with a NUL and a binary record
     unsigned value = 0;
@@ -58,32 +57,36 @@ bool read_dos_bits(const std::string& path, uint32_t* bits) {
     return true;
 }
 
-bool write_dos_bits(const std::string& path, uint32_t bits) {
+bool write_dos_bits(int fd, uint32_t bits) {
     char text[16];
     int n = std::snprintf(text, sizeof text, "0x%x", bits & kDosKeptBits);
-    if (setxattr(path.c_str(), kDosAttributeName, text, static_cast<std::size_t>(n), 0) != 0) {
+    if (fsetxattr(fd, kDosAttributeName, text, static_cast<std::size_t>(n), 0) != 0) {
         set_last_error(errno == ENOTSUP ? kErrorNotSupported : win32_from_errno(errno));
         return false;
     }
     return true;
 }
 
-bool info_at(int dirfd, const char* name, const std::string& full_path, bool follow, FileInfo& info) {
-    struct statx sx;
-    int flags = AT_STATX_SYNC_AS_STAT | (follow ? 0 : AT_SYMLINK_NOFOLLOW);
-    if (statx(dirfd, name, flags, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
-        set_last_error_from_errno();
-        return false;
-    }
+int open_for_attributes(int dirfd, const char* name, mode_t mode) {
+    // Extended attributes of the user namespace exist on files and
+    // directories only; opening anything else (a serial line, a FIFO) could
+    // act on it.
+    if (!S_ISREG(mode) && !S_ISDIR(mode)) return -1;
+    return openat(dirfd, *name ? name : ".", O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+namespace {
+// `fd`, when not -1, is the entry opened for reading, whose stored bits count.
+bool info_of(const struct statx& sx, int fd, std::string_view base_name, FileInfo& info) {
     const bool dir = S_ISDIR(sx.stx_mode);
     uint32_t a = dir ? kAttributeDirectory : 0;
     uint32_t kept = 0;
-    if (read_dos_bits(full_path, &kept))
+    if (fd >= 0 && read_dos_bits(fd, &kept))
         a |= kept & kDosKeptBits;
     else if (!dir)
         a |= kAttributeArchive;
     if (!dir && is_read_only(sx.stx_mode)) a |= kAttributeReadOnly;
-    if (base_name_hidden(full_path)) a |= kAttributeHidden;
+    if (base_name_hidden(base_name)) a |= kAttributeHidden;
     if (sx.stx_attributes_mask & STATX_ATTR_COMPRESSED && sx.stx_attributes & STATX_ATTR_COMPRESSED)
         a |= kAttributeCompressed;
     if (a == 0) a = kAttributeNormal;
@@ -92,6 +95,43 @@ bool info_at(int dirfd, const char* name, const std::string& full_path, bool fol
     info.write_time = filetime_of_statx(sx.stx_mtime);
     info.access_time = filetime_of_statx(sx.stx_atime);
     info.creation_time = (sx.stx_mask & STATX_BTIME) ? filetime_of_statx(sx.stx_btime) : info.write_time;
+    return true;
+}
+} // namespace
+
+bool info_at(int dirfd, const char* name, FileInfo& info) {
+    struct statx sx;
+    if (statx(dirfd, name, AT_STATX_SYNC_AS_STAT | AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+              &sx) != 0) {
+        set_last_error_from_errno();
+        return false;
+    }
+    int fd = open_for_attributes(dirfd, name, sx.stx_mode);
+    info_of(sx, fd, name, info);
+    if (fd >= 0) close(fd);
+    return true;
+}
+
+bool info_beneath(int root_fd, const std::string& rel, std::string_view base_name, FileInfo& info) {
+    int fd = open_beneath(root_fd, rel, O_PATH);
+    if (fd < 0) {
+        set_last_error(win32_from_resolve_errno(errno));
+        return false;
+    }
+    struct statx sx;
+    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
+        set_last_error_from_errno();
+        close(fd);
+        return false;
+    }
+    close(fd);
+    // The stored bits need the entry open for reading (a descriptor of
+    // O_PATH has no extended attributes): one that cannot be read has none.
+    fd = S_ISREG(sx.stx_mode) || S_ISDIR(sx.stx_mode)
+             ? open_beneath(root_fd, rel, O_RDONLY | O_NONBLOCK | O_NOCTTY)
+             : -1;
+    info_of(sx, fd, base_name, info);
+    if (fd >= 0) close(fd);
     return true;
 }
 

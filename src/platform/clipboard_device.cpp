@@ -276,15 +276,14 @@ class DeviceClipboard final : public Clipboard, private Opener {
     // (when `create`).
     bool locate(std::string& dir, bool create = true) {
         const std::string root = fixed_root_.empty() ? device_root() : fixed_root_;
-        ResolvedName r;
+        // The folder resolved beneath the root, links replaced by their targets.
         uint32_t code = 0;
-        if (!resolve_device_name(root, u"\\Windows\\clipboard.dat", r, &code)) {
+        bool exists = false;
+        if (!resolve_host_path(root, u"\\Windows", dir, exists, &code)) {
             set_last_error(code);
             return false;
         }
-        const std::size_t slash = r.host_path.find_last_of('/');
-        dir = slash == std::string::npos ? std::string() : r.host_path.substr(0, slash);
-        if (!r.parent_exists) {
+        if (!exists) {
             if (!create) {
                 set_last_error(kErrorPathNotFound);
                 return false;

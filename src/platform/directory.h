@@ -24,7 +24,8 @@ namespace kp::platform {
 
 struct DirectoryEntry {
     std::u16string name;
-    bool directory = false;
+    bool directory = false; // a folder, or a link to one inside the root
+    bool link = false;      // a symbolic link (walks do not enter it)
 };
 
 // One directory read at once.
@@ -47,7 +48,8 @@ class DirectoryReader {
     uint64_t inode() const { return ino_; }
 
   private:
-    int fd_ = -1;
+    int fd_ = -1, root_fd_ = -1;
+    std::string rel_; // the directory relative to the device root
     uint64_t dev_ = 0, ino_ = 0;
     std::vector<DirectoryEntry> entries_;
     std::vector<std::string> host_names_;

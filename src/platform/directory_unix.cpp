@@ -27,20 +27,19 @@ bool is_separator(char16_t c) {
     return c == u'\\' || c == u'/';
 }
 
-// Opens a resolved device directory for reading.
-int open_directory(std::u16string_view name, std::string* host_path) {
-    ResolvedName r;
+// Opens a device directory for reading, a link to one followed inside the
+// root; `r` keeps the root and the name relative to it.
+int open_directory(std::u16string_view name, ResolvedName& r) {
     if (!resolve_device_name(name, r)) return -1;
     if (!r.exists) {
         set_last_error(kErrorPathNotFound);
         return -1;
     }
-    int fd = open(r.host_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = open_resolved(r, O_RDONLY | O_DIRECTORY);
     if (fd < 0) {
-        set_last_error(errno == ENOTDIR ? kErrorDirectory : win32_from_errno(errno));
+        set_last_error(errno == ENOTDIR ? kErrorDirectory : win32_from_resolve_errno(errno));
         return -1;
     }
-    if (host_path) *host_path = r.host_path == "/" ? "" : r.host_path;
     return fd;
 }
 
@@ -124,16 +123,24 @@ DirectoryReader::DirectoryReader() = default;
 
 DirectoryReader::~DirectoryReader() {
     if (fd_ >= 0) close(fd_);
+    if (root_fd_ >= 0) close(root_fd_);
 }
 
+// An entry that is a link is listed with what it leads to inside the root
+// (a folder when it leads to one) and marked as a link: walks do not enter
+// it, so that a link cannot take a walk round in a loop or twice through
+// the same folder.
 bool DirectoryReader::open(std::u16string_view name) {
     if (fd_ >= 0) close(fd_);
-    fd_ = -1;
+    if (root_fd_ >= 0) close(root_fd_);
+    fd_ = root_fd_ = -1;
     entries_.clear();
     host_names_.clear();
-    std::string host_path;
-    int fd = open_directory(name, &host_path);
+    ResolvedName r;
+    int fd = open_directory(name, r);
     if (fd < 0) return false;
+    root_fd_ = r.root.release();
+    rel_ = r.rel;
     struct stat st;
     if (fstat(fd, &st) != 0) {
         set_last_error_from_errno();
@@ -152,26 +159,32 @@ bool DirectoryReader::open(std::u16string_view name) {
     }
     struct Raw {
         std::string name;
-        bool dir;
+        bool dir, link;
     };
     std::vector<Raw> raw;
     while (dirent* e = readdir(d)) {
         std::string_view n(e->d_name);
         if (n == "." || n == "..") continue;
-        bool dir = e->d_type == DT_DIR;
-        if (e->d_type == DT_LNK || e->d_type == DT_UNKNOWN) {
+        bool dir = e->d_type == DT_DIR, link = e->d_type == DT_LNK;
+        if (e->d_type == DT_UNKNOWN) {
             struct stat es;
-            dir = fstatat(fd, e->d_name, &es, 0) == 0 && S_ISDIR(es.st_mode);
+            link = fstatat(fd, e->d_name, &es, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(es.st_mode);
+            dir = !link && S_ISDIR(es.st_mode);
         }
-        raw.push_back({std::string(n), dir});
+        if (link) {
+            struct stat es;
+            Fd target(open_beneath(root_fd_, rel_ + "/" + e->d_name, O_PATH));
+            dir = target && fstat(target.get(), &es) == 0 && S_ISDIR(es.st_mode);
+        }
+        raw.push_back({std::string(n), dir, link});
     }
     closedir(d);
     std::sort(raw.begin(), raw.end(), [](const Raw& a, const Raw& b) { return a.name < b.name; });
     entries_.reserve(raw.size());
     host_names_.reserve(raw.size());
     for (Raw& r : raw) {
-        entries_.push_back({from_utf8(r.name), r.dir});
-        host_names_.push_back(host_path + "/" + r.name);
+        entries_.push_back({from_utf8(r.name), r.dir, r.link});
+        host_names_.push_back(std::move(r.name));
     }
     fd_ = fd;
     return true;
@@ -180,10 +193,9 @@ bool DirectoryReader::open(std::u16string_view name) {
 bool DirectoryReader::info(std::size_t i, FileInfo& out) const {
     if (i >= host_names_.size() || fd_ < 0) return fail(kErrorInvalidParameter);
     out.name = entries_[i].name;
-    const std::string& full = host_names_[i];
-    const char* base = full.c_str() + full.rfind('/') + 1;
-    if (host::info_at(fd_, base, full, true, out)) return true;
-    return host::info_at(fd_, base, full, false, out); // a dangling link reads as itself
+    const std::string& base = host_names_[i];
+    if (entries_[i].link && host::info_beneath(root_fd_, rel_ + "/" + base, base, out)) return true;
+    return host::info_at(fd_, base.c_str(), out); // the entry itself; a dangling link reads as itself
 }
 
 // --- FileSearch --------------------------------------------------------------
@@ -253,7 +265,8 @@ bool create_directory_tree(std::u16string_view name) {
     if (!resolve_device_name(name, r)) return false;
     if (r.exists) {
         struct stat st;
-        if (stat(r.host_path.c_str(), &st) != 0) return fail(win32_from_errno(errno));
+        Fd target(open_resolved(r, O_PATH));
+        if (!target || fstat(target.get(), &st) != 0) return fail(win32_from_resolve_errno(errno));
         return S_ISDIR(st.st_mode) ? true : fail(kErrorAlreadyExists);
     }
     if (!r.parent_exists) {
@@ -272,9 +285,10 @@ bool create_directory_tree(std::u16string_view name) {
     if (last_error() == kErrorAlreadyExists) {
         ResolvedName again;
         struct stat st;
-        if (resolve_device_name(name, again) && stat(again.host_path.c_str(), &st) == 0 &&
-            S_ISDIR(st.st_mode))
-            return true;
+        if (resolve_device_name(name, again) && again.exists) {
+            Fd target(open_resolved(again, O_PATH));
+            if (target && fstat(target.get(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
+        }
     }
     return false;
 }
@@ -284,18 +298,19 @@ bool remove_directory_tree(std::u16string_view name) {
     struct stat st;
     if (!resolve_entry(name, r, st)) return false;
     if (!S_ISDIR(st.st_mode)) return fail(kErrorDirectory);
-    int fd = open(r.host_path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    int fd = openat(r.dir.get(), r.leaf.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) return fail(win32_from_errno(errno));
     bool ok = empty_tree(fd, 0);
     close(fd);
     if (!ok) return false;
-    if (rmdir(r.host_path.c_str()) != 0) return fail(win32_from_errno(errno));
+    if (unlinkat(r.dir.get(), r.leaf.c_str(), AT_REMOVEDIR) != 0) return fail(win32_from_errno(errno));
     return true;
 }
 
 bool directory_size(std::u16string_view name, uint64_t& total) {
     total = 0;
-    int fd = open_directory(name, nullptr);
+    ResolvedName r;
+    int fd = open_directory(name, r);
     if (fd < 0) return false;
     return size_of_tree(fd, total, 0);
 }

@@ -118,6 +118,10 @@ struct FileInfo {
 
 // GetFileAttributesW: kInvalidAttributes on failure (2, 3, ...).
 uint32_t get_file_attributes(std::u16string_view name);
+// Whether the name exists and is a directory, as GetFileAttributesW tells
+// without the other attributes (a dangling link exists, as a file).  False
+// with the last error (2, 3, ...) when it does not exist.
+bool get_entry_kind(std::u16string_view name, bool& directory);
 // SetFileAttributesW: read-only, hidden, system and archive (other bits are
 // ignored; read-only has no meaning for a directory).  When the file system
 // refuses to store hidden, system or archive, the call fails with the mapped

@@ -66,6 +66,17 @@ bool resolve_existing(std::u16string_view name, ResolvedName& r) {
     return true;
 }
 
+bool fail_resolve() {
+    return fail(win32_from_resolve_errno(errno));
+}
+
+// The status of a resolved entry, a final link followed inside the root.
+// false with errno when it cannot be reached (ENOENT for a dangling link).
+bool stat_followed(const ResolvedName& r, struct stat& st) {
+    Fd fd(open_resolved(r, O_PATH));
+    return fd && fstat(fd.get(), &st) == 0;
+}
+
 bool full_pread(int fd, uint64_t offset, void* buffer, uint32_t count, uint32_t* done) {
     uint32_t total = 0;
     auto* p = static_cast<uint8_t*>(buffer);
@@ -150,7 +161,11 @@ FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share
         return kInvalidFile;
     }
     struct stat st;
-    bool exists = stat(r.host_path.c_str(), &st) == 0;
+    bool exists = stat_followed(r, st);
+    if (!exists && errno != ENOENT) {
+        set_last_error(win32_from_resolve_errno(errno));
+        return kInvalidFile;
+    }
     if (exists && S_ISDIR(st.st_mode)) {
         set_last_error(kErrorAccessDenied);
         return kInvalidFile;
@@ -212,9 +227,10 @@ FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share
     // Stream devices (FIFOs) must not block the program thread on open.
     if (exists && !S_ISREG(st.st_mode)) oflags |= O_NONBLOCK;
 
-    int fd = open(r.host_path.c_str(), oflags, 0666);
+    // A dangling link creates its target inside the root, or fails.
+    int fd = open_resolved(r, oflags, 0666);
     if (fd < 0) {
-        set_last_error(errno == ENOENT ? kErrorPathNotFound : win32_from_errno(errno));
+        set_last_error(errno == ENOENT ? kErrorPathNotFound : win32_from_resolve_errno(errno));
         return kInvalidFile;
     }
     if (!exists && (flags_and_attributes & kAttributeReadOnly)) {
@@ -407,35 +423,64 @@ bool unlock_whole_file(FileHandle h) {
 
 // --- Names -----------------------------------------------------------------
 
+// Attributes, times and sizes are those of what a link leads to inside the
+// root (a dangling link reads as itself); setting them acts on that too,
+// since a link of the host has no attributes of its own to set.
+namespace {
+bool info_of(const ResolvedName& r, FileInfo& info) {
+    if (host::info_beneath(r.root.get(), r.rel, r.leaf, info)) return true;
+    if (last_error() != kErrorFileNotFound) return false;
+    return host::info_at(r.dir.get(), r.leaf.c_str(), info); // a dangling link
+}
+} // namespace
+
 uint32_t get_file_attributes(std::u16string_view name) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return kInvalidAttributes;
     FileInfo info;
-    if (!host::info_at(AT_FDCWD, r.host_path.c_str(), r.host_path, true, info)) return kInvalidAttributes;
+    if (!info_of(r, info)) return kInvalidAttributes;
     return info.attributes;
+}
+
+bool get_entry_kind(std::u16string_view name, bool& directory) {
+    bool dangling = false;
+    Fd fd(open_device_name(name, O_PATH, &dangling));
+    struct stat st;
+    directory = false;
+    if (!fd) return dangling;
+    if (fstat(fd.get(), &st) != 0) return fail_errno();
+    directory = S_ISDIR(st.st_mode);
+    return true;
 }
 
 bool set_file_attributes(std::u16string_view name, uint32_t attributes) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return false;
+    Fd target(open_resolved(r, O_PATH));
     struct stat st;
-    if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (!target || fstat(target.get(), &st) != 0) return fail_resolve();
     FileInfo now;
-    if (!host::info_at(AT_FDCWD, r.host_path.c_str(), r.host_path, true, now)) return false;
+    if (!host::info_beneath(r.root.get(), r.rel, r.leaf, now)) return false;
     // The stored bits first: when the file system refuses them nothing has
     // changed yet.  A hidden bit that comes from the name is not stored.
     uint32_t want = attributes & host::kDosKeptBits;
     uint32_t have = now.attributes & host::kDosKeptBits;
     uint32_t stored = 0;
-    bool has_stored = host::read_dos_bits(r.host_path, &stored);
+    Fd readable(
+        S_ISREG(st.st_mode) || S_ISDIR(st.st_mode) ? open_resolved(r, O_RDONLY | O_NONBLOCK | O_NOCTTY) : -1);
+    bool has_stored = readable && host::read_dos_bits(readable.get(), &stored);
     if (want != have || (has_stored && (stored & host::kDosKeptBits) != want)) {
-        if (!host::write_dos_bits(r.host_path, want)) return false;
+        if (!readable) return fail(kErrorAccessDenied);
+        if (!host::write_dos_bits(readable.get(), want)) return false;
     }
     if (S_ISDIR(st.st_mode)) return true; // read-only has no meaning for a directory here
     mode_t mode = st.st_mode & 07777;
     mode_t wanted = (attributes & kAttributeReadOnly) ? (mode & ~(S_IWUSR | S_IWGRP | S_IWOTH))
                                                       : (is_read_only(st) ? (mode | S_IWUSR) : mode);
-    if (wanted != mode && chmod(r.host_path.c_str(), wanted) != 0) return fail_errno();
+    if (wanted == mode) return true;
+    // fchmod does not take an O_PATH descriptor: the file opened for reading.
+    if (!readable) return fail(kErrorAccessDenied);
+    if (fchmod(readable.get(), wanted) != 0) return fail_errno();
     return true;
 }
 
@@ -443,7 +488,7 @@ bool get_file_info(std::u16string_view name, FileInfo& info) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return false;
     info = FileInfo{};
-    return host::info_at(AT_FDCWD, r.host_path.c_str(), r.host_path, true, info);
+    return info_of(r, info);
 }
 
 bool set_file_times(std::u16string_view name, const uint64_t* access_time, const uint64_t* write_time) {
@@ -452,8 +497,17 @@ bool set_file_times(std::u16string_view name, const uint64_t* access_time, const
     struct timespec ts[2];
     ts[0] = access_time ? host::timespec_of(*access_time) : timespec{0, UTIME_OMIT};
     ts[1] = write_time ? host::timespec_of(*write_time) : timespec{0, UTIME_OMIT};
-    if (utimensat(AT_FDCWD, r.host_path.c_str(), ts, 0) != 0) return fail_errno();
-    return true;
+    Fd target(open_resolved(r, O_PATH));
+    if (!target) return fail_resolve();
+    struct stat st;
+    if (fstat(target.get(), &st) != 0) return fail_errno();
+    // utimensat takes an O_PATH descriptor only through AT_EMPTY_PATH
+    // (Linux 6.6); files and directories are opened for reading instead.
+    Fd readable(
+        S_ISREG(st.st_mode) || S_ISDIR(st.st_mode) ? open_resolved(r, O_RDONLY | O_NONBLOCK | O_NOCTTY) : -1);
+    if (readable ? futimens(readable.get(), ts) == 0 : utimensat(target.get(), "", ts, AT_EMPTY_PATH) == 0)
+        return true;
+    return fail_errno();
 }
 
 bool set_file_times(std::u16string_view name, const uint64_t* creation_time, const uint64_t* access_time,
@@ -466,13 +520,15 @@ bool delete_file(std::u16string_view name) {
     ResolvedName r;
     if (!resolve_existing(name, r)) return false;
     struct stat st;
-    if (lstat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (fstatat(r.dir.get(), r.leaf.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return fail_errno();
     if (S_ISDIR(st.st_mode)) return fail(kErrorAccessDenied);
     if (S_ISREG(st.st_mode) && is_read_only(st)) return fail(kErrorAccessDenied);
-    if (unlink(r.host_path.c_str()) != 0) return fail_errno();
+    if (unlinkat(r.dir.get(), r.leaf.c_str(), 0) != 0) return fail_errno();
     return true;
 }
 
+// Renaming and deleting act on the entry itself: a link is renamed or
+// removed, never what it leads to.
 bool move_file(std::u16string_view from, std::u16string_view to) {
     if (!is_absolute_device_name(from) || !is_absolute_device_name(to)) return fail(kErrorPathNotFound);
     ResolvedName src, dst;
@@ -480,81 +536,84 @@ bool move_file(std::u16string_view from, std::u16string_view to) {
     if (!resolve_device_name(to, dst)) return false;
     if (src.is_root || dst.is_root) return fail(kErrorAccessDenied);
     if (!dst.parent_exists) return fail(kErrorPathNotFound);
-    std::string target = dst.host_path;
+    const int sd = src.dir.get(), dd = dst.dir.get();
+    const char* from_name = src.leaf.c_str();
+    std::string target = dst.leaf;
     if (dst.exists) {
         struct stat a, b;
-        bool same = lstat(src.host_path.c_str(), &a) == 0 && lstat(dst.host_path.c_str(), &b) == 0 &&
-                    a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+        bool same = fstatat(sd, from_name, &a, AT_SYMLINK_NOFOLLOW) == 0 &&
+                    fstatat(dd, target.c_str(), &b, AT_SYMLINK_NOFOLLOW) == 0 && a.st_dev == b.st_dev &&
+                    a.st_ino == b.st_ino;
         if (!same) return fail(kErrorAlreadyExists);
         // A change of case only: the entry takes the name as written.
-        std::size_t cut = target.rfind('/');
-        target = target.substr(0, cut + 1) + to_utf8(last_component(to));
-        if (target == src.host_path) return true;
-        if (rename(src.host_path.c_str(), target.c_str()) != 0) return fail_errno();
+        target = to_utf8(last_component(to));
+        if (target == src.leaf) return true;
+        if (renameat(sd, from_name, dd, target.c_str()) != 0) return fail_errno();
         return true;
     }
-    if (renameat2(AT_FDCWD, src.host_path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
-        return true;
+    if (renameat2(sd, from_name, dd, target.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
         return fail(errno == EEXIST ? kErrorAlreadyExists : win32_from_errno(errno));
     // The file system refuses the flag: a hard link cannot replace either.
     struct stat st;
-    if (lstat(src.host_path.c_str(), &st) != 0) return fail_errno();
+    if (fstatat(sd, from_name, &st, AT_SYMLINK_NOFOLLOW) != 0) return fail_errno();
     if (!S_ISDIR(st.st_mode)) {
-        if (link(src.host_path.c_str(), target.c_str()) != 0)
+        if (linkat(sd, from_name, dd, target.c_str(), 0) != 0)
             return fail(errno == EEXIST ? kErrorAlreadyExists : win32_from_errno(errno));
-        if (unlink(src.host_path.c_str()) != 0) {
+        if (unlinkat(sd, from_name, 0) != 0) {
             uint32_t e = win32_from_errno(errno);
-            unlink(target.c_str());
+            unlinkat(dd, target.c_str(), 0);
             return fail(e);
         }
         return true;
     }
-    if (access(target.c_str(), F_OK) == 0) return fail(kErrorAlreadyExists);
-    if (rename(src.host_path.c_str(), target.c_str()) != 0) return fail_errno();
+    if (fstatat(dd, target.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return fail(kErrorAlreadyExists);
+    if (renameat(sd, from_name, dd, target.c_str()) != 0) return fail_errno();
     return true;
 }
 
+// Copying reads and writes what links lead to inside the root; a dangling
+// link as the target creates its target inside the root.
 bool copy_file(std::u16string_view from, std::u16string_view to, bool fail_if_exists) {
     ResolvedName src, dst;
     if (!resolve_existing(from, src)) return false;
     if (!resolve_device_name(to, dst)) return false;
     if (!dst.parent_exists) return fail(kErrorPathNotFound);
     struct stat ss;
-    if (stat(src.host_path.c_str(), &ss) != 0) return fail_errno();
+    if (!stat_followed(src, ss)) return fail_resolve();
     if (S_ISDIR(ss.st_mode)) return fail(kErrorAccessDenied);
     if (dst.exists) {
         struct stat ds;
-        if (stat(dst.host_path.c_str(), &ds) != 0) return fail_errno();
-        if (ds.st_dev == ss.st_dev && ds.st_ino == ss.st_ino) return fail(kErrorSharingViolation);
-        if (fail_if_exists) return fail(kErrorFileExists);
-        if (S_ISDIR(ds.st_mode)) return fail(kErrorAccessDenied);
-        if (is_read_only(ds)) return fail(kErrorAccessDenied);
+        if (stat_followed(dst, ds)) {
+            if (ds.st_dev == ss.st_dev && ds.st_ino == ss.st_ino) return fail(kErrorSharingViolation);
+            if (fail_if_exists) return fail(kErrorFileExists);
+            if (S_ISDIR(ds.st_mode)) return fail(kErrorAccessDenied);
+            if (is_read_only(ds)) return fail(kErrorAccessDenied);
+        } else if (errno != ENOENT) {
+            return fail_resolve();
+        } else if (fail_if_exists) {
+            return fail(kErrorFileExists); // a dangling link is there
+        }
     }
-    int in = open(src.host_path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0) return fail_errno();
-    int out = open(dst.host_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (out < 0) {
-        uint32_t e = win32_from_errno(errno);
-        close(in);
-        return fail(e);
-    }
-    bool ok = copy_bytes(in, out);
+    Fd in(open_resolved(src, O_RDONLY));
+    if (!in) return fail_resolve();
+    Fd out(open_resolved(dst, O_WRONLY | O_CREAT | O_TRUNC, 0666));
+    if (!out) return fail_resolve();
+    bool ok = copy_bytes(in.get(), out.get());
     uint32_t err = last_error();
     if (ok) {
         struct timespec ts[2] = {ss.st_atim, ss.st_mtim};
-        futimens(out, ts);
-        fchmod(out, ss.st_mode & 07777);
+        futimens(out.get(), ts);
+        fchmod(out.get(), ss.st_mode & 07777);
         uint32_t bits = 0;
-        if (host::read_dos_bits(src.host_path, &bits))
-            host::write_dos_bits(dst.host_path, bits);
+        if (host::read_dos_bits(in.get(), &bits))
+            host::write_dos_bits(out.get(), bits);
         else
-            fremovexattr(out, host::kDosAttributeName);
+            fremovexattr(out.get(), host::kDosAttributeName);
     }
-    close(in);
-    close(out);
     if (!ok) {
-        unlink(dst.host_path.c_str());
+        // The name the copy was made under, unless it is a link.
+        unlinkat(dst.dir.get(), dst.leaf.c_str(), 0);
         return fail(err);
     }
     return true;
@@ -565,7 +624,7 @@ bool create_directory(std::u16string_view name) {
     if (!resolve_device_name(name, r)) return false;
     if (r.exists) return fail(kErrorAlreadyExists);
     if (!r.parent_exists) return fail(kErrorPathNotFound);
-    if (mkdir(r.host_path.c_str(), 0777) != 0)
+    if (mkdirat(r.dir.get(), r.leaf.c_str(), 0777) != 0)
         return fail(errno == EEXIST ? kErrorAlreadyExists : win32_from_errno(errno));
     return true;
 }
@@ -575,23 +634,27 @@ bool remove_directory(std::u16string_view name) {
     if (!resolve_existing(name, r)) return false;
     if (r.is_root) return fail(kErrorAccessDenied);
     struct stat st;
-    if (lstat(r.host_path.c_str(), &st) != 0) return fail_errno();
+    if (fstatat(r.dir.get(), r.leaf.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return fail_errno();
     if (!S_ISDIR(st.st_mode)) return fail(kErrorDirectory);
-    if (rmdir(r.host_path.c_str()) != 0)
+    if (unlinkat(r.dir.get(), r.leaf.c_str(), AT_REMOVEDIR) != 0)
         return fail(errno == EEXIST ? kErrorDirNotEmpty : win32_from_errno(errno));
     return true;
 }
 
+// A directory's entries as they are: a link is listed with what it leads
+// to inside the root (a dangling one as itself).
 bool list_directory(std::u16string_view name, std::vector<FileInfo>& entries) {
     entries.clear();
     ResolvedName r;
     if (!resolve_device_name(name, r)) return false;
     if (!r.exists) return fail(kErrorPathNotFound);
-    struct stat st;
-    if (stat(r.host_path.c_str(), &st) != 0) return fail_errno();
-    if (!S_ISDIR(st.st_mode)) return fail(kErrorDirectory);
-    DIR* d = opendir(r.host_path.c_str());
-    if (!d) return fail_errno();
+    int fd = open_resolved(r, O_RDONLY | O_DIRECTORY);
+    if (fd < 0) return fail(errno == ENOTDIR ? kErrorDirectory : win32_from_resolve_errno(errno));
+    DIR* d = fdopendir(fd);
+    if (!d) {
+        close(fd);
+        return fail_errno();
+    }
     std::vector<std::string> names;
     while (dirent* e = readdir(d)) {
         std::string_view n(e->d_name);
@@ -599,13 +662,12 @@ bool list_directory(std::u16string_view name, std::vector<FileInfo>& entries) {
     }
     closedir(d);
     std::sort(names.begin(), names.end());
-    std::string dir = r.host_path == "/" ? "" : r.host_path;
     for (const std::string& n : names) {
-        std::string full = dir + "/" + n;
         FileInfo info;
-        if (!host::info_at(AT_FDCWD, full.c_str(), full, true, info) &&
-            !host::info_at(AT_FDCWD, full.c_str(), full, false, info))
-            continue;
+        if (!host::info_beneath(r.root.get(), r.rel + "/" + n, n, info)) {
+            Fd dir(open_resolved(r, O_PATH | O_DIRECTORY));
+            if (!dir || !host::info_at(dir.get(), n.c_str(), info)) continue;
+        }
         info.name = from_utf8(n);
         entries.push_back(std::move(info));
     }

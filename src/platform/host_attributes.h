@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 
 #include "platform/files.h"
@@ -30,17 +31,25 @@ uint64_t filetime_of(const struct timespec& ts);
 struct timespec timespec_of(uint64_t filetime);
 bool is_read_only(mode_t mode);
 
-// The stored DOS bits of a host path: true with *bits when the extended
-// attribute is there and readable, false when there is none.
-bool read_dos_bits(const std::string& path, uint32_t* bits);
+// The stored DOS bits of a file or directory open for reading (not O_PATH):
+// true with *bits when the extended attribute is there and readable, false
+// when there is none.
+bool read_dos_bits(int fd, uint32_t* bits);
 // Stores the DOS bits (only kDosKeptBits); false with the mapped Win32 code
 // as last error when the file system refuses.
-bool write_dos_bits(const std::string& path, uint32_t bits);
+bool write_dos_bits(int fd, uint32_t bits);
+// Opens the entry `name` of `dirfd` ("" for `dirfd` itself), of type `mode`,
+// for its extended attributes, without following a link: -1 for what has
+// none (links, devices, FIFOs) or cannot be read.
+int open_for_attributes(int dirfd, const char* name, mode_t mode);
 
-// Everything a FileInfo holds (but its name) for `name` under the directory
-// `dirfd` (AT_FDCWD with a full path), whose full host path is
-// `full_path`; `follow` follows a final symbolic link.  False with the
+// Everything a FileInfo holds (but its name) for the entry `name` of the
+// directory `dirfd` itself (a link is not followed).  False with the
 // mapped error.
-bool info_at(int dirfd, const char* name, const std::string& full_path, bool follow, FileInfo& info);
+bool info_at(int dirfd, const char* name, FileInfo& info);
+// The same for `rel` beneath the device root `root_fd`, links followed
+// inside the root; `base_name` is the name the entry is known by (a name
+// beginning with "." reads as hidden).
+bool info_beneath(int root_fd, const std::string& rel, std::string_view base_name, FileInfo& info);
 
 } // namespace kp::platform::host

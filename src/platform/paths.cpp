@@ -1,12 +1,21 @@
-// paths.cpp - device names resolved under the device root, without regard
-// to case.
+// paths.cpp - device names resolved beneath the device root, without
+// regard to case.
 #include "platform/paths.h"
 
+#include <atomic>
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
+#include <unistd.h>
 
 #include <vector>
 
@@ -50,11 +59,16 @@ bool same_without_case(std::u16string_view a, std::u16string_view b) {
     return U_SUCCESS(st) && r == 0;
 }
 
-// The entry of `dir` that equals `name` without regard to case; the
-// smallest in byte order when several do.  Empty when none.
-std::string find_without_case(const std::string& dir, std::u16string_view name) {
-    DIR* d = opendir(dir.empty() ? "/" : dir.c_str());
-    if (!d) return {};
+// The entry of the directory `dir_fd` that equals `name` without regard to
+// case; the smallest in byte order when several do.  Empty when none.
+std::string find_without_case(int dir_fd, std::u16string_view name) {
+    int fd = openat(dir_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return {};
+    DIR* d = fdopendir(fd);
+    if (!d) {
+        close(fd);
+        return {};
+    }
     std::string best;
     while (dirent* e = readdir(d)) {
         std::string_view entry(e->d_name);
@@ -66,12 +80,220 @@ std::string find_without_case(const std::string& dir, std::u16string_view name) 
     return best;
 }
 
-bool is_directory(const std::string& path) {
-    struct stat st;
-    return stat(path.empty() ? "/" : path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+// The components of a device name, with "." dropped and ".." kept inside
+// the root.
+void components(std::u16string_view name, std::vector<std::u16string_view>& parts) {
+    std::size_t i = 0;
+    while (i < name.size()) {
+        while (i < name.size() && is_separator(name[i]))
+            ++i;
+        std::size_t j = i;
+        while (j < name.size() && !is_separator(name[j]))
+            ++j;
+        std::u16string_view part = name.substr(i, j - i);
+        i = j;
+        if (part.empty() || part == u".") continue;
+        if (part == u"..") {
+            if (!parts.empty()) parts.pop_back();
+            continue;
+        }
+        parts.push_back(part);
+    }
+}
+
+// --- Resolution beneath the root --------------------------------------------
+
+// More links than this on the way is a loop, as for the kernel.
+constexpr int kMaxLinks = 40;
+
+// How names are resolved: by the kernel (openat2) or by the walk.  Which
+// one is a fact of the running kernel, found at the first resolution and
+// kept for the process; KP120_RESOLVE_WALK=1 in the environment chooses the
+// walk (the tests prove both ways with the same suite).
+enum ResolverMode { kModeUnknown, kModeKernel, kModeWalk };
+std::atomic<int> g_mode{kModeUnknown};
+
+long call_openat2(int dir_fd, const char* rel, int flags, unsigned mode) {
+    struct open_how how;
+    std::memset(&how, 0, sizeof how);
+    how.flags = static_cast<uint64_t>(flags | O_CLOEXEC);
+    how.mode = (flags & O_CREAT) ? mode : 0;
+    how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
+    return syscall(SYS_openat2, dir_fd, rel, &how, sizeof how);
+}
+
+int resolver_mode(int root_fd) {
+    int m = g_mode.load(std::memory_order_relaxed);
+    if (m != kModeUnknown) return m;
+    const char* forced = std::getenv("KP120_RESOLVE_WALK");
+    if (forced && *forced && std::strcmp(forced, "0") != 0) {
+        m = kModeWalk;
+    } else {
+        long fd = call_openat2(root_fd, ".", O_PATH | O_DIRECTORY, 0);
+        if (fd >= 0) {
+            close(static_cast<int>(fd));
+            m = kModeKernel;
+        } else {
+            // Kernels before 5.6 (ENOSYS), sandboxes that filter it (EPERM).
+            m = (errno == ENOSYS || errno == EPERM || errno == E2BIG || errno == EINVAL) ? kModeWalk
+                                                                                         : kModeKernel;
+        }
+    }
+    g_mode.store(m, std::memory_order_relaxed);
+    return m;
+}
+
+void split_host_path(std::string_view path, std::deque<std::string>& out, bool front) {
+    std::deque<std::string> parts;
+    std::size_t i = 0;
+    while (i <= path.size()) {
+        std::size_t j = path.find('/', i);
+        if (j == std::string_view::npos) j = path.size();
+        if (j > i) parts.emplace_back(path.substr(i, j - i));
+        i = j + 1;
+    }
+    if (front)
+        out.insert(out.begin(), parts.begin(), parts.end());
+    else
+        out.insert(out.end(), parts.begin(), parts.end());
+}
+
+// The walk component by component with O_PATH | O_NOFOLLOW, by the rules
+// of RESOLVE_IN_ROOT: a link's target read with readlinkat and put in front
+// of what is left, an absolute one from the root, ".." never above the
+// root, at most kMaxLinks links.  `canonical`, when given, receives the
+// path of what was opened relative to the root, links replaced by their
+// targets.  With `missing_last`, a last component that does not exist is
+// not a failure: the walk returns its directory and sets *missing_last.
+int walk_beneath(int root_fd, std::string_view rel, int flags, unsigned mode, std::string* canonical,
+                 bool* missing_last = nullptr) {
+    struct Level {
+        int fd;
+        std::string name;
+    };
+    std::vector<Level> stack;
+    auto cur = [&] { return stack.empty() ? root_fd : stack.back().fd; };
+    auto pop = [&] {
+        close(stack.back().fd);
+        stack.pop_back();
+    };
+    auto finish = [&](int fd, const std::string* last) {
+        int err = errno;
+        if (canonical && fd >= 0) {
+            canonical->clear();
+            for (const Level& l : stack)
+                *canonical += (canonical->empty() ? "" : "/") + l.name;
+            if (last) *canonical += (canonical->empty() ? "" : "/") + *last;
+            if (canonical->empty()) *canonical = ".";
+        }
+        while (!stack.empty())
+            pop();
+        errno = err;
+        return fd;
+    };
+    const bool no_follow = (flags & O_NOFOLLOW) || ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL));
+    std::deque<std::string> todo;
+    split_host_path(rel, todo, false);
+    int links = 0;
+    while (!todo.empty()) {
+        std::string c = std::move(todo.front());
+        todo.pop_front();
+        if (c == ".") continue;
+        if (c == "..") {
+            if (!stack.empty()) pop();
+            continue;
+        }
+        const bool last = todo.empty();
+        int fd = openat(cur(), c.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+        if (fd < 0) {
+            if (last && errno == ENOENT && missing_last) {
+                *missing_last = true;
+                return finish(openat(cur(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC), &c);
+            }
+            if (last && errno == ENOENT && (flags & O_CREAT))
+                return finish(openat(cur(), c.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode), &c);
+            return finish(-1, nullptr);
+        }
+        struct stat st;
+        if (fstat(fd, &st) != 0) {
+            close(fd);
+            return finish(-1, nullptr);
+        }
+        if (S_ISLNK(st.st_mode) && !(last && no_follow)) {
+            char target[PATH_MAX];
+            ssize_t n = ++links > kMaxLinks ? -1 : readlinkat(fd, "", target, sizeof target);
+            close(fd);
+            if (n < 0 || n >= static_cast<ssize_t>(sizeof target)) {
+                errno = n < 0 && links <= kMaxLinks ? errno : (links > kMaxLinks ? ELOOP : ENAMETOOLONG);
+                return finish(-1, nullptr);
+            }
+            std::string_view t(target, static_cast<std::size_t>(n));
+            if (!t.empty() && t.front() == '/')
+                while (!stack.empty())
+                    pop();
+            split_host_path(t, todo, true);
+            continue;
+        }
+        if (!last) {
+            if (!S_ISDIR(st.st_mode)) {
+                close(fd);
+                errno = ENOTDIR;
+                return finish(-1, nullptr);
+            }
+            stack.push_back({fd, std::move(c)});
+            continue;
+        }
+        if ((flags & O_PATH) && !((flags & O_DIRECTORY) && !S_ISDIR(st.st_mode))) return finish(fd, &c);
+        close(fd);
+        if ((flags & O_DIRECTORY) && !S_ISDIR(st.st_mode)) {
+            errno = ENOTDIR;
+            return finish(-1, nullptr);
+        }
+        return finish(openat(cur(), c.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode), &c);
+    }
+    // Nothing left: the directory reached itself ("." or a name ending in "..").
+    if (missing_last) *missing_last = false;
+    return finish(openat(cur(), ".", (flags & ~(O_CREAT | O_EXCL | O_NOFOLLOW)) | O_CLOEXEC), nullptr);
 }
 
 } // namespace
+
+Fd::~Fd() {
+    if (fd_ >= 0) close(fd_);
+}
+
+Fd& Fd::operator=(Fd&& o) noexcept {
+    if (this != &o) {
+        if (fd_ >= 0) close(fd_);
+        fd_ = o.release();
+    }
+    return *this;
+}
+
+int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode) {
+    const char* r = rel.empty() ? "." : rel.c_str();
+    if (resolver_mode(root_fd) == kModeWalk) return walk_beneath(root_fd, r, flags, mode, nullptr);
+    for (int attempt = 0;; ++attempt) {
+        long fd = call_openat2(root_fd, r, flags, mode);
+        if (fd >= 0) return static_cast<int>(fd);
+        // EAGAIN: a rename raced with ".." (the kernel asks for a retry).
+        if ((errno != EAGAIN && errno != EINTR) || attempt == 16) return -1;
+    }
+}
+
+int open_resolved(const ResolvedName& r, int flags, unsigned mode) {
+    if (!r.root) {
+        errno = ENOENT;
+        return -1;
+    }
+    return open_beneath(r.root.get(), r.rel, flags, mode);
+}
+
+uint32_t win32_from_resolve_errno(int err) {
+    if (err == ELOOP) return kErrorCantResolveFilename;
+    if (err == EXDEV) return kErrorAccessDenied;
+    return win32_from_errno(err);
+}
 
 bool is_absolute_device_name(std::u16string_view name) {
     if (name.empty()) return false;
@@ -89,63 +311,93 @@ bool resolve_device_name(std::string_view root_in, std::u16string_view name, Res
     while (!root.empty() && root.back() == '/')
         root.pop_back();
 
-    // Components, with "." dropped and ".." kept inside the root.
     std::vector<std::u16string_view> parts;
-    std::size_t i = 0;
-    while (i < name.size()) {
-        while (i < name.size() && is_separator(name[i]))
-            ++i;
-        std::size_t j = i;
-        while (j < name.size() && !is_separator(name[j]))
-            ++j;
-        std::u16string_view part = name.substr(i, j - i);
-        i = j;
-        if (part.empty() || part == u".") continue;
-        if (part == u"..") {
-            if (!parts.empty()) parts.pop_back();
-            continue;
-        }
-        parts.push_back(part);
-    }
+    components(name, parts);
 
-    std::string path = root;
-    bool dir_exists = is_directory(root);
-    if (parts.empty()) {
-        out.host_path = root.empty() ? "/" : root;
-        out.parent_exists = dir_exists;
-        out.exists = dir_exists;
-        out.is_root = true;
-        return true;
-    }
-    for (std::size_t k = 0; k < parts.size(); ++k) {
-        bool last = k + 1 == parts.size();
-        std::string written = to_utf8(parts[k]);
-        if (written.size() > kMaxComponentBytes) {
+    std::vector<std::string> written;
+    written.reserve(parts.size());
+    for (std::u16string_view p : parts) {
+        written.push_back(to_utf8(p));
+        if (written.back().size() > kMaxComponentBytes) {
             if (error) *error = kErrorFilenameExcedRange;
             return false;
         }
-        if (last) out.parent_exists = dir_exists;
-        if (!dir_exists) {
-            path += "/" + written;
-            continue;
-        }
-        struct stat st;
-        std::string candidate = path + "/" + written;
-        bool found = lstat(candidate.c_str(), &st) == 0;
-        if (!found) {
-            std::string match = find_without_case(path, parts[k]);
-            if (!match.empty()) {
-                candidate = path + "/" + match;
-                found = true;
-            }
-        }
-        path = candidate;
-        if (last)
-            out.exists = found;
-        else
-            dir_exists = found && is_directory(path);
     }
-    out.host_path = path;
+    auto fail = [&](int err) {
+        if (error) *error = win32_from_resolve_errno(err);
+        out = ResolvedName{};
+        return false;
+    };
+    // Whatever is missing keeps the name as written.
+    auto missing_from = [&](std::size_t k, std::string path) {
+        for (; k < written.size(); ++k)
+            path += "/" + written[k];
+        out.host_path = std::move(path);
+        out.dir = Fd();
+        return true;
+    };
+
+    out.root = Fd(open(root.empty() ? "/" : root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (parts.empty()) {
+        out.host_path = root.empty() ? "/" : root;
+        out.parent_exists = out.exists = static_cast<bool>(out.root);
+        out.is_root = true;
+        out.rel = out.leaf = ".";
+        if (out.root) out.dir = Fd(dup(out.root.get()));
+        return true;
+    }
+    if (!out.root) return missing_from(0, root);
+    const int root_fd = out.root.get();
+
+    // The directory part: at once as written, else level by level with the
+    // levels that exist in another case.
+    std::string rel;
+    for (std::size_t k = 0; k + 1 < written.size(); ++k)
+        rel += (k ? "/" : "") + written[k];
+    if (written.size() == 1)
+        out.dir = Fd(dup(root_fd));
+    else
+        out.dir = Fd(open_beneath(root_fd, rel, O_PATH | O_DIRECTORY));
+    if (!out.dir) {
+        if (errno != ENOENT && errno != ENOTDIR) return fail(errno);
+        rel.clear();
+        out.dir = Fd(dup(root_fd));
+        for (std::size_t k = 0; k + 1 < written.size(); ++k) {
+            std::string candidate = rel.empty() ? written[k] : rel + "/" + written[k];
+            Fd next(open_beneath(root_fd, candidate, O_PATH | O_DIRECTORY));
+            if (!next && errno == ENOENT) {
+                std::string match = find_without_case(out.dir.get(), parts[k]);
+                if (!match.empty()) {
+                    candidate = rel.empty() ? match : rel + "/" + match;
+                    next = Fd(open_beneath(root_fd, candidate, O_PATH | O_DIRECTORY));
+                }
+            }
+            if (!next) {
+                if (errno != ENOENT && errno != ENOTDIR) return fail(errno);
+                std::string path = root + "/" + rel;
+                if (rel.empty()) path.pop_back();
+                return missing_from(k, path);
+            }
+            out.dir = std::move(next);
+            rel = std::move(candidate);
+        }
+    }
+    out.parent_exists = true;
+
+    // The last component: the entry itself, not followed.
+    std::string leaf = written.back();
+    struct stat st;
+    out.exists = fstatat(out.dir.get(), leaf.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+    if (!out.exists) {
+        std::string match = find_without_case(out.dir.get(), parts.back());
+        if (!match.empty()) {
+            leaf = std::move(match);
+            out.exists = true;
+        }
+    }
+    out.rel = rel.empty() ? leaf : rel + "/" + leaf;
+    out.host_path = root + "/" + out.rel;
+    out.leaf = std::move(leaf);
     return true;
 }
 
@@ -165,9 +417,78 @@ bool resolve_entry(std::u16string_view name, ResolvedName& out, struct stat& st)
         e = kErrorAccessDenied;
     else if (!out.exists)
         e = out.parent_exists ? kErrorFileNotFound : kErrorPathNotFound;
-    else if (lstat(out.host_path.c_str(), &st) != 0)
+    else if (fstatat(out.dir.get(), out.leaf.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
         e = win32_from_errno(errno);
     if (e == kErrorSuccess) return true;
+    set_last_error(e);
+    return false;
+}
+
+int open_device_name(std::u16string_view name, int flags, bool* dangling) {
+    if (dangling) *dangling = false;
+    if (uint32_t e = check_name(name, false)) {
+        set_last_error(e);
+        return -1;
+    }
+    // At once when every component exists as written.
+    std::vector<std::u16string_view> parts;
+    components(name, parts);
+    std::string rel;
+    for (std::u16string_view p : parts) {
+        if (!rel.empty()) rel += '/';
+        rel += to_utf8(p);
+    }
+    std::string root = device_root();
+    Fd root_fd(open(root.empty() ? "/" : root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (root_fd) {
+        int fd = open_beneath(root_fd.get(), rel, flags);
+        if (fd >= 0) return fd;
+        if (errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG) {
+            set_last_error(win32_from_resolve_errno(errno));
+            return -1;
+        }
+    }
+    // Else through the resolution without regard to case.
+    ResolvedName r;
+    if (!resolve_device_name(name, r)) return -1;
+    if (!r.exists) {
+        set_last_error(r.parent_exists ? kErrorFileNotFound : kErrorPathNotFound);
+        return -1;
+    }
+    int fd = open_resolved(r, flags);
+    if (fd < 0) {
+        if (errno == ENOENT && dangling) *dangling = true;
+        set_last_error(errno == ENOENT ? kErrorFileNotFound : win32_from_resolve_errno(errno));
+    }
+    return fd;
+}
+
+bool resolve_host_path(std::string_view root_in, std::u16string_view name, std::string& path, bool& exists,
+                       uint32_t* error) {
+    ResolvedName r;
+    if (!resolve_device_name(root_in, name, r, error)) return false;
+    if (!r.parent_exists) {
+        if (error) *error = kErrorPathNotFound;
+        return false;
+    }
+    std::string canonical;
+    bool missing = false;
+    Fd fd(walk_beneath(r.root.get(), r.rel, O_PATH, 0, &canonical, &missing));
+    if (!fd) {
+        if (error) *error = win32_from_resolve_errno(errno);
+        return false;
+    }
+    exists = !missing;
+    std::string root(root_in);
+    while (!root.empty() && root.back() == '/')
+        root.pop_back();
+    path = canonical == "." ? (root.empty() ? "/" : root) : root + "/" + canonical;
+    return true;
+}
+
+bool resolve_host_path(std::u16string_view name, std::string& path, bool& exists) {
+    uint32_t e = 0;
+    if (resolve_host_path(device_root(), name, path, exists, &e)) return true;
     set_last_error(e);
     return false;
 }

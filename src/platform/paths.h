@@ -16,8 +16,16 @@
 // "NAME:" of the device root, so that a host can put a FIFO, a character
 // device or a link to one there.
 //
-// Symbolic links inside the root are followed: they are the host's own
-// arrangement of the device.
+// The device root is a jail.  Every name is resolved beneath a descriptor
+// of the root (openat2 with RESOLVE_IN_ROOT, or where the kernel lacks it a
+// walk component by component that keeps the same rules): a symbolic link
+// is followed when its target lies inside, an absolute target is read from
+// the root as in a chroot (a link to "/Windows/x" means "\Windows\x"), and
+// ".." in a target never climbs above the root.  The operations then work on
+// the descriptors the resolution got (*at calls), so that a name swapped
+// for a link between a check and its use cannot lead outside.  A link loop
+// (more than 40 links on the way) fails with 1921.  With the root "/" this
+// is the host's plain resolution.
 #pragma once
 
 #include <cstdint>
@@ -34,10 +42,37 @@ constexpr std::size_t kMaxDeviceName = 259;
 
 bool is_absolute_device_name(std::u16string_view name);
 
+// A descriptor, closed with its holder.
+class Fd {
+  public:
+    Fd() = default;
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd();
+    Fd(Fd&& o) noexcept : fd_(o.release()) {}
+    Fd& operator=(Fd&& o) noexcept;
+    int get() const { return fd_; }
+    int release() {
+        int f = fd_;
+        fd_ = -1;
+        return f;
+    }
+    explicit operator bool() const { return fd_ >= 0; }
+
+  private:
+    int fd_ = -1;
+};
+
 struct ResolvedName {
-    std::string host_path;      // UTF-8 (WTF-8) path on the host
+    // The host path as the name was found (root, then the components as
+    // they exist or as written), links in it not resolved: for messages and
+    // trash records.  The entry is reached through `dir` and `leaf`.
+    std::string host_path;
+    Fd root;                    // the device root (O_PATH); open when it exists
+    Fd dir;                     // the directory holding the entry, resolved beneath the root (O_PATH)
+    std::string rel;            // the entry relative to the root, links not resolved ("." for the root)
+    std::string leaf;           // the entry's host name in `dir` ("." for the root)
     bool parent_exists = false; // the directory that holds the last component exists
-    bool exists = false;        // the named entry exists
+    bool exists = false;        // the named entry exists (a link itself counts)
     bool is_root = false;       // the name is the device root itself
 };
 
@@ -60,6 +95,33 @@ bool resolve_device_name(std::u16string_view name, ResolvedName& out, bool allow
 // 2 when the entry does not exist, 3 when its directory does not either,
 // and the error of lstat.
 bool resolve_entry(std::u16string_view name, ResolvedName& out, struct stat& st);
+
+// Opens `rel` (a host path relative to the root `root_fd`) beneath the
+// root, the final link followed unless `flags` hold O_NOFOLLOW.  With
+// O_CREAT a dangling link creates its target inside the root or fails.
+// Returns the descriptor, or -1 with errno (ELOOP for a loop, EXDEV for a
+// name that would leave the root).
+int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode = 0);
+// The same for a resolved entry (links followed inside the root).
+int open_resolved(const ResolvedName& r, int flags, unsigned mode = 0);
+// Opens a device name (a final link followed inside the root) with `flags`:
+// at once when the name exists as written, else through resolve_device_name.
+// -1 with the last error set (2, 3, the name's own error); *dangling, when
+// given, tells that the name is a link whose target does not exist.
+int open_device_name(std::u16string_view name, int flags, bool* dangling = nullptr);
+// The Win32 code of an errno of the resolution: 1921 for a loop, 5 for a
+// name that would leave the root, else as win32_from_errno.
+uint32_t win32_from_resolve_errno(int err);
+
+// A host path for programs and libraries that take one (processes, shell,
+// archives): the entry resolved beneath the root with every link replaced
+// by its target, so that the path holds no symbolic link and lies inside
+// the root when it is made.  `exists` tells whether the entry exists;
+// false with the last error when the name is bad or its directory missing.
+bool resolve_host_path(std::u16string_view name, std::string& path, bool& exists);
+// The same under `root`, the Win32 code in *error.
+bool resolve_host_path(std::string_view root, std::u16string_view name, std::string& path, bool& exists,
+                       uint32_t* error);
 
 // The device name ("\dir\file") of a host path under the root, or "" when
 // the path lies outside it.

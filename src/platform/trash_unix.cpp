@@ -100,7 +100,7 @@ bool move_to_trash(std::u16string_view name) {
     if (!make_dirs(trash + "/files", 0700) || !make_dirs(trash + "/info", 0700))
         return fail(win32_from_errno(errno));
 
-    std::string base = r.host_path.substr(r.host_path.rfind('/') + 1);
+    const std::string& base = r.leaf;
     char stamp[32];
     std::time_t now = std::time(nullptr);
     struct tm local;
@@ -126,7 +126,8 @@ bool move_to_trash(std::u16string_view name) {
             if (w != static_cast<ssize_t>(info.size())) return fail(kErrorDiskFull);
             continue; // a leftover in files/ without its info file
         }
-        if (rename(r.host_path.c_str(), target.c_str()) != 0) {
+        // The entry itself leaves its directory (a link goes as a link).
+        if (renameat(r.dir.get(), r.leaf.c_str(), AT_FDCWD, target.c_str()) != 0) {
             uint32_t e = win32_from_errno(errno);
             unlink(info_path.c_str());
             return fail(e);

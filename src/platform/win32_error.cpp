@@ -39,7 +39,7 @@ uint32_t win32_from_errno(int err) {
     case ENOSYS:
     case ENOTSUP: return kErrorNotSupported;
     case EILSEQ: return kErrorInvalidName;
-    case ELOOP: return kErrorBadPathname;
+    case ELOOP: return kErrorCantResolveFilename; // too many links on the way: a loop
     case ETIMEDOUT: return kErrorTimeout;
     case ESRCH: return kErrorInvalidHandle;
     default: return kErrorInvalidFunction;

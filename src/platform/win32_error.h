@@ -49,6 +49,7 @@ enum Win32Error : uint32_t {
     kErrorNotOwner = 288,
     kErrorPrivilegeNotHeld = 1314,
     kErrorInvalidTime = 1901,
+    kErrorCantResolveFilename = 1921,
     kErrorNoAccess = 998,
     kErrorFileInvalid = 1006,
     kErrorTimeout = 1460,

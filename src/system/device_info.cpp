@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "platform/codepage.h"
+#include "platform/directory.h"
 #include "platform/paths.h"
 #include "platform/power.h"
 #include "platform/processes.h"
@@ -168,7 +169,7 @@ std::u16string sys_dir(int32_t code, CXError& err) {
         fail_last(err);
         return {};
     }
-    if (!r.exists && !platform::make_directories(r.host_path)) {
+    if (!r.exists && !platform::create_directory_tree(name)) {
         fail_last(err);
         return {};
     }

@@ -163,14 +163,14 @@ bool prepare(const CommandLine& cl, std::string& program, std::vector<std::strin
         platform::set_last_error(platform::kErrorFilenameExcedRange);
         return false;
     }
-    platform::ResolvedName r;
-    if (!platform::resolve_device_name(cl.program, r)) return false;
-    if (!r.exists) {
-        platform::set_last_error(r.parent_exists ? platform::kErrorFileNotFound
-                                                 : platform::kErrorPathNotFound);
+    // The program is found beneath the device root, links resolved there,
+    // and started by a path that holds no link.
+    bool exists = false;
+    if (!platform::resolve_host_path(cl.program, program, exists)) return false;
+    if (!exists) {
+        platform::set_last_error(platform::kErrorFileNotFound);
         return false;
     }
-    program = r.host_path;
     args.clear();
     if (cl.has_arguments)
         for (const std::u16string& a : platform::split_arguments(cl.arguments))
@@ -258,20 +258,21 @@ uint32_t shell_error(int32_t result) {
 bool shell_execute(std::u16string_view document, std::optional<std::u16string_view> verb, CXError& err) {
     if (document.empty()) return false;
     int32_t result;
-    platform::ResolvedName r;
-    if (!platform::resolve_device_name(document, r)) {
+    std::string path;
+    bool exists = false;
+    if (!platform::resolve_host_path(document, path, exists)) {
         result = platform::last_error() == platform::kErrorPathNotFound ? 3 : 2;
     } else {
         // The program starts in the document's directory.
         std::string directory;
-        std::size_t slash = r.host_path.rfind('/');
-        if (slash != std::string::npos) directory = slash == 0 ? "/" : r.host_path.substr(0, slash);
+        std::size_t slash = path.rfind('/');
+        if (slash != std::string::npos) directory = slash == 0 ? "/" : path.substr(0, slash);
         if (verb) {
             std::string v = platform::to_utf8(*verb);
-            result = platform::shell_open(r.host_path, directory, v.empty() ? nullptr : v.c_str());
+            result = platform::shell_open(path, directory, v.empty() ? nullptr : v.c_str());
         } else {
-            result = platform::shell_open(r.host_path, directory, "open");
-            if (result < 32) result = platform::shell_open(r.host_path, directory, nullptr);
+            result = platform::shell_open(path, directory, "open");
+            if (result < 32) result = platform::shell_open(path, directory, nullptr);
         }
     }
     if (result > 32) return true;

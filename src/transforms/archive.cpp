@@ -23,13 +23,13 @@ bool host_path_of(std::u16string_view file, std::string& out, CXError& e) {
         e.fail(kErrNotFullPath, {file});
         return false;
     }
-    platform::ResolvedName r;
-    if (!platform::resolve_device_name(file, r)) {
+    // Resolved beneath the device root: the library gets a path without links.
+    bool exists = false;
+    if (!platform::resolve_host_path(file, out, exists)) {
         e.set_system(platform::last_error());
         e.set_severity(KP_SEVERITY_ERROR);
         return false;
     }
-    out = r.host_path;
     return true;
 }
 

@@ -183,7 +183,7 @@ TEST(SystemText, EveryMappedCodeHasBothTexts) {
              kErrorNegativeSeek, kErrorDirNotEmpty, kErrorNotLocked, kErrorBadPathname, kErrorBusy,
              kErrorAlreadyExists, kErrorFilenameExcedRange, kErrorMoreData, kErrorNoMoreItems,
              kErrorDirectory, kErrorNotOwner, kErrorPrivilegeNotHeld, kErrorInvalidTime, kErrorFileInvalid,
-             kErrorTimeout,
+             kErrorTimeout, kErrorCantResolveFilename,
              // registry and process codes the families record
              1009u, 1010u, 1011u, 1012u, 1013u, 1018u, 1155u, 534u, 997u}) {
         for (bool french : {true, false}) {

@@ -45,7 +45,7 @@ TEST(Win32Codes, EveryMappedErrno) {
         {ENOSYS, kErrorNotSupported},
         {ENOTSUP, kErrorNotSupported},
         {EILSEQ, kErrorInvalidName},
-        {ELOOP, kErrorBadPathname},
+        {ELOOP, kErrorCantResolveFilename},
         {ETIMEDOUT, kErrorTimeout},
         {EPROTO, kErrorInvalidFunction}, // anything else
         {-1, kErrorInvalidFunction},

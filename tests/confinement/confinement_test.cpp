@@ -1,0 +1,251 @@
+// The device root as a jail: a root seeded with hostile symbolic links
+// (absolute and relative ones to a canary folder beside the root, to a
+// file and to a folder, dangling ones, loops) and every family's
+// name-taking functions called through them.  Nothing outside the root is
+// read, created, changed or deleted; links that stay inside keep working.
+// The suite runs twice: once as the host resolves names (openat2), once
+// with KP120_RESOLVE_WALK=1, which forces the walk component by component.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "support/test_host.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kp::host::CallOutcome;
+using kp::host::Value;
+
+constexpr const char* kSecret = "canary-secret";
+
+Value S(const std::u16string& s) {
+    return Value::string(s);
+}
+Value I(int64_t v) {
+    return Value::integer(v);
+}
+
+class Confinement : public ::testing::Test {
+  protected:
+    kp::test::HostFixture fx;
+    fs::path root = fx.device(), canary = fx.dir.path() / "canary";
+
+    CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }
+    void put(const fs::path& p, const std::string& bytes) {
+        fs::create_directories(p.parent_path());
+        std::ofstream(p, std::ios::binary) << bytes;
+    }
+    void link(const std::string& target, const std::string& rel) { fs::create_symlink(target, root / rel); }
+
+    void SetUp() override {
+        put(canary / "secret.txt", kSecret);
+        put(canary / "ini.ini", std::string("[s]\r\nk=") + kSecret + "\r\n");
+        put(canary / "sub" / "f.txt", kSecret);
+        put(canary / "ro.txt", kSecret);
+        fs::permissions(canary / "ro.txt", fs::perms::owner_read);
+        put(canary / "prog.sh", "#!/bin/sh\ntouch '" + (canary / "ran").string() + "'\n");
+        fs::permissions(canary / "prog.sh", fs::perms::owner_all);
+        put(root / "Data" / "in.txt", "inside");
+        put(root / "Data" / "sub" / "deep.txt", "deep");
+        put(root / "Windows" / "x.txt", "windows");
+        const std::string c = canary.string();
+        link(c + "/secret.txt", "Data/abs_file");
+        link("../../canary/secret.txt", "Data/rel_file");
+        link(c, "Data/abs_dir");
+        link("../../canary", "Data/rel_dir");
+        link(c + "/new.txt", "Data/dangling");
+        link("../../canary/new.txt", "Data/dangling_rel");
+        link(c + "/ro.txt", "Data/out1");
+        link(c + "/prog.sh", "Data/prog");
+        link("loop2", "Data/loop");
+        link("loop", "Data/loop2");
+        link("/Windows/x.txt", "Data/in_abs");       // read from the root: \Windows\x.txt
+        link("in.txt", "Data/in_rel");               // beside it
+        link("../../../../Data/sub", "Data/in_dir"); // ".." stops at the root
+        link(c + "/pictures", "My Documents");
+    }
+
+    // Every entry below the canary: type, mode, size, content, times.
+    std::string snapshot() const {
+        std::map<std::string, std::string> all;
+        for (const auto& e : fs::recursive_directory_iterator(canary)) {
+            struct stat st;
+            lstat(e.path().c_str(), &st);
+            std::string bytes;
+            if (S_ISREG(st.st_mode)) {
+                std::ifstream f(e.path(), std::ios::binary);
+                bytes.assign(std::istreambuf_iterator<char>(f), {});
+            }
+            all[e.path().string()] = std::to_string(st.st_mode) + " " + std::to_string(st.st_mtim.tv_nsec) +
+                                     " " + std::to_string(st.st_ctim.tv_nsec) + " " + bytes;
+        }
+        std::string out;
+        for (const auto& [k, v] : all)
+            out += k + "=" + v + "\n";
+        return out;
+    }
+};
+
+// One call through a hostile name: it may fail, but it neither changes the
+// canary nor hands back what the canary holds.
+TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
+    struct Case {
+        const char* what;
+        std::function<std::string()> run; // what the call handed back, as text
+    };
+    auto text = [](const CallOutcome& r) { return kp::host::utf8(r.result.s) + std::to_string(r.result.i); };
+    auto names = [&](const char* fn, const std::u16string& pattern) {
+        std::string seen;
+        auto visit = Value::procedure([&](std::vector<Value>& a) {
+            for (const Value& v : a)
+                seen += kp::host::utf8(v.s) + ";";
+            return Value::boolean(true);
+        });
+        call(fn, {S(pattern), visit});
+        return seen;
+    };
+    auto loaded = [&](const std::u16string& n) { return text(call("fLoadText", {S(n)})); };
+    auto saved = [&](const std::u16string& n) { return text(call("fSaveText", {S(n), S(u"x")})); };
+    const Case cases[] = {
+        {"fLoadText absolute link", [&] { return loaded(u"\\Data\\abs_file"); }},
+        {"fLoadText relative link", [&] { return loaded(u"\\Data\\rel_file"); }},
+        {"fLoadText through folder link", [&] { return loaded(u"\\Data\\rel_dir\\secret.txt"); }},
+        {"fOpen and fReadLine",
+         [&] {
+             int64_t h = call("fOpen", {S(u"\\Data\\abs_file"), I(0)}).result.i;
+             std::string s = text(call("fReadLine", {I(h)}));
+             call("fClose", {I(h)});
+             return s;
+         }},
+        {"fCopyFile out",
+         [&] {
+             call("fCopyFile", {S(u"\\Data\\abs_file"), S(u"\\Data\\copy.txt")});
+             return loaded(u"\\Data\\copy.txt");
+         }},
+        {"fCopyFile in",
+         [&] {
+             return text(call("fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}));
+         }},
+        {"fSize", [&] { return std::to_string(call("fSize", {S(u"\\Data\\abs_file")}).result.i + 1000); }},
+        {"INIRead",
+         [&] {
+             return text(call("INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}));
+         }},
+        {"INIWrite",
+         [&] {
+             return text(call("INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}));
+         }},
+        {"fListFile in linked folder", [&] { return names("fListFile", u"\\Data\\abs_dir\\*"); }},
+        {"fListFile recursive", [&] { return names("fListFile", u"\\Data\\*"); }},
+        {"fListDirectory", [&] { return names("fListDirectory", u"\\Data\\rel_dir\\*"); }},
+        {"fDirSize",
+         [&] { return std::to_string(call("fDirSize", {S(u"\\Data\\abs_dir")}).result.i + 1000); }},
+        {"fSaveText into linked folder", [&] { return saved(u"\\Data\\abs_dir\\new.txt"); }},
+        {"fSaveText on dangling link", [&] { return saved(u"\\Data\\dangling"); }},
+        {"fSaveText on relative dangling link", [&] { return saved(u"\\Data\\dangling_rel"); }},
+        {"fRename into linked folder",
+         [&] {
+             return text(call("fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}));
+         }},
+        {"fAttributeReadOnly",
+         [&] {
+             return text(call("fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}));
+         }},
+        {"fAttribute",
+         [&] {
+             return text(call("fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}));
+         }},
+        {"fTempFile",
+         [&] {
+             return text(call("fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}));
+         }},
+        {"fMakeDir", [&] { return text(call("fMakeDir", {S(u"\\Data\\abs_dir\\made")})); }},
+        {"fCrypt",
+         [&] {
+             return text(call("fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}));
+         }},
+        {"fDelete through folder link",
+         [&] { return text(call("fDelete", {S(u"\\Data\\abs_dir\\secret.txt")})); }},
+        {"fDelete wildcard read-only",
+         [&] {
+             return text(call("fDelete", {S(u"\\Data\\out*"), I(8)}));
+         }},
+        {"fRemoveDir through link",
+         [&] {
+             return text(call("fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}));
+         }},
+        {"fRemoveDir link",
+         [&] {
+             return text(call("fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}));
+         }},
+        {"ExeRun",
+         [&] {
+             return text(call("ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}));
+         }},
+        {"ExeInfo",
+         [&] {
+             return text(call("ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}));
+         }},
+        {"SysDir", [&] { return text(call("SysDir", {I(21)})); }},
+        {"_zipCreate_old",
+         [&] {
+             return text(call("_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}));
+         }},
+        {"swapped folder",
+         [&] {
+             fs::create_directories(root / "Data" / "swap");
+             call("fFileExist", {S(u"\\Data\\swap\\secret.txt")});
+             fs::remove(root / "Data" / "swap");
+             link(canary.string(), "Data/swap");
+             return loaded(u"\\Data\\swap\\secret.txt");
+         }},
+    };
+    for (const Case& c : cases) {
+        const std::string before = snapshot();
+        const std::string got = c.run();
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::string(c.what) == "ExeRun" ? 300 : 0));
+        EXPECT_EQ(got.find(kSecret), std::string::npos) << c.what;
+        EXPECT_EQ(got.find("secret.txt"), std::string::npos) << c.what;
+        EXPECT_EQ(got.find(std::to_string(1000 + std::string(kSecret).size())), std::string::npos) << c.what;
+        EXPECT_EQ(snapshot(), before) << c.what;
+    }
+}
+
+// Links whose target lies inside keep working: relative ones, absolute ones
+// read from the root, folders; a loop fails with 1921 and writing through a
+// dangling link creates its target inside the root.
+TEST_F(Confinement, LinksInsideWork) {
+    struct Row {
+        std::u16string name;
+        std::string content;
+    };
+    const Row rows[] = {
+        {u"\\Data\\in_rel", "inside"},
+        {u"\\Data\\in_abs", "windows"},
+        {u"\\Data\\in_dir\\deep.txt", "deep"},
+        {u"\\Data\\..\\..\\Data\\in_rel", "inside"},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(kp::host::utf8(call("fLoadText", {S(r.name)}).result.s), r.content)
+            << kp::host::utf8(r.name);
+    EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\in_dir\\deep.txt")}).result.b);
+
+    CallOutcome loop = call("fLoadText", {S(u"\\Data\\loop")});
+    EXPECT_EQ(loop.error.system_code, 1921u);
+    EXPECT_FALSE(call("fFileExist", {S(u"\\Data\\loop\\x")}).result.b);
+
+    link("/Data/made.txt", "Data/dangle_in");
+    EXPECT_TRUE(call("fSaveText", {S(u"\\Data\\dangle_in"), S(u"y")}).result.b);
+    EXPECT_TRUE(fs::is_regular_file(root / "Data" / "made.txt")); // the target, read from the root
+}
+
+} // namespace

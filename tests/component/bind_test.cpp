@@ -95,6 +95,9 @@ std::vector<uint8_t> reversed(std::span<const uint8_t> in) {
 int64_t widen(int64_t v, double scale) {
     return static_cast<int64_t>(static_cast<double>(v) * scale);
 }
+int64_t widen_swapped(double scale, int64_t v) {
+    return widen(v, scale);
+}
 kp::variant::Value boxed(int32_t v) {
     kp::variant::Value r;
     kp::variant::set_int(r.get(), v * 2);
@@ -133,14 +136,48 @@ struct Celsius {
 namespace kp::bind {
 template <> struct Arg<Celsius> {
     static constexpr bool slot = true;
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_INT; }
     static Celsius read(Call& c, int i) { return Celsius{c.i32(i) * 10}; }
 };
 template <> struct Result<Celsius> {
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_REAL; }
     static void put(Call& c, const Celsius& v) { c.ret_real(v.tenths / 10.0); }
 };
 } // namespace kp::bind
 
+// The rows of a function table for the handlers below, as the generated
+// kp120_signatures.h gives those of the component.
+namespace kp::sig {
+constexpr Overload AddChecked{KP_T_INT, 2, {KP_T_INT, KP_T_INT}};
+constexpr Overload Join{KP_T_STRING_RESULT, 3, {KP_T_STRING, KP_T_BOOL, 0x8012}};
+constexpr Overload Reversed{KP_T_BUFFER, 1, {KP_T_RAW_DATA}};
+constexpr Overload Widen{KP_T_INT64, 2, {KP_T_INT64, KP_T_REAL}};
+constexpr Overload Boxed{KP_T_ANY, 1, {KP_T_INT}};
+constexpr Overload Note{KP_T_NONE, 1, {KP_T_INT}};
+constexpr Overload Fixed{KP_T_STRING_RESULT, 1, {KP_T_STRING}};
+constexpr Overload Short{KP_T_INT, 1, {KP_T_INT}};
+constexpr Overload WithDefault{KP_T_INT, 3, {KP_T_INT, KP_T_INT, KP_T_STRING}};
+constexpr Overload KindOf{KP_T_STRING_RESULT, 1, {KP_T_RAW_STRING}};
+constexpr Overload Either{KP_T_ANY, 1, {KP_T_BOOL}};
+constexpr Overload Hungry{KP_T_STRING_RESULT, 1, {KP_T_INT}};
+constexpr Overload HungryOwnId{KP_T_INT, 1, {KP_T_INT}};
+constexpr Overload HungrySilent{KP_T_STRING_RESULT, 1, {KP_T_INT}};
+constexpr Overload Warmer{KP_T_REAL, 1, {KP_T_INT}};
+} // namespace kp::sig
+
 namespace {
+
+// The table check refuses a signature whose count, parameter types or result
+// differ from the row (KP_BIND turns this into a compile error).
+template <typename F> constexpr bool agrees(const kp::sig::Overload& o, F) {
+    return kp::bind::agrees(o, typename kp::bind::SignatureOf<F>::type{});
+}
+static_assert(agrees(kp::sig::AddChecked, &add_checked));
+static_assert(!agrees(kp::sig::Short, &add_checked));       // one parameter more
+static_assert(!agrees(kp::sig::Widen, &widen_swapped));     // a real where an 8-byte integer is
+static_assert(!agrees(kp::sig::HungryOwnId, &hungry));      // a string for an integer result
+static_assert(!agrees(kp::sig::Note, &hungry_int));         // a result where the row has none
+static_assert(agrees(kp::sig::WithDefault, &with_default)); // optional parameters count as given
 
 namespace handlers {
 KP_BIND(AddChecked, add_checked)

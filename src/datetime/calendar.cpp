@@ -141,7 +141,7 @@ std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day) {
 std::optional<Date> date_of(int64_t n) {
     static const int64_t last = *day_number64(kMaxYear64, 12, 31);
     if (n > last) return std::nullopt;
-    int64_t y = (n + kEpoch) / 365;
+    int64_t y = std::min((n + kEpoch) / 365, kMaxYear64);
     int64_t start = 0;
     for (;;) {
         auto jan1 = day_number64(y, 1, 1);

@@ -154,7 +154,8 @@ bool replace_range(IXStream& s, uint64_t start, uint64_t end, std::string_view t
     // in a 32-bit process does not).
     const uint64_t tail = old_length - end;
     std::string data;
-    if (tail > std::numeric_limits<std::size_t>::max() - text.size() || text.size() + tail > data.max_size()) {
+    if (tail > std::numeric_limits<std::size_t>::max() - text.size() ||
+        text.size() + tail > data.max_size()) {
         platform::set_last_error(platform::kErrorNotEnoughMemory);
         return false;
     }

@@ -9,7 +9,7 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?=
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build run test test-32 bench fuzz coverage format clean install package test-armhf test-arm64
+.PHONY: deps configure build run test test-32 test-tsan bench fuzz coverage format clean install package test-armhf test-arm64
 
 deps:
 	@tools/deps.sh
@@ -29,6 +29,11 @@ test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	@if [ -f tools/test-asan.sh ]; then tools/test-asan.sh $(ASAN_BUILD); fi
 	JOBS=$(JOBS) tools/test-32.sh $(BUILD32)
+
+# The whole suite under ThreadSanitizer (clang), in build-tsan.
+TSAN_BUILD ?= build-tsan
+test-tsan: deps
+	JOBS=$(JOBS) tools/test-tsan.sh $(TSAN_BUILD)
 
 # The 32-bit x86 build of everything but benchmarks and fuzzers, and its tests.
 test-32: deps

@@ -35,10 +35,15 @@ void record_current(kp_error_record* rec, uint32_t memory_id, uint32_t family_id
     }
 }
 
+// Outside a call there is no call context: the record is the calling
+// thread's own (entry points and the component's threads run on any
+// thread), and the component object reports it as the thread's last error.
 void record_outside_call() noexcept {
-    kp_error_record* rec = runtime::attach_error();
-    record_current(rec);
-    runtime::note_failure(rec);
+    thread_local kp_error_record rec;
+    rec = kp_error_record{};
+    rec.severity = KP_SEVERITY_NONE;
+    record_current(&rec);
+    runtime::note_failure(&rec);
 }
 
 } // namespace kp::firewall

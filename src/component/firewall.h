@@ -32,8 +32,8 @@ void record_current(kp_error_record* rec, uint32_t memory_id = kOutOfMemory,
                     uint32_t family_id = kInternalFailure) noexcept;
 
 // The catch-all of an exported entry point: runs `fn` and returns its value,
-// or `failure` with the exception recorded in the component's own error
-// record (the one the component object reports).
+// or `failure` with the exception recorded as the calling thread's last
+// error (the one the component object reports to that thread).
 void record_outside_call() noexcept;
 template <typename R, typename F> R entry(R failure, F&& fn) noexcept {
     try {
@@ -52,7 +52,7 @@ template <typename F> void entry_void(F&& fn) noexcept {
 }
 
 // The top of a thread the component starts: runs `fn`; an exception ends the
-// thread's work and is recorded in the component's own error record.
+// thread's work and is recorded as that thread's last error.
 template <typename F> void thread_top(F&& fn) noexcept {
     entry_void(static_cast<F&&>(fn));
 }

@@ -22,7 +22,7 @@ constexpr int kRounds = 40;
 
 TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
     kp::test::HostFixture fx(1, /*per_thread=*/true);
-    kp::host::Host& h = *fx.host;
+    auto call = [&fx](const char* name, std::vector<Value> args) { return fx.host->call(name, args); };
     std::atomic<int> failures{0};
     auto check = [&](bool ok, const char* what, int t) {
         if (!ok) {
@@ -35,54 +35,55 @@ TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
         const std::u16string zone = u"zone" + me;
         const std::u16string file = u"\\" + me + u".txt";
         const std::u16string key = u"HKEY_CURRENT_USER\\Software\\Threads\\" + me;
-        check(h.call("MemCreate", {Value::string(zone)}).result.b, "MemCreate", t);
+        check(call("MemCreate", {Value::string(zone)}).result.b, "MemCreate", t);
+        check(call("RegistryCreateKey", {Value::string(key)}).result.b, "RegistryCreateKey", t);
         for (int i = 0; i < kRounds; ++i) {
             // Date and time, numbers: pure functions, and an error per call.
-            auto date = h.call("IntegerToDate", {Value::integer(73049 + t * 100 + i)});
+            auto date = call("IntegerToDate", {Value::integer(73049 + t * 100 + i)});
             check(date.status == CallStatus::Ok && date.result.s.size() == 8, "IntegerToDate", t);
-            auto bad = h.call("DateToInteger", {Value::string(u"2024")});
+            auto bad = call("DateToInteger", {Value::string(u"2024")});
             check(bad.error.id == 80121u && bad.error.severity == 2, "DateToInteger error", t);
-            auto good = h.call("DateToInteger", {Value::string(u"18000101")});
+            auto good = call("DateToInteger", {Value::string(u"18000101")});
             check(good.error.severity == 1 && good.result.i == 1, "DateToInteger after an error", t);
 
             // Memory zones: this thread's own.
-            check(h.call("MemAdd", {Value::string(zone), Value::integer(i)}).result.i == i + 1, "MemAdd", t);
+            check(call("MemAdd", {Value::string(zone), Value::integer(i)}).result.i == i + 1, "MemAdd", t);
 
             // A file of its own, written and read back through a handle.
-            auto opened = h.call("fOpen", {Value::string(file), Value::integer(512 + 3)});
+            auto opened = call("fOpen", {Value::string(file), Value::integer(512 + 3)});
             const int64_t fd = opened.result.i;
             check(fd > 0, "fOpen", t);
-            h.call("fWriteLine", {Value::integer(fd), Value::string(me + u" line")});
-            h.call("fClose", {Value::integer(fd)});
-            check(h.call("fLoadText", {Value::string(file)}).result.s == me + u" line\r\n", "fLoadText", t);
+            call("fWriteLine", {Value::integer(fd), Value::string(me + u" line")});
+            call("fClose", {Value::integer(fd)});
+            check(call("fLoadText", {Value::string(file)}).result.s == me + u" line\r\n", "fLoadText", t);
 
             // INI, registry, saved text.
             const std::u16string ini = u"\\shared.ini";
-            h.call("INIWrite",
-                   {Value::string(me), Value::string(u"k"), Value::string(u"v" + me), Value::string(ini)});
-            check(h.call("INIRead",
-                         {Value::string(me), Value::string(u"k"), Value::string(u""), Value::string(ini)})
+            call("INIWrite",
+                 {Value::string(me), Value::string(u"k"), Value::string(u"v" + me), Value::string(ini)});
+            check(call("INIRead",
+                       {Value::string(me), Value::string(u"k"), Value::string(u""), Value::string(ini)})
                           .result.s == u"v" + me,
                   "INIRead", t);
-            h.call("RegistrySetValue", {Value::string(key), Value::string(u"n"), Value::integer(i)});
-            check(h.call("RegistryQueryValue", {Value::string(key), Value::string(u"n")}).result.i == i,
+            call("RegistrySetValue", {Value::string(key), Value::string(u"n"), Value::integer(i)});
+            check(call("RegistryQueryValue", {Value::string(key), Value::string(u"n")}).result.i == i,
                   "RegistryQueryValue", t);
 
             // Transforms: regex (the engine's syntax is process-wide), compression.
-            check(h.call("MatchRegularExpression", {Value::string(me + u"x"), Value::string(u"t[0-9]x")})
+            check(call("MatchRegularExpression", {Value::string(me + u"x"), Value::string(u"t[0-9]x")})
                       .result.b,
                   "MatchRegularExpression", t);
-            auto packed = h.call("Compress", {Value::buffer({1, 2, 3, 1, 2, 3, 1, 2, 3})});
-            check(h.call("Uncompress", {packed.result}).result.bytes ==
+            auto packed = call("Compress", {Value::buffer({1, 2, 3, 1, 2, 3, 1, 2, 3})});
+            check(call("Uncompress", {packed.result}).result.bytes ==
                       std::vector<uint8_t>({1, 2, 3, 1, 2, 3, 1, 2, 3}),
                   "Uncompress", t);
 
             // The clipboard is shared: whatever text comes back is one that a thread put.
-            h.call("ToClipboard", {Value::string(me)});
-            const std::u16string clip = h.call("Clipboard", {}).result.s;
+            call("ToClipboard", {Value::string(me)});
+            const std::u16string clip = call("Clipboard", {}).result.s;
             check(clip.size() == 2 && clip[0] == u't', "Clipboard", t);
         }
-        check(h.call("MemCount", {Value::string(zone)}).result.i == kRounds, "MemCount", t);
+        check(call("MemCount", {Value::string(zone)}).result.i == kRounds, "MemCount", t);
     };
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)

@@ -82,7 +82,8 @@ void skip_bracket(std::string_view p, std::size_t& i) {
 
 // The engine builds one node a character, bracket or operator and copies the
 // operand of a bounded repetition once a bound (and of "+" twice), nested
-// copies multiplying: the estimate follows that with the syntax bits 0x2B244
+// copies multiplying ("a*++++++++++++" is 4096 stars, nested): the estimate
+// follows that with the syntax bits 0x2B244
 // ("(", ")", "|" and "{" unescaped, an unmatched ")" ordinary).
 uint64_t regex_expanded_size(std::string_view p) {
     struct Level {
@@ -136,7 +137,8 @@ uint64_t regex_expanded_size(std::string_view p) {
             repeat(1);
             break;
         case '+':
-            repeat(2);
+            // The engine writes "x+" as "xx*": a copy and an optional one.
+            repeat(1 + kOptionalWeight);
             break;
         case '{': {
             uint64_t weight = 0;

@@ -108,6 +108,8 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {std::string(16000, 'a'), false},
         {std::string(17000, 'a'), true},
         {"a{2}{3}{4}{5}{6}{7}{8}{9}", true},
+        {"(x*++++++++++#++)", true}, // each "+" doubles the stars before it
+        {"(a+b+)+c?d*", false},
         {"a)))))+{1,9}", false}, // unmatched ")" are characters
         {"[]{1,9999}]", false},  // the bracket holds the braces
     };

@@ -20,7 +20,7 @@ BENCH ?= AUTO
 # (tools/configure.sh keeps their stamp in it).
 CONFIGURE_ARGS = -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKP120_TESTS=$(TESTS) -DKP120_BENCH=$(BENCH) $(CMAKE_FLAGS)
 
-.PHONY: deps configure build run test test-32 bench fuzz coverage format clean install package \
+.PHONY: deps configure build run test test-32 test-tsan bench fuzz coverage format clean install package \
 	test-armhf test-arm64 bench-armhf bench-arm64 fresh-machine
 
 deps:
@@ -48,6 +48,12 @@ test: build
 	$(MAKE) --no-print-directory test-32 || failed="$$failed 32-bit"; \
 	if [ -n "$$failed" ]; then echo "make test: FAILED:$$failed"; exit 1; fi; \
 	echo "make test: all three passes passed"
+
+# The whole suite under ThreadSanitizer (clang), in build-tsan.
+TSAN_BUILD ?= build-tsan
+test-tsan:
+	@tools/deps.sh build test
+	JOBS=$(JOBS) tools/test-tsan.sh $(TSAN_BUILD)
 
 # The 32-bit x86 build of everything but benchmarks and fuzzers, and its
 # tests, against an i386 sysroot (tools/test-32.sh).

@@ -813,7 +813,7 @@ nConversionDepassementEx(const kp_payload* value, uint32_t from, kp_payload* scr
 // A converted string belongs to the variant that received it: nothing to free.
 __attribute__((visibility("default"))) void FinConversion(kp_payload*) {}
 // The VM's peer entry point, called by the component's execution hooks.
-__attribute__((visibility("default"))) int32_t Execution(int32_t, uintptr_t*) {
+__attribute__((visibility("default"))) int32_t Execution(int32_t, uintptr_t*) noexcept {
     return 1;
 }
 }

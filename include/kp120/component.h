@@ -26,6 +26,12 @@ extern "C" {
 #else
 #define KP120_EXPORT
 #endif
+/* No exception leaves an entry point. */
+#ifdef __cplusplus
+#define KP120_NOEXCEPT noexcept
+#else
+#define KP120_NOEXCEPT
+#endif
 
 /* InfoComposante query codes. */
 #define KP_INFO_REVISION 0     /* answers 2 */
@@ -90,14 +96,15 @@ typedef struct kp_component_object {
     uintptr_t word2; /* zero at construction */
 } kp_component_object;
 
-KP120_EXPORT intptr_t InfoComposante(int32_t query, int32_t index);
-KP120_EXPORT void CommandeComposante(int32_t command, void* block);
-KP120_EXPORT int32_t Execution(int32_t message, uintptr_t* block);
-KP120_EXPORT int32_t GeneralParam(int32_t code, intptr_t value);
-KP120_EXPORT void DeclareProxy(void** list, uint16_t* count1, void** first, uint16_t* count2);
-KP120_EXPORT kp_component_object* pQueryProxy(int32_t code);
+KP120_EXPORT intptr_t InfoComposante(int32_t query, int32_t index) KP120_NOEXCEPT;
+KP120_EXPORT void CommandeComposante(int32_t command, void* block) KP120_NOEXCEPT;
+KP120_EXPORT int32_t Execution(int32_t message, uintptr_t* block) KP120_NOEXCEPT;
+KP120_EXPORT int32_t GeneralParam(int32_t code, intptr_t value) KP120_NOEXCEPT;
+KP120_EXPORT void DeclareProxy(void** list, uint16_t* count1, void** first, uint16_t* count2) KP120_NOEXCEPT;
+KP120_EXPORT kp_component_object* pQueryProxy(int32_t code) KP120_NOEXCEPT;
 /* Installs the conversion hooks of the VM module `module` (a dlopen handle). */
-KP120_EXPORT int32_t bInitKLConvFromVM(void* module, int32_t revision, int32_t mode, void* reserved);
+KP120_EXPORT int32_t bInitKLConvFromVM(void* module, int32_t revision, int32_t mode,
+                                       void* reserved) KP120_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -109,4 +109,36 @@ void Call::ret_buffer(std::span<const uint8_t> bytes) {
     set(&p, KP_T_BUFFER);
 }
 
+void Call::ret_empty(uint32_t type) {
+    switch (type & 0xFF) {
+    case KP_T_NONE:
+        return;
+    case KP_T_STRING:
+    case KP_T_STRING_RESULT:
+    case KP_T_DATE:
+    case KP_T_TIME:
+    case KP_T_DATETIME:
+        ret_string(u"");
+        return;
+    case KP_T_BUFFER:
+        ret_buffer({});
+        return;
+    case KP_T_ANY: {
+        variant::Value v;
+        ret_variant(v.get());
+        return;
+    }
+    case KP_T_CURRENCY:
+        ret_currency(CurrencyBytes{});
+        return;
+    default: {
+        // Integers, reals, durations and handles: eight zero bytes read as
+        // the type's width.
+        const uint64_t zero = 0;
+        set(&zero, type & 0xFF);
+        return;
+    }
+    }
+}
+
 } // namespace kp

@@ -2,15 +2,17 @@
 // vector, the call's error object, and the result handed to the VM's result
 // setter.  Handlers are thin:
 //
-//   int32_t DateSys_1(kp_call_frame* f, kp_call_context* c, void** a) {
-//       kp::Call call(f, c, a);
+//   KP_HANDLER(DateSys_1) {
+//       kp::Call call(frame, context, args);
 //       call.ret_string(kp::datetime::date_sys(call.error()));
 //       return 0;
 //   }
 //
 // Handlers are declared in the namespace kp::handlers with the name
 // <EnglishName>_<overload number from 1>; the function table picks them up
-// by that name (see src/component/tables/functions.tbl).
+// by that name (see src/component/tables/functions.tbl).  They are written
+// with KP_BIND or KP_HANDLER (src/component/bind.h), which keep exceptions
+// inside the component.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +25,6 @@
 #include "component/strings.h"
 #include "component/variant.h"
 #include "kp120/vm.h"
-
-#define KP_HANDLER(name) int32_t name(kp_call_frame* frame, kp_call_context* context, void** args)
 
 namespace kp {
 
@@ -71,6 +71,9 @@ class Call {
     void ret_handle(uintptr_t h);
     // A value of another type code, as the VM's result setter reads it.
     void ret_typed(const void* value, uint32_t type) { set(value, type); }
+    // The empty value of a result type code (0, false, "", an empty buffer,
+    // no value): the failure value of a handler that could not finish.
+    void ret_empty(uint32_t type);
 
   private:
     void set(const void* value, uint32_t type);

@@ -22,8 +22,13 @@ constexpr int64_t kHundredthsPerDay = 8640000;
 
 // The day-number formula on 64-bit integers, for estimates far outside the
 // four-digit years.
+// The 64-bit day numbers reach the years 0 to kMaxYear64: the year is an
+// int32_t in a Date and in the leap rule, and no term of the formula then
+// comes near the int64_t range.
+constexpr int64_t kMaxYear64 = INT32_MAX - 1;
+
 std::optional<int64_t> day_number64(int64_t y, int32_t m, int32_t d) {
-    if (y < 0 || m < 1 || m > 12 || d < 1) return std::nullopt;
+    if (y < 0 || y > kMaxYear64 || m < 1 || m > 12 || d < 1) return std::nullopt;
     bool leap = is_leap(static_cast<int32_t>(y));
     if (d > kMonthLength[m - 1] + ((m == 2 && leap) ? 1 : 0)) return std::nullopt;
     return day_number_formula<int64_t>(y, m, d, leap);
@@ -134,7 +139,9 @@ std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day) {
 }
 
 std::optional<Date> date_of(int64_t n) {
-    int64_t y = (n + kEpoch) / 365;
+    static const int64_t last = *day_number64(kMaxYear64, 12, 31);
+    if (n > last) return std::nullopt;
+    int64_t y = std::min((n + kEpoch) / 365, kMaxYear64);
     int64_t start = 0;
     for (;;) {
         auto jan1 = day_number64(y, 1, 1);

@@ -85,8 +85,9 @@ void set_system_time(platform::SystemTime& out, const Date& date, const Time& ti
 // 1..12 or a day out of the month.  Years before 1583 get the correction
 // of the calendar reform on days 1-4 of January to November only.
 std::optional<int32_t> day_number(int32_t year, int32_t month, int32_t day);
-// Calendar date of a day number; nullopt only when the search for its year
-// meets a negative year (day numbers before 1 January of year 0, -657413).
+// Calendar date of a day number; nullopt when the search for its year meets
+// a negative year (day numbers before 1 January of year 0, -657413) and for
+// day numbers after 31 December of the year 2147483646.
 // Past 31 December 9999 the year has more than four digits.  The year is
 // estimated as (n + 657071) / 365 and stepped back while its 1 January lies
 // after n, then forward while the next 1 January does not (an estimate a

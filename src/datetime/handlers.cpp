@@ -50,6 +50,7 @@ DurationLetters duration_letters() {
 
 namespace kp::bind {
 template <> struct Result<handlers::Duration> {
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_DURATION; }
     static void put(Call& c, const handlers::Duration& d) { c.ret_typed(&d.ms, KP_T_DURATION); }
 };
 } // namespace kp::bind

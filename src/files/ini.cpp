@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "files/streams.h"
@@ -148,16 +149,26 @@ bool replace_range(IXStream& s, uint64_t start, uint64_t end, std::string_view t
     const uint64_t old_length = static_cast<uint64_t>(length);
     if (end > old_length) end = old_length;
     if (start > end) start = end;
+    // The text and the rest of the file after it are held in memory: their
+    // size is summed in 64 bits and must fit a size_t (a file of several GB
+    // in a 32-bit process does not).
+    const uint64_t tail = old_length - end;
     std::string data;
+    if (tail > std::numeric_limits<std::size_t>::max() - text.size() ||
+        text.size() + tail > data.max_size()) {
+        platform::set_last_error(platform::kErrorNotEnoughMemory);
+        return false;
+    }
+    const std::size_t total = text.size() + static_cast<std::size_t>(tail);
     try {
-        data.reserve(text.size() + (old_length - end));
+        data.reserve(total);
         data.append(text);
-        data.resize(text.size() + (old_length - end));
+        data.resize(total);
     } catch (const std::exception&) {
         platform::set_last_error(platform::kErrorNotEnoughMemory);
         return false;
     }
-    if (!read_all(s, end, data.data() + text.size(), old_length - end)) return false;
+    if (!read_all(s, end, data.data() + text.size(), static_cast<std::size_t>(tail))) return false;
     const uint64_t new_length = start + data.size();
     if (new_length > old_length) {
         const std::size_t inside = static_cast<std::size_t>(old_length - start);

@@ -253,26 +253,35 @@ void registry_save(const ParamPath& p, const Param& value, CXError& err) {
     if (rc == platform::kErrorAccessDenied) err.set_additional(1, 1);
 }
 
-// Deletes `subkey` of `parent` with everything under it, depth first.
+// Deletes `subkey` of `parent` with everything under it, depth first.  The
+// keys on the way down are a list, not a recursion: a tree however deep
+// takes no stack.
 uint32_t delete_tree(reg::Key parent, const std::u16string& subkey) {
-    {
-        OpenedKey k;
-        uint32_t rc = reg::open_key(parent, subkey, reg::kEnumerateSubKeys, &k.key);
-        if (rc == platform::kErrorFileNotFound) return 0;
-        if (rc != 0) return rc;
-        for (;;) {
-            char16_t name[256];
-            uint32_t chars = 256;
-            rc = reg::enum_key(k.key, 0, name, &chars);
-            if (rc == platform::kErrorNoMoreItems) break;
+    std::vector<std::u16string> path{subkey};
+    while (!path.empty()) {
+        uint32_t rc;
+        char16_t name[256];
+        uint32_t chars = 256;
+        {
+            OpenedKey k;
+            rc = reg::open_key(parent, path.back(), reg::kEnumerateSubKeys, &k.key);
+            if (rc == platform::kErrorFileNotFound && path.size() == 1) return 0;
             if (rc != 0) return rc;
-            std::u16string child = subkey;
+            rc = reg::enum_key(k.key, 0, name, &chars);
+        }
+        if (rc == 0) {
+            std::u16string child = path.back();
             if (!child.empty()) child.push_back(kBackslash);
             child.append(name, chars);
-            if ((rc = delete_tree(parent, child)) != 0) return rc;
+            path.push_back(std::move(child));
+        } else if (rc == platform::kErrorNoMoreItems) {
+            if ((rc = reg::delete_key(parent, path.back())) != 0) return rc;
+            path.pop_back();
+        } else {
+            return rc;
         }
     }
-    return reg::delete_key(parent, subkey);
+    return 0;
 }
 
 bool registry_delete(const ParamPath& p, bool value, CXError& err) {

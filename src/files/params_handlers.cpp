@@ -101,6 +101,6 @@ KP_BIND(DeleteParameter_2, files::params::delete_current_object)
 // The form with a table control deletes the group of the object whose code
 // runs (the control's window), as the form without argument: the control
 // itself carries no name the component can read.
-KP_BIND(DeleteParameter_3, [](CXError& err) { return files::params::delete_current_object(err); })
+KP_BIND(DeleteParameter_3, [](uintptr_t, CXError& err) { return files::params::delete_current_object(err); })
 
 } // namespace kp::handlers

@@ -74,9 +74,11 @@ namespace kp::bind {
 // Monetary values travel as the 10 bytes of CurrencyBytes.
 template <> struct Arg<numeric::Money> {
     static constexpr bool slot = true;
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_CURRENCY; }
     static numeric::Money read(Call& c, int i) { return numeric::Money::from_bytes(c.currency(i).b); }
 };
 template <> struct Result<numeric::Money> {
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_CURRENCY; }
     static void put(Call& c, const numeric::Money& m) {
         CurrencyBytes out;
         m.to_bytes(out.b);
@@ -85,6 +87,7 @@ template <> struct Result<numeric::Money> {
 };
 // Random's any value: a real, or an integer.
 template <> struct Result<numeric::RandomValue> {
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_ANY; }
     static void put(Call& c, const numeric::RandomValue& r) {
         variant::Value v;
         if (const double* d = std::get_if<double>(&r))

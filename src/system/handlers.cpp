@@ -130,8 +130,6 @@ KP_BIND(SysEnvironment_2, [](SV name) { return sys_environment(name); })
 KP_BIND(SysSerialNum_1, [](CXError& e) { return sys_serial_num(e); })
 KP_BIND(SysDirStorageCard_1, [](CXError& e) { return sys_dir_storage_card(1, e); })
 KP_BIND(SysDirStorageCard_2, [](int32_t n, CXError& e) { return sys_dir_storage_card(n, e); })
-KP_BIND(SysDirStorageCard_3, [](CXError& e) { return sys_dir_storage_card(1, e); })
-KP_BIND(SysDirStorageCard_4, [](int32_t n, CXError& e) { return sys_dir_storage_card(n, e); })
 KP_BIND(SysSpace_1, [](CXError& e) { return sys_space(1, e); })
 KP_BIND(SysSpace_2, [](int32_t which, CXError& e) { return sys_space(which, e); })
 

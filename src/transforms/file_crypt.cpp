@@ -1,5 +1,6 @@
 // file_crypt.cpp - fCrypt and fUncrypt: the encrypted file format, its chunk
 // loops, whole-file text encoding, and the temporary file between the two.
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <random>
@@ -148,6 +149,14 @@ bool read_whole(std::u16string_view name, std::vector<uint8_t>& out, CXError& er
     if (!open_source(*s, name, err)) return false;
     const int64_t length = s->GetLength();
     if (length < 0) return report(*s, err);
+    // The whole file is held in memory, and its encoded form a third more: a
+    // file beyond a quarter of the address space (a 32-bit process and a file
+    // of several GB) cannot be, and its size would not fit a size_t.
+    if (static_cast<uint64_t>(length) > SIZE_MAX / 4) {
+        err.set_system(platform::kErrorNotEnoughMemory);
+        err.set_severity(KP_SEVERITY_ERROR);
+        return false;
+    }
     out.clear();
     out.reserve(static_cast<std::size_t>(length));
     std::vector<uint8_t> chunk(kFileChunk);

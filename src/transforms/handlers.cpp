@@ -43,6 +43,7 @@ Ciphered uncrypt_value(std::span<const uint8_t> data, std::u16string_view passwo
 
 namespace kp::bind {
 template <> struct Result<handlers::Ciphered> {
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_ANY; }
     static void put(Call& c, handlers::Ciphered& r) {
         if (variant::type_of(r.value.get()) == KP_T_NONE) r.value = any_string(u"");
         c.ret_variant(r.value.get());

@@ -1,4 +1,5 @@
 // regex_handlers.cpp - handler of MatchRegularExpression.
+#include "component/bind.h"
 #include "component/call.h"
 #include "component/variant.h"
 #include "transforms/regex.h"

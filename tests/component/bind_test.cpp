@@ -6,11 +6,14 @@
 #include <cstring>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "component/bind.h"
 #include "component/strings.h"
+#include "kp120/component.h"
 
 namespace {
 
@@ -95,6 +98,9 @@ std::vector<uint8_t> reversed(std::span<const uint8_t> in) {
 int64_t widen(int64_t v, double scale) {
     return static_cast<int64_t>(static_cast<double>(v) * scale);
 }
+int64_t widen_swapped(double scale, int64_t v) {
+    return widen(v, scale);
+}
 kp::variant::Value boxed(int32_t v) {
     kp::variant::Value r;
     kp::variant::set_int(r.get(), v * 2);
@@ -133,14 +139,48 @@ struct Celsius {
 namespace kp::bind {
 template <> struct Arg<Celsius> {
     static constexpr bool slot = true;
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_INT; }
     static Celsius read(Call& c, int i) { return Celsius{c.i32(i) * 10}; }
 };
 template <> struct Result<Celsius> {
+    static constexpr bool accepts(uint32_t c) { return c == KP_T_REAL; }
     static void put(Call& c, const Celsius& v) { c.ret_real(v.tenths / 10.0); }
 };
 } // namespace kp::bind
 
+// The rows of a function table for the handlers below, as the generated
+// kp120_signatures.h gives those of the component.
+namespace kp::sig {
+constexpr Overload AddChecked{KP_T_INT, 2, {KP_T_INT, KP_T_INT}};
+constexpr Overload Join{KP_T_STRING_RESULT, 3, {KP_T_STRING, KP_T_BOOL, 0x8012}};
+constexpr Overload Reversed{KP_T_BUFFER, 1, {KP_T_RAW_DATA}};
+constexpr Overload Widen{KP_T_INT64, 2, {KP_T_INT64, KP_T_REAL}};
+constexpr Overload Boxed{KP_T_ANY, 1, {KP_T_INT}};
+constexpr Overload Note{KP_T_NONE, 1, {KP_T_INT}};
+constexpr Overload Fixed{KP_T_STRING_RESULT, 1, {KP_T_STRING}};
+constexpr Overload Short{KP_T_INT, 1, {KP_T_INT}};
+constexpr Overload WithDefault{KP_T_INT, 3, {KP_T_INT, KP_T_INT, KP_T_STRING}};
+constexpr Overload KindOf{KP_T_STRING_RESULT, 1, {KP_T_RAW_STRING}};
+constexpr Overload Either{KP_T_ANY, 1, {KP_T_BOOL}};
+constexpr Overload Hungry{KP_T_STRING_RESULT, 1, {KP_T_INT}};
+constexpr Overload HungryOwnId{KP_T_INT, 1, {KP_T_INT}};
+constexpr Overload HungrySilent{KP_T_STRING_RESULT, 1, {KP_T_INT}};
+constexpr Overload Warmer{KP_T_REAL, 1, {KP_T_INT}};
+} // namespace kp::sig
+
 namespace {
+
+// The table check refuses a signature whose count, parameter types or result
+// differ from the row (KP_BIND turns this into a compile error).
+template <typename F> constexpr bool agrees(const kp::sig::Overload& o, F) {
+    return kp::bind::agrees(o, typename kp::bind::SignatureOf<F>::type{});
+}
+static_assert(agrees(kp::sig::AddChecked, &add_checked));
+static_assert(!agrees(kp::sig::Short, &add_checked));       // one parameter more
+static_assert(!agrees(kp::sig::Widen, &widen_swapped));     // a real where an 8-byte integer is
+static_assert(!agrees(kp::sig::HungryOwnId, &hungry));      // a string for an integer result
+static_assert(!agrees(kp::sig::Note, &hungry_int));         // a result where the row has none
+static_assert(agrees(kp::sig::WithDefault, &with_default)); // optional parameters count as given
 
 namespace handlers {
 KP_BIND(AddChecked, add_checked)
@@ -326,6 +366,114 @@ TEST(Bind, FamilyTypesBySpecialisation) {
     f.call(handlers::Warmer, {&degrees});
     EXPECT_EQ(f.out.type, KP_T_REAL);
     EXPECT_DOUBLE_EQ(f.out.real, 21.5);
+}
+
+} // namespace
+
+namespace {
+
+// ---- The catch-all of real handlers and entry points ----
+//
+// The VM's result setter throws on its first call: each kind of exception
+// then leaves the handler through the whole path of a real handler (a bound
+// one and a hand-written one), which must record it and hand back the empty
+// result.
+
+enum class Throw { BadAlloc, SystemError, LengthError, Int };
+Throw g_throw;
+void throw_it(Throw t) {
+    switch (t) {
+    case Throw::BadAlloc:
+        throw std::bad_alloc();
+    case Throw::SystemError:
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    case Throw::LengthError:
+        throw std::length_error("vector");
+    case Throw::Int:
+        throw 7;
+    }
+}
+void capture_after_throw(kp_value_interface* vi, void* handle, const void* value, uint32_t type) {
+    auto* c = static_cast<Captured*>(handle);
+    if (c->calls++ == 0) throw_it(g_throw);
+    --c->calls;
+    capture(vi, handle, value, type);
+}
+
+struct Expected {
+    Throw kind;
+    uint32_t id; // 0: 100 named in the message (no definition row)
+    int32_t severity;
+};
+constexpr Expected kThrows[] = {
+    {Throw::BadAlloc, 0, KP_SEVERITY_FATAL},
+    {Throw::SystemError, 80041, KP_SEVERITY_ERROR},
+    {Throw::LengthError, 80041, KP_SEVERITY_ERROR},
+    {Throw::Int, 80041, KP_SEVERITY_FATAL},
+};
+void expect_record(const kp_error_record& rec, const Expected& e) {
+    EXPECT_EQ(rec.severity, e.severity);
+    if (e.id) {
+        EXPECT_EQ(rec.id, e.id);
+    } else {
+        EXPECT_NE(std::u16string_view(rec.message, rec.message_length).find(u"<100>"), std::u16string::npos);
+    }
+}
+
+} // namespace
+
+namespace kp::handlers {
+int32_t DateToString_1(kp_call_frame*, kp_call_context*, void**) noexcept;
+int32_t MatchRegularExpression_1(kp_call_frame*, kp_call_context*, void**) noexcept;
+} // namespace kp::handlers
+
+namespace {
+
+TEST(Firewall, EveryKindOfThrowStopsAtTheHandler) {
+    for (const Expected& e : kThrows) {
+        SCOPED_TRACE(static_cast<int>(e.kind));
+        g_throw = e.kind;
+        const char16_t date[] = u"20240229";
+        kp::str::Ref text;
+        ASSERT_EQ(kp::str::create(date, text.out()), kp::str::kOk);
+        char16_t* p = text.get();
+        Frame bound;
+        bound.vops.set_result = capture_after_throw;
+        EXPECT_EQ(bound.call(kp::handlers::DateToString_1, {&p}), 0);
+        EXPECT_EQ(bound.out.type, KP_T_STRING_RESULT);
+        EXPECT_EQ(bound.out.text, u"");
+        expect_record(bound.ctx.record, e);
+
+        Frame by_hand;
+        by_hand.vops.set_result = capture_after_throw;
+        EXPECT_EQ(by_hand.call(kp::handlers::MatchRegularExpression_1, {&p, &p, nullptr}), 0);
+        EXPECT_EQ(by_hand.out.type, KP_T_BOOL);
+        EXPECT_EQ(by_hand.out.number, 0);
+        expect_record(by_hand.ctx.record, e);
+    }
+}
+
+int32_t throwing_messages(uint32_t, char16_t*, int32_t) {
+    throw_it(g_throw);
+    return 0;
+}
+
+TEST(Firewall, EveryKindOfThrowStopsAtTheEntryPoint) {
+    for (const Expected& e : kThrows) {
+        SCOPED_TRACE(static_cast<int>(e.kind));
+        g_throw = e.kind;
+        CommandeComposante(KP_COMMAND_MESSAGE_CALLBACK, reinterpret_cast<void*>(&throwing_messages));
+        char16_t buf[8] = {u'x'};
+        uintptr_t block[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 8, 99};
+        CommandeComposante(KP_COMMAND_MESSAGE_TEXT, block);
+        CommandeComposante(KP_COMMAND_MESSAGE_CALLBACK, nullptr);
+        kp_component_object* obj = pQueryProxy(KP_PROXY_COMPONENT_OBJECT);
+        ASSERT_NE(obj, nullptr);
+        const kp_error_record* rec = obj->ops->last_error(obj);
+        ASSERT_NE(rec, nullptr);
+        expect_record(*rec, e);
+        obj->ops->destroy(obj);
+    }
 }
 
 } // namespace

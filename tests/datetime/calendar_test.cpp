@@ -156,6 +156,16 @@ TEST(DayNumber, LargeDayNumbersRoundTrip) {
     }
 }
 
+// The 64-bit day numbers end with the year 2147483646; beyond, and at the
+// ends of int64_t, there is no date (and no overflow).
+TEST(DayNumber, SixtyFourBitExtremesHaveNoDate) {
+    for (int64_t n : {INT64_MAX, INT64_MAX - 657071, int64_t{1} << 50, INT64_MIN, INT64_MIN + 1})
+        EXPECT_FALSE(date_of(n)) << n;
+    auto far = date_of(784351000000);
+    ASSERT_TRUE(far);
+    EXPECT_GT(far->year, 2147480000);
+}
+
 TEST(DateValidation, EachRuleRecordsItsIdentifier) {
     struct Case {
         const char16_t* date;

@@ -89,6 +89,43 @@ TEST(RegexWholeString, PatternsThatDoNotCompile) {
     }
 }
 
+// Nested bounds multiply; a pattern expanding beyond the limit is refused
+// before the engine sees it, as one that does not compile.
+TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
+    struct Case {
+        std::string pattern;
+        bool refused;
+    };
+    const Case cases[] = {
+        {"((((a{1,255}){1,255}){1,255}){1,255})", true},
+        {"(a{1,64}){1,64}", true},
+        {"a{1,2100}", true},
+        {"(ab|cd){1,2000}", true},
+        {"x(y(z{3}){100}){100}", true},
+        {"a{1,1000}", false},
+        {"[a-z]{1,255}@[a-z]{1,255}", false},
+        {"(a|b|c|d){1,100}", false},
+        {std::string(16000, 'a'), false},
+        {std::string(17000, 'a'), true},
+        {"a{2}{3}{4}{5}{6}{7}{8}{9}", true},
+        {"(x*++++++++++#++)", true}, // each "+" doubles the stars before it
+        {"(a+b+)+c?d*", false},
+        {"a)))))+{1,9}", false}, // unmatched ")" are characters
+        {"[]{1,9999}]", false},  // the bracket holds the braces
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.pattern);
+        EXPECT_EQ(regex_expanded_size(c.pattern) > kRegexSizeLimit, c.refused)
+            << regex_expanded_size(c.pattern);
+        if (c.refused) {
+            const std::u16string pattern(c.pattern.begin(), c.pattern.end());
+            Outcome o = run(u"aaaa", pattern, 0);
+            EXPECT_FALSE(o.result);
+            EXPECT_EQ(o.id, kErrPatternInvalid);
+        }
+    }
+}
+
 TEST(RegexWholeString, ResultsDoNotDependOnTheProcessLocale) {
     const char* previous = std::setlocale(LC_ALL, nullptr);
     std::string saved = previous ? previous : "C";

@@ -266,12 +266,14 @@ TEST_F(PatternLines, DistributesSubMatchesFromTheWholeLine) {
 
 TEST_F(PatternLines, BadPatternIsFalse) {
     put("p.txt", "x\r\n");
-    int64_t h = open(u"\\p.txt", kRead);
-    std::vector<Value> args = {Value::integer(h), Value::string(u"(x"), Value::variable()};
-    auto out = call_with("fReadLine", args);
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(out.error.id, 80500u);
-    close(h);
+    for (const char16_t* bad : {u"(x", u"((((a{1,255}){1,255}){1,255}){1,255})"}) {
+        int64_t h = open(u"\\p.txt", kRead);
+        std::vector<Value> args = {Value::integer(h), Value::string(bad), Value::variable()};
+        auto out = call_with("fReadLine", args);
+        EXPECT_FALSE(out.result.b);
+        EXPECT_EQ(out.error.id, 80500u);
+        close(h);
+    }
 }
 
 using WriteForms = DeviceTest;

@@ -1,0 +1,41 @@
+// regex_pattern.cpp - MatchRegularExpression with any pattern: the size
+// bound refuses what the engine would take too long or too much memory to
+// compile, and whatever compiles matches a subject without crashing.  Runs
+// with -rss_limit_mb=1024 -timeout=5 (tools/fuzz.sh).
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "transforms/regex.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider in(data, size);
+    const std::size_t variables = in.ConsumeIntegralInRange<std::size_t>(0, 8);
+    const std::string pattern = in.ConsumeRandomLengthString(2048);
+    const std::string subject = in.ConsumeRemainingBytesAsString();
+    // Code page 1252 bytes as UTF-16 units, one a byte.
+    const std::u16string p(pattern.begin(), pattern.end());
+    std::u16string s;
+    for (unsigned char c : subject)
+        s.push_back(c);
+    kp_error_record rec{};
+    rec.severity = KP_SEVERITY_NONE;
+    kp::CXError err(&rec);
+    std::size_t assigned = 0;
+    const bool ok = kp::transforms::match_regular_expression(
+        s, p, variables,
+        [&](std::size_t i, std::u16string_view text) {
+            if (i != assigned + 1 || text.size() > s.size()) std::abort();
+            ++assigned;
+            return true;
+        },
+        err);
+    // A refused pattern never reaches the engine and always says why.
+    if (kp::transforms::regex_expanded_size(pattern) > kp::transforms::kRegexSizeLimit &&
+        (ok || rec.id != kp::transforms::kErrPatternInvalid))
+        std::abort();
+    if (ok && assigned != variables) std::abort();
+    return 0;
+}

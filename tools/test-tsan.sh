@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Runs the whole test suite again in a build made with clang's
+# ThreadSanitizer, and fails on any report.
+#
+#   tools/test-tsan.sh [build-dir]        (default build-tsan)
+#
+# The module is a shared library loaded with dlopen by the reference host:
+# every binary uses the shared TSan runtime (-shared-libsan), so that the
+# module and the program that loads it share one runtime and one view of the
+# threads.  tools/tsan.supp lists what is suppressed (third-party libraries
+# only, each line with its reason).
+set -euo pipefail
+
+cd "$(dirname "$0")/.."
+ROOT=$PWD
+BUILD=${1:-build-tsan}
+JOBS=${JOBS:-$(nproc)}
+CC=${CC_SANITIZE:-clang}
+CXX=${CXX_SANITIZE:-clang++}
+
+if ! command -v "$CXX" >/dev/null; then
+    echo "test-tsan: $CXX not found (tools/deps.sh installs clang)" >&2
+    exit 1
+fi
+rtdir=$("$CXX" --print-runtime-dir)
+link="-fsanitize=thread -shared-libsan -Wl,-rpath,$rtdir"
+
+if [ ! -f "$BUILD/CMakeCache.txt" ]; then
+    cmake -S . -B "$BUILD" \
+        -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
+        -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DCMAKE_C_FLAGS="-fsanitize=thread" -DCMAKE_CXX_FLAGS="-fsanitize=thread" \
+        -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
+        -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
+        -DCMAKE_EXE_LINKER_FLAGS="$link" -DCMAKE_SHARED_LINKER_FLAGS="$link" \
+        -DKP120_SANITIZE=OFF -DKP120_BENCH=OFF -DKP120_FUZZ=OFF -DKP120_TESTS=ON
+fi
+cmake --build "$BUILD" -j "$JOBS"
+
+# Any report ends the process with a failure.
+export TSAN_OPTIONS="halt_on_error=1:exitcode=66:second_deadlock_stack=1:suppressions=$ROOT/tools/tsan.supp"
+cd "$BUILD"
+ctest --output-on-failure -j "$JOBS"

@@ -46,17 +46,15 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     }
     if (!lookup_) {
         // calloc: the pages of the table are only paid for when touched.
-        lookup_.reset(static_cast<uint32_t*>(std::calloc(kLookupSlots, sizeof(uint32_t))));
-        codes_.reset(static_cast<uint16_t*>(std::calloc(kLookupSlots, sizeof(uint16_t))));
-        if (!lookup_ || !codes_) {
+        lookup_.reset(static_cast<uint64_t*>(std::calloc(kLookupSlots, sizeof(uint64_t))));
+        if (!lookup_) {
             lookup_.reset();
             append_stored_block(in, out);
             return;
         }
         generation_ = 0;
     }
-    uint32_t* const table = lookup_.get();
-    uint16_t* const codes = codes_.get();
+    uint64_t* const table = lookup_.get();
     taken_.resize(kHashSlots / 64);
     uint64_t* const taken = taken_.data();
     root_.resize(256 * 256);
@@ -81,7 +79,7 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         std::fill_n(taken, kHashSlots / 64, uint64_t{0});
         std::fill_n(root, 256 * 256, uint16_t{0});
         if (++generation_ > kGenerationMask) {
-            std::fill_n(table, kLookupSlots, uint32_t{0});
+            std::fill_n(table, kLookupSlots, uint64_t{0});
             generation_ = 1;
         }
         gen = static_cast<uint32_t>(generation_);
@@ -129,17 +127,14 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             const uint32_t key = cur << 8 | p[i];
             const uint32_t want = key << 8 | gen;
             uint32_t s = lookup_home(key);
-            uint32_t v;
-            uint32_t c = codes[s];
-            while (((v = table[s]) & kGenerationMask) == gen && v != want) {
+            uint64_t v;
+            while (((v = table[s]) & kGenerationMask) == gen && static_cast<uint32_t>(v) != want)
                 s = (s + 1) & (kLookupSlots - 1);
-                c = codes[s];
-            }
             if ((v & kGenerationMask) != gen) {
                 free = s;
                 break;
             }
-            cur = c;
+            cur = static_cast<uint32_t>(v >> 32);
             ++i;
         }
         emit(cur);
@@ -166,8 +161,7 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             } else if (cur <= 256) {
                 root[(cur - 1) << 8 | byte] = static_cast<uint16_t>(next);
             } else {
-                table[free] = (cur << 8 | byte) << 8 | gen;
-                codes[free] = static_cast<uint16_t>(next);
+                table[free] = static_cast<uint64_t>(next) << 32 | ((cur << 8 | byte) << 8 | gen);
             }
             ++next;
             if (width < 16 && next > threshold) {

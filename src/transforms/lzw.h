@@ -48,17 +48,16 @@ class LzwCoder {
     // when ten further probes find no room and the dictionary is cleared.
     // Lookups of (prefix, byte) go through `lookup_`, a linear-probing
     // table of our own with the same contents, whose probes stay within a
-    // cache line or two.  Its keys: bits 0-7 generation of the dictionary
-    // (0 = never used), 8-15 byte, 16-31 prefix, so that a clear is a new
-    // generation rather than a wipe of the table; `codes_` holds the code
-    // of each slot.
+    // cache line or two.  A slot: bits 0-7 generation of the dictionary
+    // (0 = never used), 8-15 byte, 16-31 prefix, 32-47 code, so that a
+    // clear is a new generation rather than a wipe of the table, and a
+    // lookup reads one cache line.
     struct FreeDeleter {
         void operator()(void* p) const;
     };
     // Entries whose prefix is a single byte live in `root_` instead, one
     // slot for each pair of bytes (code, or 0).
-    std::unique_ptr<uint32_t[], FreeDeleter> lookup_;
-    std::unique_ptr<uint16_t[], FreeDeleter> codes_;
+    std::unique_ptr<uint64_t[], FreeDeleter> lookup_;
     std::vector<uint16_t> root_;
     std::vector<uint64_t> taken_;
     uint64_t generation_ = 0;

@@ -15,6 +15,8 @@
 #include "files/streams.h"
 #include "platform/codepage.h"
 
+#include "ratio.h"
+
 namespace {
 
 constexpr std::size_t kFileBytes = 100u << 20;
@@ -163,7 +165,8 @@ double paired_ratio() {
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
-    std::printf("ratio_to_getline (fReadLine / getline throughput) = %.3f (target >= 0.5)\n", paired_ratio());
+    kp::bench::report_ratio("fReadLine 60-byte ANSI lines (throughput x getline)", "paired batches",
+                            "getline", paired_ratio(), ">=", 1.0);
     benchmark::Shutdown();
     return 0;
 }

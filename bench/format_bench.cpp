@@ -12,6 +12,8 @@
 #include "component/error.h"
 #include "numeric/format.h"
 
+#include "ratio.h"
+
 namespace {
 
 using kp::numeric::NumberValue;
@@ -86,8 +88,8 @@ int main(int argc, char** argv) {
     g_rec.severity = KP_SEVERITY_NONE;
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
-    std::printf("ratio_to_snprintf (NumToString / snprintf throughput) = %.3f (target >= 0.5)\n",
-                paired_ratio());
+    kp::bench::report_ratio("NumToString (throughput x snprintf)", "paired batches", "snprintf",
+                            paired_ratio(), ">=", 1.0);
     benchmark::Shutdown();
     return 0;
 }

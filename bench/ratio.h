@@ -1,11 +1,13 @@
-// ratio.h - the line each benchmark prints for each of its ratios to a
-// peer; tools/bench.sh gathers them into the table that ends `make bench`
+// ratio.h - the line each benchmark prints for each measure it takes beside
+// a peer; tools/bench.sh gathers them into the table that ends `make bench`
 // and into build/bench.json:
-//   RATIO|what|ours|peer|ratio|op|target
-// `ours` and `peer` are the figures as measured (with their units), `ratio`
-// is read against the target in the direction `op` gives (">=": at least,
-// "<=": at most).  A peer missing on the machine gives "-" as the ratio and
-// says so in place of its figure.
+//   RATIO|what|ours|peer|ratio|value|op|target|unit
+// `ours` and `peer` are the figures as measured, with their units; `ratio`
+// compares ours with the peer (its sense is in `what`); the measure is met
+// when `value` op `target` holds (op ">=" or "<="), where `value` is the
+// ratio itself when `unit` is empty, else a figure of ours in that unit.  A
+// peer missing on the machine gives "-" as the ratio and says so in place
+// of its figure.
 #pragma once
 
 #include <cstdarg>
@@ -15,7 +17,7 @@
 namespace kp::bench {
 
 inline std::string figure(const char* format, ...) {
-    char buf[128];
+    char buf[160];
     va_list args;
     va_start(args, format);
     std::vsnprintf(buf, sizeof buf, format, args);
@@ -23,14 +25,21 @@ inline std::string figure(const char* format, ...) {
     return buf;
 }
 
-// ratio <= 0: the peer is missing (`peer` says why).
+// A target on the ratio; ratio <= 0: the peer is missing (`peer` says why).
 inline void report_ratio(const std::string& what, const std::string& ours, const std::string& peer,
                          double ratio, const char* op, double target) {
-    if (ratio > 0)
-        std::printf("RATIO|%s|%s|%s|%.3f|%s|%g\n", what.c_str(), ours.c_str(), peer.c_str(), ratio, op,
-                    target);
-    else
-        std::printf("RATIO|%s|%s|%s|-|%s|%g\n", what.c_str(), ours.c_str(), peer.c_str(), op, target);
+    const std::string r = ratio > 0 ? figure("%.3f", ratio) : "-";
+    std::printf("RATIO|%s|%s|%s|%s|%s|%s|%g|\n", what.c_str(), ours.c_str(), peer.c_str(), r.c_str(),
+                r.c_str(), op, target);
+    std::fflush(stdout);
+}
+
+// A target on a figure of ours (`value` in `unit`), the ratio beside it.
+inline void report_measure(const std::string& what, const std::string& ours, const std::string& peer,
+                           double ratio, double value, const char* op, double target, const char* unit) {
+    const std::string r = ratio > 0 ? figure("%.3f", ratio) : "-";
+    std::printf("RATIO|%s|%s|%s|%s|%g|%s|%g|%s\n", what.c_str(), ours.c_str(), peer.c_str(), r.c_str(), value,
+                op, target, unit);
     std::fflush(stdout);
 }
 

@@ -91,7 +91,7 @@ std::vector<uint8_t> reference_decode(std::u16string_view text, bool padded) {
         if (i % 4 == 2) out.push_back(static_cast<uint8_t>(bits >> 2));
         if (i % 4 == 3) out.push_back(static_cast<uint8_t>(bits));
     }
-    out.resize(out.size() - pad);
+    out.erase(out.end() - static_cast<std::ptrdiff_t>(pad), out.end());
     return out;
 }
 

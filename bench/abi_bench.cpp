@@ -15,6 +15,8 @@
 #include "host.h"
 #include "transforms/encodings.h"
 
+#include "ratio.h"
+
 namespace {
 
 struct Slot {
@@ -140,10 +142,10 @@ int main(int argc, char** argv) {
                 benchmark::DoNotOptimize(r);
             },
             kCalls);
-        std::printf(
-            "ZigouigouiARoulette through the ABI = %.1f ns (target < 30 ns); direct C++ call = %.1f ns; "
-            "ratio = %.1f\n",
-            through_abi * 1e9, direct * 1e9, through_abi / direct);
+        kp::bench::report_measure("ABI call of ZigouigouiARoulette (time x direct C++ call)",
+                                  kp::bench::figure("%.1f ns", through_abi * 1e9),
+                                  kp::bench::figure("direct %.1f ns", direct * 1e9), through_abi / direct,
+                                  through_abi * 1e9, "<=", 30, "ns");
     }
     benchmark::Shutdown();
     return 0;

@@ -15,6 +15,8 @@
 
 #include "support/test_host.h"
 
+#include "ratio.h"
+
 namespace {
 
 constexpr int kRows = 100000;
@@ -126,8 +128,9 @@ int main(int argc, char** argv) {
         best_export = std::min(best_export, std::chrono::duration<double>(t1 - t0).count());
         best_join = std::min(best_join, std::chrono::duration<double>(t2 - t1).count());
     }
-    std::printf("TableToText 100000 x 10: %.3f s (target < 0.5 s); peer join %.3f s; ratio_to_join %.2f\n",
-                best_export, best_join, best_export / best_join);
+    kp::bench::report_measure(
+        "TableToText 100000 x 10 (time x join)", kp::bench::figure("%.3f s", best_export),
+        kp::bench::figure("join %.3f s", best_join), best_export / best_join, best_export, "<=", 0.5, "s");
     benchmark::Shutdown();
     return 0;
 }

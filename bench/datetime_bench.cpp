@@ -19,6 +19,8 @@
 #include "datetime/calendar.h"
 #include "datetime/masks.h"
 
+#include "ratio.h"
+
 namespace {
 
 const kp_regional_settings kEnglish = {
@@ -118,12 +120,14 @@ double paired_ratio(void (Calls::*ours)(), void (Calls::*peer)()) {
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
-    auto ratio = [](const char* label, void (Calls::*ours)(), void (Calls::*peer)()) {
-        std::printf("%s (time, ours / peer) = %.3f (target <= 1)\n", label, paired_ratio(ours, peer));
+    // Time, ours over the peer's.
+    auto ratio = [](const char* what, const char* peer_name, void (Calls::*ours)(), void (Calls::*peer)()) {
+        kp::bench::report_ratio(what, "paired batches", peer_name, paired_ratio(ours, peer), "<=", 1);
     };
-    ratio("ratio_date_to_string_to_strftime", &Calls::date_to_string, &Calls::strftime);
-    ratio("ratio_date_to_string_to_strptime_strftime", &Calls::date_to_string, &Calls::strptime_strftime);
-    ratio("ratio_date_to_integer_to_timegm", &Calls::date_to_integer, &Calls::timegm);
+    ratio("DateToString (time x strftime)", "strftime", &Calls::date_to_string, &Calls::strftime);
+    ratio("DateToString (time x strptime + strftime)", "strptime + strftime", &Calls::date_to_string,
+          &Calls::strptime_strftime);
+    ratio("DateToInteger (time x timegm)", "timegm", &Calls::date_to_integer, &Calls::timegm);
     benchmark::Shutdown();
     return 0;
 }

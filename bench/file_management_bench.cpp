@@ -24,6 +24,8 @@
 
 #include "support/test_host.h"
 
+#include "ratio.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -175,9 +177,9 @@ int main(int argc, char** argv) {
         [] { return nftw_files() == kDirectories * kFilesPerDirectory; });
     double compare = paired(3, compare_files, cmp_files);
     double copy = paired(3, copy_file, cp_file);
-    std::printf("ratio_to_nftw (fListFile / nftw throughput) = %.3f (target >= 0.5)\n", list);
-    std::printf("ratio_to_cmp (fCompare / cmp throughput) = %.3f (target >= 1.0)\n", compare);
-    std::printf("ratio_to_cp (fCopyFile / cp throughput) = %.3f (target >= 0.9)\n", copy);
+    kp::bench::report_ratio("fListFile (throughput x nftw)", "alternate runs", "nftw", list, ">=", 0.5);
+    kp::bench::report_ratio("fCompare (throughput x cmp)", "alternate runs", "cmp", compare, ">=", 1.0);
+    kp::bench::report_ratio("fCopyFile (throughput x cp)", "alternate runs", "cp", copy, ">=", 0.9);
     struct rusage ru;
     getrusage(RUSAGE_SELF, &ru);
     std::printf("peak resident size of this process: %ld MiB\n", ru.ru_maxrss / 1024);

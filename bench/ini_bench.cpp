@@ -18,6 +18,8 @@
 #include "files/ini.h"
 #include "platform/codepage.h"
 
+#include "ratio.h"
+
 namespace {
 
 const std::string& ini_path() {
@@ -113,9 +115,10 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     double middle = paired_ratio(kMiddle), last = paired_ratio(kLast);
-    std::printf(
-        "ratio_to_gkeyfile (GKeyFile time / INIRead time) = %.2f middle key, %.2f last key (target >= 1.0)\n",
-        middle, last);
+    kp::bench::report_ratio("INIRead middle key (throughput x GKeyFile)", "paired", "GKeyFile", middle,
+                            ">=", 1.0);
+    kp::bench::report_ratio("INIRead last key (throughput x GKeyFile)", "paired", "GKeyFile", last,
+                            ">=", 1.0);
     benchmark::Shutdown();
     return 0;
 }

@@ -20,6 +20,8 @@
 
 #include "support/test_host.h"
 
+#include "ratio.h"
+
 extern char** environ;
 
 namespace {
@@ -138,9 +140,9 @@ int main(int argc, char** argv) {
     const double list = paired_ratio([] { list_processes(); }, [] { run_ps(); }, 200, "the process list");
     const double run =
         paired_ratio([] { exe_run(); }, [] { spawn_wait(); }, 300, "a program that exits at once");
-    std::printf("ratio_to_ps (ps time / ExeListProcess(3, 0) time) = %.3f (target >= 1.0)\n", list);
-    std::printf("ratio_to_spawn (posix_spawn+waitpid time / ExeRun mode 2 time) = %.3f (target >= 0.8)\n",
-                run);
+    kp::bench::report_ratio("ExeListProcess(3, 0) (throughput x ps)", "paired rounds", "ps", list, ">=", 1.0);
+    kp::bench::report_ratio("ExeRun mode 2 (throughput x posix_spawn + waitpid)", "paired rounds",
+                            "posix_spawn + waitpid", run, ">=", 0.8);
     benchmark::Shutdown();
     return 0;
 }

@@ -22,6 +22,8 @@
 #include "platform/registry_store.h"
 #include "support/test_host.h"
 
+#include "ratio.h"
+
 namespace {
 
 namespace store = kp::platform::registry;
@@ -248,8 +250,15 @@ int main(int argc, char** argv) {
             "RegistrySetValue", [&](int i) { return s.ours.set(i); }, [&](int i) { return s.peer.set(i); });
         double query = paired_ratio(
             "RegistryQueryValue", [&](int) { return s.ours.query(); }, [&](int) { return s.peer.query(); });
-        std::printf("ratio_to_sqlite RegistrySetValue = %.2f, RegistryQueryValue = %.2f (target <= 2)\n", set,
-                    query);
+        kp::bench::report_ratio("RegistrySetValue (time x raw SQLite)", "paired batches", "SQLite", set,
+                                "<=", 2);
+        kp::bench::report_ratio("RegistryQueryValue (time x raw SQLite)", "paired batches", "SQLite", query,
+                                "<=", 2);
+    } else {
+        kp::bench::report_ratio("RegistrySetValue (time x raw SQLite)", "-", "SQLite side missing", 0,
+                                "<=", 2);
+        kp::bench::report_ratio("RegistryQueryValue (time x raw SQLite)", "-", "SQLite side missing", 0,
+                                "<=", 2);
     }
     benchmark::Shutdown();
     return 0;

@@ -2,6 +2,8 @@
 // format text and value.  Checks: a refused format gives the empty string
 // and error 80001; an accepted ASCII format without grouping gives what
 // snprintf gives for the same conversion; no result outgrows its format.
+// The format's first bracketed colour name is taken out first, as
+// NumToString does.
 
 #include <cmath>
 #include <cstdint>
@@ -11,6 +13,7 @@
 
 #include "component/error.h"
 #include "fuzz_input.h"
+#include "numeric/colour.h"
 #include "numeric/format.h"
 
 using kp::numeric::Money;
@@ -52,6 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kp::CXError e(&rec);
     const std::u16string out = kp::numeric::num_to_string(v, format, e);
 
+    kp::numeric::take_mask_colour(format);
     NumberFormat f;
     const bool ok = kp::numeric::parse_number_format(format, f);
     if (!ok) {

@@ -313,50 +313,107 @@ void Zone::set_position(int32_t n) {
     pos_ = n;
 }
 
+namespace {
+
+// A real as 64 bits whose unsigned order is the real's order (no NaN here;
+// -0 made +0 first, as they are equal keys).
+uint64_t ordered_bits(double d) {
+    if (d == 0) d = 0;
+    uint64_t u;
+    std::memcpy(&u, &d, sizeof u);
+    return (u >> 63) ? ~u : (u | (uint64_t{1} << 63));
+}
+
+struct SortKey {
+    uint64_t order;
+    uint32_t index;
+};
+
+// Stable sort of the keys by `order`: least significant byte first, a pass
+// for each byte that is not the same in every key.
+void radix_sort(std::vector<SortKey>& keys) {
+    const std::size_t n = keys.size();
+    std::vector<std::size_t> counts(8 * 256, 0);
+    for (const SortKey& k : keys)
+        for (int b = 0; b < 8; ++b)
+            ++counts[static_cast<std::size_t>(b) * 256 + ((k.order >> (8 * b)) & 0xFF)];
+    std::vector<SortKey> other(n);
+    for (int b = 0; b < 8; ++b) {
+        std::size_t* c = &counts[static_cast<std::size_t>(b) * 256];
+        if (c[(keys[0].order >> (8 * b)) & 0xFF] == n) continue; // one value: nothing moves
+        std::size_t at = 0;
+        for (int v = 0; v < 256; ++v) {
+            const std::size_t k = c[v];
+            c[v] = at;
+            at += k;
+        }
+        for (const SortKey& k : keys)
+            other[c[(k.order >> (8 * b)) & 0xFF]++] = k;
+        keys.swap(other);
+    }
+}
+
+} // namespace
+
 void Zone::sort() {
     const std::size_t n = elements_.size();
     if (n < 2) return;
-    // One 16-byte record an element: the class of the key and, for numbers,
-    // the key rounded to a double.  Rounding keeps the order (x <= y gives
-    // double(x) <= double(y)), so records whose doubles differ are ordered
-    // by them and only equal doubles need the exact comparison.
-    struct Key {
-        double num;
-        uint32_t index;
-        uint8_t rank;
-        bool nan;
-    };
-    std::vector<Key> keys(n);
+    // The classes in key order: empty keys, numbers, NaN, then strings and
+    // buffers.  Numbers sort by their value rounded to a double, which keeps
+    // the order (x <= y gives double(x) <= double(y)), so only runs of equal
+    // doubles need the exact comparison; empty keys and NaN are all equal
+    // and keep their order.
+    std::vector<uint32_t> empty, nan, texts;
+    std::vector<SortKey> numbers;
+    numbers.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
         const Item& k = elements_[i].key();
-        Key& r = keys[i];
-        r.index = static_cast<uint32_t>(i);
-        r.rank = static_cast<uint8_t>(rank(k.kind()));
-        r.nan = false;
-        r.num = 0;
-        if (r.rank == 1) {
+        const uint32_t index = static_cast<uint32_t>(i);
+        switch (rank(k.kind())) {
+        case 0:
+            empty.push_back(index);
+            break;
+        case 1: {
             const Number num = number_of(k);
-            r.nan = num.nan;
-            r.num = static_cast<double>(num.v);
+            if (num.nan)
+                nan.push_back(index);
+            else
+                numbers.push_back({ordered_bits(static_cast<double>(num.v)), index});
+            break;
+        }
+        default:
+            texts.push_back(index);
+            break;
         }
     }
     const std::vector<Element>& el = elements_;
-    std::stable_sort(keys.begin(), keys.end(), [&el](const Key& a, const Key& b) {
-        if (a.rank != b.rank) return a.rank < b.rank;
-        if (a.rank == 1) {
-            if (a.nan || b.nan) return !a.nan && b.nan;
-            if (a.num != b.num) return a.num < b.num;
-        } else if (a.rank == 0) {
-            return false;
-        }
-        return compare(el[a.index].key(), el[b.index].key()) < 0;
-    });
+    auto exact = [&el](uint32_t a, uint32_t b) { return compare(el[a].key(), el[b].key()) < 0; };
+    if (!numbers.empty()) radix_sort(numbers);
+    for (std::size_t i = 0; i < numbers.size();) {
+        std::size_t j = i + 1;
+        while (j < numbers.size() && numbers[j].order == numbers[i].order)
+            ++j;
+        if (j - i > 1)
+            std::stable_sort(
+                numbers.begin() + static_cast<std::ptrdiff_t>(i),
+                numbers.begin() + static_cast<std::ptrdiff_t>(j),
+                [&exact](const SortKey& a, const SortKey& b) { return exact(a.index, b.index); });
+        i = j;
+    }
+    std::stable_sort(texts.begin(), texts.end(), exact);
+    std::vector<uint32_t> order;
+    order.reserve(n);
+    order.insert(order.end(), empty.begin(), empty.end());
+    for (const SortKey& k : numbers)
+        order.push_back(k.index);
+    order.insert(order.end(), nan.begin(), nan.end());
+    order.insert(order.end(), texts.begin(), texts.end());
     std::vector<Element> sorted;
     sorted.reserve(n);
     int32_t new_pos = 0;
     for (std::size_t i = 0; i < n; ++i) {
-        sorted.push_back(std::move(elements_[keys[i].index]));
-        if (place_ == Place::At && keys[i].index + 1 == static_cast<uint32_t>(pos_))
+        sorted.push_back(std::move(elements_[order[i]]));
+        if (place_ == Place::At && order[i] + 1 == static_cast<uint32_t>(pos_))
             new_pos = static_cast<int32_t>(i + 1);
     }
     elements_.swap(sorted);

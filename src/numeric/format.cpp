@@ -10,6 +10,7 @@
 #include "component/runtime.h"
 #include "component/strings.h"
 #include "component/variant.h"
+#include "numeric/colour.h"
 #include "numeric/int128.h"
 
 namespace kp::numeric {
@@ -266,6 +267,81 @@ std::string real_default(double d) {
     return std::string(buf, r.ptr);
 }
 
+// ---- the usual conversions without the C library
+
+// Pads `body` (sign first, `sign` characters of it) to the width into `out`,
+// as the C library does; `zeros` tells whether "0" pads this conversion.
+std::size_t place(char* out, const char* body, std::size_t n, std::size_t sign, const NumberFormat& f,
+                  bool zeros) {
+    const std::size_t width = f.width > 0 ? static_cast<std::size_t>(f.width) : 0;
+    const std::size_t fill = width > n ? width - n : 0;
+    char* p = out;
+    if (fill && !f.left && !zeros) p = static_cast<char*>(std::memset(p, ' ', fill)) + fill;
+    std::memcpy(p, body, sign);
+    p += sign;
+    if (fill && !f.left && zeros) p = static_cast<char*>(std::memset(p, '0', fill)) + fill;
+    std::memcpy(p, body + sign, n - sign);
+    p += n - sign;
+    if (fill && f.left) p = static_cast<char*>(std::memset(p, ' ', fill)) + fill;
+    return static_cast<std::size_t>(p - out);
+}
+
+// The text of an integer conversion of `s` (the value as the C library
+// would get it: signed for "d", `u` otherwise).
+std::size_t integer_text(char* out, int64_t s, uint64_t u, const NumberFormat& f) {
+    char body[2048 + 24];
+    std::size_t n = 0;
+    uint64_t magnitude = u;
+    if (f.type == 'd') {
+        magnitude = s < 0 ? 0 - static_cast<uint64_t>(s) : static_cast<uint64_t>(s);
+        const char* sign = sign_text(s < 0, f);
+        while (*sign)
+            body[n++] = *sign++;
+    }
+    const std::size_t sign = n;
+    char digits[24];
+    const int base = f.type == 'x' || f.type == 'X' ? 16 : f.type == 'o' ? 8 : 10;
+    std::size_t nd =
+        static_cast<std::size_t>(std::to_chars(digits, digits + sizeof digits, magnitude, base).ptr - digits);
+    if (f.precision == 0 && magnitude == 0) nd = 0; // "%.0d" of 0 writes no digit
+    if (f.type == 'X')
+        for (std::size_t i = 0; i < nd; ++i)
+            if (digits[i] >= 'a') digits[i] = static_cast<char>(digits[i] - 'a' + 'A');
+    if (f.precision > 0 && static_cast<std::size_t>(f.precision) > nd) {
+        const std::size_t z = static_cast<std::size_t>(f.precision) - nd;
+        std::memset(body + n, '0', z);
+        n += z;
+    }
+    std::memcpy(body + n, digits, nd);
+    n += nd;
+    return place(out, body, n, sign, f, f.zero && f.precision < 0);
+}
+
+// The text of a real conversion of a finite real, or 0 when the C library
+// is left to do it.  std::to_chars with a precision gives the digits of
+// printf's "%.*f", "%.*e" and "%.*g".
+std::size_t real_text(char* out, double d, const NumberFormat& f) {
+    char body[4400];
+    std::size_t n = 0;
+    if (!std::signbit(d)) {
+        const char* sign = sign_text(false, f);
+        while (*sign)
+            body[n++] = *sign++;
+    }
+    const int precision = f.precision < 0 ? 6 : f.precision;
+    const std::chars_format form = f.type == 'f'                    ? std::chars_format::fixed
+                                   : f.type == 'e' || f.type == 'E' ? std::chars_format::scientific
+                                                                    : std::chars_format::general;
+    const auto r = std::to_chars(body + n, body + sizeof body, d, form, precision);
+    if (r.ec != std::errc()) return 0;
+    const std::size_t sign = body[0] == '-' || n ? 1 : 0;
+    n = static_cast<std::size_t>(r.ptr - body);
+    if (f.type == 'E' || f.type == 'G')
+        for (std::size_t i = 0; i < n; ++i)
+            if (body[i] == 'e') body[i] = 'E';
+    return place(out, body, n, sign, f, f.zero);
+}
+
 // ---- the conversion itself; false: the value does not fit it
 
 bool convert(const NumberValue& v, const NumberFormat& f, std::string& out) {
@@ -290,6 +366,13 @@ bool convert(const NumberValue& v, const NumberFormat& f, std::string& out) {
             s = v.m.integer_part();
             break;
         }
+        if (!f.group) {
+            const uint64_t u =
+                v.kind == NumberValue::Kind::Int32 ? static_cast<uint32_t>(s) : static_cast<uint64_t>(s);
+            const std::size_t m = integer_text(buf, s, u, f);
+            out.assign(buf, m);
+            return true;
+        }
         c_format(fmt, f, "ll");
         if (t == 'd') {
             n = std::snprintf(buf, sizeof buf, fmt, static_cast<long long>(s));
@@ -305,6 +388,12 @@ bool convert(const NumberValue& v, const NumberFormat& f, std::string& out) {
         return true;
     } else {
         const double d = v.kind == NumberValue::Kind::Real ? v.d : static_cast<double>(v.i);
+        if (!f.group && std::isfinite(d)) {
+            if (const std::size_t m = real_text(buf, d, f)) {
+                out.assign(buf, m);
+                return true;
+            }
+        }
         c_format(fmt, f, "");
         n = std::snprintf(buf, sizeof buf, fmt, d);
     }
@@ -401,10 +490,25 @@ bool parse_number_format(std::u16string_view f, NumberFormat& out, std::size_t* 
 }
 
 std::u16string num_to_string(const NumberValue& v, std::u16string_view format, CXError& e) {
+    // A display mask may carry a colour between "[" and "]": the first
+    // bracketed name is taken out of the mask (the text has no colour), and
+    // a fault is placed in the mask as the caller wrote it.
+    std::u16string uncoloured;
+    std::size_t open = std::u16string_view::npos, removed = 0;
+    const std::u16string_view written = format;
+    if (format.find(u'[') != std::u16string_view::npos) {
+        uncoloured.assign(format);
+        const std::size_t before = uncoloured.size();
+        open = uncoloured.find(u'[');
+        take_mask_colour(uncoloured);
+        removed = before - uncoloured.size();
+        format = uncoloured;
+    }
     NumberFormat f;
     std::size_t fault = 0;
     if (!parse_number_format(format, f, &fault)) {
-        bad_format(e, format, fault);
+        if (removed && fault > open) fault += removed;
+        bad_format(e, written, fault);
         return {};
     }
     std::string text;

@@ -40,6 +40,13 @@ class TextEncoder {
 // The encoder of number 1, 2 or 3; null for 0 or any other number.
 std::unique_ptr<TextEncoder> make_encoder(int32_t number);
 
+// The Base64 code of encoders 1 and 2: the portable code, or the vector
+// code of x86 processors with SSSE3 or AVX2.  All give the same text and
+// bytes; make_encoder takes the best the processor has.
+enum class Base64Simd : uint8_t { None, Ssse3, Avx2 };
+Base64Simd base64_simd_available();
+std::unique_ptr<TextEncoder> make_encoder(int32_t number, Base64Simd simd);
+
 // URLEncode: each unit judged by its low byte; a byte of the escape set
 // becomes "%" and two capital hex digits of that byte (the high byte is
 // dropped), any other unit is copied whole.

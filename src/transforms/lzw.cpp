@@ -20,9 +20,15 @@ void LzwCoder::FreeDeleter::operator()(void* p) const {
 }
 
 namespace {
-constexpr uint32_t kLookupBits = 17;
-constexpr uint32_t kLookupSlots = 1u << kLookupBits;
-constexpr uint32_t kGenerationMask = 0xFF;
+// 98304 slots for at most 65278 entries: two thirds full at most.
+constexpr uint32_t kLookupSlots = 3u << 15;
+constexpr std::size_t kSlotBytes = 5; // key 24 bits (prefix, byte), code 16 bits
+// A slot as a number: key in bits 0-23, code in bits 24-39.
+inline uint64_t read_slot(const uint8_t* table, uint32_t s) {
+    uint64_t v;
+    std::memcpy(&v, table + std::size_t{s} * kSlotBytes, sizeof v); // the table has 3 bytes of slack
+    return v;
+}
 
 // Home slot of (prefix, byte) in the format's hash table, and the k-th
 // further probe (k from 0).
@@ -33,7 +39,7 @@ inline uint32_t next_probe(uint32_t slot, uint32_t k) {
     return ((slot + k + 1019u) & 0xFFFFu) * 2u;
 }
 inline uint32_t lookup_home(uint32_t key) {
-    return (key * 0x9E3779B1u) >> (32 - kLookupBits);
+    return static_cast<uint32_t>((static_cast<uint64_t>(key * 0x9E3779B1u) * kLookupSlots) >> 32);
 }
 } // namespace
 
@@ -46,17 +52,14 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     }
     if (!lookup_) {
         // calloc: the pages of the table are only paid for when touched.
-        lookup_.reset(static_cast<uint32_t*>(std::calloc(kLookupSlots, sizeof(uint32_t))));
-        codes_.reset(static_cast<uint16_t*>(std::calloc(kLookupSlots, sizeof(uint16_t))));
-        if (!lookup_ || !codes_) {
-            lookup_.reset();
+        lookup_.reset(static_cast<uint8_t*>(std::calloc(kLookupSlots * kSlotBytes + 8, 1)));
+        if (!lookup_) {
             append_stored_block(in, out);
             return;
         }
-        generation_ = 0;
+        used_.clear();
     }
-    uint32_t* const table = lookup_.get();
-    uint16_t* const codes = codes_.get();
+    uint8_t* const table = lookup_.get();
     taken_.resize(kHashSlots / 64);
     uint64_t* const taken = taken_.data();
     root_.resize(256 * 256);
@@ -75,16 +78,19 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     double best = 0;
     uint64_t bitbuf = 0;
     unsigned bits = 0;
-    uint32_t gen = 0;
 
     auto reset = [&] {
         std::fill_n(taken, kHashSlots / 64, uint64_t{0});
         std::fill_n(root, 256 * 256, uint16_t{0});
-        if (++generation_ > kGenerationMask) {
-            std::fill_n(table, kLookupSlots, uint32_t{0});
-            generation_ = 1;
+        // The slots in use are emptied one by one, or the whole table when
+        // they are many (a short block costs no wipe of the table).
+        if (used_.size() > kLookupSlots / 16) {
+            std::memset(table, 0, kLookupSlots * kSlotBytes);
+        } else {
+            for (uint32_t s : used_)
+                std::memset(table + std::size_t{s} * kSlotBytes, 0, kSlotBytes);
         }
-        gen = static_cast<uint32_t>(generation_);
+        used_.clear();
         width = 9;
         threshold = 512;
         next = kFirstFree;
@@ -127,19 +133,16 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
                 continue;
             }
             const uint32_t key = cur << 8 | p[i];
-            const uint32_t want = key << 8 | gen;
             uint32_t s = lookup_home(key);
-            uint32_t v;
-            uint32_t c = codes[s];
-            while (((v = table[s]) & kGenerationMask) == gen && v != want) {
-                s = (s + 1) & (kLookupSlots - 1);
-                c = codes[s];
-            }
-            if ((v & kGenerationMask) != gen) {
+            uint64_t v;
+            uint32_t k;
+            while ((k = static_cast<uint32_t>((v = read_slot(table, s)) & 0xFFFFFFu)) != key && k != 0)
+                s = s + 1 == kLookupSlots ? 0 : s + 1;
+            if (k == 0) {
                 free = s;
                 break;
             }
-            cur = c;
+            cur = static_cast<uint32_t>(v >> 24) & 0xFFFFu;
             ++i;
         }
         emit(cur);
@@ -166,8 +169,9 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             } else if (cur <= 256) {
                 root[(cur - 1) << 8 | byte] = static_cast<uint16_t>(next);
             } else {
-                table[free] = (cur << 8 | byte) << 8 | gen;
-                codes[free] = static_cast<uint16_t>(next);
+                const uint64_t slot = static_cast<uint64_t>(next) << 24 | (cur << 8 | byte);
+                std::memcpy(table + std::size_t{free} * kSlotBytes, &slot, kSlotBytes); // little-endian order
+                used_.push_back(free);
             }
             ++next;
             if (width < 16 && next > threshold) {

@@ -2,8 +2,10 @@
 // position, seek, and the key order of the sort.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -181,6 +183,64 @@ TEST(Zone, SortIsStableAndOrdersMixedKeys) {
     // empty; numbers -inf, -2, -1.5, true, 5, 5.0, NaN; strings "", "B", "b",
     // "b", "é"; buffers.
     EXPECT_EQ((std::vector<int>{8, 10, 9, 3, 13, 1, 5, 2, 12, 4, 0, 11, 7, 6}), order);
+}
+
+// The sort against a plain stable sort by the key order, on random keys of
+// every kind with many ties (small integers, their reals and currency
+// values, -0 and 0, NaN, integers beyond a real's precision).
+TEST(Zone, SortAgreesWithAPlainStableSort) {
+    std::mt19937_64 rng(27);
+    auto random_key = [&]() -> Item {
+        const int64_t small = static_cast<int64_t>(rng() % 7) - 3;
+        switch (rng() % 12) {
+        case 0:
+            return Item();
+        case 1:
+            return Item::integer(static_cast<int32_t>(small));
+        case 2:
+            return Item::int64((int64_t{1} << 60) + small);
+        case 3:
+            return Item::real(static_cast<double>(small) / 2);
+        case 4:
+            return Item::real((rng() & 1) ? -0.0 : std::numeric_limits<double>::quiet_NaN());
+        case 5:
+            return money(small * 500000);
+        case 6:
+            return Item::boolean(rng() & 1);
+        case 7:
+            return Item::real(
+                std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 80) - 40) *
+                ((rng() & 1) ? -1 : 1));
+        case 8:
+            return Item::int64(static_cast<int64_t>(rng()));
+        case 9:
+            return Item::string(std::u16string(1 + rng() % 2, static_cast<char16_t>(u'a' + rng() % 3)));
+        case 10:
+            return Item::buffer(std::vector<uint8_t>(rng() % 3, static_cast<uint8_t>(rng() % 2)));
+        default:
+            return Item::real(static_cast<double>(int64_t{1} << 60));
+        }
+    };
+    for (int round = 0; round < 20; ++round) {
+        Zone z, copy;
+        const int n = 1 + static_cast<int>(rng() % 3000);
+        for (int i = 0; i < n; ++i) {
+            Item k = random_key();
+            copy.add(Item::integer(i), k.clone());
+            z.add(Item::integer(i), std::move(k));
+        }
+        std::vector<int> expected(static_cast<std::size_t>(n));
+        for (int i = 0; i < n; ++i)
+            expected[static_cast<std::size_t>(i)] = i;
+        std::stable_sort(expected.begin(), expected.end(), [&](int a, int b) {
+            return compare(copy.at(a + 1).key(), copy.at(b + 1).key()) < 0;
+        });
+        z.sort();
+        std::vector<int> got;
+        for (int i = 1; i <= n; ++i)
+            got.push_back(value_of(&z.at(i)));
+        ASSERT_EQ(expected, got) << round;
+    }
 }
 
 TEST(Zone, SortDuringIterationFollowsTheCurrentElement) {

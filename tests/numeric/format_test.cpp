@@ -161,11 +161,11 @@ TEST(NumToString, GroupingAgreesWithPython) {
                    (precision >= 0 ? "." + std::to_string(precision) : "") + type;
         // Python: [align][sign][0][width][,][.precision][type]
         c.pyformat = std::string(fl.left ? "<" : "") +
-                   (fl.plus    ? "+"
-                    : fl.space ? " "
-                               : "") +
-                   (fl.zero && !fl.left ? "0" : "") + (width ? std::to_string(width) : "") + "," +
-                   (precision >= 0 ? "." + std::to_string(precision) : "") + type;
+                     (fl.plus    ? "+"
+                      : fl.space ? " "
+                                 : "") +
+                     (fl.zero && !fl.left ? "0" : "") + (width ? std::to_string(width) : "") + "," +
+                     (precision >= 0 ? "." + std::to_string(precision) : "") + type;
         if (type == 'd') {
             uint64_t u = rng() >> (rng() % 64);
             if (rng() & 1) u = 0 - u;
@@ -285,6 +285,13 @@ TEST(NumToString, DefaultTextAndSmallCases) {
         {NumberValue::real(std::nan("")), "%0,10f", "       nan"},
         {NumberValue::int32(5), "%%%d%%", "%5%"},
         {NumberValue::int32(5), "\xc3\xa9%d", "??5"}, // text outside ASCII is kept (shown as ? here)
+        // The first bracketed colour name leaves the mask, known or not.
+        {NumberValue::real(-1234.5), "[Red]%.2f", "-1234.50"},
+        {NumberValue::int32(7), "%d [Vert] [Bleu]", "7  [Bleu]"},
+        {NumberValue::int32(7), "[#FF8000]%03d[", "007["},
+        {NumberValue::int32(7), "[nothing known]%d", "7"},
+        {NumberValue::int32(7), "[%d]", "7"},
+        {NumberValue::int32(7), "[%d", "[7"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.expect, run(c.v, c.format)) << c.format;

@@ -2,6 +2,7 @@
 
 #include "test_util.h"
 #include "transforms/bytes.h"
+#include "transforms/checksum.h"
 #include "transforms/coders.h"
 #include "transforms/compression.h"
 #include "transforms/lzw.h"
@@ -129,6 +130,37 @@ TEST(Lzw, EncoderCodesOfAKnownInput) {
     EXPECT_EQ(get_u32(&out[1]), codes.size());
     EXPECT_EQ(get_u32(&out[5]), text.size());
     EXPECT_EQ(std::vector<uint8_t>(out.begin() + 11, out.end()), codes);
+}
+
+// The encoder's blocks are a stored format: these inputs (short, filling
+// the dictionary many times over, one long run, incompressible, periodic)
+// keep giving the same bytes, and read back.
+TEST(Lzw, BlocksOfKnownInputsNeverChange) {
+    std::vector<std::vector<uint8_t>> inputs;
+    for (std::size_t n : {20u, 21u, 1000u, 65536u, 300000u, 3000000u})
+        inputs.push_back(test::mixed_bytes(n, 7));
+    inputs.push_back(std::vector<uint8_t>(500000, 'a'));
+    inputs.push_back(test::random_bytes(5000, 3));
+    inputs.emplace_back();
+    for (uint32_t i = 0; i < 2000000; ++i)
+        inputs.back().push_back(static_cast<uint8_t>((i * 7919u) >> (i % 13)));
+    const struct {
+        std::size_t size;
+        uint32_t crc;
+    } expected[] = {{25, 0xB3C639F0u},    {26, 0x16514669u},     {670, 0xCAC0F4DEu},
+                    {41176, 0x0271DAF7u}, {173489, 0x81DE844Eu}, {1728102, 0x93E34964u},
+                    {1260, 0x26470803u},  {5005, 0x4DB1C872u},   {1597458, 0x7A63F46Cu}};
+    LzwCoder coder; // one coder for all: nothing carries over between blocks
+    for (std::size_t k = 0; k < inputs.size(); ++k) {
+        std::vector<uint8_t> out;
+        coder.encode(inputs[k], out);
+        EXPECT_EQ(out.size(), expected[k].size) << k;
+        EXPECT_EQ(crc32(out), expected[k].crc) << k;
+        if (out[0] != kMethodLzw) continue;
+        std::vector<uint8_t> back;
+        ASSERT_TRUE(coder.decode(std::span(out).subspan(11), get_u32(&out[5]), back));
+        EXPECT_EQ(back, inputs[k]);
+    }
 }
 
 TEST(Lzw, RunsAndShortPeriodsRoundTrip) {

@@ -4,8 +4,10 @@
 // on standard error and exits with 1.  Errors that the component's functions
 // record are not Lua errors: scripts read them with kp.lasterror().
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <clocale>
+#include <cwchar>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -353,16 +355,29 @@ extern "C" void on_prompt_interrupt(int) {
 }
 
 #ifdef KP120_HAVE_LIBEDIT
-// Reads the terminal for the line editor.  Ctrl-C ends the line being
-// typed; read_line then drops it, so that Ctrl-C clears the line.
+// Reads the terminal for the line editor, one character of the locale's
+// encoding at a time (the editor takes the value as a wide character).
+// Ctrl-C ends the line being typed; read_line then drops it, so that
+// Ctrl-C clears the line.
 extern "C" int prompt_getc(FILE* in) {
-    unsigned char c = 0;
+    std::mbstate_t state{};
     for (;;) {
         if (line_interrupted) return '\n';
+        char c = 0;
         const ssize_t n = ::read(fileno(in), &c, 1);
-        if (n == 1) return c;
         if (n == 0) return EOF;
-        if (errno != EINTR) return EOF;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return EOF;
+        }
+        wchar_t wc = 0;
+        const std::size_t r = std::mbrtowc(&wc, &c, 1, &state);
+        if (r == static_cast<std::size_t>(-2)) continue; // more bytes to come
+        if (r == static_cast<std::size_t>(-1)) {
+            state = std::mbstate_t{};
+            return static_cast<unsigned char>(c); // not of the encoding: the byte itself
+        }
+        return static_cast<int>(wc);
     }
 }
 
@@ -370,13 +385,29 @@ extern "C" char* complete_name(const char* text, int state) {
     static size_t next = 0;
     if (!prompt_state) return nullptr;
     if (state == 0) next = 0;
-    const std::string_view t(text);
+    // "kp.Pâq" also finds kp["Pâques"]: the prefix is compared on the name.
+    std::string_view t(text);
+    const bool dotted = t.rfind("kp.", 0) == 0;
+    if (dotted) t.remove_prefix(3);
     const auto& names = prompt_state->names;
     while (next < names.size()) {
         const std::string& n = names[next++];
-        if (n.size() >= t.size() && strncasecmp(n.c_str(), text, t.size()) == 0) return strdup(n.c_str());
+        std::string_view name(n);
+        if (name.rfind("kp[\"", 0) == 0)
+            name = name.substr(4);
+        else if (dotted || t.empty())
+            name.remove_prefix(3);
+        else
+            continue;
+        if (name.size() >= t.size() && strncasecmp(name.data(), t.data(), t.size()) == 0) return strdup(n.c_str());
     }
     return nullptr;
+}
+
+// Given as the attempted completion, so that the editor inserts a match as
+// it is (kp["Pâques"]) instead of quoting it as a file name.
+extern "C" char** complete_names(const char* text, int, int) {
+    return rl_completion_matches(text, complete_name);
 }
 #endif
 
@@ -527,13 +558,21 @@ int interactive(lua_State* L, kp::cli::Session& session, int language) {
     // The line editor reads multibyte characters in the user's locale.
     std::setlocale(LC_CTYPE, "");
     Prompt prompt;
+    // A name that is not a Lua identifier (Pâques) completes as kp["Pâques"].
+    auto add = [&](const char* name) {
+        const std::string n = kp::host::Host::name_utf8(name);
+        bool plain = !n.empty();
+        for (unsigned char ch : n)
+            plain = plain && (std::isalnum(ch) || ch == '_') && ch < 0x80;
+        prompt.names.push_back(plain ? "kp." + n : "kp[\"" + n + "\"]");
+    };
     for (const kp_function& f : session.host.functions()) {
-        prompt.names.push_back("kp." + kp::host::Host::name_utf8(f.french));
-        prompt.names.push_back("kp." + kp::host::Host::name_utf8(f.english));
+        add(f.french);
+        add(f.english);
     }
     for (const kp_constant& c : session.host.constants()) {
-        prompt.names.push_back("kp." + kp::host::Host::name_utf8(c.french));
-        prompt.names.push_back("kp." + kp::host::Host::name_utf8(c.english));
+        add(c.french);
+        add(c.english);
     }
     std::sort(prompt.names.begin(), prompt.names.end());
     prompt.names.erase(std::unique(prompt.names.begin(), prompt.names.end()), prompt.names.end());
@@ -541,6 +580,8 @@ int interactive(lua_State* L, kp::cli::Session& session, int language) {
 #ifdef KP120_HAVE_LIBEDIT
     rl_getc_function = prompt_getc;
     rl_completion_entry_function = complete_name;
+    rl_attempted_completion_function = complete_names;
+    rl_completion_append_character = '\0'; // "kp.fOpen" is followed by "(", not a blank
     prompt.history = history_path();
     stifle_history(1000);
     if (!prompt.history.empty()) read_history(prompt.history.c_str());

@@ -250,6 +250,30 @@ T.group("currency arithmetic and UTF-16 buffers", function()
   T.eq(kp.RegistryQueryValue(key, "b"), 1, "boolean reads back as 1")
 end)
 
+T.group("the prompt on a terminal", function()
+  if not run("command -v python3") :find("python3") then T.skip("python3 is missing") end
+  local pty = (arg[0]:match("^(.*)/") or ".") .. "/pty_run.py"
+  local state = work .. "/state"
+  os.execute("rm -rf " .. q(state))
+  local keys = 'kp.DateToInteger("20261345")\n#"Tournée", kp["Pâques"](2026)\nkp.DateToStr\t("20240229")\n' ..
+    'help fOpne\nkp.fLoadText("\\\\No\\\\such.txt")\n{1, "a", x = kp.currency("2")}\n'
+  local out = run("env LC_ALL=C.UTF-8 XDG_STATE_HOME=" .. q(state) .. " python3 " .. q(pty) .. " " .. base .. " --lang fr", keys)
+  for _, want in ipairs({
+    "appelle une fonction", -- the banner in French
+    "\n%-1 %[error 80125: [^\n]*%]\n", -- a failed call shows its record
+    "\n8, \"20260405\"\n", -- non-ASCII text typed at the prompt
+    "\"29/02/2024\"", -- Tab completed the name
+    "vouliez%-vous dire fOpen", -- help with the nearest name
+    "\n\"\" %[error 0, system code 3: [^\n]+%]\n", -- the system's text
+  }) do
+    T.ok(out:find(want), want .. " in " .. out)
+  end
+  local f = io.open(state .. "/kp120/history", "rb")
+  local history = f and f:read("a") or ""
+  if f then f:close() end
+  T.ok(history:find("Tournée", 1, true), "history kept under XDG_STATE_HOME: " .. history)
+end)
+
 T.group("French interface language", function()
   local chunk = "local ok, d = pcall(kp.IntegerToDayInAlpha, 1) print(ok and d or 'n/a')"
   local fr, _, code = run(base .. " --lang fr -e " .. q(chunk))

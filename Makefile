@@ -107,8 +107,7 @@ install: build
 
 # Debian packages (libkp120-1, libkp120-dev, kp120) under $(BUILD)/packages.
 package: build
-	cd $(BUILD) && cpack -G DEB -B "$(CURDIR)/$(BUILD)/packages"
-	@ls -1 $(BUILD)/packages/*.deb
+	tools/package-deb.sh $(BUILD) $(BUILD)/packages
 
 format:
 	find include src host cli tests bench fuzz -name '*.[ch]pp' -o -name '*.h' -o -name '*.c' | xargs clang-format -i

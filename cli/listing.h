@@ -23,8 +23,18 @@ int list_functions(const kp::host::Host& host, std::string_view pattern, std::FI
 // integer, a quoted string, or "(not provided)").
 int list_constants(const kp::host::Host& host, std::string_view pattern, std::FILE* out);
 
-// The overloads of the function (or the value of the constant) named
-// `name`.  False when there is no such name.
+// The reference entry of the function named `name` (case and accents
+// ignored): family, purpose, each overload with its parameters' names and
+// types, the failure value and the error identifiers it may record; or the
+// value of the constant.  False when there is no such name.
 bool describe(const kp::host::Host& host, std::string_view name, std::FILE* out);
+
+// "unknown function or constant 'X'; did you mean A, B or C?" and a line end:
+// the nearest names, ignoring case and accents.
+std::string unknown_name_text(const kp::host::Host& host, std::string_view name);
+
+// One line a documented function whose family contains `family` (case and
+// accents ignored): French name, English name, purpose.  Returns the count.
+int list_family(const kp::host::Host& host, std::string_view family, std::FILE* out);
 
 } // namespace kp::cli

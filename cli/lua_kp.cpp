@@ -217,6 +217,292 @@ int currency_eq(lua_State* L) {
     return 1;
 }
 
+// Exact currency arithmetic.  A currency is a 10-byte two's-complement count
+// of millionths; the operations work on magnitudes of eight 32-bit limbs
+// (wide enough for the product of two currencies before it is scaled back)
+// and give a Lua error when a result leaves the 10-byte range.
+struct Wide {
+    uint32_t limb[8] = {};
+    bool negative = false;
+};
+
+Wide wide_from_currency(const uint8_t* cy) {
+    uint8_t b[16];
+    std::memcpy(b, cy, 10);
+    const uint8_t fill = (cy[9] & 0x80) ? 0xFF : 0x00;
+    std::memset(b + 10, fill, 6);
+    Wide w;
+    w.negative = fill != 0;
+    if (w.negative) { // two's complement -> magnitude
+        unsigned carry = 1;
+        for (uint8_t& x : b) {
+            const unsigned v = static_cast<uint8_t>(~x) + carry;
+            x = static_cast<uint8_t>(v);
+            carry = v >> 8;
+        }
+    }
+    for (int i = 0; i < 4; ++i)
+        w.limb[i] = static_cast<uint32_t>(b[4 * i]) | static_cast<uint32_t>(b[4 * i + 1]) << 8 |
+                    static_cast<uint32_t>(b[4 * i + 2]) << 16 | static_cast<uint32_t>(b[4 * i + 3]) << 24;
+    return w;
+}
+
+bool is_zero(const Wide& w) {
+    for (uint32_t l : w.limb)
+        if (l) return false;
+    return true;
+}
+
+// False when the value does not fit in 10 bytes.
+bool wide_to_currency(const Wide& w, uint8_t* cy) {
+    if (w.limb[2] > 0xFFFF) return false; // 80 bits: limbs 0 and 1, half of limb 2
+    for (int i = 3; i < 8; ++i)
+        if (w.limb[i]) return false;
+    uint8_t b[10];
+    for (int i = 0; i < 10; ++i)
+        b[i] = static_cast<uint8_t>(w.limb[i / 4] >> (8 * (i % 4)));
+    const bool top = (b[9] & 0x80) != 0;
+    if (!w.negative && top) return false;
+    if (w.negative && !is_zero(w)) {
+        // -2^79 is the one magnitude with the top bit set that fits.
+        if (top) {
+            for (int i = 0; i < 9; ++i)
+                if (b[i]) return false;
+            if (b[9] != 0x80) return false;
+        }
+        unsigned carry = 1;
+        for (uint8_t& x : b) {
+            const unsigned v = static_cast<uint8_t>(~x) + carry;
+            x = static_cast<uint8_t>(v);
+            carry = v >> 8;
+        }
+    }
+    std::memcpy(cy, b, 10);
+    return true;
+}
+
+int compare_magnitude(const Wide& a, const Wide& b) {
+    for (int i = 7; i >= 0; --i)
+        if (a.limb[i] != b.limb[i]) return a.limb[i] < b.limb[i] ? -1 : 1;
+    return 0;
+}
+
+Wide add_magnitude(const Wide& a, const Wide& b) {
+    Wide r;
+    uint64_t carry = 0;
+    for (int i = 0; i < 8; ++i) {
+        const uint64_t v = uint64_t{a.limb[i]} + b.limb[i] + carry;
+        r.limb[i] = static_cast<uint32_t>(v);
+        carry = v >> 32;
+    }
+    return r;
+}
+
+Wide sub_magnitude(const Wide& a, const Wide& b) { // a >= b
+    Wide r;
+    int64_t borrow = 0;
+    for (int i = 0; i < 8; ++i) {
+        int64_t v = int64_t{a.limb[i]} - b.limb[i] - borrow;
+        borrow = v < 0;
+        if (v < 0) v += int64_t{1} << 32;
+        r.limb[i] = static_cast<uint32_t>(v);
+    }
+    return r;
+}
+
+Wide wide_add(const Wide& a, const Wide& b) {
+    if (a.negative == b.negative) {
+        Wide r = add_magnitude(a, b);
+        r.negative = a.negative;
+        return r;
+    }
+    const bool a_bigger = compare_magnitude(a, b) >= 0;
+    Wide r = a_bigger ? sub_magnitude(a, b) : sub_magnitude(b, a);
+    r.negative = a_bigger ? a.negative : b.negative;
+    return r;
+}
+
+Wide wide_mul(const Wide& a, const Wide& b) { // operands below 2^128
+    Wide r;
+    for (int i = 0; i < 4; ++i) {
+        uint64_t carry = 0;
+        for (int j = 0; j < 4; ++j) {
+            const uint64_t v = uint64_t{a.limb[i]} * b.limb[j] + r.limb[i + j] + carry;
+            r.limb[i + j] = static_cast<uint32_t>(v);
+            carry = v >> 32;
+        }
+        r.limb[i + 4] = static_cast<uint32_t>(carry);
+    }
+    r.negative = (a.negative != b.negative) && !is_zero(r);
+    return r;
+}
+
+// Quotient truncated toward zero (b not zero).
+Wide wide_div(const Wide& a, const Wide& b) {
+    Wide q, rem;
+    for (int bit = 255; bit >= 0; --bit) {
+        for (int i = 7; i > 0; --i)
+            rem.limb[i] = rem.limb[i] << 1 | rem.limb[i - 1] >> 31;
+        rem.limb[0] = rem.limb[0] << 1 | ((a.limb[bit / 32] >> (bit % 32)) & 1);
+        if (compare_magnitude(rem, b) >= 0) {
+            rem = sub_magnitude(rem, b);
+            q.limb[bit / 32] |= 1u << (bit % 32);
+        }
+    }
+    q.negative = (a.negative != b.negative) && !is_zero(q);
+    return q;
+}
+
+Wide wide_small(uint32_t v) {
+    Wide w;
+    w.limb[0] = v;
+    return w;
+}
+
+// A currency operand: a kp.currency, an integer, a decimal text, or a float
+// (read to six decimals, as kp.currency reads it).
+bool currency_operand(lua_State* L, int index, Wide& out, std::string& err) {
+    const uint8_t* p = nullptr;
+    if (currency_at(L, index, p)) {
+        out = wide_from_currency(p);
+        return true;
+    }
+    std::string text;
+    if (lua_isinteger(L, index)) {
+        text = std::to_string(lua_tointeger(L, index));
+    } else if (lua_type(L, index) == LUA_TNUMBER) {
+        char buf[400];
+        std::snprintf(buf, sizeof buf, "%.6f", static_cast<double>(lua_tonumber(L, index)));
+        text = buf;
+    } else if (lua_type(L, index) == LUA_TSTRING) {
+        text = lua_tostring(L, index);
+    } else {
+        err = std::string("currency arithmetic on a ") + luaL_typename(L, index) + " value";
+        return false;
+    }
+    uint8_t cy[10] = {};
+    if (!kp::host::currency_from_text(text, cy)) {
+        err = "'" + text + "' is not a currency value";
+        return false;
+    }
+    out = wide_from_currency(cy);
+    return true;
+}
+
+template <char Op> int currency_arith(lua_State* L, std::string& err) {
+    Wide a, b;
+    if (!currency_operand(L, 1, a, err) || (Op != 'n' && !currency_operand(L, 2, b, err))) return kFail;
+    const Wide million = wide_small(1000000);
+    Wide r;
+    switch (Op) {
+    case '+':
+        r = wide_add(a, b);
+        break;
+    case '-':
+        b.negative = !b.negative && !is_zero(b);
+        r = wide_add(a, b);
+        break;
+    case 'n':
+        r = a;
+        r.negative = !a.negative && !is_zero(a);
+        break;
+    case '*':
+        r = wide_div(wide_mul(a, b), million);
+        break;
+    case '/':
+        if (is_zero(b)) {
+            err = "currency division by zero";
+            return kFail;
+        }
+        r = wide_div(wide_mul(a, million), b);
+        break;
+    }
+    uint8_t cy[10];
+    if (!wide_to_currency(r, cy)) {
+        err = "currency overflow";
+        return kFail;
+    }
+    push_currency(L, cy);
+    return 1;
+}
+
+int currency_compare(lua_State* L, std::string& err, bool or_equal) {
+    Wide a, b;
+    if (!currency_operand(L, 1, a, err) || !currency_operand(L, 2, b, err)) return kFail;
+    b.negative = !b.negative && !is_zero(b);
+    const Wide d = wide_add(a, b); // a - b
+    lua_pushboolean(L, d.negative || (or_equal && is_zero(d)));
+    return 1;
+}
+int currency_lt(lua_State* L, std::string& err) {
+    return currency_compare(L, err, false);
+}
+int currency_le(lua_State* L, std::string& err) {
+    return currency_compare(L, err, true);
+}
+
+// c:tonumber(): the nearest float.
+int currency_tonumber(lua_State* L, std::string& err) {
+    const uint8_t* p = nullptr;
+    if (!currency_at(L, 1, p)) {
+        err = "tonumber: expects a kp.currency";
+        return kFail;
+    }
+    uint8_t cy[10];
+    std::memcpy(cy, p, 10);
+    lua_pushnumber(L, std::strtod(kp::host::currency_to_text(cy).c_str(), nullptr));
+    return 1;
+}
+
+// b:text(): the buffer read as UTF-16LE text (a lone surrogate is kept as
+// WTF-8; an odd last byte is ignored).
+int buffer_text(lua_State* L, std::string& err) {
+    size_t n = 0;
+    const uint8_t* p = buffer_at(L, 1, n);
+    if (!p) {
+        err = "text: expects a kp.buffer";
+        return kFail;
+    }
+    std::u16string text;
+    text.reserve(n / 2);
+    for (size_t i = 0; i + 1 < n; i += 2)
+        text.push_back(static_cast<char16_t>(p[i] | p[i + 1] << 8));
+    const std::string u = utf16_to_wtf8(text);
+    lua_pushlstring(L, u.data(), u.size());
+    return 1;
+}
+
+// b:currency() and b:real(): a buffer of 10 (8) bytes as the currency (the
+// 8-byte real) it holds.  The registry keeps currency and real values as
+// REG_BINARY bytes, so they read back as buffers; these give the values
+// again.  Any other length is an error.
+int buffer_currency(lua_State* L, std::string& err) {
+    size_t n = 0;
+    const uint8_t* p = buffer_at(L, 1, n);
+    if (!p || n != 10) {
+        err = "currency: expects a kp.buffer of 10 bytes";
+        return kFail;
+    }
+    push_currency(L, p);
+    return 1;
+}
+
+int buffer_real(lua_State* L, std::string& err) {
+    size_t n = 0;
+    const uint8_t* p = buffer_at(L, 1, n);
+    if (!p || n != 8) {
+        err = "real: expects a kp.buffer of 8 bytes";
+        return kFail;
+    }
+    uint64_t bits = 0;
+    for (int i = 7; i >= 0; --i)
+        bits = bits << 8 | p[i];
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    lua_pushnumber(L, d);
+    return 1;
+}
+
 // ---- variables ------------------------------------------------------------
 
 struct VarBox {
@@ -430,6 +716,64 @@ bool to_value(lua_State* L, int index, Value& out, const std::string& what, std:
     return false;
 }
 
+// ---- error records --------------------------------------------------------
+
+// The message of a record without the component's internal trace lines
+// ("##(CXError)-...##", "##(IXStream)-...##"): what a user reads.
+std::u16string without_traces(const std::u16string& m) {
+    std::u16string out;
+    size_t i = 0;
+    while (i < m.size()) {
+        const size_t open = m.find(u"##(", i);
+        if (open == std::u16string::npos) {
+            out.append(m, i, std::u16string::npos);
+            break;
+        }
+        out.append(m, i, open - i);
+        const size_t close = m.find(u"##", open + 3);
+        if (close == std::u16string::npos) break;
+        i = close + 2;
+    }
+    // Line ends and runs of blanks left by the traces become single spaces.
+    std::u16string clean;
+    for (char16_t c : out) {
+        const bool blank = c == u' ' || c == u'\r' || c == u'\n' || c == u'\t';
+        if (blank) {
+            if (!clean.empty() && clean.back() != u' ') clean.push_back(u' ');
+        } else {
+            clean.push_back(c);
+        }
+    }
+    while (!clean.empty() && clean.back() == u' ')
+        clean.pop_back();
+    return clean;
+}
+
+void push_error_record(lua_State* L, const kp::host::ErrorInfo& e) {
+    lua_createtable(L, 0, 6);
+    lua_pushinteger(L, static_cast<lua_Integer>(e.id));
+    lua_setfield(L, -2, "id");
+    lua_pushinteger(L, e.severity);
+    lua_setfield(L, -2, "severity");
+    lua_pushinteger(L, static_cast<lua_Integer>(e.system_code));
+    lua_setfield(L, -2, "system");
+    const std::string st = utf16_to_wtf8(e.system_text);
+    lua_pushlstring(L, st.data(), st.size());
+    lua_setfield(L, -2, "systemtext");
+    const std::string m = utf16_to_wtf8(e.message);
+    lua_pushlstring(L, m.data(), m.size());
+    lua_setfield(L, -2, "message");
+    const std::string text = error_summary(e);
+    lua_pushlstring(L, text.data(), text.size());
+    lua_setfield(L, -2, "text");
+    luaL_setmetatable(L, kErrorType);
+}
+
+int error_tostring(lua_State* L) {
+    lua_getfield(L, 1, "text");
+    return 1;
+}
+
 // ---- calls ----------------------------------------------------------------
 
 // Upvalues: 1 the function entry (light userdata), 2 the name as written.
@@ -483,6 +827,7 @@ int call_impl(lua_State* L, std::string& err) {
         return kFail;
     }
     s.last_error = std::move(out.error);
+    if (s.last_error.severity > 1) ++s.errors_recorded;
 
     // A Lua error inside a procedure parameter goes on once the call is over.
     lua_rawgetp(L, LUA_REGISTRYINDEX, &kPendingKey);
@@ -492,6 +837,13 @@ int call_impl(lua_State* L, std::string& err) {
         return kFailValue;
     }
     lua_pop(L, 1);
+
+    // kp.strict(true): a recorded error is raised as a Lua error whose value
+    // is the record (the same table as kp.lasterror()).
+    if (s.strict && s.last_error.severity > 1) {
+        push_error_record(L, s.last_error);
+        return kFailValue;
+    }
 
     if (o.result == KP_T_NONE && out.result.kind == Value::Kind::None) return 0;
     push_value(L, out.result);
@@ -565,17 +917,17 @@ int kp_index(lua_State* L, std::string& err) {
 }
 
 int kp_lasterror(lua_State* L, std::string&) {
-    const Session& s = session(L);
-    lua_createtable(L, 0, 4);
-    lua_pushinteger(L, static_cast<lua_Integer>(s.last_error.id));
-    lua_setfield(L, -2, "id");
-    lua_pushinteger(L, s.last_error.severity);
-    lua_setfield(L, -2, "severity");
-    lua_pushinteger(L, static_cast<lua_Integer>(s.last_error.system_code));
-    lua_setfield(L, -2, "system");
-    const std::string m = utf16_to_wtf8(s.last_error.message);
-    lua_pushlstring(L, m.data(), m.size());
-    lua_setfield(L, -2, "message");
+    push_error_record(L, session(L).last_error);
+    return 1;
+}
+
+// kp.strict([on]): with true, every call that records an error raises it;
+// gives the previous setting.
+int kp_strict(lua_State* L, std::string&) {
+    Session& s = session(L);
+    const bool before = s.strict;
+    if (!lua_isnone(L, 1)) s.strict = lua_toboolean(L, 1) != 0;
+    lua_pushboolean(L, before);
     return 1;
 }
 
@@ -621,6 +973,19 @@ void new_type(lua_State* L, const char* name, const luaL_Reg* meta) {
 }
 
 } // namespace
+
+std::string error_summary(const kp::host::ErrorInfo& e) {
+    if (e.severity <= 1) return "no error";
+    std::string out = "error " + std::to_string(e.id);
+    if (e.system_code) out += ", system code " + std::to_string(e.system_code);
+    const std::string message = utf16_to_wtf8(without_traces(e.message));
+    const std::string system = utf16_to_wtf8(without_traces(e.system_text));
+    std::string text = message;
+    if (!system.empty() && message.find(system) == std::string::npos)
+        text = text.empty() ? system : text + " (" + system + ")";
+    if (!text.empty()) out += ": " + text;
+    return out;
+}
 
 bool lua_value(lua_State* L, int index, Value& out, const std::string& what, std::string& err) {
     return to_value(L, index, out, what, err, nullptr);
@@ -690,7 +1055,9 @@ void open_kp(lua_State* L, Session& s) {
     lua_rawsetp(L, LUA_REGISTRYINDEX, &kSessionKey);
 
     static const luaL_Reg buffer_methods[] = {
-        {"hex", guarded<buffer_hex>}, {"bytes", guarded<buffer_bytes>}, {nullptr, nullptr}};
+        {"hex", guarded<buffer_hex>},   {"bytes", guarded<buffer_bytes>},
+        {"text", guarded<buffer_text>}, {"currency", guarded<buffer_currency>},
+        {"real", guarded<buffer_real>}, {nullptr, nullptr}};
     static const luaL_Reg buffer_meta[] = {
         {"__len", buffer_len}, {"__eq", buffer_eq}, {"__tostring", guarded<buffer_hex>}, {nullptr, nullptr}};
     new_type(L, kBufferType, buffer_meta);
@@ -699,9 +1066,22 @@ void open_kp(lua_State* L, Session& s) {
     lua_setfield(L, -2, "__index");
     lua_pop(L, 1);
 
-    static const luaL_Reg currency_meta[] = {
-        {"__tostring", guarded<currency_tostring>}, {"__eq", currency_eq}, {nullptr, nullptr}};
+    static const luaL_Reg currency_meta[] = {{"__tostring", guarded<currency_tostring>},
+                                             {"__eq", currency_eq},
+                                             {"__add", guarded<currency_arith<'+'>>},
+                                             {"__sub", guarded<currency_arith<'-'>>},
+                                             {"__mul", guarded<currency_arith<'*'>>},
+                                             {"__div", guarded<currency_arith<'/'>>},
+                                             {"__unm", guarded<currency_arith<'n'>>},
+                                             {"__lt", guarded<currency_lt>},
+                                             {"__le", guarded<currency_le>},
+                                             {nullptr, nullptr}};
     new_type(L, kCurrencyType, currency_meta);
+    static const luaL_Reg currency_methods[] = {{"tonumber", guarded<currency_tonumber>}, {nullptr, nullptr}};
+    luaL_getmetatable(L, kCurrencyType);
+    luaL_newlib(L, currency_methods);
+    lua_setfield(L, -2, "__index");
+    lua_pop(L, 1);
 
     static const luaL_Reg var_meta[] = {{"__index", guarded<var_index>},
                                         {"__newindex", guarded<var_newindex>},
@@ -710,15 +1090,14 @@ void open_kp(lua_State* L, Session& s) {
                                         {nullptr, nullptr}};
     new_type(L, kVarType, var_meta);
 
-    static const luaL_Reg api[] = {{"buffer", guarded<buffer_new>},
-                                   {"hex", guarded<buffer_from_hex>},
-                                   {"currency", guarded<currency_new>},
-                                   {"var", guarded<var_new>},
-                                   {"json", guarded<kp_json>},
-                                   {"lasterror", guarded<kp_lasterror>},
-                                   {"setlang", guarded<kp_setlang>},
-                                   {"setobject", guarded<kp_setobject>},
-                                   {nullptr, nullptr}};
+    static const luaL_Reg error_meta[] = {{"__tostring", error_tostring}, {nullptr, nullptr}};
+    new_type(L, kErrorType, error_meta);
+
+    static const luaL_Reg api[] = {{"buffer", guarded<buffer_new>},      {"hex", guarded<buffer_from_hex>},
+                                   {"currency", guarded<currency_new>},  {"var", guarded<var_new>},
+                                   {"json", guarded<kp_json>},           {"lasterror", guarded<kp_lasterror>},
+                                   {"strict", guarded<kp_strict>},       {"setlang", guarded<kp_setlang>},
+                                   {"setobject", guarded<kp_setobject>}, {nullptr, nullptr}};
     luaL_newlib(L, api);
     add_window_functions(L, s);
     add_table_api(L, s);

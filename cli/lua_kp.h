@@ -21,6 +21,8 @@ struct Session {
     explicit Session(kp::host::Host& h) : host(h) {}
     kp::host::Host& host;
     kp::host::ErrorInfo last_error; // the error record after the last call
+    uint64_t errors_recorded = 0;   // calls whose record holds an error, since the start
+    bool strict = false;            // kp.strict(true): recorded errors raise Lua errors
 };
 
 // Installs the global table `kp` in `L`.  `session` must outlive `L`.
@@ -37,6 +39,13 @@ bool json_encode(lua_State* L, int index, std::string& out);
 inline constexpr const char* kBufferType = "kp.buffer";
 inline constexpr const char* kCurrencyType = "kp.currency";
 inline constexpr const char* kVarType = "kp.var";
+inline constexpr const char* kErrorType = "kp.error";
+
+// One line for an error record: "error 80125: The month must be between 1
+// and 12." or "error 0, system code 3: The system cannot find the path
+// specified."; the message without the internal trace lines, then the
+// system's text of the system code when it adds something.
+std::string error_summary(const kp::host::ErrorInfo& e);
 
 // The 10 bytes of a `kp.currency` value at `index`; false when the value
 // is not one.

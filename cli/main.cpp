@@ -3,7 +3,11 @@
 // Every failure (bad option, unreadable script, Lua error) prints one line
 // on standard error and exits with 1.  Errors that the component's functions
 // record are not Lua errors: scripts read them with kp.lasterror().
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <clocale>
+#include <cwchar>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,12 +19,13 @@
 #include <vector>
 
 #include <csignal>
+#include <strings.h>
 #include <unistd.h>
 
 #include "listing.h"
 #include "lua_kp.h"
-#include "ui.h"
 #include "regcmd.h"
+#include "ui.h"
 
 #ifdef KP120_HAVE_LIBEDIT
 #include <editline/readline.h>
@@ -43,7 +48,8 @@ const char kUsage[] =
     "  kp120 functions [PATTERN]         function entries: identifier, French name, English name,\n"
     "                                    number of overloads, provided or not\n"
     "  kp120 constants [PATTERN]         constants: French name, English name, value\n"
-    "  kp120 describe NAME               overloads of one function: parameter and result types, handler\n"
+    "  kp120 functions --family NAME     the functions of a family, with their purpose\n"
+    "  kp120 describe NAME               a function's purpose, parameters, failure value and errors\n"
     "  kp120 reg export [--regedit4] [KEY] [FILE]\n"
     "                                    registry KEY (all of it when KEY is absent or \"\") and its\n"
     "                                    subkeys as a registry editor file (UTF-16; --regedit4: the\n"
@@ -62,7 +68,8 @@ const char kUsage[] =
     "\n"
     "PATTERN ignores case; * and ? are wildcards, a pattern without them matches names that contain it.\n"
     "In Lua, kp.NAME(...) calls a function by its French or English name and kp.NAME reads a constant;\n"
-    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.table, kp.json, kp.lasterror, kp.setlang and\n"
+    "see also kp.buffer, kp.hex, kp.currency, kp.var, kp.table, kp.json, kp.lasterror, kp.strict, kp.help,\n"
+    "kp.setlang and\n"
     "kp.setobject.  kp.table{kind, columns, rows, selected, totals} makes a table control for TableToText\n"
     "and TableToClipboard.  File selectors ask the function set with kp.onselect(f), else a prompt when\n"
     "standard input is a terminal, else they are cancelled; kp.presskey(27) presses Escape for the next\n"
@@ -229,10 +236,31 @@ extern "C" void on_interrupt(int sig) {
         lua_sethook(interrupt_state, interrupt_hook, LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT, 1);
 }
 
+bool is_exit(lua_State* L, int index);
+
+// Message handler: a Lua error gets the traceback of where it happened
+// (the exit of os.exit passes unchanged).  An error record of kp.strict is
+// shown by its text.
+int traceback_handler(lua_State* L) {
+    if (is_exit(L, 1)) return 1;
+    const char* msg = nullptr;
+    if (luaL_callmeta(L, 1, "__tostring") && lua_type(L, -1) == LUA_TSTRING)
+        msg = lua_tostring(L, -1);
+    else
+        msg = lua_tostring(L, 1);
+    if (!msg) msg = lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, 1));
+    luaL_traceback(L, L, msg, 1);
+    return 1;
+}
+
 int pcall_interruptible(lua_State* L, int nargs, int nresults) {
     interrupt_state = L;
     std::signal(SIGINT, on_interrupt);
-    const int status = lua_pcall(L, nargs, nresults, 0);
+    const int base = lua_gettop(L) - nargs;
+    lua_pushcfunction(L, traceback_handler);
+    lua_insert(L, base);
+    const int status = lua_pcall(L, nargs, nresults, base);
+    lua_remove(L, base);
     std::signal(SIGINT, SIG_DFL);
     lua_sethook(L, nullptr, 0, 0);
     interrupt_state = nullptr;
@@ -265,10 +293,9 @@ int run_protected(lua_State* L, int nargs, int nresults, bool& ended) {
         ended = true;
         return exit_code;
     }
+    // The message and the traceback of the error.
     std::string msg = error_text(L, -1);
     lua_pop(L, 1);
-    // One line: a message that spans lines keeps only its first.
-    if (auto nl = msg.find('\n'); nl != std::string::npos) msg.resize(nl);
     ended = true;
     return fail(msg);
 }
@@ -315,9 +342,90 @@ int run_file(lua_State* L, const std::string& file, const std::vector<std::strin
 
 // ---- interactive prompt ----------------------------------------------------
 
+// The prompt's state: names to complete, the history file, Ctrl-C.
+struct Prompt {
+    std::vector<std::string> names; // "kp.NAME" of every function and constant, both languages
+    std::string history;            // the history file, "" for none
+};
+Prompt* prompt_state = nullptr;
+volatile std::sig_atomic_t line_interrupted = 0;
+
+extern "C" void on_prompt_interrupt(int) {
+    line_interrupted = 1;
+}
+
+#ifdef KP120_HAVE_LIBEDIT
+// Reads the terminal for the line editor, one character of the locale's
+// encoding at a time (the editor takes the value as a wide character).
+// Ctrl-C ends the line being typed; read_line then drops it, so that
+// Ctrl-C clears the line.
+extern "C" int prompt_getc(FILE* in) {
+    std::mbstate_t state{};
+    for (;;) {
+        if (line_interrupted) return '\n';
+        char c = 0;
+        const ssize_t n = ::read(fileno(in), &c, 1);
+        if (n == 0) return EOF;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return EOF;
+        }
+        wchar_t wc = 0;
+        const std::size_t r = std::mbrtowc(&wc, &c, 1, &state);
+        if (r == static_cast<std::size_t>(-2)) continue; // more bytes to come
+        if (r == static_cast<std::size_t>(-1)) {
+            state = std::mbstate_t{};
+            return static_cast<unsigned char>(c); // not of the encoding: the byte itself
+        }
+        return static_cast<int>(wc);
+    }
+}
+
+extern "C" char* complete_name(const char* text, int state) {
+    static size_t next = 0;
+    if (!prompt_state) return nullptr;
+    if (state == 0) next = 0;
+    // "kp.Pâq" also finds kp["Pâques"]: the prefix is compared on the name.
+    std::string_view t(text);
+    const bool dotted = t.rfind("kp.", 0) == 0;
+    if (dotted) t.remove_prefix(3);
+    const auto& names = prompt_state->names;
+    while (next < names.size()) {
+        const std::string& n = names[next++];
+        std::string_view name(n);
+        if (name.rfind("kp[\"", 0) == 0)
+            name = name.substr(4);
+        else if (dotted || t.empty())
+            name.remove_prefix(3);
+        else
+            continue;
+        if (name.size() >= t.size() && strncasecmp(name.data(), t.data(), t.size()) == 0) return strdup(n.c_str());
+    }
+    return nullptr;
+}
+
+// Given as the attempted completion, so that the editor inserts a match as
+// it is (kp["Pâques"]) instead of quoting it as a file name.
+extern "C" char** complete_names(const char* text, int, int) {
+    return rl_completion_matches(text, complete_name);
+}
+#endif
+
 bool read_line(const char* prompt, std::string& line) {
 #ifdef KP120_HAVE_LIBEDIT
+    line_interrupted = 0;
+    struct sigaction sa {
+    }, old{};
+    sa.sa_handler = on_prompt_interrupt; // no SA_RESTART: the read returns EINTR
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, &old);
     char* l = readline(prompt);
+    sigaction(SIGINT, &old, nullptr);
+    if (line_interrupted) {
+        std::free(l);
+        line.clear();
+        return true;
+    }
     if (!l) return false;
     line = l;
     std::free(l);
@@ -339,6 +447,22 @@ bool read_line(const char* prompt, std::string& line) {
 #endif
 }
 
+// $XDG_STATE_HOME/kp120/history, by default ~/.local/state/kp120/history;
+// "" when neither variable gives a directory.
+std::string history_path() {
+    std::string dir;
+    if (const char* x = std::getenv("XDG_STATE_HOME"); x && *x == '/')
+        dir = x;
+    else if (const char* h = std::getenv("HOME"); h && *h)
+        dir = std::string(h) + "/.local/state";
+    else
+        return "";
+    dir += "/kp120";
+    std::error_code ec;
+    fs::create_directories(dir, ec);
+    return dir + "/history";
+}
+
 bool incomplete(lua_State* L, int status) {
     if (status != LUA_ERRSYNTAX) return false;
     size_t n = 0;
@@ -349,10 +473,23 @@ bool incomplete(lua_State* L, int status) {
 
 // Reads one statement (or expression) and leaves its function on the
 // stack; false at end of input.
+std::string lua_quoted(const std::string& s);
+
 bool read_statement(lua_State* L, bool& compiled) {
     std::string line;
     if (!read_line("> ", line)) return false;
     compiled = false;
+    // help NAME: the reference entry of a function or constant.
+    if (line.rfind("help", 0) == 0 && (line.size() == 4 || line[4] == ' ')) {
+        std::string name = line.substr(4);
+        name.erase(0, name.find_first_not_of(' '));
+        while (!name.empty() && name.back() == ' ')
+            name.pop_back();
+        if (name.rfind("kp.", 0) == 0) name.erase(0, 3);
+        const std::string code = "kp.help(" + lua_quoted(name) + ")";
+        compiled = luaL_loadbuffer(L, code.data(), code.size(), "=stdin") == LUA_OK;
+        return true;
+    }
     // An expression first, so that "kp.DateSys()" prints its value.
     const std::string ret = "return " + line + ";";
     if (luaL_loadbuffer(L, ret.data(), ret.size(), "=stdin") == LUA_OK) {
@@ -378,8 +515,86 @@ bool read_statement(lua_State* L, bool& compiled) {
     }
 }
 
-int interactive(lua_State* L) {
-    std::printf("kp120 %s (%s): kp.NAME(...) calls a function; Ctrl-D quits\n", KP120_VERSION, LUA_RELEASE);
+// A value as the prompt shows it: strings, buffers, currency and tables as
+// kp.json writes them (so that "" and "0" differ from nothing and 0), an
+// error record by its text, the rest as tostring does.
+std::string shown(lua_State* L, int index) {
+    index = lua_absindex(L, index);
+    const int t = lua_type(L, index);
+    if (t == LUA_TSTRING || t == LUA_TUSERDATA || t == LUA_TTABLE) {
+        if (!(t == LUA_TTABLE && luaL_getmetafield(L, index, "__tostring") != LUA_TNIL)) {
+            lua_getglobal(L, "kp");
+            lua_getfield(L, -1, "json");
+            lua_remove(L, -2);
+            lua_pushvalue(L, index);
+            if (lua_pcall(L, 1, 1, 0) == LUA_OK && lua_type(L, -1) == LUA_TSTRING) {
+                std::string out = lua_tostring(L, -1);
+                lua_pop(L, 1);
+                return out;
+            }
+        }
+        lua_pop(L, 1);
+    }
+    std::string out = luaL_tolstring(L, index, nullptr);
+    lua_pop(L, 1);
+    return out;
+}
+
+std::string lua_quoted(const std::string& s) {
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        char buf[8];
+        if (c == '"' || c == '\\' || c < 0x20) {
+            std::snprintf(buf, sizeof buf, "\\%u", c);
+            out += buf;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+int interactive(lua_State* L, kp::cli::Session& session, int language) {
+    // The line editor reads multibyte characters in the user's locale.
+    std::setlocale(LC_CTYPE, "");
+    Prompt prompt;
+    // A name that is not a Lua identifier (Pâques) completes as kp["Pâques"].
+    auto add = [&](const char* name) {
+        const std::string n = kp::host::Host::name_utf8(name);
+        bool plain = !n.empty();
+        for (unsigned char ch : n)
+            plain = plain && (std::isalnum(ch) || ch == '_') && ch < 0x80;
+        prompt.names.push_back(plain ? "kp." + n : "kp[\"" + n + "\"]");
+    };
+    for (const kp_function& f : session.host.functions()) {
+        add(f.french);
+        add(f.english);
+    }
+    for (const kp_constant& c : session.host.constants()) {
+        add(c.french);
+        add(c.english);
+    }
+    std::sort(prompt.names.begin(), prompt.names.end());
+    prompt.names.erase(std::unique(prompt.names.begin(), prompt.names.end()), prompt.names.end());
+    prompt_state = &prompt;
+#ifdef KP120_HAVE_LIBEDIT
+    rl_getc_function = prompt_getc;
+    rl_completion_entry_function = complete_name;
+    rl_attempted_completion_function = complete_names;
+    rl_completion_append_character = '\0'; // "kp.fOpen" is followed by "(", not a blank
+    prompt.history = history_path();
+    stifle_history(1000);
+    if (!prompt.history.empty()) read_history(prompt.history.c_str());
+#endif
+    if (language == 0)
+        std::printf("kp120 %s (%s) : kp.NOM(...) appelle une fonction, help NOM la décrit, Tab complète ; "
+                    "Ctrl-D quitte\n",
+                    KP120_VERSION, LUA_RELEASE);
+    else
+        std::printf("kp120 %s (%s): kp.NAME(...) calls a function, help NAME describes it, Tab completes; "
+                    "Ctrl-D quits\n",
+                    KP120_VERSION, LUA_RELEASE);
+    int rc = 0;
     for (;;) {
         bool compiled = false;
         if (!read_statement(L, compiled)) break;
@@ -388,28 +603,47 @@ int interactive(lua_State* L) {
             lua_pop(L, 1);
             continue;
         }
+        const uint64_t errors_before = session.errors_recorded;
         const int base = lua_gettop(L) - 1;
         const int status = pcall_interruptible(L, 0, LUA_MULTRET);
         if (status != LUA_OK) {
             if (is_exit(L, -1)) {
                 lua_pop(L, 1);
-                return exit_code;
+                rc = exit_code;
+                break;
             }
             std::fprintf(stderr, "%s\n", error_text(L, -1).c_str());
             lua_settop(L, base);
             continue;
         }
         const int n = lua_gettop(L) - base;
-        if (n > 0) {
-            lua_getglobal(L, "print");
-            lua_insert(L, base + 1);
-            if (lua_pcall(L, n, 0, 0) != LUA_OK) {
-                std::fprintf(stderr, "%s\n", error_text(L, -1).c_str());
-            }
+        std::string line;
+        for (int i = 1; i <= n; ++i) {
+            if (i > 1) line += ", ";
+            line += shown(L, base + i);
         }
+        // A call that recorded an error shows the record after the values.
+        if (session.errors_recorded != errors_before) {
+            if (!line.empty()) line += " ";
+            line += "[" + kp::cli::error_summary(session.last_error) + "]";
+        }
+        if (!line.empty()) std::printf("%s\n", line.c_str());
         lua_settop(L, base);
     }
     std::printf("\n");
+#ifdef KP120_HAVE_LIBEDIT
+    if (!prompt.history.empty()) write_history(prompt.history.c_str());
+#endif
+    prompt_state = nullptr;
+    return rc;
+}
+
+int lua_help(lua_State* L) {
+    const auto* host = static_cast<const kp::host::Host*>(lua_touserdata(L, lua_upvalueindex(1)));
+    size_t n = 0;
+    const char* name = luaL_checklstring(L, 1, &n);
+    if (!kp::cli::describe(*host, std::string_view(name, n), stdout))
+        std::fputs(kp::cli::unknown_name_text(*host, std::string_view(name, n)).c_str(), stdout);
     return 0;
 }
 
@@ -438,6 +672,15 @@ int run_lua(const Args& a) {
     lua_pop(L, 1);
     kp::cli::open_kp(L, session);
     kp::cli::open_ui(L, session);
+    // kp.help(NAME): the reference entry of a function or constant.
+    lua_getglobal(L, "kp");
+    lua_pushlightuserdata(L, &host);
+    lua_pushcclosure(L, lua_help, 1);
+    lua_setfield(L, -2, "help");
+    // kp.deviceroot: the native directory that holds the device's files.
+    lua_pushlstring(L, o.device_root.data(), o.device_root.size());
+    lua_setfield(L, -2, "deviceroot");
+    lua_pop(L, 1);
 
     if (!a.chunks.empty()) {
         set_arg_table(L, "-e", {});
@@ -452,14 +695,17 @@ int run_lua(const Args& a) {
         const std::vector<std::string> args(a.rest.begin() + 1, a.rest.end());
         return run_file(L, a.rest[0], args);
     }
-    if (isatty(STDIN_FILENO)) return interactive(L);
+    if (isatty(STDIN_FILENO)) return interactive(L, session, a.language);
     return run_file(L, "-", {});
 }
 
 int run_listing(const Args& a) {
     const std::string& cmd = a.rest[0];
+    const bool family = cmd == "functions" && a.rest.size() == 3 && a.rest[1] == "--family";
     if (cmd == "describe" && a.rest.size() != 2) return fail("usage: kp120 describe NAME");
-    if (cmd != "describe" && a.rest.size() > 2) return fail("usage: kp120 " + cmd + " [PATTERN]");
+    if (cmd != "describe" && a.rest.size() > 2 && !family)
+        return fail("usage: kp120 " + cmd +
+                    (cmd == "functions" ? " [PATTERN | --family NAME]" : " [PATTERN]"));
     kp::host::Options o;
     o.language = a.language;
     if (const char* c = std::getenv("KP120_COMPONENT"); c && *c) o.component_path = c;
@@ -468,6 +714,13 @@ int run_listing(const Args& a) {
     kp::host::Host host(o);
     if (!host.loaded()) return fail("cannot load the component: " + host.load_error());
     const std::string arg = a.rest.size() > 1 ? a.rest[1] : "";
+    if (family) {
+        if (kp::cli::list_family(host, a.rest[2], stdout) == 0)
+            return fail("no family matches '" + a.rest[2] +
+                        "'; the families: Dates and times, Numbers, Memory zones, Files, INI, Registry, "
+                        "Data transforms, Processes, Clipboard, System");
+        return 0;
+    }
     if (cmd == "functions") {
         kp::cli::list_functions(host, arg, stdout);
         return 0;
@@ -476,7 +729,11 @@ int run_listing(const Args& a) {
         kp::cli::list_constants(host, arg, stdout);
         return 0;
     }
-    if (!kp::cli::describe(host, arg, stdout)) return fail("unknown function or constant '" + arg + "'");
+    if (!kp::cli::describe(host, arg, stdout)) {
+        std::string why = kp::cli::unknown_name_text(host, arg);
+        why.pop_back();
+        return fail(why);
+    }
     return 0;
 }
 

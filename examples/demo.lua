@@ -2,7 +2,10 @@
 --
 -- Run with:  kp120 --root DIR --registry FILE examples/demo.lua
 -- Every step prints the call and its result.  A function that this build
--- does not provide yet is reported and skipped; the tour goes on.
+-- does not provide yet is reported and skipped; the tour goes on.  A step
+-- fails when it raises a Lua error, when a call records an error it was not
+-- meant to, or when a call meant to fail (marked "expected") succeeds; the
+-- last line counts them and the script exits with 1 when any failed.
 
 local skipped, failed, done = 0, 0, 0
 
@@ -27,8 +30,10 @@ local function pad(s, width)
   return n < width and s .. string.rep(" ", width - n) or s
 end
 
--- Runs one call; `text` is the Lua expression shown to the reader.
-local function step(text, f)
+-- Runs one call; `text` is the Lua expression shown to the reader.  With
+-- `expected` the call is meant to record an error (a bad argument shown on
+-- purpose).
+local function step(text, f, expected)
   local r = table.pack(pcall(f))
   if r[1] then
     done = done + 1
@@ -37,8 +42,12 @@ local function step(text, f)
     print("  " .. pad(text, 52) .. " -> " .. (#shown > 0 and table.concat(shown, ", ") or "(no result)"))
     local e = kp.lasterror()
     if e.severity > 1 then
-      print(string.format("  %s    failed: error %d, system code %d: %s", pad("", 52), e.id, e.system,
-        cut((e.message:gsub("[\r\n]+", " ")))))
+      print(string.format("  %s    %s: %s", pad("", 52), expected and "fails as expected" or "FAILED",
+        cut(e.text)))
+      if not expected then failed = failed + 1 end
+    elseif expected then
+      failed = failed + 1
+      print(string.format("  %s    FAILED: the call was meant to record an error", pad("", 52)))
     end
     return table.unpack(r, 2, r.n)
   end
@@ -55,6 +64,19 @@ end
 local function section(title) print("\n" .. title) end
 
 print("kp120 demo: the standard functions from Lua")
+
+-- The process steps run a program installed on the device: /bin/echo as
+-- \Windows\echo under the device root (made when it is not there yet).
+local function shell_quoted(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+if kp.deviceroot then
+  local dir = kp.deviceroot .. "/Windows"
+  local echo = io.open(dir .. "/echo", "rb")
+  if echo then
+    echo:close()
+  else
+    os.execute("mkdir -p " .. shell_quoted(dir) .. " && cp /bin/echo " .. shell_quoted(dir .. "/echo"))
+  end
+end
 
 section("Dates and times (dates are \"AAAAMMJJ\" strings, times \"HHmmSSCC\", durations milliseconds)")
 step('kp.DateSys()', function() return kp.DateSys() end)
@@ -121,7 +143,7 @@ end)
 step('kp.INIRead("Demo", "greeting", "", "\\\\Demo\\\\demo.ini")', function()
   return kp.INIRead("Demo", "greeting", "", "\\Demo\\demo.ini")
 end)
-step('kp.fLoadText("\\\\No\\\\such.txt")', function() return kp.fLoadText("\\No\\such.txt") end)
+step('kp.fLoadText("\\\\No\\\\such.txt")', function() return kp.fLoadText("\\No\\such.txt") end, "expected")
 
 section("Registry and saved parameters (a SQLite file plays the registry)")
 local key = "HKEY_CURRENT_USER\\Software\\kp120\\Demo"
@@ -166,7 +188,7 @@ section("System")
 step('kp.ExeRun("\\Windows\\echo hello from a child process", 1, 1)', function()
   return kp.ExeRun("\\Windows\\echo hello from a child process", 1, 1)
 end)
-step('kp.ExeRun("echo relative", 1, 1)', function() return kp.ExeRun("echo relative", 1, 1) end)
+step('kp.ExeRun("echo relative", 1, 1)', function() return kp.ExeRun("echo relative", 1, 1) end, "expected")
 step('kp.SysXRes(), kp.SysYRes()', function() return kp.SysXRes(), kp.SysYRes() end)
 step('kp.SysDir(kp.srMyDocuments)', function() return kp.SysDir(kp.srMyDocuments) end)
 step('kp.ToClipboard("kp120")', function() return kp.ToClipboard("kp120") end)
@@ -187,3 +209,4 @@ step('kp.foReadWrite, kp["foLectureEcriture"], kp.Orient90', function()
 end)
 
 print(string.format("\n%d calls made, %d not provided in this build, %d failed", done, skipped, failed))
+if failed > 0 then os.exit(1) end

@@ -1,7 +1,8 @@
 // host.h - the reference host: the VM side of the component boundary.
 //
-// Host loads build/libkp120std.so with dlopen, runs the start-up sequence in
-// the VM's calling order, and then plays the VM for every call: it owns the
+// Host loads the component (libkp120std.so, see Options::component_path)
+// with dlopen, runs the start-up sequence in the VM's calling order, and
+// then plays the VM for every call: it owns the
 // string allocator (one, or one per thread), the value interface that
 // receives results, the call contexts and their error records, the
 // conversion hooks ("nConversionDepassement", "nConversionDepassementEx",
@@ -116,11 +117,15 @@ using Selector = std::function<std::u16string(const SelectorRequest&)>;
 using KeyState = std::function<int32_t(int32_t virtual_key)>;
 
 struct Options {
-    std::string component_path; // default: libkp120std.so beside the running program, then build/
-    std::string device_root;    // device file system root ("/" = native file system)
-    std::string registry_path;  // SQLite registry file
-    int32_t language = 1;       // 0 French, 1 English
-    bool smooth_time = false;   // answer of the option query code 9
+    // The component to load.  Empty: $KP120_COMPONENT when set; else
+    // libkp120std.so beside the running program; else beside this host
+    // library, libkp120std.so then libkp120std.so.1 (an install); else the
+    // libkp120std.so of the build tree that built the host library.
+    std::string component_path;
+    std::string device_root;   // device file system root ("/" = native file system)
+    std::string registry_path; // SQLite registry file
+    int32_t language = 1;      // 0 French, 1 English
+    bool smooth_time = false;  // answer of the option query code 9
     uint32_t ansi_codepage = 1252;
     bool per_thread_allocators = false; // run with a threading descriptor (GeneralParam 2006)
     // What the version service of the release check answers: whether it

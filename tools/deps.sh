@@ -69,6 +69,8 @@ set_test=(
   desktop-file-utils
   binutils-mingw-w64-x86-64
   binutils-mingw-w64-i686
+  dpkg-dev
+  lintian
 )
 set_bench=(
   libbenchmark-dev

@@ -4,7 +4,8 @@
  *
  *   minimal_vm [COMPONENT] [DEVICE_ROOT]
  *
- * COMPONENT defaults to "libkp120std.so" (found by the dynamic loader);
+ * COMPONENT defaults to the module's soname, "libkp120std.so.1" (found by
+ * the dynamic loader; KP120_MODULE when the build defines it);
  * DEVICE_ROOT is the directory that holds the device's file system (default
  * the system's temporary directory).  The program:
  *   1. loads the module and fetches its seven entry points;
@@ -27,7 +28,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "kp120/component.h"
+#include <kp120/component.h>
+
+/* The module by its soname: the name that stays valid across compatible upgrades. */
+#define KP_STRINGIFY2(x) #x
+#define KP_STRINGIFY(x) KP_STRINGIFY2(x)
+#ifndef KP120_MODULE
+#define KP120_MODULE "libkp120std.so." KP_STRINGIFY(KP120_ABI_VERSION)
+#endif
 
 /* ------------------------------------------------------------------ */
 /* Text: UTF-16 in the component, UTF-8 on our terminal               */
@@ -267,7 +275,7 @@ static void report(const char* what, const result_slot* r, const call_context* c
 }
 
 int main(int argc, char** argv) {
-    const char* path = argc > 1 ? argv[1] : "libkp120std.so";
+    const char* path = argc > 1 ? argv[1] : KP120_MODULE;
     if (argc > 2) g_device_root = argv[2];
 
     /* 1. Load the module and its entry points. */

@@ -33,7 +33,17 @@ extern "C" {
 #define KP120_NOEXCEPT
 #endif
 
-/* InfoComposante query codes. */
+/*
+ * InfoComposante query codes.  Unknown codes answer 0.
+ *
+ * KP_INFO_REVISION answers 2, the revision of this component protocol (the
+ * revision bInitKLConvFromVM expects); a VM that knows an older revision
+ * only refuses the component.  KP_INFO_CAPABILITIES answers 0x204, the
+ * capabilities word of protocol revision 2, as every component of that
+ * revision answers it: a VM may compare it whole; no single bit carries a
+ * meaning of its own that the component acts on.  Both words are constant
+ * for KP120_ABI_VERSION 1.  KP_INFO_3 answers 1.
+ */
 #define KP_INFO_REVISION 0     /* answers 2 */
 #define KP_INFO_COMPONENT 1    /* answers 8 */
 #define KP_INFO_CAPABILITIES 2 /* answers 0x204 */
@@ -48,13 +58,48 @@ extern "C" {
 #define KP_INFO_VARIABLE_COUNT 26 /* 45 */
 #define KP_INFO_WORD27 27         /* second word set through the component object */
 
-/* CommandeComposante commands. */
+/*
+ * CommandeComposante commands.  Unknown commands are ignored.
+ *
+ * Message texts.  A message number names a text; the texts of the error
+ * identifiers are numbered identifier - 50000 (error 80125 is message 30125).
+ * The component asks, in this order and stops at the first that applies:
+ * the callback of KP_COMMAND_MESSAGE_CALLBACK when one was given (its answer
+ * is final: 0 falls through to the catalogue, the services slot is not asked
+ * then), else the services block's message_text slot, else its own
+ * catalogue in the interface language.
+ */
 #define KP_COMMAND_SERVICES 0         /* block: kp_services* */
 #define KP_COMMAND_MESSAGE_CALLBACK 2 /* block: kp_message_fn */
 /* Message text: block uintptr_t[5]: [1] number, [2] char16_t* buffer, [3] size, [4] out length. */
 #define KP_COMMAND_MESSAGE_TEXT 3
 
-/* Execution messages. */
+/*
+ * Execution messages; unknown messages answer 0.
+ *
+ * KP_EXEC_ATTACH, block uintptr_t[4]: [1] the VM module (a dlopen handle in
+ * which the component finds the VM's entry point "Execution"), [2] and [3]
+ * two registration words the component keeps for the VM's execution hooks
+ * and never interprets (pass 0 when the VM has none).  Answers 1, or 0 when
+ * block is null or the VM module exports no "Execution" (nothing is then
+ * registered).  Attaches nest: each attach counts, each detach uncounts.
+ * The first attach runs the release check: when the services block has a
+ * version service, the component asks it to accept module "KP120STD.DLL"
+ * version "12.00Dr" and expects the VM's own version "9.00Aa"; otherwise it
+ * records message 28117 (module refused) or 28567 (other version) with
+ * severity 3 in the component object's last_error.  The attach still
+ * answers 1: the VM decides whether to go on.  A VM without a version
+ * service passes the check.
+ *
+ * KP_EXEC_DETACH: uncounts an attach; the last one releases the hooks.
+ * Answers 1 (also when nothing was attached).
+ *
+ * KP_EXEC_LOCALE (block uintptr_t[2]) and KP_EXEC_LOCALE3 (uintptr_t[3]):
+ * the VM's current locale words, kept as they are and forwarded to the VM's
+ * execution hooks; the component reads the interface language from the
+ * component object (set_language) and the regional settings from the
+ * services block, not from these words.  Answer 1.
+ */
 #define KP_EXEC_ATTACH 3985 /* block: uintptr_t[4]: [1] VM module handle, [2] and [3] registration words */
 #define KP_EXEC_DETACH 4875
 #define KP_EXEC_LOCALE 4876  /* block: uintptr_t[2] locale words */

@@ -15,6 +15,23 @@
 
 #include <stdint.h>
 
+/*
+ * Versions.  The release is MAJOR.MINOR.PATCH.  KP120_ABI_VERSION is the
+ * soname's number (libkp120std.so.1): it changes only when a record below
+ * changes its layout or an entry point its meaning.  A minor release may add
+ * functions, overloads, constants, type codes and error identifiers, and may
+ * grow the records that carry their own size field (the services block and
+ * the structures of vm.h that begin with a size); a VM reads only the part
+ * its own size covers.  The descriptor-table records, the string-buffer
+ * header, the call frame, the value interface's indices and the byte
+ * formats of values (currency, dates, files and registry data) never change
+ * within one ABI version.
+ */
+#define KP120_VERSION_MAJOR 1
+#define KP120_VERSION_MINOR 0
+#define KP120_VERSION_PATCH 0
+#define KP120_ABI_VERSION 1
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -47,9 +64,31 @@ enum kp_type_code {
     KP_T_STORABLE = 0x59 /* value of any simple type to be stored */
 };
 
-/* Bits of a parameter type code read by the VM only. */
-#define KP_PARAM_CONVERT 0x8000u /* the VM converts the argument to the base type */
-#define KP_PARAM_FLAG_4000 0x4000u
+/*
+ * Bits of a parameter type code, read by the VM only.
+ *
+ * KP_PARAM_BY_REFERENCE: the VM passes the program's variable itself (a
+ * variable that receives a value: the rounding difference of the euro
+ * functions, the receiving variables of MatchRegularExpression and
+ * fReadLine, the buffers of Compress and sComputeCrc32).  The argument slot
+ * then points at the VM's variable (a kp_variant for type 0x1F), which the
+ * handler assigns.
+ *
+ * Arguments that may be left out: a program may pass fewer arguments than an
+ * overload lists when the parameters it leaves out are trailing by-reference
+ * parameters (MatchRegularExpression's overload of ten slots is called with
+ * two to ten arguments, fReadLine's pattern form the same).  The argument vector
+ * holds one pointer for each argument the program passed, then null in every
+ * slot up to the overload's param_count: a handler learns how many arguments
+ * it got from the first null slot among those trailing parameters (the call
+ * frame carries no count), and writes nothing for the variables left out.
+ * Every other parameter is required: the VM resolves an overload only when
+ * the program passes at least every parameter before the trailing
+ * by-reference run.
+ */
+#define KP_PARAM_CONVERT 0x8000u                 /* the VM converts the argument to the base type */
+#define KP_PARAM_BY_REFERENCE 0x4000u            /* the VM passes the variable itself */
+#define KP_PARAM_FLAG_4000 KP_PARAM_BY_REFERENCE /* former name, kept for existing VMs */
 
 /* Attribute bit: a function, constant or variable this edition does not provide. */
 #define KP_ATTR_NOT_PROVIDED 0x200u

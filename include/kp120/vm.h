@@ -74,6 +74,11 @@ struct kp_allocator;
  *              owner and capacity set; stores the characters in *out and
  *              returns 0, or returns an error code (100 out of memory).
  *   8 free:    frees a buffer this allocator owns (character pointer).
+ * The allocator needs to set only the owner and the capacity of a new
+ * buffer: the component then writes its flags, its length and its reference
+ * count, which starts at 1 (the component's own reference; a result handed to
+ * set_result is released by the component after the call, so the VM takes
+ * its own reference inside set_result when it keeps the buffer).
  */
 typedef struct kp_allocator_ops {
     char16_t* (*grow)(struct kp_allocator* self, uint32_t capacity);              /* operation 1 */
@@ -119,6 +124,12 @@ typedef union kp_payload {
     uint8_t raw[16];
 } kp_payload;
 
+/*
+ * A variant carries the operations of whoever made it.  The operations of a
+ * variant the component made (a by-reference argument it filled, a result of
+ * type 0x1F) are code of the module: the VM destroys such a variant, or
+ * copies it into one of its own, before it unloads the module (dlclose).
+ */
 typedef struct kp_variant_ops {
     void (*destroy)(struct kp_variant* v);                                 /* frees the payload */
     int32_t (*copy)(struct kp_variant* dst, const struct kp_variant* src); /* dst has src's type */
@@ -166,6 +177,18 @@ typedef void (*kp_conversion_end_fn)(kp_payload* scratch);
 /*
  * The error object of one call context, owned by the VM and written by the
  * component.  The VM starts it cleared: severity 1, everything else zero.
+ *
+ * After a failing call, severity is 2 (error) or 3 (fatal), module_name and
+ * module_version are "KP120STD.DLL" and "12.00Dr", and either:
+ *   - id is an error identifier (80001 to 81507) and message its text in
+ *     the interface language, with the component's trace lines
+ *     ("##(CXError)-...##", "##(IXStream)-...##") appended on lines of their
+ *     own; system_code may add the system error behind it; or
+ *   - id is 0 and system_code a Win32 error code: a system call failed and
+ *     nothing more is known; message then holds the system's text of the
+ *     code (the same text as system_text).
+ * A record never has severity 2 or 3 with both id and system_code 0.
+ * The record's layout never changes within one ABI version.
  */
 typedef struct kp_error_record {
     int32_t severity;     /* 1 none, 2 error, 3 fatal */
@@ -253,7 +276,7 @@ typedef struct kp_procedure kp_procedure;
 /* Fixed option codes of query_option. */
 #define KP_OPTION_SMOOTH_TIME 9
 
-/* Setting names of setting(): host configuration the component honours. */
+/* Setting names of setting() (KP_SETTING_*): host configuration the component honours. */
 #define KP_SETTING_DEVICE_ROOT "device_root"     /* directory that holds the device's file system */
 #define KP_SETTING_REGISTRY "registry"           /* SQLite file that holds the registry */
 #define KP_SETTING_ANSI_CODEPAGE "ansi_codepage" /* code page of ANSI text files, default "1252" */
@@ -273,7 +296,9 @@ typedef struct kp_services {
     int32_t (*query_option)(void* vm, int32_t code);
     /* Message texts by number, as the message callback. */
     int32_t (*message_text)(void* vm, uint32_t number, char16_t* buffer, int32_t size);
-    /* Regional settings of the current interface language; never null. */
+    /* Regional settings of the current interface language.  Optional: when
+     * the slot is absent or answers null, the component uses English names
+     * and formats (Monday..., January..., dd/MM/yyyy, HH:mm:ss). */
     const kp_regional_settings* (*regional_settings)(void* vm);
     /* Thread-local allocator under the index given with GeneralParam 2005. */
     kp_allocator* (*tls_get)(void* vm, uint32_t index);
@@ -307,7 +332,7 @@ typedef struct kp_services {
     intptr_t (*send_window_message)(void* vm, uintptr_t window, uint32_t message, uintptr_t wparam,
                                     uintptr_t lparam);
 
-    /* Host configuration by name (KP120_SETTING_*): UTF-8 text or null. */
+    /* Host configuration by name (KP_SETTING_*): UTF-8 text or null. */
     const char* (*setting)(void* vm, const char* name);
 
     /* ---- Slots appended after the first release.  A VM that predates a

@@ -284,6 +284,10 @@ void CXError::set_severity(int32_t level) {
         rec_->severity = level;
 }
 
+// A system error is recorded like every error: the module's name and
+// version are stamped, and a record without a message of its own (a system
+// failure recorded with identifier 0) takes the system's text as message, so
+// that the VM always has a text to show.
 void CXError::set_system(uint32_t code) {
     if (!rec_) return;
     rec_->system_code = code;
@@ -292,6 +296,9 @@ void CXError::set_system(uint32_t code) {
     std::memcpy(rec_->system_text, text.data(), n * sizeof(char16_t));
     rec_->system_text_length = static_cast<uint32_t>(n);
     rec_->system_text[n] = 0;
+    if (code == 0) return;
+    stamp_module();
+    if (rec_->message_length == 0) append_raw(rec_, text);
 }
 
 void CXError::set_message(uint32_t number, Inserts inserts) {

@@ -79,6 +79,23 @@ TEST_F(ErrorTest, SystemErrorKeepsCodeAndText) {
     EXPECT_EQ(rec.system_text_length, 0u);
 }
 
+// A system failure alone (identifier 0) still names the module and carries
+// the system's text as its message; an error with a message keeps it.
+TEST_F(ErrorTest, SystemErrorAloneIsACompleteRecord) {
+    err.clear();
+    err.set_system(3);
+    err.set_severity(2);
+    EXPECT_EQ(rec.id, 0u);
+    EXPECT_STREQ(rec.module_name, "KP120STD.DLL");
+    EXPECT_EQ(std::u16string(rec.message, rec.message_length),
+              std::u16string(rec.system_text, rec.system_text_length));
+    EXPECT_GT(rec.message_length, 0u);
+    err.set(80121);
+    const std::u16string own(rec.message, rec.message_length);
+    err.set_system(3);
+    EXPECT_EQ(std::u16string(rec.message, rec.message_length), own);
+}
+
 int g_calls = 0;
 int g_sizes[4] = {};
 int32_t long_callback(uint32_t number, char16_t* buffer, int32_t size) {

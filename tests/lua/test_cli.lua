@@ -78,30 +78,36 @@ T.group("exit codes", function()
   T.eq(code, 0, "exit code")
 end)
 
-T.group("Lua errors: one line on stderr, exit 1", function()
-  local out, err, code = run(base .. " -e " .. q("error('bad thing')"))
+-- A Lua error: its message on the first line of stderr, then the traceback.
+local function traced(s, what)
+  T.ok(s:match("^kp120: [^\n]+\nstack traceback:\n") ~= nil, what .. ": message then traceback: " .. s)
+end
+
+T.group("Lua errors: the message and a traceback on stderr, exit 1", function()
+  local out, err, code = run(base .. " -e " .. q("local function f() error('bad thing') end f()"))
   T.eq(code, 1, "exit code")
   T.eq(out, "", "stdout")
-  one_line(err, "message")
+  traced(err, "message")
   T.ok(err:find("bad thing", 1, true), "message text: " .. err)
+  T.ok(err:find("in local 'f'", 1, true) or err:find("in function 'f'", 1, true), "traceback names f: " .. err)
   _, err, code = run(base .. " -e " .. q("kp.NoSuchName()"))
   T.eq(code, 1, "unknown name")
-  one_line(err, "unknown name")
+  traced(err, "unknown name")
   T.ok(err:find("NoSuchName", 1, true), "names the name: " .. err)
   _, err, code = run(base .. " -e " .. q("kp.ZigouigouiARoulette(1, 2, 3)"))
   T.eq(code, 1, "wrong argument count")
-  one_line(err, "wrong argument count")
+  traced(err, "wrong argument count")
   T.ok(err:find("ZigouigouiARoulette", 1, true), "names the function: " .. err)
   _, err, code = run(base .. " -e " .. q("kp.ZigouigouiARoulette(1 << 40)"))
   T.eq(code, 1, "out of range")
-  one_line(err, "out of range")
+  traced(err, "out of range")
   _, err, code = run(base .. " -e " .. q("kp.ZigouigouiARoulette('\\255')"))
   T.eq(code, 1, "invalid UTF-8")
-  one_line(err, "invalid UTF-8")
+  traced(err, "invalid UTF-8")
   T.ok(err:find("UTF-8", 1, true), "says UTF-8: " .. err)
   _, err, code = run(base .. " -e " .. q("error({})"))
   T.eq(code, 1, "error with a table")
-  one_line(err, "error with a table")
+  traced(err, "error with a table")
   _, err, code = run(base .. " -e " .. q("this is not lua"))
   T.eq(code, 1, "syntax error")
   one_line(err, "syntax error")
@@ -173,15 +179,99 @@ T.group("constants listing", function()
   T.eq(n, 441, "one line a constant")
 end)
 
-T.group("describe", function()
-  local out, _, code = run(base .. " describe fopen")
-  T.eq(code, 0, "exit code")
-  T.ok(out:find("^fOuvre / fOpen: function 174, 2 overloads"), "header: " .. out)
-  T.ok(out:find("1%.%s+%(string, integer%) %-> integer"), "first overload: " .. out)
-  out = run(base .. " describe TwainToBMP")
-  T.ok(out:find("not provided"), "no handler: " .. out)
-  out = run(base .. " describe fLockEmptyFile")
-  T.ok(out:find("constant, %-2"), "a constant: " .. out)
+T.group("describe, the reference and functions --family", function()
+  local cases = { -- name as typed, what the entry must hold
+    { "fopen", "^fOuvre / fOpen: Files, provided\n  Opens a file" },
+    { "fopen", "\n  fOpen%(file: string, mode: integer%) %-> integer\n" },
+    { "fopen", "On failure: %-1; errors it may record: 0 80021 80600" },
+    { "DateVersChaine", "^DateVersChaîne / DateToString: Dates and times" },
+    { "DATEVERSCHAÎNE", "mask: string%) %-> string" },
+    { "MatchRegularExpression", "variables: any by reference" },
+    { "TwainToBMP", "not provided" },
+    { "fLockEmptyFile", "constant, %-2" },
+  }
+  for _, c in ipairs(cases) do
+    local out, _, code = run(base .. " describe " .. q(c[1]))
+    T.eq(code, 0, c[1] .. ": exit code")
+    T.ok(out:find(c[2]), c[1] .. ": " .. c[2] .. " in " .. out)
+    T.ok(not out:find("[0x", 1, true), c[1] .. ": codes as words")
+  end
+  local _, err, code = run(base .. " describe fOpne")
+  T.eq(code, 1, "unknown name")
+  T.ok(err:find("did you mean fOpen", 1, true), "nearest name: " .. err)
+  local out = run(base .. " functions --family registry")
+  local n = select(2, out:gsub("\n", ""))
+  T.eq(n, 10, "ten registry functions: " .. out)
+  T.ok(out:find("RegistreLit%s+RegistryQueryValue%s+The data of a value"), "a line: " .. out)
+  _, err, code = run(base .. " functions --family nothing")
+  T.eq(code, 1, "unknown family")
+end)
+
+T.group("error records, kp.strict and system texts", function()
+  kp.setlang("en")
+  T.eq(kp.fLoadText("\\No\\such.txt"), "", "failure value")
+  local e = kp.lasterror()
+  T.eq(e.system, 3, "system code")
+  T.eq(e.systemtext, "The system cannot find the path specified.", "system text")
+  T.eq(tostring(e), "error 0, system code 3: The system cannot find the path specified.", "printed")
+  T.eq(kp.strict(true), false, "strict was off")
+  local ok, err = pcall(kp.DateToInteger, "20261345")
+  T.ok(not ok and type(err) == "table", "strict raises the record")
+  T.eq(err.id, 80125, "identifier")
+  T.eq(tostring(err), "error 80125: The month must be between 1 and 12.", "text without traces")
+  T.eq(kp.DateToInteger("20261124"), 82873, "a good call still returns")
+  ok, err = pcall(kp.fOpen, "relative.txt", kp.foRead)
+  T.ok(not ok and not tostring(err):find("##", 1, true), "no trace lines: " .. tostring(err))
+  T.eq(kp.strict(false), true, "strict was on")
+  T.eq(kp.DateToInteger("20261345"), -1, "not strict: the failure value")
+end)
+
+T.group("currency arithmetic and UTF-16 buffers", function()
+  local c = kp.currency
+  local cases = {
+    { c("0.1") + c("0.2"), "0.300000" }, { c("10") - 2.5, "7.500000" }, { c("1.5") * c("1.5"), "2.250000" },
+    { c("1") / 3, "0.333333" }, { -c("2.5"), "-2.500000" }, { c("-7") / 2, "-3.500000" },
+    { c("-0.000001") * c("0.5"), "0.000000" }, { c("123456789012.345678") * 1000, "123456789012345.678000" },
+  }
+  for i, k in ipairs(cases) do T.eq(tostring(k[1]), k[2], "case " .. i) end
+  T.ok(c("0.1") < c("0.2") and c("2") <= 2 and not (c("3") < 1), "comparisons")
+  T.eq(c("1.25"):tonumber(), 1.25, "to a number")
+  T.raises("currency overflow", function() return c("600000000000000000") * 1000 end)
+  T.raises("division by zero", function() return c("1") / 0 end)
+  T.eq(kp.buffer("h\0\233\0"):text(), "hé", "UTF-16LE buffer as text")
+  -- The registry keeps currency and reals as bytes, booleans as integers.
+  local key = "HKEY_CURRENT_USER\\Software\\kp120\\cli"
+  T.eq(kp.RegistryCreateKey(key), true, "key")
+  T.eq(kp.RegistrySetValue(key, "c", c("-12.345")), true, "currency written")
+  T.eq(kp.RegistryQueryValue(key, "c"):currency(), c("-12.345"), "currency read back")
+  T.eq(kp.RegistrySetValue(key, "r", 2.5), true, "real written")
+  T.eq(kp.RegistryQueryValue(key, "r"):real(), 2.5, "real read back")
+  T.eq(kp.RegistrySetValue(key, "b", true), true, "boolean written")
+  T.eq(kp.RegistryQueryValue(key, "b"), 1, "boolean reads back as 1")
+end)
+
+T.group("the prompt on a terminal", function()
+  if not run("command -v python3") :find("python3") then T.skip("python3 is missing") end
+  local pty = (arg[0]:match("^(.*)/") or ".") .. "/pty_run.py"
+  local state = work .. "/state"
+  os.execute("rm -rf " .. q(state))
+  local keys = 'kp.DateToInteger("20261345")\n#"Tournée", kp["Pâques"](2026)\nkp.DateToStr\t("20240229")\n' ..
+    'help fOpne\nkp.fLoadText("\\\\No\\\\such.txt")\n{1, "a", x = kp.currency("2")}\n'
+  local out = run("env LC_ALL=C.UTF-8 XDG_STATE_HOME=" .. q(state) .. " python3 " .. q(pty) .. " " .. base .. " --lang fr", keys)
+  for _, want in ipairs({
+    "appelle une fonction", -- the banner in French
+    "\n%-1 %[error 80125: [^\n]*%]\n", -- a failed call shows its record
+    "\n8, \"20260405\"\n", -- non-ASCII text typed at the prompt
+    "\"29/02/2024\"", -- Tab completed the name
+    "vouliez%-vous dire fOpen", -- help with the nearest name
+    "\n\"\" %[error 0, system code 3: [^\n]+%]\n", -- the system's text
+  }) do
+    T.ok(out:find(want), want .. " in " .. out)
+  end
+  local f = io.open(state .. "/kp120/history", "rb")
+  local history = f and f:read("a") or ""
+  if f then f:close() end
+  T.ok(history:find("Tournée", 1, true), "history kept under XDG_STATE_HOME: " .. history)
 end)
 
 T.group("French interface language", function()
@@ -197,7 +287,7 @@ T.group("Ctrl-C stops a running script", function()
   local cmd = "sh -c " .. q(base .. " -e 'while true do end' & p=$!; sleep 0.5; kill -INT $p; wait $p")
   local out, err, code = run(cmd)
   T.eq(code, 1, "exit code")
-  one_line(err, "message")
+  traced(err, "message")
   T.ok(err:find("interrupted", 1, true), err)
 end)
 

@@ -71,6 +71,7 @@ set_test=(
   binutils-mingw-w64-i686
   dpkg-dev
   lintian
+  python3-samba
 )
 set_bench=(
   libbenchmark-dev

@@ -14,6 +14,7 @@
 #include "platform/clock.h"
 #include "platform/codepage.h"
 #include "platform/directory.h"
+#include "platform/extents.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/trash.h"
@@ -27,7 +28,6 @@ namespace pf = kp::platform;
 namespace {
 
 constexpr std::size_t kMaxPath = 260; // characters a name may have, with its terminator
-constexpr uint32_t kCompareBlock = 256u << 10;
 
 bool is_separator(char16_t c) {
     return c == u'\\' || c == u'/';
@@ -235,24 +235,20 @@ int32_t f_compare(std::u16string_view first, std::u16string_view second, CXError
         err.set_system(code);
         return -2;
     }
-    // Passes of a fixed block from each file: the memory used does not grow
-    // with the files.  The result is the one passes of any size give.
-    std::unique_ptr<uint8_t[]> x(new (std::nothrow) uint8_t[kCompareBlock]);
-    std::unique_ptr<uint8_t[]> y(new (std::nothrow) uint8_t[kCompareBlock]);
-    if (!x || !y) {
+    // The data extents of both files, compared by content: holes read as
+    // zeros, ranges that are holes in both are not read, and the memory used
+    // does not grow with the files.
+    switch (pf::compare_file_contents(a.stream.handle(), b.stream.handle())) {
+    case 0:
+        return 0;
+    case 1:
+        return 1;
+    default: {
+        uint32_t code = pf::last_error();
         err.fail(kErrCompareFailed);
+        err.set_system(code);
         return -3;
     }
-    for (;;) {
-        uint32_t na = 0, nb = 0;
-        if (!a.stream.Read(x.get(), kCompareBlock, &na) || !b.stream.Read(y.get(), kCompareBlock, &nb)) {
-            uint32_t code = pf::last_error();
-            err.fail(kErrCompareFailed);
-            err.set_system(code);
-            return -3;
-        }
-        if (na != nb || std::memcmp(x.get(), y.get(), na) != 0) return 1;
-        if (na < kCompareBlock) return 0;
     }
 }
 

@@ -8,6 +8,9 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <vector>
+
+#include "platform/dos_record.h"
 #include "platform/host_attributes.h"
 #include "platform/paths.h"
 #include "platform/win32_error.h"
@@ -46,21 +49,48 @@ bool is_read_only(mode_t mode) {
     return (mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
 }
 
+namespace {
+
+// The whole value of user.DOSATTRIB of the open file `fd`, whatever its
+// length (a value that grows between the two calls is asked for again).
+// False when there is none.
+bool read_dos_value(int fd, std::vector<uint8_t>& value) {
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        const ssize_t size = fgetxattr(fd, kDosAttributeName, nullptr, 0);
+        if (size <= 0) return false;
+        value.resize(static_cast<std::size_t>(size));
+        const ssize_t n = fgetxattr(fd, kDosAttributeName, value.data(), value.size());
+        if (n >= 0) {
+            value.resize(static_cast<std::size_t>(n));
+            return true;
+        }
+        if (errno != ERANGE) return false;
+    }
+    return false;
+}
+
+} // namespace
+
 bool read_dos_bits(int fd, uint32_t* bits) {
-    char text[64];
-    ssize_t n = fgetxattr(fd, kDosAttributeName, text, sizeof text - 1);
-    if (n <= 0) return false;
-    text[n] = 0; // Samba may follow the text with a NUL and a binary record
-    unsigned value = 0;
-    if (std::sscanf(text, "0x%x", &value) != 1 && std::sscanf(text, "0X%x", &value) != 1) return false;
-    *bits = value;
+    std::vector<uint8_t> value;
+    if (!read_dos_value(fd, value)) return false;
+    const DosRecord record = parse_dos_record(value);
+    if (!record.has_attributes) return false;
+    *bits = record.attributes;
     return true;
 }
 
 bool write_dos_bits(int fd, uint32_t bits) {
-    char text[16];
-    int n = std::snprintf(text, sizeof text, "0x%x", bits & kDosKeptBits);
-    if (fsetxattr(fd, kDosAttributeName, text, static_cast<std::size_t>(n), 0) != 0) {
+    // The record already there keeps its creation time and the attributes
+    // this side does not keep (read-only excepted: the permission bits say
+    // it).
+    std::vector<uint8_t> value;
+    DosRecord previous;
+    if (read_dos_value(fd, value)) previous = parse_dos_record(value);
+    uint32_t attributes = bits & kDosKeptBits;
+    if (previous.has_attributes) attributes |= previous.attributes & ~(kDosKeptBits | kAttributeReadOnly);
+    const std::string record = make_dos_record(attributes, previous);
+    if (fsetxattr(fd, kDosAttributeName, record.data(), record.size(), 0) != 0) {
         set_last_error(errno == ENOTSUP ? kErrorNotSupported : win32_from_errno(errno));
         return false;
     }
@@ -83,8 +113,8 @@ bool info_of(const struct statx& sx, int fd, std::string_view base_name, FileInf
     uint32_t kept = 0;
     if (fd >= 0 && read_dos_bits(fd, &kept))
         a |= kept & kDosKeptBits;
-    else if (!dir)
-        a |= kAttributeArchive;
+    else if (!dir && (sx.stx_mode & S_IXUSR))
+        a |= kAttributeArchive; // Samba's "map archive": the owner's execute bit
     if (!dir && is_read_only(sx.stx_mode)) a |= kAttributeReadOnly;
     if (base_name_hidden(base_name)) a |= kAttributeHidden;
     if (sx.stx_attributes_mask & STATX_ATTR_COMPRESSED && sx.stx_attributes & STATX_ATTR_COMPRESSED)

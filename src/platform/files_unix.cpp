@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/codepage.h"
+#include "platform/extents.h"
 #include "platform/files.h"
 #include "platform/host_attributes.h"
 #include "platform/paths.h"
@@ -119,31 +120,6 @@ bool full_pwrite(int fd, uint64_t offset, const void* buffer, uint32_t count, ui
 
 constexpr uint64_t kMaxOffset = static_cast<uint64_t>(LLONG_MAX);
 
-// The bytes of `in` into `out` from their starts: inside the kernel where it
-// can (copy_file_range), else through a 256 KiB buffer.
-bool copy_bytes(int in, int out) {
-    for (;;) {
-        ssize_t n = copy_file_range(in, nullptr, out, nullptr, 1u << 30, 0);
-        if (n > 0) continue;
-        if (n == 0) return true;
-        if (errno == EINTR) continue;
-        if (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP || errno == EBADF)
-            break;
-        return fail_errno();
-    }
-    off_t done = lseek(in, 0, SEEK_CUR);
-    if (done < 0 || lseek(out, done, SEEK_SET) < 0) return fail_errno();
-    std::vector<uint8_t> buf(256u << 10);
-    uint64_t offset = static_cast<uint64_t>(done);
-    for (;;) {
-        uint32_t n = 0;
-        if (!full_pread(in, offset, buf.data(), static_cast<uint32_t>(buf.size()), &n)) return false;
-        if (n == 0) return true;
-        if (!full_pwrite(out, offset, buf.data(), n, nullptr)) return false;
-        offset += n;
-    }
-}
-
 } // namespace
 
 // --- Handles ---------------------------------------------------------------
@@ -249,6 +225,15 @@ FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share
     if (disposition == kCreateAlways || disposition == kOpenAlways)
         set_last_error(exists ? kErrorAlreadyExists : kErrorSuccess);
     return reinterpret_cast<FileHandle>(f);
+}
+
+int32_t compare_file_contents(FileHandle a, FileHandle b) {
+    OpenFile *fa = file_of(a), *fb = file_of(b);
+    if (!fa || !fb) {
+        set_last_error(kErrorInvalidHandle);
+        return -1;
+    }
+    return compare_descriptors(fa->fd, fb->fd);
 }
 
 bool close_file(FileHandle h) {
@@ -599,7 +584,7 @@ bool copy_file(std::u16string_view from, std::u16string_view to, bool fail_if_ex
     if (!in) return fail_resolve();
     Fd out(open_resolved(dst, O_WRONLY | O_CREAT | O_TRUNC, 0666));
     if (!out) return fail_resolve();
-    bool ok = copy_bytes(in.get(), out.get());
+    bool ok = copy_file_extents(in.get(), out.get()); // the holes of a sparse file stay holes
     uint32_t err = last_error();
     if (ok) {
         struct timespec ts[2] = {ss.st_atim, ss.st_mtim};

@@ -2,12 +2,14 @@
 // kept, shared by the Unix file and directory services (not for families).
 //
 // Attributes POSIX has no bit for (hidden, system, archive) live in the
-// extended attribute "user.DOSATTRIB" as hexadecimal text ("0x22"), the
-// convention Samba and Wine share, so that files they serve or see keep
-// them.  A file without it reads as archive (directories: nothing), a name
-// beginning with "." always reads as hidden, read-only is the absence of
-// every write permission bit, compressed comes from the file system's own
-// flag, and an entry with no other bit reads as normal (0x80).
+// extended attribute "user.DOSATTRIB", the record Samba keeps them in
+// (dos_record.h: every version is read, the one current Samba writes is
+// written), so that files it serves keep them.  A file without it reads as
+// Samba's "map archive" (its default for shares that store no DOS
+// attributes) shows it: archive when the owner may execute it (directories:
+// never).  A name beginning with "." always reads as hidden, read-only is
+// the absence of every write permission bit, compressed comes from the file
+// system's own flag, and an entry with no other bit reads as normal (0x80).
 //
 // Times: modification and access times with nanoseconds; the creation time
 // is the birth time where the file system records one (statx), else the
@@ -35,8 +37,9 @@ bool is_read_only(mode_t mode);
 // true with *bits when the extended attribute is there and readable, false
 // when there is none.
 bool read_dos_bits(int fd, uint32_t* bits);
-// Stores the DOS bits (only kDosKeptBits); false with the mapped Win32 code
-// as last error when the file system refuses.
+// Stores the DOS bits (only kDosKeptBits), keeping the creation time and the
+// other attributes of a record already there; false with the mapped Win32
+// code as last error when the file system refuses.
 bool write_dos_bits(int fd, uint32_t bits);
 // Opens the entry `name` of `dirfd` ("" for `dirfd` itself), of type `mode`,
 // for its extended attributes, without following a link: -1 for what has

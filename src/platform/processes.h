@@ -48,6 +48,7 @@ class ChildProcess {
 
   private:
     friend bool start_process(const std::string&, const std::vector<std::string>&, ChildProcess&);
+    friend int32_t start_background_process(const std::string&, const std::vector<std::string>&);
     void reset();
     int32_t pid_ = 0;
     int pidfd_ = -1;
@@ -59,10 +60,18 @@ class ChildProcess {
 // is a child of this one and must be waited for.
 bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child);
 
-// Starts `program` detached: the process is not a child of this one, so it
-// never needs waiting for and leaves no zombie.  Returns its identifier, 0
-// on failure.
-int32_t start_detached_process(const std::string& program, const std::vector<std::string>& args);
+// Starts `program` without waiting for it: the process is a child of this
+// one, kept in the component's table of the children it started.  Those
+// children are collected by the component (collect_children, and the stop
+// of kill_process), never by waitpid(-1), so the exit code a ChildProcess
+// waits for is never taken from it.  Returns its identifier, 0 on failure.
+int32_t start_background_process(const std::string& program, const std::vector<std::string>& args);
+
+// Collects the children of the table that have ended (without waiting):
+// they leave no zombie between two calls of the process functions.  The
+// table's children still running when the component is unloaded are left
+// to the host.
+void collect_children();
 
 // One process of the system.
 struct ProcessEntry {
@@ -73,9 +82,17 @@ struct ProcessEntry {
     bool module_is_path = false;
 };
 
-// A snapshot of the processes, by increasing identifier.  False when the
-// process list cannot be read.
+// A snapshot of the processes that run, by increasing identifier.  A
+// process that has ended and waits for its parent (state Z or X) is not in
+// it.  False when the process list cannot be read.
 bool list_processes(std::vector<ProcessEntry>& out);
+
+// The script a process runs: when its arguments are an interpreter's (the
+// first argument that is not an option is an absolute path that is not the
+// process's own executable), that path; "" otherwise or when the
+// arguments cannot be read.  A script started by name runs as its
+// interpreter ("/bin/sh /dev/root/sync.sh"), so that its name is found so.
+std::string process_script(int32_t pid, const std::string& module);
 
 // The executable of this process (host path), "" when unknown.
 std::string own_executable();
@@ -115,6 +132,10 @@ ProcessAccess open_process(int32_t pid);
 
 // Stops a process at once (SIGKILL, the equivalent of the device's
 // TerminateProcess).  False with the last error when it cannot be stopped.
-bool kill_process(int32_t pid);
+// Then waits until `deadline_ms` (a steady clock reading, see
+// steady_milliseconds) for the process to end, and collects it when it is
+// one of the component's children: the stop is complete when it returns.
+bool kill_process(int32_t pid, int64_t deadline_ms);
+int64_t steady_milliseconds();
 
 } // namespace kp::platform

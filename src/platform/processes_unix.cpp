@@ -13,8 +13,11 @@
 #include <cinttypes>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <deque>
+#include <mutex>
 #include <unordered_set>
 
 #include "platform/processes.h"
@@ -36,6 +39,9 @@ int pidfd_open(pid_t pid, unsigned flags) {
 int pidfd_send_signal(int fd, int sig) {
     return static_cast<int>(syscall(SYS_pidfd_send_signal, fd, sig, nullptr, 0u));
 }
+
+// Waits on a process descriptor (P_PIDFD), by number for the C library.
+constexpr idtype_t kWaitPidfd = static_cast<idtype_t>(3);
 
 // The code the device reports when a program cannot be started.
 uint32_t start_error(int err) {
@@ -92,6 +98,20 @@ ssize_t read_small(const char* path, char* buf, std::size_t size) {
     return n;
 }
 
+// Whether the state after the command name's ")" of /proc/PID/stat says
+// that the process has ended: Z (or X) with no thread left.  A leader that
+// ended while other threads of the process run shows Z but still runs (the
+// number of threads is the 17th field from the state on).
+bool ended_state(const char* close_paren) {
+    if (close_paren[0] != ')' || close_paren[1] != ' ') return false;
+    const char state = close_paren[2];
+    if (state != 'Z' && state != 'X') return false;
+    const char* p = close_paren + 3;
+    for (int field = 0; field < 16 && p; ++field)
+        p = std::strchr(p + 1, ' ');
+    return !p || std::atol(p + 1) <= 1;
+}
+
 bool read_link(const char* path, std::string& out) {
     char buf[PATH_MAX];
     ssize_t n = readlink(path, buf, sizeof buf);
@@ -105,10 +125,9 @@ bool read_link(const char* path, std::string& out) {
     return true;
 }
 
-// A message of the detached start, from the intermediate child (the
-// program's identifier) or from the program's process (why exec failed).
+// The message of a child whose exec failed (why).
 struct StartMessage {
-    int32_t kind; // 1 identifier, 2 errno
+    int32_t kind; // 2 errno
     int32_t value;
 };
 
@@ -120,7 +139,97 @@ void write_message(int fd, int32_t kind, int32_t value) {
     } while (r < 0 && errno == EINTR);
 }
 
+// The children started without waiting (start_background_process), each
+// with its process descriptor where the kernel has them: a descriptor names
+// the process itself, so that an identifier reused after someone else
+// collected the child is never waited for.  Children collected are
+// remembered (the last kRemembered), so that stopping one of them by
+// identifier reads as stopping a process that has already ended.
+class ChildTable {
+  public:
+    ~ChildTable() {
+        collect();
+        for (const Started& c : started_)
+            if (c.pidfd >= 0) close(c.pidfd);
+    }
+    void add(pid_t pid, int pidfd) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        started_.push_back({pid, pidfd});
+    }
+    // Collects the ended children (all, or only `only`).
+    void collect(pid_t only = 0) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (std::size_t i = 0; i < started_.size();) {
+            Started& c = started_[i];
+            if ((only == 0 || c.pid == only) && collect_one(c)) {
+                if (c.pidfd >= 0) close(c.pidfd);
+                remember(c.pid);
+                started_[i] = started_.back();
+                started_.pop_back();
+            } else {
+                ++i;
+            }
+        }
+    }
+    // A duplicate of the child's descriptor (-1 when none), or -2 when
+    // `pid` is not a child of the table.
+    int descriptor_of(pid_t pid) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const Started& c : started_)
+            if (c.pid == pid) return c.pidfd >= 0 ? fcntl(c.pidfd, F_DUPFD_CLOEXEC, 0) : -1;
+        return -2;
+    }
+    bool collected(pid_t pid) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return std::find(ended_.begin(), ended_.end(), pid) != ended_.end();
+    }
+
+  private:
+    struct Started {
+        pid_t pid;
+        int pidfd;
+    };
+    static constexpr std::size_t kRemembered = 256;
+
+    // True when the child has ended and is collected now, or was collected
+    // by the host (its SIGCHLD handler, or SIGCHLD ignored).
+    static bool collect_one(const Started& c) {
+        for (;;) {
+            siginfo_t info{};
+            const int r = c.pidfd >= 0
+                              ? waitid(kWaitPidfd, static_cast<id_t>(c.pidfd), &info, WEXITED | WNOHANG)
+                              : waitid(P_PID, static_cast<id_t>(c.pid), &info, WEXITED | WNOHANG);
+            if (r == 0) return info.si_pid != 0;
+            if (errno == EINTR) continue;
+            return errno == ECHILD;
+        }
+    }
+    void remember(pid_t pid) {
+        if (ended_.size() == kRemembered) ended_.pop_front();
+        ended_.push_back(pid);
+    }
+
+    std::mutex mutex_;
+    std::vector<Started> started_;
+    std::deque<pid_t> ended_;
+};
+
+ChildTable& children() {
+    static ChildTable table;
+    return table;
+}
+
 } // namespace
+
+void collect_children() {
+    children().collect();
+}
+
+int64_t steady_milliseconds() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
 
 // --- Children ------------------------------------------------------------
 
@@ -261,66 +370,15 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
     return true;
 }
 
-int32_t start_detached_process(const std::string& program, const std::vector<std::string>& args) {
-    // The program is started by an intermediate child that ends at once, so
-    // the program is adopted by the system and this process never has to
-    // collect it.  Everything the children use is prepared before the fork,
-    // they only make async-signal-safe calls, and _Fork runs none of the
-    // host's fork handlers (the children never return to the host's code).
-    std::vector<char*> argv = make_argv(program, args);
-    int pipe_fds[2];
-    if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-        set_last_error_from_errno();
-        return 0;
-    }
-    int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (null_fd < 0) {
-        set_last_error_from_errno();
-        close(pipe_fds[0]);
-        close(pipe_fds[1]);
-        return 0;
-    }
-    sigset_t all, none, saved;
-    sigfillset(&all);
-    sigemptyset(&none);
-    pthread_sigmask(SIG_SETMASK, &all, &saved);
-    pid_t middle = _Fork();
-    if (middle == 0) {
-        pid_t program_pid = _Fork();
-        if (program_pid == 0) {
-            exec_child(program, argv, null_fd, none, pipe_fds[1]);
-        }
-        if (program_pid > 0)
-            write_message(pipe_fds[1], 1, program_pid);
-        else
-            write_message(pipe_fds[1], 2, errno);
-        _exit(0);
-    }
-    const int fork_errno = errno;
-    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
-    close(pipe_fds[1]);
-    close(null_fd);
-    if (middle < 0) {
-        close(pipe_fds[0]);
-        set_last_error(start_error(fork_errno));
-        return 0;
-    }
-    int status;
-    while (waitpid(middle, &status, 0) < 0 && errno == EINTR) {}
-    int32_t pid = 0, err = 0;
-    StartMessage m;
-    for (;;) {
-        ssize_t r = read(pipe_fds[0], &m, sizeof m);
-        if (r < 0 && errno == EINTR) continue;
-        if (r != static_cast<ssize_t>(sizeof m)) break;
-        if (m.kind == 1) pid = m.value;
-        if (m.kind == 2) err = m.value;
-    }
-    close(pipe_fds[0]);
-    if (err != 0 || pid <= 0) {
-        set_last_error(start_error(err ? err : ECHILD));
-        return 0;
-    }
+int32_t start_background_process(const std::string& program, const std::vector<std::string>& args) {
+    ChildProcess child;
+    if (!start_process(program, args, child)) return 0;
+    // The table owns the process from now on: the ChildProcess lets it go
+    // without waiting for it.
+    const int32_t pid = child.pid_;
+    children().add(pid, child.pidfd_);
+    child.pid_ = 0;
+    child.pidfd_ = -1;
     return pid;
 }
 
@@ -334,7 +392,7 @@ bool list_processes(std::vector<ProcessEntry>& out) {
         return false;
     }
     char path[64];
-    char comm[64];
+    char stat[512];
     while (dirent* e = readdir(d)) {
         const char* name = e->d_name;
         if (*name < '1' || *name > '9') continue;
@@ -356,12 +414,16 @@ bool list_processes(std::vector<ProcessEntry>& out) {
         if (read_link(path, entry.module)) {
             entry.module_is_path = true;
         } else {
-            std::snprintf(path, sizeof path, "/proc/%" PRId64 "/comm", pid);
-            ssize_t n = read_small(path, comm, sizeof comm);
-            if (n <= 0) continue; // ended meanwhile
-            while (n > 0 && comm[n - 1] == '\n')
-                --n;
-            entry.module.assign(comm, static_cast<std::size_t>(n));
+            // No executable: a kernel thread, a process of another user, or
+            // one that has ended.  "pid (comm) S ..." gives the command name
+            // and the state.
+            std::snprintf(path, sizeof path, "/proc/%" PRId64 "/stat", pid);
+            if (read_small(path, stat, sizeof stat) <= 0) continue; // ended meanwhile
+            const char* open_paren = std::strchr(stat, '(');
+            const char* close_paren = std::strrchr(stat, ')');
+            if (!open_paren || !close_paren || close_paren < open_paren) continue;
+            if (ended_state(close_paren)) continue;
+            entry.module.assign(open_paren + 1, static_cast<std::size_t>(close_paren - open_paren - 1));
         }
         out.push_back(std::move(entry));
     }
@@ -369,6 +431,22 @@ bool list_processes(std::vector<ProcessEntry>& out) {
     std::sort(out.begin(), out.end(),
               [](const ProcessEntry& a, const ProcessEntry& b) { return a.pid < b.pid; });
     return true;
+}
+
+std::string process_script(int32_t pid, const std::string& module) {
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/%d/cmdline", pid);
+    char args[4096];
+    const ssize_t n = read_small(path, args, sizeof args);
+    if (n <= 0) return {};
+    // argv[0], then the interpreter's options, then the script.
+    const char* end = args + n;
+    const char* p = args + std::strlen(args) + 1;
+    while (p < end && *p == '-')
+        p += std::strlen(p) + 1;
+    if (p >= end || *p != '/') return {};
+    std::string script(p);
+    return script == module ? std::string() : script;
 }
 
 std::string own_executable() {
@@ -470,13 +548,11 @@ ProcessAccess open_process(int32_t pid) {
         return ProcessAccess::Missing;
     }
     // A pidfd names a process (a thread that leads no process is refused).
+    // A child of the component that it has collected has ended.
     int fd = pidfd_open(pid, 0);
     if (fd < 0) {
-        if (errno == ESRCH || errno == EINVAL) {
-            set_last_error(kErrorInvalidParameter);
-            return ProcessAccess::Missing;
-        }
-        if (kill(pid, 0) != 0 && errno == ESRCH) {
+        if (errno == ESRCH || errno == EINVAL || (kill(pid, 0) != 0 && errno == ESRCH)) {
+            if (children().collected(pid)) return ProcessAccess::Ended;
             set_last_error(kErrorInvalidParameter);
             return ProcessAccess::Missing;
         }
@@ -486,7 +562,7 @@ ProcessAccess open_process(int32_t pid) {
     if (read_small(path, stat, sizeof stat) > 0) {
         // "pid (comm) S ...": the state follows the last parenthesis.
         const char* close_paren = std::strrchr(stat, ')');
-        if (close_paren && close_paren[1] == ' ' && (close_paren[2] == 'Z' || close_paren[2] == 'X')) {
+        if (close_paren && ended_state(close_paren)) {
             if (fd >= 0) close(fd);
             return ProcessAccess::Ended;
         }
@@ -501,10 +577,33 @@ ProcessAccess open_process(int32_t pid) {
     return ProcessAccess::Running;
 }
 
-bool kill_process(int32_t pid) {
+bool kill_process(int32_t pid, int64_t deadline_ms) {
     // Never 0 or negative: those would signal process groups.
     if (pid <= 0) return fail(kErrorInvalidParameter);
-    if (kill(pid, SIGKILL) != 0) return fail(errno == EPERM ? kErrorAccessDenied : kErrorInvalidParameter);
+    // Through the process's descriptor when there is one, so that the
+    // signal and the wait reach this process even if it ends meanwhile.
+    int fd = children().descriptor_of(pid);
+    if (fd == -2) fd = pidfd_open(pid, 0);
+    const int r = fd >= 0 ? pidfd_send_signal(fd, SIGKILL) : kill(pid, SIGKILL);
+    if (r != 0) {
+        const int err = errno;
+        if (fd >= 0) close(fd);
+        return fail(err == EPERM ? kErrorAccessDenied : kErrorInvalidParameter);
+    }
+    // The stop completes within the deadline: a descriptor becomes readable
+    // when the process has ended; without one, its state is read again.
+    for (;;) {
+        const int64_t left = deadline_ms - steady_milliseconds();
+        if (fd >= 0) {
+            pollfd p{fd, POLLIN, 0};
+            if (poll(&p, 1, static_cast<int>(std::max<int64_t>(left, 0))) != 0 || left <= 0) break;
+        } else {
+            if (open_process(pid) != ProcessAccess::Running || left <= 0) break;
+            sleep_ms(1);
+        }
+    }
+    if (fd >= 0) close(fd);
+    children().collect(pid);
     return true;
 }
 

@@ -28,6 +28,10 @@ constexpr uint32_t kErrProcessList = 80100;
 constexpr uint32_t kErrProcessOpen = 80101;
 constexpr uint32_t kErrCannotStart = 80400;
 constexpr uint32_t kErrNotAbsolute = 80600;
+// How long ExeTerminate waits, in all, for the processes it stopped to end
+// (milliseconds): a process the kernel cannot end at once (in an
+// uninterruptible wait) is left ending.
+constexpr int64_t kStopBound = 2000;
 // Longest module path the calling program's own path is cut to.
 constexpr std::size_t kMaxModulePath = 260;
 
@@ -87,6 +91,17 @@ PathParts module_parts(const ShownModule& m) {
     p.name = dot == std::u16string_view::npos ? file : file.substr(0, dot);
     p.extension = dot == std::u16string_view::npos ? std::u16string_view() : file.substr(dot);
     return p;
+}
+
+// The script a process runs, shown as its module would be; nullopt when
+// the process runs no script.
+std::optional<ShownModule> shown_script(const platform::ProcessEntry& e, const std::string& root) {
+    if (!e.module_is_path) return std::nullopt;
+    platform::ProcessEntry script;
+    script.module = platform::process_script(e.pid, e.module);
+    if (script.module.empty()) return std::nullopt;
+    script.module_is_path = true;
+    return shown_module(script, root);
 }
 
 std::u16string_view file_name(const PathParts& p, std::u16string_view whole) {
@@ -181,6 +196,7 @@ bool prepare(const CommandLine& cl, std::string& program, std::vector<std::strin
 } // namespace
 
 int32_t exe_run(std::u16string_view command_line, int32_t wait_mode, CXError& err) {
+    platform::collect_children();
     command_line = command_line.substr(0, command_line.find(u'\0'));
     const CommandLine cl = parse_command_line(command_line);
     if (!platform::is_absolute_device_name(cl.program)) {
@@ -198,7 +214,7 @@ int32_t exe_run(std::u16string_view command_line, int32_t wait_mode, CXError& er
         started = platform::start_process(program, args, child);
         pid = child.pid();
     } else if (started) {
-        pid = platform::start_detached_process(program, args);
+        pid = platform::start_background_process(program, args);
         started = pid > 0;
     }
     if (!started) {
@@ -313,20 +329,27 @@ int32_t exe_running(std::optional<std::u16string_view> program, CXError& err) {
     const std::u16string own = program ? std::u16string() : own_module_path();
     const std::u16string_view path = program ? *program : std::u16string_view(own);
     const PathParts wanted = split_path(path);
+    platform::collect_children();
     std::vector<platform::ProcessEntry> list;
     if (!platform::list_processes(list)) {
         err.fail(kErrProcessList);
         return -1;
     }
     const std::string root = platform::device_root();
+    // Counted by name: the extension is not compared.
+    auto matches = [&](const ShownModule& m) {
+        const PathParts p = module_parts(m);
+        return same_ignoring_case(p.name, wanted.name) &&
+               (wanted.directory.empty() || same_ignoring_case(p.directory, wanted.directory));
+    };
     int32_t count = 0;
     for (const platform::ProcessEntry& e : list) {
-        const ShownModule m = shown_module(e, root);
-        const PathParts p = module_parts(m);
-        // Counted by name: the extension is not compared.
-        if (!same_ignoring_case(p.name, wanted.name)) continue;
-        if (!wanted.directory.empty() && !same_ignoring_case(p.directory, wanted.directory)) continue;
-        ++count;
+        // A script counts by its own name as well as by its interpreter's.
+        if (matches(shown_module(e, root))) {
+            ++count;
+        } else if (std::optional<ShownModule> script = shown_script(e, root)) {
+            if (matches(*script)) ++count;
+        }
     }
     return count;
 }
@@ -334,6 +357,7 @@ int32_t exe_running(std::optional<std::u16string_view> program, CXError& err) {
 bool exe_terminate(std::u16string_view program, CXError& err) {
     const PathParts wanted = split_path(program);
     const std::u16string_view wanted_file = file_name(wanted, program);
+    platform::collect_children();
     std::vector<platform::ProcessEntry> list;
     if (!platform::list_processes(list)) {
         err.fail(kErrProcessList);
@@ -343,11 +367,18 @@ bool exe_terminate(std::u16string_view program, CXError& err) {
     const int32_t self = platform::own_process_id();
     std::vector<int32_t> targets;
     bool includes_self = false;
-    for (const platform::ProcessEntry& e : list) {
-        const ShownModule m = shown_module(e, root);
+    auto matches = [&](const ShownModule& m) {
         const PathParts p = module_parts(m);
-        if (!same_ignoring_case(file_name(p, m.path), wanted_file)) continue;
-        if (!wanted.directory.empty() && !same_ignoring_case(p.directory, wanted.directory)) continue;
+        return same_ignoring_case(file_name(p, m.path), wanted_file) &&
+               (wanted.directory.empty() || same_ignoring_case(p.directory, wanted.directory));
+    };
+    for (const platform::ProcessEntry& e : list) {
+        // A script is stopped by its own name as well (its interpreter's
+        // process).
+        if (!matches(shown_module(e, root))) {
+            std::optional<ShownModule> script = shown_script(e, root);
+            if (!script || !matches(*script)) continue;
+        }
         if (e.pid == self)
             includes_self = true;
         else
@@ -355,28 +386,24 @@ bool exe_terminate(std::u16string_view program, CXError& err) {
     }
     // The calling program, when it matches, is stopped after the others.
     if (includes_self) targets.push_back(self);
+    // A process that has ended since the list was taken (or ends before
+    // its stop) is not stopped again and does not count.  Every stop waits
+    // for its process to end, all of them within kStopBound.
+    const int64_t deadline = platform::steady_milliseconds() + kStopBound;
     bool stopped = false;
-    for (int32_t pid : targets) {
-        switch (platform::open_process(pid)) {
-        case platform::ProcessAccess::Ended:
-            stopped = true;
-            break;
-        case platform::ProcessAccess::Running:
-            stopped = platform::kill_process(pid) || stopped;
-            break;
-        default:
-            break;
-        }
-    }
+    for (int32_t pid : targets)
+        if (platform::open_process(pid) == platform::ProcessAccess::Running)
+            stopped = platform::kill_process(pid, deadline) || stopped;
     return stopped;
 }
 
 bool exe_terminate(int32_t pid, CXError& err) {
+    platform::collect_children();
     switch (platform::open_process(pid)) {
     case platform::ProcessAccess::Ended:
         return true;
     case platform::ProcessAccess::Running:
-        if (platform::kill_process(pid)) return true;
+        if (platform::kill_process(pid, platform::steady_milliseconds() + kStopBound)) return true;
         err.set_system(platform::last_error());
         err.set_severity(KP_SEVERITY_ERROR);
         return false;
@@ -395,6 +422,7 @@ std::u16string exe_list_process(std::span<const int32_t> selectors, CXError& err
         if (s == -1) break;
         columns.push_back(s);
     }
+    platform::collect_children();
     std::vector<platform::ProcessEntry> list;
     if (!platform::list_processes(list)) {
         err.fail(kErrProcessList);

@@ -45,7 +45,7 @@ end)
 
 T.group("text forms", function()
   T.eq(kp.fListFile("\\lua\\*.txt", kp.frNotRecursive), "\\lua\\a.txt\r\n\\lua\\b.txt", "names")
-  T.eq(kp.fListFile("\\lua\\c.*", kp.frFullInformation), "\\lua\\c.log\tA", "with attributes")
+  T.eq(kp.fListFile("\\lua\\c.*", kp.frFullInformation), "\\lua\\c.log\t", "with attributes (none: 0644 and no stored record)")
 end)
 
 T.group("selectors", function()

@@ -154,7 +154,7 @@ TEST_F(FileService, NameOperations) {
     EXPECT_TRUE(list_directory(name(""), entries));
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[0].name, u"A.txt");
-    EXPECT_EQ(entries[0].attributes, kAttributeArchive);
+    EXPECT_EQ(entries[0].attributes, kAttributeNormal);
     EXPECT_EQ(entries[0].size, 3u);
     EXPECT_EQ(entries[1].attributes, kAttributeDirectory);
     EXPECT_FALSE(list_directory(name("A.txt"), entries));

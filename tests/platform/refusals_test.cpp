@@ -235,9 +235,24 @@ TEST(ChildProcesses, ProgramsThatCannotStartReportTheDeviceCodes) {
         EXPECT_EQ(last_error(), r.code) << r.program;
         EXPECT_FALSE(child.valid());
         EXPECT_EQ(child.wait(0), 0xFFFFFFFFu); // no process: no code
-        EXPECT_EQ(start_detached_process(r.program, r.args), 0) << r.program;
+        EXPECT_EQ(start_background_process(r.program, r.args), 0) << r.program;
         EXPECT_EQ(last_error(), r.code) << r.program;
     }
+}
+
+TEST(ChildProcesses, CollectingStartedChildrenLeavesAWaitedChildsCode) {
+    ChildProcess waited;
+    ASSERT_TRUE(start_process("/bin/sh", {"-c", "sleep 0.2; exit 7"}, waited));
+    const int32_t background = start_background_process("/bin/sh", {"-c", "exit 0"});
+    ASSERT_GT(background, 0);
+    uint32_t code = kStillActive;
+    for (int i = 0; i < 1000 && code == kStillActive; ++i) {
+        collect_children();
+        code = waited.wait(10);
+    }
+    EXPECT_EQ(code, 7u);
+    collect_children();
+    EXPECT_NE(::kill(background, 0), 0) << "the ended background child was collected";
 }
 
 TEST(ChildProcesses, ACodeCollectedElsewhereReadsAsUnknown) {

@@ -166,6 +166,57 @@ TEST_F(ListTest, ProcessThatHasAlreadyEnded) {
     EXPECT_TRUE(WIFEXITED(status)) << "the ended process was not signalled";
 }
 
+// A process in state Z has ended: never running, never listed, never
+// stopped again, whoever its parent is.  A short name, so that the command
+// name a zombie is known by is the whole name.
+TEST_F(ListTest, EndedProcessesAreNeitherRunningNorListedNorStopped) {
+    const std::string shortname = "kz" + std::to_string(getpid() % 100000);
+    const fs::path program = sleeper("apps/" + shortname);
+    const std::u16string device = u"\\apps\\" + kp::host::utf16(shortname);
+    pid_t zombie = fork();
+    if (zombie == 0) {
+        execl(program.c_str(), program.c_str(), "30", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    ASSERT_GT(zombie, 0);
+    ASSERT_TRUE(eventually([&] { return running(device) == 1; }));
+    ::kill(zombie, SIGKILL);
+    ASSERT_TRUE(eventually([&] { return process_state(zombie) == 'Z'; }));
+    const std::u16string id = kp::host::utf16(std::to_string(zombie));
+    for (const std::u16string& name : {device, kp::host::utf16(shortname)})
+        EXPECT_EQ(running(name), 0) << kp::host::utf8(name);
+    const std::u16string list = call("ExeListProcess", {Value::integer(3)}).result.s;
+    EXPECT_EQ(list.find(u"\r\n" + id + u"\r\n"), std::u16string::npos);
+    EXPECT_FALSE(call("ExeTerminate", {Value::string(device)}).result.b);
+    int status = 0;
+    ASSERT_EQ(waitpid(zombie, &status, 0), zombie) << "the test's own child is left to the test";
+
+    // A process the component started and stopped is gone (collected by the
+    // component) when ExeTerminate returns, by identifier and by name.
+    const int a = start_sleeper(device_path), b = start_sleeper(device_path);
+    EXPECT_TRUE(call("ExeTerminate", {Value::integer(a)}).result.b);
+    EXPECT_EQ(process_state(a), 0);
+    EXPECT_TRUE(call("ExeTerminate", {Value::string(device_path)}).result.b);
+    EXPECT_EQ(process_state(b), 0);
+    EXPECT_EQ(running(device_path), 0);
+    EXPECT_FALSE(call("ExeTerminate", {Value::string(device_path)}).result.b);
+}
+
+// A script runs as its interpreter with the script's path as argument: it
+// is found by the script's name as well.
+TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
+    script("Programs/" + name + ".sh", "while :; do sleep 0.1; done");
+    const std::u16string device = u"\\Programs\\" + kp::host::utf16(name) + u".sh";
+    auto r = call("ExeRun", {Value::string(device), Value::integer(1), Value::integer(3)});
+    ASSERT_GT(r.result.i, 0);
+    started.push_back(static_cast<int>(r.result.i));
+    EXPECT_TRUE(eventually([&] { return running(device) == 1; }));
+    EXPECT_EQ(running(kp::host::utf16(name)), 1);
+    EXPECT_EQ(running(u"\\Other\\" + kp::host::utf16(name) + u".sh"), 0);
+    EXPECT_TRUE(call("ExeTerminate", {Value::string(device)}).result.b);
+    EXPECT_EQ(running(device), 0);
+}
+
 // A process of another user can be neither stopped nor read: checked from
 // a child that gives up the super-user's rights (or, for an ordinary user,
 // against a process of the super-user).

@@ -51,14 +51,16 @@ inline char process_state(int pid, int* parent = nullptr) {
     return stat[close + 2];
 }
 
-// Children of this process that ended and were never collected.
-inline int zombie_children() {
+// Children of this process (any state, or only those that ended and were
+// never collected: 'Z').
+inline int children_of_this_process(char state = 0) {
     int count = 0;
     for (const auto& e : fs::directory_iterator("/proc")) {
         const std::string name = e.path().filename().string();
         if (name.find_first_not_of("0123456789") != std::string::npos) continue;
         int parent = 0;
-        if (process_state(std::stoi(name), &parent) == 'Z' && parent == getpid()) ++count;
+        const char s = process_state(std::stoi(name), &parent);
+        if (s != 0 && (state == 0 || s == state) && parent == getpid()) ++count;
     }
     return count;
 }
@@ -77,7 +79,15 @@ class ProcessTest : public ::testing::Test {
     void TearDown() override {
         for (int pid : started)
             if (pid > 0 && process_state(pid) != 0) ::kill(pid, SIGKILL);
-        EXPECT_TRUE(eventually([] { return zombie_children() == 0; }, 2000)) << "zombie children left";
+        // The component collects the programs it started, once ended, at its
+        // next call: none is left running or as a zombie once they end.
+        EXPECT_TRUE(eventually(
+            [&] {
+                call("ExeRunning", {Value::string(u"\\none")});
+                return children_of_this_process() == 0;
+            },
+            3000))
+            << "children left";
     }
 
     CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }

@@ -1,0 +1,198 @@
+// Hidden, system and archive attributes against Samba itself: the records
+// of user.DOSATTRIB are made and read by Samba's own Python bindings
+// (python3-samba), both ways.  Skipped, saying why, where the bindings or
+// user extended attributes are missing.
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <cstdio>
+#include <sstream>
+
+#include "files_fixture.h"
+#include "platform/dos_record.h"
+
+namespace kp::files::test {
+namespace {
+
+using host::Value;
+
+// The Python of the system: Samba's bindings are packaged for it.
+constexpr const char* kPython = "/usr/bin/python3";
+
+std::string run_python(const std::string& script) {
+    const std::string path =
+        std::filesystem::temp_directory_path() / ("kp120-samba-" + std::to_string(getpid()));
+    std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
+                        << script;
+    std::string out;
+    if (FILE* p = popen((std::string(kPython) + " " + path + " 2>/dev/null").c_str(), "r")) {
+        char buf[4096];
+        while (std::size_t n = fread(buf, 1, sizeof buf, p))
+            out.append(buf, n);
+        if (pclose(p) != 0) out.clear();
+    }
+    std::filesystem::remove(path);
+    return out;
+}
+
+std::string from_hex(const std::string& hex) {
+    std::string out;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
+std::string to_hex(const std::string& bytes) {
+    std::string out;
+    char buf[3];
+    for (unsigned char c : bytes) {
+        std::snprintf(buf, sizeof buf, "%02x", c);
+        out += buf;
+    }
+    return out;
+}
+
+// A record of `version` made by Samba: attributes, hex text, creation time.
+constexpr const char* kMake = R"(
+def make(version, attrib, create=0, name=''):
+    d = xattr.DOSATTRIB()
+    d.version = version
+    kind = {1: 'DosInfo1', 2: 'DosInfo2Old', 3: 'DosInfo3', 4: 'DosInfo4', 5: 'DosInfo5'}[version]
+    i = getattr(xattr, kind)()
+    if version >= 3:
+        i.valid_flags = xattr.XATTR_DOSINFO_ATTRIB | xattr.XATTR_DOSINFO_CREATE_TIME
+    if version == 2:
+        i.name = name
+    i.attrib = attrib
+    i.create_time = create
+    d.info = i
+    print(ndr_pack(d).hex())
+)";
+
+class SambaAttributes : public DeviceTest {
+  protected:
+    void SetUp() override {
+        if (run_python("print('ok')") != "ok\n")
+            GTEST_SKIP() << "Samba's Python bindings (python3-samba) are not installed";
+        put("probe", "");
+        if (setxattr(host_path("probe").c_str(), "user.test", "1", 1, 0) != 0)
+            GTEST_SKIP() << "no user extended attributes here";
+    }
+    std::string stored(const std::string& rel) {
+        std::string v(65536, '\0');
+        ssize_t n = getxattr(host_path(rel).c_str(), "user.DOSATTRIB", v.data(), v.size());
+        v.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+        return v;
+    }
+    void store(const std::string& rel, const std::string& value) {
+        ASSERT_EQ(setxattr(host_path(rel).c_str(), "user.DOSATTRIB", value.data(), value.size(), 0), 0);
+    }
+    std::u16string letters(const std::u16string& name) {
+        return call("fAttribute", {Value::string(name)}).result.s;
+    }
+};
+
+// Samba writes, the component reads: every version, and a record longer than
+// a small fixed buffer (version 2 with a long name).
+TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
+    struct Row {
+        const char* make;
+        const char16_t* letters;
+    };
+    const Row rows[] = {
+        {"make(1, 0x22)", u"AH"},
+        {"make(2, 0x04, 0, 'n' * 200)", u"S"},
+        {"make(3, 0x26, 1)", u"AHS"},
+        {"make(4, 0x02, 2)", u"H"},
+        {"make(5, 0x06, 3)", u"HS"},
+        {"make(5, 0x20)", u"A"},
+        {"make(5, 0x00)", u""},
+        {"make(5, 0x02)", u"H"}, // stays: a hidden file is not listed by frNoHiddenFile
+    };
+    std::string script = kMake;
+    for (const Row& r : rows)
+        script += std::string(r.make) + "\n";
+    std::istringstream records(run_python(script));
+    put("f.txt", "x");
+    for (const Row& r : rows) {
+        std::string hex;
+        ASSERT_TRUE(std::getline(records, hex)) << r.make;
+        store("f.txt", from_hex(hex));
+        EXPECT_EQ(letters(u"\\f.txt"), r.letters) << r.make;
+    }
+    put("g.txt", "x");
+    EXPECT_EQ(call("fListFile", {Value::string(u"\\*.txt"), Value::integer(0x102)}).result.s, u"\\g.txt");
+}
+
+// The component writes, Samba reads: version 5 with an empty text, keeping the
+// creation time and the attributes it does not manage of the record there.
+TEST_F(SambaAttributes, RecordsTheComponentWritesAreReadBySamba) {
+    put("f.txt", "x");
+    std::string script = kMake;
+    script += "make(4, 0x2100, 0x01d9000011112222)\n";
+    store("f.txt", from_hex(run_python(script).substr(0, 64)));
+    ASSERT_EQ(call("fAttribute", {Value::string(u"\\f.txt"), Value::string(u"+HS")}).result.s, u"HS");
+    put("new.txt", "x");
+    ASSERT_EQ(call("fAttribute", {Value::string(u"\\new.txt"), Value::string(u"+A")}).result.s, u"A");
+    const std::string read = R"(
+import sys
+for h in sys.argv[1:]:
+    d = ndr_unpack(xattr.DOSATTRIB, bytes.fromhex(h))
+    i = d.info
+    print(repr(d.attrib_hex), d.version, i.valid_flags, hex(i.attrib), hex(i.create_time))
+)";
+    // The records go to Python as arguments of the script.
+    const std::string path =
+        std::filesystem::temp_directory_path() / ("kp120-unpack-" + std::to_string(getpid()));
+    std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
+                        << read;
+    std::string out;
+    const std::string cmd =
+        std::string(kPython) + " " + path + " " + to_hex(stored("f.txt")) + " " + to_hex(stored("new.txt"));
+    if (FILE* p = popen(cmd.c_str(), "r")) {
+        char buf[1024];
+        while (std::size_t n = fread(buf, 1, sizeof buf, p))
+            out.append(buf, n);
+        pclose(p);
+    }
+    std::filesystem::remove(path);
+    EXPECT_EQ(out, "'' 5 17 0x2106 0x1d9000011112222\n'' 5 1 0x20 0x0\n");
+}
+
+// A record cut anywhere or of an unknown version: the attributes of the text
+// when it has them, else those of a file without the attribute; never more.
+TEST_F(SambaAttributes, TruncatedAndUnknownRecords) {
+    std::string script = kMake;
+    script += "make(5, 0x06, 3)\nmake(3, 0x02, 1)\n";
+    std::istringstream records(run_python(script));
+    std::string v5, v3;
+    ASSERT_TRUE(std::getline(records, v5) && std::getline(records, v3));
+    v5 = from_hex(v5), v3 = from_hex(v3);
+    put("f.txt", "x");
+    for (std::size_t cut = 1; cut < v5.size(); ++cut) {
+        store("f.txt", v5.substr(0, cut));
+        EXPECT_EQ(letters(u"\\f.txt"), u"") << "version 5 cut at " << cut;
+    }
+    for (std::size_t cut = 6; cut < v3.size(); ++cut) {
+        store("f.txt", v3.substr(0, cut));
+        EXPECT_EQ(letters(u"\\f.txt"), u"H") << "version 3 cut at " << cut << ": the text's 0x2";
+    }
+    std::string unknown = v3;
+    unknown[4] = unknown[6] = 9;
+    store("f.txt", unknown);
+    EXPECT_EQ(letters(u"\\f.txt"), u"H");
+    unknown = v5;
+    unknown[2] = unknown[4] = 9;
+    store("f.txt", unknown);
+    EXPECT_EQ(letters(u"\\f.txt"), u"");
+    store("f.txt", std::string("0x4\0junk", 8)); // the text alone, then bytes of no record
+    EXPECT_EQ(letters(u"\\f.txt"), u"S");
+    // Without the attribute: archive is the owner's execute bit.
+    put("plain.txt", "x");
+    EXPECT_EQ(letters(u"\\plain.txt"), u"");
+    ::chmod(host_path("plain.txt").c_str(), 0755);
+    EXPECT_EQ(letters(u"\\plain.txt"), u"A");
+}
+
+} // namespace
+} // namespace kp::files::test

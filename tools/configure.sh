@@ -36,6 +36,7 @@ done
 } >"$new"
 
 stamp=$build/kp120-configure.stamp
+toolchain_lines() { awk '!/^arg / || /^arg -D(CMAKE_(C|CXX)_COMPILER|CMAKE_TOOLCHAIN_FILE)[:=]/'; }
 if [ -f "$build/CMakeCache.txt" ] && [ -f "$stamp" ] && cmp -s "$stamp" "$new"; then
   rm -f "$new"
   exit 0
@@ -47,9 +48,14 @@ if [ -f "$build/CMakeCache.txt" ]; then
   else
     echo "configure: $build was made by an older version of the project or by hand; configuring it afresh" >&2
   fi
-  # The cache and what CMake found out about the compilers go; the object
+  # The cache goes, and what CMake found out about the compilers when they
+  # may have changed (a new compiler, toolchain or layout, or no stamp):
+  # finding it out again makes every object be compiled again.  The object
   # files under the targets' folders stay.
-  rm -rf "$build/CMakeCache.txt" "$build"/CMakeFiles/[0-9]*
+  rm -f "$build/CMakeCache.txt"
+  if ! cmp -s <(toolchain_lines 2>/dev/null <"$stamp") <(toolchain_lines <"$new"); then
+    rm -rf "$build"/CMakeFiles/[0-9]*
+  fi
 fi
 rm -f "$stamp"
 cmake -S . -B "$build" "$@"

@@ -163,8 +163,9 @@ void split_host_path(std::string_view path, std::deque<std::string>& out, bool f
 // of what is left, an absolute one from the root, ".." never above the
 // root, at most kMaxLinks links.  `canonical`, when given, receives the
 // path of what was opened relative to the root, links replaced by their
-// targets.  With `missing_last`, a last component that does not exist is
-// not a failure: the walk returns its directory and sets *missing_last.
+// targets.  With `missing_last`, a component that does not exist is not a
+// failure: the walk returns the directory that lacks it, sets
+// *missing_last, and `canonical` ends with the missing names as written.
 int walk_beneath(int root_fd, std::string_view rel, int flags, unsigned mode, std::string* canonical,
                  bool* missing_last = nullptr) {
     struct Level {
@@ -206,8 +207,11 @@ int walk_beneath(int root_fd, std::string_view rel, int flags, unsigned mode, st
         const bool last = todo.empty();
         int fd = openat(cur(), c.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
         if (fd < 0) {
-            if (last && errno == ENOENT && missing_last) {
+            if (errno == ENOENT && missing_last) {
+                // What is missing keeps its name: a path through it fails.
                 *missing_last = true;
+                for (const std::string& rest : todo)
+                    c += "/" + rest;
                 return finish(openat(cur(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC), &c);
             }
             if (last && errno == ENOENT && (flags & O_CREAT))
@@ -467,9 +471,17 @@ bool resolve_host_path(std::string_view root_in, std::u16string_view name, std::
                        uint32_t* error) {
     ResolvedName r;
     if (!resolve_device_name(root_in, name, r, error)) return false;
-    if (!r.parent_exists) {
+    if (!r.root) {
         if (error) *error = kErrorPathNotFound;
         return false;
+    }
+    if (!r.parent_exists) {
+        // The name as written, for the walk to find where it stops existing.
+        std::vector<std::u16string_view> parts;
+        components(name, parts);
+        r.rel.clear();
+        for (std::u16string_view p : parts)
+            r.rel += (r.rel.empty() ? "" : "/") + to_utf8(p);
     }
     std::string canonical;
     bool missing = false;

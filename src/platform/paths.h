@@ -116,8 +116,10 @@ uint32_t win32_from_resolve_errno(int err);
 // A host path for programs and libraries that take one (processes, shell,
 // archives): the entry resolved beneath the root with every link replaced
 // by its target, so that the path holds no symbolic link and lies inside
-// the root when it is made.  `exists` tells whether the entry exists;
-// false with the last error when the name is bad or its directory missing.
+// the root when it is made.  `exists` tells whether the entry exists; when
+// it does not, the path ends with the missing names as written, below the
+// last folder that exists.  False with the last error for a bad name or a
+// missing root.
 bool resolve_host_path(std::u16string_view name, std::string& path, bool& exists);
 // The same under `root`, the Win32 code in *error.
 bool resolve_host_path(std::string_view root, std::u16string_view name, std::string& path, bool& exists,

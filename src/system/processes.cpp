@@ -183,7 +183,10 @@ bool prepare(const CommandLine& cl, std::string& program, std::vector<std::strin
     bool exists = false;
     if (!platform::resolve_host_path(cl.program, program, exists)) return false;
     if (!exists) {
-        platform::set_last_error(platform::kErrorFileNotFound);
+        platform::ResolvedName r;
+        if (platform::resolve_device_name(cl.program, r))
+            platform::set_last_error(r.parent_exists ? platform::kErrorFileNotFound
+                                                     : platform::kErrorPathNotFound);
         return false;
     }
     args.clear();

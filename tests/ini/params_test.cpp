@@ -2,6 +2,9 @@
 // exact round trips of every kind of value in both modes, the stores'
 // layout on disk and in the registry, deletion of values and groups.
 #include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <functional>
 
 #include <cmath>
 #include <limits>
@@ -288,6 +291,36 @@ TEST_F(Params, DeleteRemovesAValueOrAWholeGroup) {
         EXPECT_EQ(r.error.id, 80800u);
         EXPECT_EQ(save(u"", Value::integer(1)).error.id, 80800u);
     }
+}
+
+// A group hundreds of registry levels deep is deleted without recursion: on
+// a thread with a 192 KiB stack, a frame a level would overflow it.
+TEST_F(Params, DeleteTakesADeepGroupOnASmallStack) {
+    const std::u16string loc = u"Software\\DeepTest";
+    init(0, &loc);
+    std::u16string group = u"deep";
+    for (int i = 0; i < 600; ++i)
+        group += u"/d";
+    save(group + u"/v", Value::integer(1));
+    ASSERT_EQ(load(group + u"/v", Value::integer(-1)).i, 1);
+    bool removed = false;
+    std::function<void()> job = [&] { removed = remove(u"deep").result.b; };
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 192 * 1024);
+    pthread_t th;
+    ASSERT_EQ(pthread_create(
+                  &th, &attr,
+                  [](void* p) -> void* {
+                      (*static_cast<std::function<void()>*>(p))();
+                      return nullptr;
+                  },
+                  &job),
+              0);
+    pthread_join(th, nullptr);
+    pthread_attr_destroy(&attr);
+    EXPECT_TRUE(removed);
+    EXPECT_EQ(load(group + u"/v", Value::integer(-1)).i, -1);
 }
 
 TEST_F(Params, DeleteWithoutANameTakesTheHostsCurrentObject) {

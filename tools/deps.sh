@@ -14,7 +14,7 @@ pkgs=(build-essential cmake pkg-config python3 clang libclang-rt-dev lld
       libicu-dev libsqlite3-dev liblua5.4-dev libedit-dev
       libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev ncompress coreutils gcovr
       libglib2.0-dev libglib2.0-bin libsystemd-dev libzip-dev libx11-dev libxtst-dev libxrandr-dev libxext-dev
-      xvfb xauth xdotool xclip x11-xserver-utils x11-utils trash-cli dbus python3-dbusmock python3-dbus python3-gi
+      xvfb xauth xdotool xclip x11-xserver-utils x11-utils openbox trash-cli dbus python3-dbusmock python3-dbus python3-gi
       shared-mime-info desktop-file-utils binutils-mingw-w64-x86-64 binutils-mingw-w64-i686)
 # The 32-bit build: libraries of the component, the host, kp120 and the
 # tests (no benchmark library: benchmarks are not built for 32 bits).

@@ -1151,7 +1151,7 @@ class X11Display final : public Display {
             if (!restore_pending_) {
                 restore_cv_.wait(lock);
             } else if (std::chrono::steady_clock::now() >= restore_at_) {
-                restore_spares();
+                trapped_restore();
             } else {
                 restore_cv_.wait_until(lock, restore_at_);
             }
@@ -1167,8 +1167,16 @@ class X11Display final : public Display {
         if (restorer_.joinable()) restorer_.join();
         if (spares_hold_symbols() && !dead_) {
             std::this_thread::sleep_for(kGrace);
-            restore_spares();
+            std::lock_guard<std::mutex> lock(mutex_);
+            trapped_restore();
         }
+    }
+
+    // restore_spares() outside a Lock: protocol errors trapped too.
+    void trapped_restore() {
+        auto old = XSetErrorHandler(on_x_error);
+        restore_spares();
+        XSetErrorHandler(old);
     }
 
     ::Display* dpy_;

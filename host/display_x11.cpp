@@ -6,7 +6,10 @@
 //
 // Window lookup by title keeps the titles of every listed window over a
 // second connection (XCB) that follows their changes, so that a thousand
-// windows cost one round trip.  Every Xlib call runs under one mutex; X protocol errors
+// windows cost one round trip.  As Win32's window search, it compares titles
+// and classes without regard to case and finds hidden windows too.  A title
+// is _NET_WM_NAME, else WM_NAME, read by one reader whatever the property's
+// encoding (UTF8_STRING, STRING, COMPOUND_TEXT).  Every Xlib call runs under one mutex; X protocol errors
 // (a window that closed in between) are trapped and turn into failures, and
 // a display that goes away marks the object dead: every later operation
 // fails at once.
@@ -23,13 +26,21 @@
 #include <X11/extensions/Xrandr.h>
 #include <X11/extensions/dpms.h>
 #include <xcb/xcb.h>
+#include <unicode/uchar.h>
 // clang-format on
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <map>
+#include <system_error>
+#include <thread>
 #include <unordered_map>
+#include <unordered_set>
+
+#include "x11_keys.h"
 
 namespace kp::host {
 
@@ -47,6 +58,59 @@ int on_io_error(::Display*) {
 
 std::string to8(std::u16string_view s) {
     return utf8(s);
+}
+
+// True when `s` is well-formed UTF-8 (shortest forms, no surrogates).
+bool valid_utf8(std::string_view s) {
+    for (std::size_t i = 0; i < s.size();) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        const int n = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : -1;
+        if (n < 0 || i + n >= s.size() + (n == 0 ? 1 : 0)) return false;
+        uint32_t cp = n == 0 ? c : c & (0x3F >> n);
+        for (int k = 1; k <= n; ++k) {
+            const unsigned char d = static_cast<unsigned char>(s[i + k]);
+            if ((d & 0xC0) != 0x80) return false;
+            cp = (cp << 6) | (d & 0x3F);
+        }
+        if ((n == 1 && cp < 0x80) || (n == 2 && (cp < 0x800 || (cp >= 0xD800 && cp < 0xE000))) ||
+            (n == 3 && (cp < 0x10000 || cp > 0x10FFFF)))
+            return false;
+        i += n + 1;
+    }
+    return true;
+}
+
+std::string latin1_to_utf8(std::string_view s) {
+    std::string out;
+    for (unsigned char c : s) {
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+        } else {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        }
+    }
+    return out;
+}
+
+// A title as compared: each character upper-cased (simple case mapping),
+// as Win32 compares window titles and class names.
+std::u16string folded(std::string_view utf8_text) {
+    std::u16string u = utf16(utf8_text), out;
+    out.reserve(u.size());
+    for (std::size_t i = 0; i < u.size(); ++i) {
+        UChar32 c = u[i];
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < u.size() && u[i + 1] >= 0xDC00 && u[i + 1] < 0xE000)
+            c = 0x10000 + ((c - 0xD800) << 10) + (u[++i] - 0xDC00);
+        c = u_toupper(c);
+        if (c >= 0x10000) {
+            out.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+            out.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+        } else {
+            out.push_back(static_cast<char16_t>(c));
+        }
+    }
+    return out;
 }
 
 class X11Display final : public Display {
@@ -69,7 +133,8 @@ class X11Display final : public Display {
                                "_NET_FRAME_EXTENTS",
                                "_NET_SYSTEM_TRAY_OPCODE",
                                "_NET_SYSTEM_TRAY_MESSAGE_DATA",
-                               "_XEMBED_INFO"};
+                               "_XEMBED_INFO",
+                               "COMPOUND_TEXT"};
         XInternAtoms(dpy_, const_cast<char**>(names), static_cast<int>(std::size(names)), False, atoms_);
         int ev = 0, err = 0;
         have_randr_ = XRRQueryExtension(dpy_, &ev, &err);
@@ -78,13 +143,13 @@ class X11Display final : public Display {
         have_dpms_ = DPMSQueryExtension(dpy_, &ev, &err) && DPMSCapable(dpy_);
     }
     ~X11Display() override {
+        stop_restorer();
         if (!dead_) {
             for (auto& [id, gc] : gcs_)
                 XFreeGC(dpy_, gc.gc);
             for (Window w : own_)
                 XDestroyWindow(dpy_, w);
             if (icon_window_) XDestroyWindow(dpy_, icon_window_);
-            release_spares();
             XCloseDisplay(dpy_);
         }
         if (xcb_) xcb_disconnect(xcb_);
@@ -196,8 +261,8 @@ class X11Display final : public Display {
     // at once), and compares in memory.
     uintptr_t find_window(const char16_t* title, const char16_t* class_name) override {
         if (dead_ || !xcb_) return 0;
-        const std::string t = title ? to8(title) : std::string(),
-                          c = class_name ? to8(class_name) : std::string();
+        const std::u16string t = title ? folded(to8(title)) : std::u16string(),
+                             c = class_name ? folded(to8(class_name)) : std::u16string();
         std::lock_guard<std::mutex> guard(xcb_mutex_);
         if (xcb_connection_has_error(xcb_)) return 0;
         const std::vector<xcb_window_t> list = xcb_top_level_windows();
@@ -215,7 +280,7 @@ class X11Display final : public Display {
             auto it = cache_.find(w);
             if (it == cache_.end()) continue;
             const Cached& k = it->second;
-            if (title && (k.has_net ? k.net : k.wm) != t) continue;
+            if (title && k.title != t) continue;
             if (class_name && k.instance != c && k.cls != c) continue;
             return w;
         }
@@ -233,16 +298,8 @@ class X11Display final : public Display {
         Lock l(this);
         if (!l || !valid(w)) return false;
         std::string t;
-        if (!utf8_property(static_cast<Window>(w), atom(kNetWmName), t)) {
-            XTextProperty p{};
-            if (XGetWMName(dpy_, static_cast<Window>(w), &p) && p.value) {
-                char** list = nullptr;
-                int n = 0;
-                if (Xutf8TextPropertyToTextList(dpy_, &p, &list, &n) >= Success && n > 0 && list) t = list[0];
-                if (list) XFreeStringList(list);
-                XFree(p.value);
-            }
-        }
+        if (!text_property(static_cast<Window>(w), atom(kNetWmName), t))
+            text_property(static_cast<Window>(w), XA_WM_NAME, t);
         if (!l.ok()) return false;
         out = utf16(t);
         return true;
@@ -400,20 +457,24 @@ class X11Display final : public Display {
             const unsigned bit = vk == 1 ? Button1Mask : vk == 2 ? Button3Mask : Button2Mask;
             return (mask & bit) ? 0x8000 : 0;
         }
-        std::vector<KeySym> syms = keysyms_of(vk);
+        const std::vector<unsigned long> syms = x11::keysyms_of_virtual_key(vk);
         if (syms.empty()) return 0;
+        // Every key that carries one of the symbols, in the server's map of
+        // now (another client may have changed it).
+        load_keymap();
         char keys[32] = {};
         XQueryKeymap(dpy_, keys);
-        for (KeySym s : syms) {
-            const KeyCode kc = XKeysymToKeycode(dpy_, s);
-            if (kc && (keys[kc / 8] & (1 << (kc % 8)))) return 0x8000;
-        }
+        for (KeySym s : syms)
+            for (int kc = min_keycode_; kc <= max_keycode_; ++kc)
+                if (level_of(static_cast<KeyCode>(kc), s) >= 0 && (keys[kc / 8] & (1 << (kc % 8))))
+                    return 0x8000;
         return 0;
     }
 
     bool type_text(std::u16string_view text, int32_t modifiers) override {
         Lock l(this);
         if (!l || !have_xtest_) return false;
+        load_keymap();
         std::vector<KeyCode> held;
         auto press = [&](KeySym s) {
             if (KeyCode kc = XKeysymToKeycode(dpy_, s)) {
@@ -435,14 +496,27 @@ class X11Display final : public Display {
         for (auto it = held.rbegin(); it != held.rend(); ++it)
             XTestFakeKeyEvent(dpy_, *it, False, 0);
         XSync(dpy_, False);
+        schedule_restore();
         return ok && l.ok();
     }
 
+    // Each event is made where it was asked: the motion, then every button
+    // press or release, waits until the server has processed it (the
+    // pointer is there, the button's state changed), so that a release is
+    // never taken at the place of the next motion, even while a window
+    // manager's grab holds the events back for a moment.  Each wait is
+    // bounded.
     bool mouse(int32_t action, int32_t x, int32_t y) override {
         Lock l(this);
         if (!l || !have_xtest_) return false;
+        bool ok = true;
         XTestFakeMotionEvent(dpy_, screen_, x, y, 0);
-        auto button = [&](unsigned b, bool down) { XTestFakeButtonEvent(dpy_, b, down ? True : False, 0); };
+        ok = settled([&](int px, int py, unsigned) { return px == x && py == y; });
+        auto button = [&](unsigned b, bool down) {
+            const unsigned mask = b == 1 ? Button1Mask : Button3Mask;
+            XTestFakeButtonEvent(dpy_, b, down ? True : False, 0);
+            ok = settled([&](int, int, unsigned m) { return ((m & mask) != 0) == down; }) && ok;
+        };
         switch (action) {
         case KP_MOUSE_MOVE:
             break;
@@ -473,8 +547,7 @@ class X11Display final : public Display {
         default:
             return false;
         }
-        XSync(dpy_, False);
-        return l.ok();
+        return ok && l.ok();
     }
 
     // The icon docks in the notification area of the screen (the owner of
@@ -583,6 +656,7 @@ class X11Display final : public Display {
         kTrayOpcode,
         kTrayMessageData,
         kXembedInfo,
+        kCompoundText,
         kAtomCount
     };
     Atom atom(AtomIndex i) const { return atoms_[i]; }
@@ -651,26 +725,56 @@ class X11Display final : public Display {
         return out;
     }
 
-    bool utf8_property(Window w, Atom property, std::string& out) {
+    // A title property's text as UTF-8; false when the window has no such
+    // 8-bit property.  Called under the display's lock.
+    bool text_property(Window w, Atom property, std::string& out) {
         Atom actual = 0;
         int format = 0;
         unsigned long n = 0, after = 0;
         unsigned char* data = nullptr;
         bool found = false;
-        // Some clients write _NET_WM_NAME as STRING: any 8-bit text is taken as UTF-8.
         if (XGetWindowProperty(dpy_, w, property, 0, 1 << 20, False, AnyPropertyType, &actual, &format, &n,
                                &after, &data) == Success &&
-            data && format == 8) {
-            out.assign(reinterpret_cast<const char*>(data), n);
+            data && format == 8 && actual != None) {
+            out = title_text(actual, std::string_view(reinterpret_cast<const char*>(data), n));
             found = true;
         }
         if (data) XFree(data);
         return found;
     }
 
+    // The one reader of titles, whatever their property and encoding:
+    // COMPOUND_TEXT through Xlib's converter (called with the display's
+    // lock held); 8-bit text that is well-formed UTF-8 as UTF-8 (clients
+    // that write UTF-8 under the type STRING); other STRING text as
+    // Latin-1; anything else as UTF-8, ill-formed bytes becoming U+FFFD.
+    std::string title_text(Atom type, std::string_view bytes) {
+        if (type == atom(kCompoundText)) {
+            XTextProperty p{};
+            std::string copy(bytes);
+            p.value = reinterpret_cast<unsigned char*>(copy.data());
+            p.encoding = type;
+            p.format = 8;
+            p.nitems = copy.size();
+            char** list = nullptr;
+            int n = 0;
+            std::string out;
+            if (Xutf8TextPropertyToTextList(dpy_, &p, &list, &n) >= Success && list) {
+                for (int k = 0; k < n; ++k)
+                    out += list[k];
+                XFreeStringList(list);
+                return out;
+            }
+            return latin1_to_utf8(bytes);
+        }
+        if (valid_utf8(bytes)) return std::string(bytes);
+        if (type == XA_STRING) return latin1_to_utf8(bytes);
+        return utf8(utf16(bytes));
+    }
+
     struct Cached {
-        std::string net, wm, instance, cls;
-        bool has_net = false, fresh = false;
+        std::u16string title, instance, cls; // folded
+        bool fresh = false;
     };
 
     // Reads the properties of the listed windows that are new or changed,
@@ -700,16 +804,23 @@ class X11Display final : public Display {
         for (Pending& p : pending) {
             Cached k;
             bool gone = false;
-            k.has_net = text_reply(p.net, k.net, &gone);
-            text_reply(p.wm, k.wm, &gone, true);
-            std::string all;
-            text_reply(p.cls, all, &gone);
+            std::string net, wm, all;
+            xcb_atom_t net_type = XCB_NONE, wm_type = XCB_NONE, cls_type = XCB_NONE;
+            const bool has_net = text_reply(p.net, net, net_type, &gone);
+            const bool has_wm = text_reply(p.wm, wm, wm_type, &gone);
+            text_reply(p.cls, all, cls_type, &gone);
+            if (has_net || has_wm) {
+                // COMPOUND_TEXT goes through Xlib, under its lock.
+                std::lock_guard<std::mutex> xlib(mutex_);
+                if (!dead_) k.title = folded(has_net ? title_text(net_type, net) : title_text(wm_type, wm));
+            }
             // WM_CLASS: the instance name, NUL, the class name, NUL.
             const std::size_t nul = all.find('\0');
-            k.instance = all.substr(0, nul);
+            k.instance = folded(all.substr(0, nul));
             if (nul != std::string::npos) {
-                k.cls = all.substr(nul + 1);
-                if (!k.cls.empty() && k.cls.back() == '\0') k.cls.pop_back();
+                std::string cls = all.substr(nul + 1);
+                if (!cls.empty() && cls.back() == '\0') cls.pop_back();
+                k.cls = folded(cls);
             }
             k.fresh = true;
             if (!gone) kept.emplace(p.w, std::move(k));
@@ -717,10 +828,9 @@ class X11Display final : public Display {
         cache_ = std::move(kept);
     }
 
-    // An 8-bit property's text; false when the window has no such property
-    // (*gone when the window no longer exists).  With `latin1`, a STRING
-    // property is converted to UTF-8.
-    bool text_reply(xcb_get_property_cookie_t cookie, std::string& out, bool* gone, bool latin1 = false) {
+    // An 8-bit property's bytes and type; false when the window has no such
+    // property (*gone when the window no longer exists).
+    bool text_reply(xcb_get_property_cookie_t cookie, std::string& out, xcb_atom_t& type, bool* gone) {
         xcb_generic_error_t* error = nullptr;
         xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, cookie, &error);
         if (error) {
@@ -732,20 +842,8 @@ class X11Display final : public Display {
         if (present) {
             const auto* v = static_cast<const unsigned char*>(xcb_get_property_value(r));
             const std::size_t n = static_cast<std::size_t>(xcb_get_property_value_length(r));
-            out.clear();
-            if (r->type == XCB_ATOM_STRING && latin1) {
-                // STRING is Latin-1: compared as UTF-8.
-                for (std::size_t i = 0; i < n; ++i) {
-                    if (v[i] < 0x80) {
-                        out.push_back(static_cast<char>(v[i]));
-                    } else {
-                        out.push_back(static_cast<char>(0xC0 | (v[i] >> 6)));
-                        out.push_back(static_cast<char>(0x80 | (v[i] & 0x3F)));
-                    }
-                }
-            } else {
-                out.assign(reinterpret_cast<const char*>(v), n);
-            }
+            out.assign(reinterpret_cast<const char*>(v), n);
+            type = r->type;
         }
         free(r);
         return present;
@@ -767,9 +865,25 @@ class X11Display final : public Display {
             free(r);
         }
         if (xcb_query_tree_reply_t* r = xcb_query_tree_reply(xcb_, tree_cookie, nullptr)) {
+            const xcb_window_t* v = xcb_query_tree_children(r);
+            const int n = xcb_query_tree_children_length(r);
             if (out.empty()) {
-                const xcb_window_t* v = xcb_query_tree_children(r);
-                out.assign(v, v + xcb_query_tree_children_length(r));
+                out.assign(v, v + n);
+            } else {
+                // A window manager lists the windows it manages; a hidden
+                // (withdrawn) window is an unmapped child of the root again,
+                // and is found as Win32 finds hidden windows.
+                const std::unordered_set<xcb_window_t> listed(out.begin(), out.end());
+                std::vector<std::pair<xcb_window_t, xcb_get_window_attributes_cookie_t>> asks;
+                for (int k = 0; k < n; ++k)
+                    if (!listed.count(v[k])) asks.emplace_back(v[k], xcb_get_window_attributes(xcb_, v[k]));
+                for (auto& [w, cookie] : asks) {
+                    if (xcb_get_window_attributes_reply_t* a =
+                            xcb_get_window_attributes_reply(xcb_, cookie, nullptr)) {
+                        if (a->map_state == XCB_MAP_STATE_UNMAPPED && !a->override_redirect) out.push_back(w);
+                        free(a);
+                    }
+                }
             }
             free(r);
         }
@@ -859,46 +973,23 @@ class X11Display final : public Display {
         return 0;
     }
 
-    // Key symbols of a virtual-key code.
-    static std::vector<KeySym> keysyms_of(int32_t vk) {
-        if ((vk >= 'A' && vk <= 'Z')) return {static_cast<KeySym>(XK_a + (vk - 'A'))};
-        if (vk >= '0' && vk <= '9') return {static_cast<KeySym>(XK_0 + (vk - '0'))};
-        if (vk >= 112 && vk <= 123) return {static_cast<KeySym>(XK_F1 + (vk - 112))};
-        switch (vk) {
-        case 8:
-            return {XK_BackSpace};
-        case 9:
-            return {XK_Tab};
-        case 13:
-            return {XK_Return, XK_KP_Enter};
-        case 16:
-            return {XK_Shift_L, XK_Shift_R};
-        case 17:
-            return {XK_Control_L, XK_Control_R};
-        case 18:
-            return {XK_Alt_L, XK_Alt_R, XK_Meta_L};
-        case 27:
-            return {XK_Escape};
-        case 32:
-            return {XK_space};
-        case 37:
-            return {XK_Left};
-        case 38:
-            return {XK_Up};
-        case 39:
-            return {XK_Right};
-        case 40:
-            return {XK_Down};
-        case 46:
-            return {XK_Delete};
-        default:
-            return {};
+    // Waits, at most half a second, until the pointer's position and
+    // buttons as the server has processed them satisfy `done`.
+    template <class F> bool settled(F&& done) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+        for (;;) {
+            Window r = 0, c = 0;
+            int x = 0, y = 0, wx = 0, wy = 0;
+            unsigned mask = 0;
+            if (dead_ || !XQueryPointer(dpy_, root_, &r, &c, &x, &y, &wx, &wy, &mask)) return false;
+            if (done(x, y, mask)) return true;
+            if (std::chrono::steady_clock::now() >= deadline) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
 
-    // One character through XTest: its key, with Shift when the character
-    // is the key's shifted symbol; a character no key carries is put on a
-    // spare key for the time of the stroke.
+    // One character through XTest: the key that carries it at the first or
+    // the second (shifted) level, else a spare key given the symbol.
     bool type_char(char32_t c) {
         KeySym sym;
         if (c == u'\n' || c == u'\r')
@@ -913,58 +1004,179 @@ class X11Display final : public Display {
             sym = c;
         else
             sym = 0x01000000 | c;
-        KeyCode kc = XKeysymToKeycode(dpy_, sym);
-        bool remapped = false;
-        if (!kc) {
+        // A key of the map (not a spare) that carries the symbol at the
+        // first or the second level.
+        KeyCode kc = 0;
+        int level = -1;
+        for (int k = min_keycode_; k <= max_keycode_ && level < 0; ++k) {
+            const KeyCode key = static_cast<KeyCode>(k);
+            if (std::any_of(spares_.begin(), spares_.end(), [&](const Spare& s) { return s.key == key; }))
+                continue;
+            level = level_of(key, sym);
+            kc = key;
+        }
+        if (level < 0) {
             kc = spare_key(sym);
             if (!kc) return false;
-            remapped = true;
+            level = 0;
         }
-        const bool shifted = !remapped && XkbKeycodeToKeysym(dpy_, kc, 0, 0) != sym &&
-                             XkbKeycodeToKeysym(dpy_, kc, 0, 1) == sym;
-        const KeyCode shift = shifted ? XKeysymToKeycode(dpy_, XK_Shift_L) : 0;
+        const KeyCode shift = level == 1 ? shift_key_ : 0;
         if (shift) XTestFakeKeyEvent(dpy_, shift, True, 0);
         XTestFakeKeyEvent(dpy_, kc, True, 0);
         XTestFakeKeyEvent(dpy_, kc, False, 0);
         if (shift) XTestFakeKeyEvent(dpy_, shift, False, 0);
-        XSync(dpy_, False);
         return true;
     }
 
-    // A key for a symbol no key carries: one of the keys without symbols,
-    // taken in turn.  The symbol stays on it (clients read the mapping
-    // when they handle the key, after the stroke) until the key's turn
-    // comes again or the display closes.
-    KeyCode spare_key(KeySym sym) {
-        for (auto& [kc, s] : spares_)
-            if (s == sym) return kc;
-        if (spares_.empty()) {
-            int min = 0, max = 0, per = 0;
-            XDisplayKeycodes(dpy_, &min, &max);
-            KeySym* map = XGetKeyboardMapping(dpy_, static_cast<KeyCode>(min), max - min + 1, &per);
-            for (int k = max; k >= min && map; --k) {
-                bool empty = true;
-                for (int j = 0; j < per; ++j)
-                    if (map[(k - min) * per + j] != NoSymbol) empty = false;
-                if (empty && spares_.size() < 8) spares_.emplace_back(static_cast<KeyCode>(k), NoSymbol);
-            }
-            if (map) XFree(map);
-            if (spares_.empty()) return 0;
+    // The server's keyboard map of now (one request).
+    void load_keymap() {
+        XDisplayKeycodes(dpy_, &min_keycode_, &max_keycode_);
+        KeySym* map = XGetKeyboardMapping(dpy_, static_cast<KeyCode>(min_keycode_),
+                                          max_keycode_ - min_keycode_ + 1, &per_keycode_);
+        keymap_.clear();
+        if (map) {
+            keymap_.assign(map, map + (max_keycode_ - min_keycode_ + 1) * per_keycode_);
+            XFree(map);
+        } else {
+            max_keycode_ = min_keycode_ - 1;
         }
-        auto& slot = spares_[next_spare_++ % spares_.size()];
-        KeySym pair[2] = {sym, sym};
-        XChangeKeyboardMapping(dpy_, slot.first, 2, pair, 1);
-        XSync(dpy_, False);
-        slot.second = sym;
-        return slot.first;
+        shift_key_ = 0;
+        for (int k = min_keycode_; k <= max_keycode_ && !shift_key_; ++k)
+            if (level_of(static_cast<KeyCode>(k), XK_Shift_L) == 0) shift_key_ = static_cast<KeyCode>(k);
     }
 
-    void release_spares() {
-        for (auto& [kc, s] : spares_) {
-            if (s == NoSymbol) continue;
-            KeySym none[2] = {NoSymbol, NoSymbol};
-            XChangeKeyboardMapping(dpy_, kc, 2, none, 1);
+    // The level (0 or 1, the shifted one) at which a key of the loaded map
+    // carries a symbol (a letter in either case at the level of its case);
+    // -1 when it does not.
+    int level_of(KeyCode key, KeySym sym) const {
+        if (per_keycode_ <= 0 || key < min_keycode_ || key > max_keycode_) return -1;
+        const KeySym* k = keymap_.data() + (key - min_keycode_) * per_keycode_;
+        KeySym lower = k[0], upper = per_keycode_ > 1 ? k[1] : NoSymbol;
+        if (upper == NoSymbol) XConvertCase(k[0], &lower, &upper);
+        if (sym == NoSymbol) return -1;
+        if (lower == sym) return 0;
+        if (upper == sym) return 1;
+        return -1;
+    }
+
+    // Keys without symbols lend themselves to the characters no key
+    // carries.  A client reads the symbol of a key when it handles the key's
+    // event, which may come well after the stroke: a spare key is given
+    // another symbol only once the server has delivered every stroke made
+    // since the spares were last settled (a round trip) and the clients have
+    // had a grace to read them, and the spares are given back their empty
+    // symbols a second after the last text (by the display's own thread,
+    // the caller does not wait), so that the keyboard is left as it was.
+    // A spare keeps its symbol until then: the next text that needs it
+    // types it at once.  With 64 spares, a text of many distinct characters
+    // waits once every 64 of them.
+    static constexpr std::size_t kMaxSpares = 64;
+    static constexpr auto kGrace = std::chrono::milliseconds(250);
+    static constexpr auto kRestoreAfter = std::chrono::milliseconds(1000);
+
+    KeyCode spare_key(KeySym sym) {
+        for (Spare& s : spares_)
+            if (s.sym == sym) {
+                s.used = true;
+                return s.key;
+            }
+        if (spares_.empty()) find_spares();
+        if (spares_.empty()) return 0;
+        auto it = std::find_if(spares_.begin(), spares_.end(), [](const Spare& s) { return !s.used; });
+        if (it == spares_.end()) {
+            XSync(dpy_, False);
+            std::this_thread::sleep_for(kGrace);
+            for (Spare& s : spares_)
+                s.used = false;
+            it = spares_.begin();
         }
+        KeySym pair[2] = {sym, sym};
+        XChangeKeyboardMapping(dpy_, it->key, 2, pair, 1);
+        it->sym = sym;
+        it->used = true;
+        return it->key;
+    }
+
+    void find_spares() {
+        for (int k = max_keycode_; k >= min_keycode_ && spares_.size() < kMaxSpares; --k) {
+            bool empty = true;
+            for (int j = 0; j < per_keycode_; ++j)
+                if (keymap_[(k - min_keycode_) * per_keycode_ + j] != NoSymbol) empty = false;
+            if (empty) spares_.push_back({static_cast<KeyCode>(k), NoSymbol, false});
+        }
+    }
+
+    bool spares_hold_symbols() const {
+        return std::any_of(spares_.begin(), spares_.end(), [](const Spare& s) { return s.sym != NoSymbol; });
+    }
+
+    // Gives the spares back their empty symbols; called with the display's
+    // mutex held.
+    void restore_spares() {
+        for (Spare& s : spares_) {
+            if (s.sym != NoSymbol && !dead_) {
+                KeySym none[2] = {NoSymbol, NoSymbol};
+                XChangeKeyboardMapping(dpy_, s.key, 2, none, 1);
+            }
+            s.sym = NoSymbol;
+            s.used = false;
+        }
+        if (!dead_) XSync(dpy_, False);
+        restore_pending_ = false;
+    }
+
+    // Called with the display's mutex held, after a text.
+    void schedule_restore() {
+        for (Spare& s : spares_)
+            s.used = false; // delivered (the caller synced)
+        if (!spares_hold_symbols()) return;
+        restore_at_ = std::chrono::steady_clock::now() + kRestoreAfter;
+        restore_pending_ = true;
+        if (!restorer_.joinable()) {
+            try {
+                restorer_ = std::thread([this] { restorer(); });
+            } catch (const std::system_error&) {
+                // No thread: the caller waits the grace and restores now.
+                std::this_thread::sleep_for(kGrace);
+                restore_spares();
+                return;
+            }
+        }
+        restore_cv_.notify_all();
+    }
+
+    void restorer() noexcept {
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (!stopping_) {
+            if (!restore_pending_) {
+                restore_cv_.wait(lock);
+            } else if (std::chrono::steady_clock::now() >= restore_at_) {
+                trapped_restore();
+            } else {
+                restore_cv_.wait_until(lock, restore_at_);
+            }
+        }
+    }
+
+    void stop_restorer() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        restore_cv_.notify_all();
+        if (restorer_.joinable()) restorer_.join();
+        if (spares_hold_symbols() && !dead_) {
+            std::this_thread::sleep_for(kGrace);
+            std::lock_guard<std::mutex> lock(mutex_);
+            trapped_restore();
+        }
+    }
+
+    // restore_spares() outside a Lock: protocol errors trapped too.
+    void trapped_restore() {
+        auto old = XSetErrorHandler(on_x_error);
+        restore_spares();
+        XSetErrorHandler(old);
     }
 
     ::Display* dpy_;
@@ -978,10 +1190,21 @@ class X11Display final : public Display {
     std::mutex xcb_mutex_;
     std::unordered_map<xcb_window_t, Cached> cache_;
     std::vector<Window> own_;
-    std::vector<std::pair<KeyCode, KeySym>> spares_;
+    struct Spare {
+        KeyCode key;
+        KeySym sym;
+        bool used; // typed since the spares were last settled
+    };
+    std::vector<Spare> spares_;
+    std::vector<KeySym> keymap_;
+    int min_keycode_ = 0, max_keycode_ = -1, per_keycode_ = 0;
+    KeyCode shift_key_ = 0;
+    std::thread restorer_;
+    std::condition_variable restore_cv_;
+    std::chrono::steady_clock::time_point restore_at_;
+    bool restore_pending_ = false, stopping_ = false;
     Window icon_window_ = 0;
     long balloon_id_ = 0;
-    std::size_t next_spare_ = 0;
     struct Gc {
         GC gc;
         uintptr_t window;

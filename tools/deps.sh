@@ -60,6 +60,7 @@ set_test=(
   xclip
   x11-xserver-utils
   x11-utils
+  openbox
   trash-cli
   dbus
   python3-dbusmock

@@ -176,9 +176,15 @@ class DeviceClipboard final : public Clipboard, private Opener {
 
     bool open() override {
         if (held()) return true; // opened again by its opener: still open
-        if (!mutex_.try_lock_for(kLockWait)) {
-            set_last_error(kErrorAccessDenied);
-            return false;
+        bool abandoned = false;
+        if (!acquire(kLockWait, &abandoned)) return false;
+        // An opener that ended without closing: what it changed is stored
+        // as its close would have stored it, and its file lock is given up.
+        if (abandoned) {
+            if (dirty_) commit();
+            content_.clear();
+            if (lock_fd_ >= 0) ::close(lock_fd_);
+            lock_fd_ = -1;
         }
         std::string dir;
         if (!locate(dir)) return abandon();
@@ -200,7 +206,6 @@ class DeviceClipboard final : public Clipboard, private Opener {
         content_ = parse(raw);
         dir_ = std::move(dir);
         dirty_ = false;
-        take();
         return true;
     }
 
@@ -209,7 +214,6 @@ class DeviceClipboard final : public Clipboard, private Opener {
         bool ok = true;
         if (dirty_) ok = commit();
         const uint32_t code = last_error();
-        release();
         content_.clear();
         abandon();
         if (!ok) set_last_error(code);
@@ -319,25 +323,24 @@ class DeviceClipboard final : public Clipboard, private Opener {
         return true;
     }
 
-    // Releases the lock and the opener's hold; returns false for the caller.
+    // Releases the file lock and the opener's hold (the calling thread is
+    // the opener); returns false for the caller.
     bool abandon() {
         if (lock_fd_ >= 0) {
             flock(lock_fd_, LOCK_UN);
             ::close(lock_fd_);
             lock_fd_ = -1;
         }
-        mutex_.unlock();
+        release();
         return false;
     }
 
     std::string fixed_root_;
-    std::timed_mutex mutex_;
+    // The members below belong to the opener thread while it holds the
+    // clipboard open (Opener hands them from one opener to the next).
     int lock_fd_ = -1;
     std::string dir_;
     Content content_;
-    // The thread that opened the clipboard; the calls that need it open
-    // fail with 1418 on other threads, as they do for a caller that did not
-    // open it.
     bool dirty_ = false;
     uint32_t serial_ = 0;
 };

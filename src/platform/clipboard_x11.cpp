@@ -5,9 +5,14 @@
 // the X11 work; the clipboard calls hand it jobs and wait for their answer.
 // The thread
 //   - owns the selection when text is put on the clipboard, and serves it
-//     (targets TARGETS, UTF8_STRING and text/plain;charset=utf-8; large text
-//     in pieces by the INCR protocol) until another client takes the
-//     selection or the process ends;
+//     (targets TARGETS, TIMESTAMP, MULTIPLE, UTF8_STRING,
+//     text/plain;charset=utf-8 and STRING; large text in pieces by the INCR
+//     protocol) until another client takes the selection or the clipboard
+//     object goes (at unload or at the end of the process);
+//   - hands the text it owns to the clipboard manager (the owner of the
+//     CLIPBOARD_MANAGER selection, asked for SAVE_TARGETS) when the object
+//     goes, waiting at most the timeout for the manager to take it, so that
+//     the text outlives the process;
 //   - asks the owner for a target and waits at most the timeout for the
 //     answer and for each piece of an incremental answer; an owner that
 //     never answers gives 1460;
@@ -15,10 +20,11 @@
 //     fails with 21, and the process goes on.
 //
 // Text leaves as UTF-8: a lone surrogate, which UTF-8 cannot carry, leaves
-// as U+FFFD.  Text arrives as UTF-8 (STRING as Latin-1 from owners that offer
-// nothing else); bytes that are not UTF-8 arrive as U+FFFD, one each.  A
-// bitmap is the owner's image/png or image/bmp target; its size is read from
-// the image header.
+// as U+FFFD.  As STRING it leaves as Latin-1, each character outside it
+// (a surrogate pair is one character) as '?', as the conversion of the
+// device does for characters its code page lacks.  Text arrives as UTF-8 (STRING as Latin-1 from owners that
+// offer nothing else); bytes that are not UTF-8 arrive as U+FFFD, one each.  A bitmap is the owner's
+// image/png or image/bmp target; its size is read from the image header.
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <poll.h>
@@ -35,6 +41,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -123,6 +130,20 @@ std::string strict_utf8(std::u16string_view text) {
     return to_utf8(clean);
 }
 
+// Latin-1 for the clients that ask for STRING.
+std::string latin1(std::u16string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+            text[i + 1] <= 0xDFFF)
+            ++i;
+        out.push_back(c <= 0xFF ? static_cast<char>(c) : '?');
+    }
+    return out;
+}
+
 // Decodes UTF-8 from another client: encodings of surrogates are not UTF-8
 // either, so they become U+FFFD like any other invalid byte.
 std::u16string lenient_utf16(std::string_view bytes) {
@@ -140,7 +161,7 @@ std::u16string lenient_utf16(std::string_view bytes) {
 }
 
 struct Job {
-    enum class Kind { Own, Fetch } kind = Kind::Fetch;
+    enum class Kind { Own, Fetch, Save } kind = Kind::Fetch;
     Formats formats; // Own: what the clipboard holds from now on
     Atom target = None;
     // Answer.
@@ -175,11 +196,16 @@ class X11Clipboard final : public Clipboard, private Opener {
         attrs.event_mask = PropertyChangeMask;
         win_ = XCreateWindow(dpy_, DefaultRootWindow(dpy_), -10, -10, 1, 1, 0, CopyFromParent, InputOnly,
                              CopyFromParent, CWEventMask, &attrs);
-        const char* names[] = {"CLIPBOARD", "TARGETS",   "UTF8_STRING", "text/plain;charset=utf-8",
-                               "INCR",      "KP120_SEL", "image/png",   "image/bmp",
-                               "TEXT",      "STRING",    "TIMESTAMP",   "MULTIPLE"};
-        Atom atoms[12];
-        XInternAtoms(dpy_, const_cast<char**>(names), 12, False, atoms);
+        const char* names[] = {"CLIPBOARD",    "TARGETS",
+                               "UTF8_STRING",  "text/plain;charset=utf-8",
+                               "INCR",         "KP120_SEL",
+                               "image/png",    "image/bmp",
+                               "TEXT",         "STRING",
+                               "TIMESTAMP",    "MULTIPLE",
+                               "ATOM_PAIR",    "CLIPBOARD_MANAGER",
+                               "SAVE_TARGETS", "INTEGER"};
+        Atom atoms[16];
+        XInternAtoms(dpy_, const_cast<char**>(names), 16, False, atoms);
         clipboard_ = atoms[0];
         targets_ = atoms[1];
         utf8_ = atoms[2];
@@ -190,15 +216,42 @@ class X11Clipboard final : public Clipboard, private Opener {
         bmp_ = atoms[7];
         text_ = atoms[8];
         string_ = atoms[9];
+        timestamp_ = atoms[10];
+        multiple_ = atoms[11];
+        atom_pair_ = atoms[12];
+        manager_ = atoms[13];
+        save_targets_ = atoms[14];
+        integer_ = atoms[15];
         long max = XExtendedMaxRequestSize(dpy_);
         if (max == 0) max = XMaxRequestSize(dpy_);
         chunk_ = std::clamp<std::size_t>(static_cast<std::size_t>(max) * 4 - 1024, 4096, 256 * 1024);
         XFlush(dpy_);
+    }
+
+    // Starts the thread; false (with the system's error) when its wake-up
+    // descriptor or the thread cannot be made.
+    bool start() {
         wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        worker_ = std::thread([this] { run(); });
+        if (wake_ < 0) {
+            set_last_error_from_errno();
+            return false;
+        }
+        try {
+            worker_ = std::thread([this] { run(); });
+        } catch (const std::system_error&) {
+            set_last_error(kErrorNotEnoughMemory);
+            return false;
+        }
+        return true;
     }
 
     ~X11Clipboard() override {
+        // Text this process owns goes to the clipboard manager first.
+        if (worker_.joinable() && worker_.get_id() != std::this_thread::get_id()) {
+            Job save;
+            save.kind = Job::Kind::Save;
+            submit(save);
+        }
         {
             std::lock_guard<std::mutex> lock(jobs_mutex_);
             stop_ = true;
@@ -229,23 +282,18 @@ class X11Clipboard final : public Clipboard, private Opener {
 
     bool open() override {
         if (held()) return true; // opened again by its opener: still open
-        if (!open_mutex_.try_lock_for(std::chrono::milliseconds(2000))) {
-            set_last_error(kErrorAccessDenied);
-            return false;
-        }
-        if (dead_) {
-            open_mutex_.unlock();
+        if (!acquire(std::chrono::milliseconds(2000))) return false;
+        if (dead_ || wake_ < 0) {
+            release();
             set_last_error(kErrorNotReady);
             return false;
         }
-        take();
         return true;
     }
 
     bool close() override {
         if (!require_held()) return false;
         release();
-        open_mutex_.unlock();
         return true;
     }
 
@@ -466,7 +514,30 @@ class X11Clipboard final : public Clipboard, private Opener {
 
     // ---- the thread ----
 
-    void run() {
+    // The thread's body: whatever escapes the loop (an allocation that
+    // fails) ends the thread as the loss of the display does.
+    void run() noexcept {
+        try {
+            loop();
+        } catch (...) {
+            dead_ = true;
+        }
+        try {
+            outgoing_.clear();
+        } catch (...) {}
+        if (fetch_) finish(std::exchange(fetch_, nullptr), kErrorNotReady);
+        if (save_) finish(std::exchange(save_, nullptr), kErrorNotReady);
+        std::lock_guard<std::mutex> lock(jobs_mutex_);
+        for (Job* job : jobs_) {
+            job->error = kErrorNotReady;
+            job->done = true;
+        }
+        jobs_.clear();
+        dead_ = true;
+        done_cv_.notify_all();
+    }
+
+    void loop() {
         for (;;) {
             std::deque<Job*> jobs;
             {
@@ -479,6 +550,8 @@ class X11Clipboard final : public Clipboard, private Opener {
                     finish(job, kErrorNotReady);
                 else if (job->kind == Job::Kind::Own)
                     take_ownership(job);
+                else if (job->kind == Job::Kind::Save)
+                    start_save(job);
                 else
                     start_fetch(job);
             }
@@ -495,14 +568,6 @@ class X11Clipboard final : public Clipboard, private Opener {
             wait_for_work();
             expire();
         }
-        if (fetch_) finish(std::exchange(fetch_, nullptr), kErrorNotReady);
-        std::lock_guard<std::mutex> lock(jobs_mutex_);
-        for (Job* job : jobs_) {
-            job->error = kErrorNotReady;
-            job->done = true;
-        }
-        jobs_.clear();
-        done_cv_.notify_all();
     }
 
     void wait_for_work() {
@@ -514,6 +579,7 @@ class X11Clipboard final : public Clipboard, private Opener {
             timeout = timeout < 0 ? m : std::min(timeout, m);
         };
         if (fetch_) consider(fetch_deadline_);
+        if (save_) consider(save_deadline_);
         for (const Outgoing& o : outgoing_)
             consider(o.deadline);
         pollfd fds[2] = {{wake_, POLLIN, 0}, {dead_ ? -1 : ConnectionNumber(dpy_), POLLIN, 0}};
@@ -534,6 +600,8 @@ class X11Clipboard final : public Clipboard, private Opener {
             if (!dead_) XDeleteProperty(dpy_, win_, property_);
             end_fetch(kErrorTimeout);
         }
+        // A clipboard manager that does not answer keeps nothing.
+        if (save_ && now >= save_deadline_) finish(std::exchange(save_, nullptr), kErrorTimeout);
         outgoing_.remove_if([&](const Outgoing& o) { return now >= o.deadline; });
     }
 
@@ -541,8 +609,17 @@ class X11Clipboard final : public Clipboard, private Opener {
         auto text = std::make_shared<std::string>();
         auto it = job->formats.find(kFormatUnicodeText);
         const bool has_text = it != job->formats.end();
-        if (has_text) *text = strict_utf8(text_of_block(it->second));
-        XSetSelectionOwner(dpy_, clipboard_, win_, CurrentTime);
+        std::shared_ptr<std::string> text8;
+        if (has_text) {
+            const std::u16string units = text_of_block(it->second);
+            *text = strict_utf8(units);
+            text8 = std::make_shared<std::string>(latin1(units));
+        }
+        // The selection is taken at the server's time of now (a zero-length
+        // append to a property of the window tells it), which TIMESTAMP
+        // answers.
+        const Time now = server_time();
+        XSetSelectionOwner(dpy_, clipboard_, win_, now);
         if (XGetSelectionOwner(dpy_, clipboard_) != win_) {
             finish(job, dead_ ? kErrorNotReady : kErrorAccessDenied);
             return;
@@ -552,6 +629,8 @@ class X11Clipboard final : public Clipboard, private Opener {
             owned_ = job->formats;
         }
         served_text_ = has_text ? std::move(text) : nullptr;
+        served_latin1_ = std::move(text8);
+        owned_since_ = now;
         owning_ = true;
         finish(job, 0);
     }
@@ -586,12 +665,50 @@ class X11Clipboard final : public Clipboard, private Opener {
     }
 
     std::vector<Atom> own_targets() const {
-        std::vector<Atom> t{targets_};
+        std::vector<Atom> t{targets_, timestamp_, multiple_};
         if (served_text_) {
             t.push_back(utf8_);
             t.push_back(text_plain_);
+            t.push_back(string_);
         }
         return t;
+    }
+
+    // The server's time: the PropertyNotify of an empty append to a
+    // property of the thread's window carries it.
+    Time server_time() {
+        XChangeProperty(dpy_, win_, timestamp_, integer_, 32, PropModeAppend, nullptr, 0);
+        XSync(dpy_, False);
+        XEvent ev;
+        auto is_ours = [](Display*, XEvent* e, XPointer arg) -> Bool {
+            const auto* self = reinterpret_cast<const X11Clipboard*>(arg);
+            return e->type == PropertyNotify && e->xproperty.window == self->win_ &&
+                   e->xproperty.atom == self->timestamp_;
+        };
+        if (!dead_ && XCheckIfEvent(dpy_, &ev, is_ours, reinterpret_cast<XPointer>(this)))
+            return ev.xproperty.time;
+        return CurrentTime;
+    }
+
+    // Asks the clipboard manager to take the text this process owns; the
+    // job ends with its answer or after the timeout.  Nothing to hand over
+    // or no manager: done at once.
+    void start_save(Job* job) {
+        const Window manager = owning_ ? XGetSelectionOwner(dpy_, manager_) : None;
+        if (dead_ || manager == None || XGetSelectionOwner(dpy_, clipboard_) != win_) {
+            finish(job, 0);
+            return;
+        }
+        // The targets worth keeping: the text's.
+        std::vector<long> keep;
+        for (Atom a : own_targets())
+            if (a != targets_ && a != timestamp_ && a != multiple_) keep.push_back(static_cast<long>(a));
+        XChangeProperty(dpy_, win_, save_targets_, XA_ATOM, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(keep.data()), static_cast<int>(keep.size()));
+        XConvertSelection(dpy_, manager_, save_targets_, save_targets_, win_, CurrentTime);
+        XFlush(dpy_);
+        save_ = job;
+        save_deadline_ = Clock::now() + timeout_;
     }
 
     // Reads and deletes the whole property.  False when it cannot be read.
@@ -629,6 +746,11 @@ class X11Clipboard final : public Clipboard, private Opener {
     void handle(XEvent& ev) {
         switch (ev.type) {
         case SelectionNotify:
+            if (save_ && ev.xselection.selection == manager_ && ev.xselection.target == save_targets_) {
+                XDeleteProperty(dpy_, win_, save_targets_);
+                finish(std::exchange(save_, nullptr), 0);
+                break;
+            }
             if (fetch_ && !fetch_incr_ && ev.xselection.requestor == win_ &&
                 ev.xselection.selection == clipboard_ && ev.xselection.target == fetch_->target)
                 on_selection_notify(ev.xselection);
@@ -650,6 +772,7 @@ class X11Clipboard final : public Clipboard, private Opener {
                 // Another client took the clipboard.
                 owning_ = false;
                 served_text_ = nullptr;
+                served_latin1_ = nullptr;
                 std::lock_guard<std::mutex> lock(owned_mutex_);
                 owned_.clear();
             }
@@ -727,28 +850,14 @@ class X11Clipboard final : public Clipboard, private Opener {
         // Obsolete requestors name no property: the target stands for it.
         const Atom property = r.property == None ? r.target : r.property;
         reply.property = None;
-        if (r.selection == clipboard_ && r.owner == win_ && owning_) {
-            if (r.target == targets_) {
-                const std::vector<Atom> t = own_targets();
-                std::vector<long> longs(t.begin(), t.end());
-                XChangeProperty(dpy_, r.requestor, property, XA_ATOM, 32, PropModeReplace,
-                                reinterpret_cast<const unsigned char*>(longs.data()),
-                                static_cast<int>(longs.size()));
-                reply.property = property;
-            } else if ((r.target == utf8_ || r.target == text_plain_) && served_text_) {
-                const std::string& text = *served_text_;
-                if (text.size() <= chunk_) {
-                    XChangeProperty(dpy_, r.requestor, property, r.target, 8, PropModeReplace,
-                                    reinterpret_cast<const unsigned char*>(text.data()),
-                                    static_cast<int>(text.size()));
-                } else {
-                    XSelectInput(dpy_, r.requestor, PropertyChangeMask);
-                    const long size = static_cast<long>(text.size());
-                    XChangeProperty(dpy_, r.requestor, property, incr_, 32, PropModeReplace,
-                                    reinterpret_cast<const unsigned char*>(&size), 1);
-                    outgoing_.push_back({r.requestor, property, r.target, served_text_, 0, false,
-                                         Clock::now() + timeout_ * 5});
-                }
+        // Requests made before this process took the selection are refused.
+        const bool mine = r.selection == clipboard_ && r.owner == win_ && owning_ &&
+                          (r.time == CurrentTime || owned_since_ == CurrentTime || r.time >= owned_since_);
+        if (mine) {
+            if (r.target == multiple_) {
+                if (r.property != None && convert_multiple(r.requestor, r.property))
+                    reply.property = property;
+            } else if (convert(r.requestor, r.target, property)) {
                 reply.property = property;
             }
         }
@@ -756,6 +865,71 @@ class X11Clipboard final : public Clipboard, private Opener {
         out.xselection = reply;
         XSendEvent(dpy_, r.requestor, False, NoEventMask, &out);
         XFlush(dpy_);
+    }
+
+    // Writes `target` of the owned clipboard to the requestor's property;
+    // false for a target this process does not offer.
+    bool convert(Window requestor, Atom target, Atom property) {
+        if (property == None) return false;
+        if (target == targets_) {
+            const std::vector<Atom> t = own_targets();
+            std::vector<long> longs(t.begin(), t.end());
+            XChangeProperty(dpy_, requestor, property, XA_ATOM, 32, PropModeReplace,
+                            reinterpret_cast<const unsigned char*>(longs.data()),
+                            static_cast<int>(longs.size()));
+            return true;
+        }
+        if (target == timestamp_) {
+            const long t = static_cast<long>(owned_since_);
+            XChangeProperty(dpy_, requestor, property, integer_, 32, PropModeReplace,
+                            reinterpret_cast<const unsigned char*>(&t), 1);
+            return true;
+        }
+        std::shared_ptr<const std::string> data;
+        if ((target == utf8_ || target == text_plain_) && served_text_)
+            data = served_text_;
+        else if (target == string_ && served_latin1_)
+            data = served_latin1_;
+        if (!data) return false;
+        if (data->size() <= chunk_) {
+            XChangeProperty(dpy_, requestor, property, target, 8, PropModeReplace,
+                            reinterpret_cast<const unsigned char*>(data->data()),
+                            static_cast<int>(data->size()));
+        } else {
+            XSelectInput(dpy_, requestor, PropertyChangeMask);
+            const long size = static_cast<long>(data->size());
+            XChangeProperty(dpy_, requestor, property, incr_, 32, PropModeReplace,
+                            reinterpret_cast<const unsigned char*>(&size), 1);
+            outgoing_.push_back({requestor, property, target, data, 0, false, Clock::now() + timeout_ * 5});
+        }
+        return true;
+    }
+
+    // MULTIPLE: the requestor's property lists (target, property) pairs;
+    // each pair is converted on its own, and the property of a pair that
+    // cannot be converted is replaced by None in the list written back.
+    bool convert_multiple(Window requestor, Atom list) {
+        Atom actual = None;
+        int format = 0;
+        unsigned long items = 0, after = 0;
+        unsigned char* data = nullptr;
+        if (XGetWindowProperty(dpy_, requestor, list, 0, 1 << 16, False, AnyPropertyType, &actual, &format,
+                               &items, &after, &data) != Success)
+            return false;
+        std::vector<long> pairs;
+        if (data && format == 32) {
+            const long* l = reinterpret_cast<const long*>(data);
+            pairs.assign(l, l + (items & ~1ul));
+        }
+        if (data) XFree(data);
+        if (pairs.empty()) return false;
+        for (std::size_t k = 0; k < pairs.size(); k += 2) {
+            const Atom target = static_cast<Atom>(pairs[k]), property = static_cast<Atom>(pairs[k + 1]);
+            if (target == multiple_ || !convert(requestor, target, property)) pairs[k + 1] = None;
+        }
+        XChangeProperty(dpy_, requestor, list, atom_pair_, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(pairs.data()), static_cast<int>(pairs.size()));
+        return true;
     }
 
     void on_requestor_deleted(Window w, Atom property) {
@@ -786,16 +960,14 @@ class X11Clipboard final : public Clipboard, private Opener {
     std::chrono::milliseconds timeout_;
     Window win_ = None;
     Atom clipboard_, targets_, utf8_, text_plain_, incr_, property_, png_, bmp_, text_, string_;
+    Atom timestamp_, multiple_, atom_pair_, manager_, save_targets_, integer_;
     std::size_t chunk_ = 65536;
     int wake_ = -1;
     std::thread worker_;
     std::atomic<bool> dead_{false};
 
-    // Calling side.
-    std::timed_mutex open_mutex_;
-    // The thread that opened the clipboard; the calls that need it open
-    // fail with 1418 on other threads, as they do for a caller that did not
-    // open it.
+    // Calling side: the formats put by the opener thread (Opener hands
+    // them from one opener to the next).
     Formats pending_;
     std::mutex call_mutex_;
 
@@ -810,7 +982,10 @@ class X11Clipboard final : public Clipboard, private Opener {
     bool fetch_incr_ = false;
     Clock::time_point fetch_deadline_;
     bool owning_ = false;
-    std::shared_ptr<const std::string> served_text_;
+    Time owned_since_ = CurrentTime;
+    std::shared_ptr<const std::string> served_text_, served_latin1_;
+    Job* save_ = nullptr;
+    Clock::time_point save_deadline_;
     std::list<Outgoing> outgoing_;
     std::mutex owned_mutex_;
     Formats owned_;
@@ -824,7 +999,9 @@ std::unique_ptr<Clipboard> make_x11_clipboard(const std::string& display, int ti
         set_last_error(kErrorNotReady);
         return nullptr;
     }
-    return std::make_unique<X11Clipboard>(d, timeout_ms);
+    auto clipboard = std::make_unique<X11Clipboard>(d, timeout_ms);
+    if (!clipboard->start()) return nullptr;
+    return clipboard;
 }
 
 } // namespace kp::platform::clipboard

@@ -310,6 +310,37 @@ TEST(DeviceClipboard, OneOpenerAtATime) {
     EXPECT_TRUE(second->close());
 }
 
+// The opening thread owns the open clipboard: another thread's close or
+// writes change nothing, and a thread that ends without closing leaves its
+// data stored and the clipboard to the next opener (at once, not after the
+// wait for a live opener).
+TEST(DeviceClipboard, TheOpeningThreadOwnsTheOpenClipboard) {
+    Store s;
+    auto cb = s.open_one();
+    std::atomic<int> stage{0};
+    std::thread opener([&] {
+        ASSERT_TRUE(cb->open() && cb->empty() && cb->set_data(13, bytes_of(u"left open")));
+        stage = 1;
+        while (stage != 2)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+    while (stage == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    kp::platform::set_last_error(0);
+    EXPECT_FALSE(cb->close());
+    EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
+    EXPECT_FALSE(cb->set_data(13, bytes_of(u"not mine")));
+    stage = 2;
+    opener.join();
+    std::vector<uint8_t> got;
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_TRUE(take(*cb, 13, got));
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(1500));
+    EXPECT_EQ(got, bytes_of(u"left open"));
+    EXPECT_TRUE(take(*s.open_one(), 13, got));
+    EXPECT_EQ(got, bytes_of(u"left open"));
+}
+
 TEST(DeviceClipboard, DamagedStoresReadAsFarAsTheyAreWhole) {
     Store s;
     auto cb = s.open_one();

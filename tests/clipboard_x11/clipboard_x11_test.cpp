@@ -2,7 +2,12 @@
 // host, DISPLAY naming the test's own Xvfb) against xclip as the other
 // client, and the X11 clipboard itself against owners that misbehave and a
 // display that goes away.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include <atomic>
 #include <chrono>
@@ -52,7 +57,8 @@ class TestDisplay : public testing::Environment {
 
 std::string xclip_out(const char* target = "UTF8_STRING") {
     return kp::test::run_output(TestDisplay::name(),
-                                std::string("xclip -o -selection clipboard -t ") + target + " 2>/dev/null");
+                                std::string("timeout 5 xclip -o -selection clipboard -t ") + target +
+                                    " 2>/dev/null");
 }
 // The window that owns the clipboard now.
 unsigned long clipboard_owner();
@@ -383,6 +389,229 @@ TEST(X11Clipboard, ADisplayThatGoesAway) {
     // A display that cannot be reached at all gives no clipboard.
     EXPECT_EQ(clip::make_x11_clipboard(":59999"), nullptr);
     EXPECT_EQ(kp::platform::last_error(), clip::kErrorNotReady);
+}
+
+// ---- the owner's answers, as another Xlib client asks for them ---------
+
+// A client that converts the CLIPBOARD selection into properties of its own
+// window.
+class Requestor {
+  public:
+    struct Answer {
+        bool ok = false; // the owner answered with a property
+        Atom type = None;
+        int format = 0;
+        std::vector<long> items; // format 32
+        std::string bytes;       // format 8
+    };
+    explicit Requestor(const std::string& display) {
+        dpy_ = XOpenDisplay(display.c_str());
+        if (dpy_) win_ = XCreateSimpleWindow(dpy_, DefaultRootWindow(dpy_), 0, 0, 1, 1, 0, 0, 0);
+    }
+    ~Requestor() {
+        if (dpy_) XCloseDisplay(dpy_);
+    }
+    Atom atom(const char* name) { return XInternAtom(dpy_, name, False); }
+    void set_atoms(Atom property, Atom type, const std::vector<Atom>& atoms) {
+        std::vector<long> l(atoms.begin(), atoms.end());
+        XChangeProperty(dpy_, win_, property, type, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(l.data()), static_cast<int>(l.size()));
+    }
+    Answer read(Atom property) {
+        Answer a;
+        unsigned long n = 0, after = 0;
+        unsigned char* data = nullptr;
+        if (XGetWindowProperty(dpy_, win_, property, 0, 1 << 20, False, AnyPropertyType, &a.type, &a.format,
+                               &n, &after, &data) == Success &&
+            data) {
+            if (a.format == 32)
+                a.items.assign(reinterpret_cast<long*>(data), reinterpret_cast<long*>(data) + n);
+            if (a.format == 8) a.bytes.assign(reinterpret_cast<char*>(data), n);
+            a.ok = a.type != None;
+        }
+        if (data) XFree(data);
+        return a;
+    }
+    // Converts `target` into `property` (None: an obsolete request).
+    Answer convert(const char* target, Atom property) {
+        XConvertSelection(dpy_, atom("CLIPBOARD"), atom(target), property, win_, CurrentTime);
+        XFlush(dpy_);
+        const auto deadline = Clock::now() + std::chrono::seconds(5);
+        while (Clock::now() < deadline) {
+            XEvent ev;
+            if (XCheckTypedWindowEvent(dpy_, win_, SelectionNotify, &ev)) {
+                if (ev.xselection.property == None) return {};
+                return read(ev.xselection.property);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return {};
+    }
+
+  private:
+    ::Display* dpy_ = nullptr;
+    Window win_ = 0;
+};
+
+TEST(X11Clipboard, TheOwnerAnswersTimestampMultipleAndLatin1) {
+    NEED_DISPLAY();
+    auto cb = clip::make_x11_clipboard(TestDisplay::name());
+    ASSERT_TRUE(cb);
+    const std::u16string text = u"\xE9t\xE9 \x65E5 \xD83D\xDE00 end";
+    ASSERT_TRUE(cb->open() && cb->empty() && cb->set_data(13, clip::block_of_text(text)) && cb->close());
+    EXPECT_EQ(xclip_out("STRING"), "\xE9t\xE9 ? ? end") << "Latin-1, one '?' a character outside it";
+    Requestor r(TestDisplay::name());
+    const Atom p = r.atom("KP_TEST"), list = r.atom("KP_LIST");
+    const Requestor::Answer targets = r.convert("TARGETS", p);
+    for (const char* t : {"TIMESTAMP", "MULTIPLE", "STRING", "UTF8_STRING"})
+        EXPECT_NE(std::count(targets.items.begin(), targets.items.end(), static_cast<long>(r.atom(t))), 0)
+            << t;
+    const Requestor::Answer stamp = r.convert("TIMESTAMP", p);
+    ASSERT_TRUE(stamp.ok);
+    EXPECT_EQ(stamp.type, r.atom("INTEGER"));
+    ASSERT_EQ(stamp.items.size(), 1u);
+    EXPECT_NE(stamp.items[0], 0) << "the time the selection was taken, not CurrentTime";
+    // MULTIPLE: each pair converted on its own; a pair that fails gets None.
+    const Atom p1 = r.atom("KP_P1"), p2 = r.atom("KP_P2"), p3 = r.atom("KP_P3"), p4 = r.atom("KP_P4");
+    r.set_atoms(
+        list, r.atom("ATOM_PAIR"),
+        {r.atom("UTF8_STRING"), p1, r.atom("STRING"), p2, r.atom("image/png"), p3, r.atom("TIMESTAMP"), p4});
+    const Requestor::Answer multiple = r.convert("MULTIPLE", list);
+    ASSERT_TRUE(multiple.ok);
+    EXPECT_EQ(multiple.items,
+              (std::vector<long>{static_cast<long>(r.atom("UTF8_STRING")), static_cast<long>(p1),
+                                 static_cast<long>(r.atom("STRING")), static_cast<long>(p2),
+                                 static_cast<long>(r.atom("image/png")), 0,
+                                 static_cast<long>(r.atom("TIMESTAMP")), static_cast<long>(p4)}));
+    EXPECT_EQ(r.read(p1).bytes, kp::platform::to_utf8(text));
+    EXPECT_EQ(r.read(p2).bytes, "\xE9t\xE9 ? ? end");
+    EXPECT_FALSE(r.read(p3).ok);
+    EXPECT_EQ(r.read(p4).items, stamp.items);
+    EXPECT_FALSE(r.convert("MULTIPLE", None).ok) << "MULTIPLE needs its property";
+}
+
+// A clipboard manager (the freedesktop protocol): it owns CLIPBOARD_MANAGER,
+// and asked for SAVE_TARGETS it converts the clipboard's UTF8_STRING, takes
+// the clipboard and serves the text it kept; a silent one never answers.
+class ClipboardManager {
+  public:
+    ClipboardManager(const std::string& display, bool answers) : answers_(answers) {
+        dpy_ = XOpenDisplay(display.c_str());
+        if (!dpy_) return;
+        win_ = XCreateSimpleWindow(dpy_, DefaultRootWindow(dpy_), 0, 0, 1, 1, 0, 0, 0);
+        XSetSelectionOwner(dpy_, XInternAtom(dpy_, "CLIPBOARD_MANAGER", False), win_, CurrentTime);
+        XSync(dpy_, False);
+        thread_ = std::thread([this] { run(); });
+    }
+    ~ClipboardManager() {
+        stop_ = true;
+        if (thread_.joinable()) thread_.join();
+        if (dpy_) XCloseDisplay(dpy_);
+    }
+    bool ok() const { return dpy_ != nullptr; }
+
+  private:
+    void reply(const XSelectionRequestEvent& r, Atom property) {
+        XEvent out{};
+        out.xselection.type = SelectionNotify;
+        out.xselection.requestor = r.requestor;
+        out.xselection.selection = r.selection;
+        out.xselection.target = r.target;
+        out.xselection.property = property;
+        out.xselection.time = r.time;
+        XSendEvent(dpy_, r.requestor, False, 0, &out);
+        XFlush(dpy_);
+    }
+    void run() {
+        const Atom clipboard = XInternAtom(dpy_, "CLIPBOARD", False),
+                   save = XInternAtom(dpy_, "SAVE_TARGETS", False),
+                   utf8 = XInternAtom(dpy_, "UTF8_STRING", False), kept = XInternAtom(dpy_, "KP_KEPT", False);
+        XSelectionRequestEvent pending{};
+        std::string text;
+        while (!stop_) {
+            while (XPending(dpy_)) {
+                XEvent ev;
+                XNextEvent(dpy_, &ev);
+                if (ev.type == SelectionRequest && ev.xselectionrequest.target == save && answers_) {
+                    pending = ev.xselectionrequest;
+                    XConvertSelection(dpy_, clipboard, utf8, kept, win_, CurrentTime);
+                    XFlush(dpy_);
+                } else if (ev.type == SelectionNotify && ev.xselection.selection == clipboard &&
+                           pending.requestor) {
+                    Atom type;
+                    int format;
+                    unsigned long n, after;
+                    unsigned char* data = nullptr;
+                    XGetWindowProperty(dpy_, win_, kept, 0, 1 << 20, True, AnyPropertyType, &type, &format,
+                                       &n, &after, &data);
+                    if (data) text.assign(reinterpret_cast<char*>(data), n), XFree(data);
+                    XSetSelectionOwner(dpy_, clipboard, win_, CurrentTime);
+                    reply(pending, pending.property);
+                    pending.requestor = 0;
+                } else if (ev.type == SelectionRequest && ev.xselectionrequest.selection == clipboard &&
+                           ev.xselectionrequest.target == utf8) {
+                    const XSelectionRequestEvent& r = ev.xselectionrequest;
+                    XChangeProperty(dpy_, r.requestor, r.property, utf8, 8, PropModeReplace,
+                                    reinterpret_cast<const unsigned char*>(text.data()),
+                                    static_cast<int>(text.size()));
+                    reply(r, r.property);
+                } else if (ev.type == SelectionRequest && ev.xselectionrequest.target != save) {
+                    reply(ev.xselectionrequest, None);
+                }
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    bool answers_;
+    ::Display* dpy_ = nullptr;
+    Window win_ = 0;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+TEST(X11Clipboard, TextOutlivesItsOwnerThroughTheClipboardManager) {
+    NEED_DISPLAY();
+    const std::u16string text = u"kept \xE9t\xE9 \xD83D\xDE00";
+    for (bool answers : {true, false}) {
+        SCOPED_TRACE(answers ? "a manager that answers" : "a manager that never answers");
+        ClipboardManager manager(TestDisplay::name(), answers);
+        ASSERT_TRUE(manager.ok());
+        auto cb = clip::make_x11_clipboard(TestDisplay::name(), 300);
+        ASSERT_TRUE(cb);
+        ASSERT_TRUE(cb->open() && cb->empty() && cb->set_data(13, clip::block_of_text(text)) && cb->close());
+        const auto t0 = Clock::now();
+        cb.reset();
+        EXPECT_LT(Clock::now() - t0, std::chrono::seconds(5));
+        if (answers) {
+            EXPECT_EQ(xclip_out(), kp::platform::to_utf8(text));
+        }
+    }
+}
+
+// The thread's wake-up descriptor cannot be made (no descriptor left): no
+// clipboard (the device store serves instead), rather than one whose calls
+// wait for a thread that never wakes.
+TEST(X11Clipboard, NoDescriptorForTheThreadGivesNoClipboard) {
+    NEED_DISPLAY();
+    rlimit old{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old), 0);
+    rlimit low = old;
+    low.rlim_cur = std::min<rlim_t>(old.rlim_cur, 1024);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    std::vector<int> fds;
+    for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+        fds.push_back(fd);
+    ::close(fds.back()); // one left: the display's connection takes it
+    fds.pop_back();
+    kp::platform::set_last_error(0);
+    std::unique_ptr<clip::Clipboard> cb = clip::make_x11_clipboard(TestDisplay::name(), 300);
+    const uint32_t code = kp::platform::last_error();
+    for (int fd : fds)
+        ::close(fd);
+    setrlimit(RLIMIT_NOFILE, &old);
+    EXPECT_EQ(cb, nullptr);
+    EXPECT_NE(code, 0u);
+    if (cb) (void)cb.release(); // its calls would never return: left alone
 }
 
 unsigned long clipboard_owner() {

@@ -3,7 +3,8 @@
  *
  *   kp_x11_peer TITLE CLASS        one window; prints its id, then one line
  *                                  per key ("key KEYSYM-NAME STATE") and
- *                                  button ("button N X Y") it receives
+ *                                  button ("button N X Y", "release N X Y")
+ *                                  it receives
  *   kp_x11_peer --many N PREFIX    N windows titled PREFIX0 .. PREFIX<N-1>;
  *                                  prints the id of the last one
  *   kp_x11_peer --tray             the screen's notification area: prints
@@ -27,7 +28,7 @@ static Window make(Display* d, const char* title, const char* cls) {
     XStoreName(d, w, title);
     XClassHint hint = {(char*)cls, (char*)cls};
     XSetClassHint(d, w, &hint);
-    XSelectInput(d, w, KeyPressMask | ButtonPressMask);
+    XSelectInput(d, w, KeyPressMask | ButtonPressMask | ButtonReleaseMask);
     XMapWindow(d, w);
     return w;
 }
@@ -66,14 +67,12 @@ int main(int argc, char** argv) {
             if (e.type == MappingNotify) {
                 XRefreshKeyboardMapping(&e.xmapping);
             } else if (e.type == KeyPress) {
-                /* The server's current map, asked at each key: a key the
-                 * typing client remapped a moment ago reads right. */
-                int per = 0;
-                KeySym* map = XGetKeyboardMapping(d, (KeyCode)e.xkey.keycode, 1, &per);
-                const int index = (e.xkey.state & ShiftMask) && per > 1 ? 1 : 0;
-                KeySym sym = map && per > 0 ? map[index] : NoSymbol;
-                if (map) XFree(map);
-                if (sym >= 'A' && sym <= 'Z' && !(e.xkey.state & ShiftMask)) sym += 'a' - 'A';
+                /* As clients do: the symbol through Xlib's own copy of the
+                 * keyboard map, refreshed on MappingNotify and read when
+                 * the event is handled. */
+                char text[16];
+                KeySym sym = NoSymbol;
+                XLookupString(&e.xkey, text, sizeof text, &sym, NULL);
                 if (IsModifierKey(sym)) continue;
                 const char* name = XKeysymToString(sym);
                 printf("key %s %u\n", name ? name : "?", e.xkey.state);
@@ -95,8 +94,9 @@ int main(int argc, char** argv) {
                 }
             } else if (tray && e.type == DestroyNotify) {
                 printf("undock %lu\n", (unsigned long)e.xdestroywindow.window);
-            } else if (e.type == ButtonPress) {
-                printf("button %u %d %d\n", e.xbutton.button, e.xbutton.x_root, e.xbutton.y_root);
+            } else if (e.type == ButtonPress || e.type == ButtonRelease) {
+                printf("%s %u %d %d\n", e.type == ButtonPress ? "button" : "release", e.xbutton.button,
+                       e.xbutton.x_root, e.xbutton.y_root);
             }
             fflush(stdout);
         }

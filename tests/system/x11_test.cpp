@@ -1,9 +1,13 @@
 // The display over X11, under an Xvfb server the test starts, checked
 // against xdotool, xprop and xrandr on a window another client (the
 // suite's kp_x11_peer) creates.
+#include <X11/keysym.h>
+
 #include <regex>
+#include <thread>
 
 #include "system_fixture.h"
+#include "x11_keys.h"
 #include "xvfb.h"
 
 using kp::host::Value;
@@ -84,6 +88,19 @@ TEST_F(X11, TitlesAgainstXdotoolAndXprop) {
     EXPECT_EQ(u"Set by xdotool", sys->text("SysWinTitle", {I(peer_window)}));
     EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Set by xdotool")}));
 
+    // As Win32's window search: titles and classes in any case; a title in
+    // WM_NAME alone as COMPOUND_TEXT (as X toolkits write titles outside
+    // Latin-1) read by the same reader.
+    EXPECT_EQ(static_cast<int64_t>(peer_window),
+              sys->integer("SysWinHandle", {S(u"SET BY xdotool"), S(u"kppeerCLASS")}));
+    const std::string id = std::to_string(peer_window);
+    run_on(xvfb.name(), "xprop -id " + id + " -remove _NET_WM_NAME");
+    run_on(xvfb.name(),
+           "LC_ALL=C.UTF-8 xprop -id " + id + " -f WM_NAME 8t -set WM_NAME '\xC3\x89t\xC3\xA9 \xE2\x98\x83'");
+    ASSERT_NE(std::string::npos, run_on(xvfb.name(), "xprop -id " + id + " WM_NAME").find("COMPOUND_TEXT"));
+    EXPECT_EQ(u"\u00c9t\u00e9 \u2603", sys->text("SysWinTitle", {I(peer_window)}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"\u00e9T\u00c9 \u2603")}));
+
     // A title of 100,000 characters.
     std::u16string long_title(100000, u'k');
     EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer_window), S(long_title)}));
@@ -125,12 +142,11 @@ TEST_F(X11, KeysAndClicksReachThePeer) {
 
     // The peer's window lies at (10, 20), 200 x 150.
     EXPECT_TRUE(sys->boolean("EmulateMouse", {I(sys->constant("dmLeftClick")), I(50), I(60)}));
-    EXPECT_EQ("button 1 50 60", peer.line());
     EXPECT_TRUE(sys->boolean("EmulateMouse", {I(sys->constant("dmRightClick"))}));
-    EXPECT_EQ("button 3 50 60", peer.line());
     EXPECT_TRUE(sys->boolean("EmulateMouse", {I(sys->constant("dmLeftDoubleClick")), I(70), I(80)}));
-    EXPECT_EQ("button 1 70 80", peer.line());
-    EXPECT_EQ("button 1 70 80", peer.line());
+    for (const char* line : {"button 1 50 60", "release 1 50 60", "button 3 50 60", "release 3 50 60",
+                             "button 1 70 80", "release 1 70 80", "button 1 70 80", "release 1 70 80"})
+        EXPECT_EQ(line, peer.line());
     EXPECT_EQ(static_cast<int64_t>(70 | (80 << 16)), sys->integer("CursorPos"));
 
     xdo("mousemove 123 234");
@@ -140,10 +156,58 @@ TEST_F(X11, KeysAndClicksReachThePeer) {
     const std::string loc = xdo("getmouselocation");
     EXPECT_EQ(0u, loc.find("x:123 y:234")) << loc;
 
-    xdo("keydown shift");
-    EXPECT_TRUE(sys->boolean("KeyPressed", {I(sys->constant("kpShift"))}));
-    xdo("keyup shift");
-    EXPECT_FALSE(sys->boolean("KeyPressed", {I(sys->constant("kpShift"))}));
+    // Every virtual key with an X key: pressed while xdotool holds its key.
+    const std::pair<int, const char*> keys[] = {
+        {0x10, "shift"},        {0x24, "Home"},       {0x23, "End"},         {0x21, "Prior"},
+        {0x22, "Next"},         {0x2D, "Insert"},     {0x6B, "KP_Add"},      {0x6D, "KP_Subtract"},
+        {0x6A, "KP_Multiply"},  {0x6F, "KP_Divide"},  {0x6E, "KP_Decimal"},  {0xBA, "semicolon"},
+        {0xBB, "equal"},        {0xBC, "comma"},      {0xBD, "minus"},       {0xBE, "period"},
+        {0xBF, "slash"},        {0xC0, "grave"},      {0xDB, "bracketleft"}, {0xDC, "backslash"},
+        {0xDD, "bracketright"}, {0xDE, "apostrophe"}, {0x14, "Caps_Lock"},   {0x91, "Scroll_Lock"},
+        {0x13, "Pause"},        {0x5B, "Super_L"},    {0x5D, "Menu"},        {0x7B, "F12"},
+        {0x2C, "Print"}};
+    for (const auto& [vk, key] : keys) {
+        SCOPED_TRACE(key);
+        xdo(std::string("keydown ") + key);
+        EXPECT_TRUE(sys->boolean("KeyPressed", {I(vk)}));
+        xdo(std::string("keyup ") + key);
+        EXPECT_FALSE(sys->boolean("KeyPressed", {I(vk)}));
+    }
+}
+
+// The table both ways: every symbol of a virtual key gives that virtual key
+// back (the sided modifiers the generic one), and each named key its code.
+TEST(X11Keys, VirtualKeysAndKeySymbolsBothWays) {
+    namespace x = kp::host::x11;
+    int mapped = 0;
+    for (int vk = 0; vk < 256; ++vk) {
+        for (unsigned long sym : x::keysyms_of_virtual_key(vk)) {
+            const int generic = vk >= 0xA0 && vk <= 0xA5 ? 0x10 + (vk - 0xA0) / 2 : vk;
+            EXPECT_EQ(generic, x::virtual_key_of_keysym(sym)) << std::hex << vk << " " << sym;
+            ++mapped;
+        }
+    }
+    EXPECT_GT(mapped, 150);
+    const std::pair<int, unsigned long> named[] = {{0x24, XK_Home},        {0x23, XK_End},
+                                                   {0x21, XK_Prior},       {0x22, XK_Next},
+                                                   {0x2D, XK_Insert},      {0x2E, XK_Delete},
+                                                   {0x6B, XK_KP_Add},      {0x6D, XK_KP_Subtract},
+                                                   {0x6A, XK_KP_Multiply}, {0x6F, XK_KP_Divide},
+                                                   {0x69, XK_KP_9},        {0x41, XK_a},
+                                                   {0x41, XK_A},           {0x39, XK_9},
+                                                   {0x70, XK_F1},          {0x87, XK_F24},
+                                                   {0xBA, XK_semicolon},   {0xBB, XK_equal},
+                                                   {0xBC, XK_comma},       {0xBD, XK_minus},
+                                                   {0xBE, XK_period},      {0xBF, XK_slash},
+                                                   {0xC0, XK_grave},       {0xDB, XK_bracketleft},
+                                                   {0xDC, XK_backslash},   {0xDD, XK_bracketright},
+                                                   {0xDE, XK_apostrophe},  {0x10, XK_Shift_R},
+                                                   {0x12, XK_Alt_L},       {0x0D, XK_KP_Enter},
+                                                   {0x24, XK_KP_Home},     {0x5B, XK_Super_L}};
+    for (const auto& [vk, sym] : named)
+        EXPECT_EQ(vk, x::virtual_key_of_keysym(sym)) << std::hex << sym;
+    EXPECT_EQ(0, x::virtual_key_of_keysym(XK_eacute)) << "no key of a US keyboard";
+    EXPECT_TRUE(x::keysyms_of_virtual_key(0x07).empty());
 }
 
 TEST_F(X11, WindowsThatCloseAndHandlesThatNeverWere) {
@@ -160,6 +224,21 @@ TEST_F(X11, WindowsThatCloseAndHandlesThatNeverWere) {
         EXPECT_EQ(1400u, out.error.system_code);
     }
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window")}));
+
+    // Windows that close while lookups go on: the lookups see the others.
+    kp::test::Child stable, many;
+    ASSERT_TRUE(stable.start(kp::test::target_command({KP120_X11_PEER, "Stable", "KPPeer"}),
+                             {"DISPLAY=" + xvfb.name()}));
+    const int64_t stable_window = std::stol(stable.line());
+    for (int round = 0; round < 5; ++round) {
+        ASSERT_TRUE(many.start(kp::test::target_command({KP120_X11_PEER, "--many", "300", "Going"}),
+                               {"DISPLAY=" + xvfb.name()}));
+        ASSERT_FALSE(many.line().empty());
+        std::thread closer([&] { many.stop(); });
+        for (int k = 0; k < 20; ++k)
+            EXPECT_EQ(stable_window, sys->integer("SysWinHandle", {S(u"stable")}));
+        closer.join();
+    }
 }
 
 // What a window manager publishes on the root window takes over from the

@@ -85,9 +85,11 @@ variant::Value load(std::u16string_view name, const kp_variant* fallback) {
     Param f;
     bool has = param_of(fallback, f);
     variant::Value v = value_of(files::params::load_parameter(name, has ? &f : nullptr));
-    if (fallback && variant::type_of(fallback) == KP_T_CURRENCY && variant::type_of(v.get()) != KP_T_CURRENCY) {
+    if (fallback && variant::type_of(fallback) == KP_T_CURRENCY &&
+        variant::type_of(v.get()) != KP_T_CURRENCY) {
         variant::Value cy;
-        if (variant::copy(cy.get(), v.get()) == 0 && variant::convert(cy.get(), KP_T_CURRENCY) < 100) return cy;
+        if (variant::copy(cy.get(), v.get()) == 0 && variant::convert(cy.get(), KP_T_CURRENCY) < 100)
+            return cy;
     }
     return v;
 }

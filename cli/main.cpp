@@ -7,10 +7,10 @@
 #include <cctype>
 #include <cerrno>
 #include <clocale>
-#include <cwchar>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -399,7 +399,8 @@ extern "C" char* complete_name(const char* text, int state) {
             name.remove_prefix(3);
         else
             continue;
-        if (name.size() >= t.size() && strncasecmp(name.data(), t.data(), t.size()) == 0) return strdup(n.c_str());
+        if (name.size() >= t.size() && strncasecmp(name.data(), t.data(), t.size()) == 0)
+            return strdup(n.c_str());
     }
     return nullptr;
 }

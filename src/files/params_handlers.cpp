@@ -77,10 +77,21 @@ variant::Value value_of(const Param& p) {
     return v;
 }
 
+// The stored value, in the kind of the default when one is given.  The store
+// keeps a currency as its decimal text (the registry has no type for it):
+// with a currency default, the text read back is converted to a currency
+// again, through the VM's conversion; text that does not convert stays text.
 variant::Value load(std::u16string_view name, const kp_variant* fallback) {
     Param f;
     bool has = param_of(fallback, f);
-    return value_of(files::params::load_parameter(name, has ? &f : nullptr));
+    variant::Value v = value_of(files::params::load_parameter(name, has ? &f : nullptr));
+    if (fallback && variant::type_of(fallback) == KP_T_CURRENCY &&
+        variant::type_of(v.get()) != KP_T_CURRENCY) {
+        variant::Value cy;
+        if (variant::copy(cy.get(), v.get()) == 0 && variant::convert(cy.get(), KP_T_CURRENCY) < 100)
+            return cy;
+    }
+    return v;
 }
 } // namespace
 

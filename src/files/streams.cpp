@@ -31,6 +31,7 @@ FileHandleTable::~FileHandleTable() {
 }
 
 int32_t FileHandleTable::insert(OpenFileRecord* record) {
+    std::lock_guard<std::mutex> lock(mu_);
     int32_t index;
     if (free_head_ != kEndOfChain) {
         index = free_head_;
@@ -55,13 +56,19 @@ int32_t FileHandleTable::insert(OpenFileRecord* record) {
 }
 
 OpenFileRecord* FileHandleTable::find(int32_t handle) const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return find_locked(handle);
+}
+
+OpenFileRecord* FileHandleTable::find_locked(int32_t handle) const {
     // Slots 0 and 1 are the placeholders: they never name a file.
     if (handle < 2 || handle >= used_ || slots_[handle].state != kInUse) return nullptr;
     return slots_[handle].record;
 }
 
 OpenFileRecord* FileHandleTable::remove(int32_t handle) {
-    OpenFileRecord* record = find(handle);
+    std::lock_guard<std::mutex> lock(mu_);
+    OpenFileRecord* record = find_locked(handle);
     if (!record) return nullptr;
     slots_[handle].state = free_head_;
     slots_[handle].record = nullptr;

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -63,11 +64,23 @@ class FileHandleTable {
     // Takes the handle's slot out of use and returns its record (null when invalid).
     OpenFileRecord* remove(int32_t handle);
 
-    int32_t used() const { return used_; }
-    int32_t capacity() const { return capacity_; }
-    int32_t in_use() const { return in_use_; }
+    int32_t used() const {
+        std::lock_guard<std::mutex> lock(mu_);
+        return used_;
+    }
+    int32_t capacity() const {
+        std::lock_guard<std::mutex> lock(mu_);
+        return capacity_;
+    }
+    int32_t in_use() const {
+        std::lock_guard<std::mutex> lock(mu_);
+        return in_use_;
+    }
 
   private:
+    OpenFileRecord* find_locked(int32_t handle) const;
+    // VM threads open and close files at once: the slot array is shared.
+    mutable std::mutex mu_;
     struct Slot {
         int32_t state;
         OpenFileRecord* record;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cuchar>
 #include <cwchar>
 #include <filesystem>
 #include <memory>
@@ -356,7 +357,7 @@ extern "C" void on_prompt_interrupt(int) {
 
 #ifdef KP120_HAVE_LIBEDIT
 // Reads the terminal for the line editor, one character of the locale's
-// encoding at a time (the editor takes the value as a wide character).
+// encoding at a time (the editor takes the value as a code point).
 // Ctrl-C ends the line being typed; read_line then drops it, so that
 // Ctrl-C clears the line.
 extern "C" int prompt_getc(FILE* in) {
@@ -370,8 +371,8 @@ extern "C" int prompt_getc(FILE* in) {
             if (errno == EINTR) continue;
             return EOF;
         }
-        wchar_t wc = 0;
-        const std::size_t r = std::mbrtowc(&wc, &c, 1, &state);
+        char32_t wc = 0;
+        const std::size_t r = std::mbrtoc32(&wc, &c, 1, &state);
         if (r == static_cast<std::size_t>(-2)) continue; // more bytes to come
         if (r == static_cast<std::size_t>(-1)) {
             state = std::mbstate_t{};

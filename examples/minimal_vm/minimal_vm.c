@@ -4,10 +4,13 @@
  *
  *   minimal_vm [COMPONENT] [DEVICE_ROOT]
  *
- * COMPONENT defaults to the module's soname, "libkp120std.so.1" (found by
- * the dynamic loader; KP120_MODULE when the build defines it);
- * DEVICE_ROOT is the directory that holds the device's file system (default
- * the system's temporary directory).  The program:
+ * COMPONENT is the module's path: `pkg-config --variable=module kp120`, or
+ * KP120_MODULE_PATH in CMake.  Without it the program loads KP120_MODULE
+ * when the build defines it (-DKP120_MODULE="\"path\""), else the soname
+ * "libkp120std.so.1", which the dynamic loader finds only in its own
+ * directories (not under a prefix such as /opt).  DEVICE_ROOT is the
+ * directory that holds the device's file system (default /tmp).
+ * The program:
  *   1. loads the module and fetches its seven entry points;
  *   2. runs the start-up calls in the VM's order: conversion hooks, services
  *      block and message callback, allocator, tables, attach;
@@ -17,9 +20,10 @@
  *   4. detaches and unloads.
  * docs/vm-authors.md walks through it.
  *
- * Build: cc -std=c11 -I include minimal_vm.c -o minimal_vm -ldl -rdynamic
- * (-rdynamic exports the conversion hooks below, which the component looks
- * up by name in the VM module).
+ * Build: cc -std=c11 $(pkg-config --cflags kp120) minimal_vm.c -o minimal_vm
+ *        $(pkg-config --libs kp120) -rdynamic
+ * (-rdynamic exports the conversion hooks and Execution below, which the
+ * component looks up by name in the VM module).
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -138,6 +142,14 @@ int32_t nConversionDepassementEx(const kp_payload* value, uint32_t from, kp_payl
 }
 void FinConversion(kp_payload* scratch) {
     (void)scratch;
+}
+
+/* The VM's entry point, required for the attach: the component forwards the
+ * locale messages (KP_EXEC_LOCALE, KP_EXEC_LOCALE3) to it and ignores the answer. */
+int32_t Execution(int32_t message, uintptr_t* block) {
+    (void)message;
+    (void)block;
+    return 1;
 }
 
 /* ------------------------------------------------------------------ */
@@ -281,7 +293,10 @@ int main(int argc, char** argv) {
     /* 1. Load the module and its entry points. */
     void* module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (!module) {
-        fprintf(stderr, "minimal_vm: cannot load %s: %s\n", path, dlerror());
+        fprintf(stderr,
+                "minimal_vm: cannot load %s: %s\n"
+                "usage: minimal_vm \"$(pkg-config --variable=module kp120)\" [DEVICE_ROOT]\n",
+                path, dlerror());
         return 1;
     }
     intptr_t (*info)(int32_t, int32_t) = (intptr_t(*)(int32_t, int32_t))dlsym(module, "InfoComposante");
@@ -310,6 +325,8 @@ int main(int argc, char** argv) {
     g_regional.time_format = u"HH:mm:ss";
     g_regional.decimal_separator = u'.';
 
+    /* The component keeps these pointers (services block, allocator,
+     * threading descriptor) until they are taken back at the end: static. */
     static kp_services services; /* slots left null are services this VM does not offer */
     services.size = sizeof services;
     services.query_option = svc_query_option;
@@ -318,22 +335,42 @@ int main(int argc, char** argv) {
     services.tls_get = svc_tls_get;
     services.setting = svc_setting;
     command(KP_COMMAND_SERVICES, &services);
+    /* A function pointer through void*, as dlsym returns one (POSIX). */
     command(KP_COMMAND_MESSAGE_CALLBACK, (void*)message_callback);
 
     static kp_threading threading = {0}; /* one program thread, one allocator */
     g_allocator.ops = &g_allocator_ops;
-    general_param(KP_PARAM_TLS_INDEX, 1);
+    general_param(KP_PARAM_TLS_INDEX, 1); /* read back only by tls_get, with threading on */
     general_param(KP_PARAM_THREADING, (intptr_t)&threading);
     general_param(KP_PARAM_ALLOCATOR, (intptr_t)&g_allocator);
 
-    for (int32_t q = 0; q <= 3; ++q)
+    for (int32_t q = 0; q <= 3; ++q) /* informational: 2, 8, 0x204, 1 */
         info(q, 0);
     g_functions = (const kp_function*)info(KP_INFO_FUNCTIONS, 0);
     g_function_count = info(KP_INFO_FUNCTION_COUNT, 0);
     printf("%ld functions, %ld constants, %ld variables\n", (long)g_function_count,
            (long)info(KP_INFO_CONSTANT_COUNT, 0), (long)info(KP_INFO_VARIABLE_COUNT, 0));
     uintptr_t attach[4] = {0, (uintptr_t)self, 0, 0};
-    execution(KP_EXEC_ATTACH, attach);
+    if (!execution(KP_EXEC_ATTACH, attach)) {
+        fprintf(stderr,
+                "minimal_vm: attach refused: this program exports no Execution (link with -rdynamic)\n");
+        return 1;
+    }
+    /* The component object: the component's name and the last error. */
+    kp_component_object* (*query_proxy)(int32_t) =
+        (kp_component_object * (*)(int32_t)) dlsym(module, "pQueryProxy");
+    kp_component_object* object = query_proxy ? query_proxy(KP_PROXY_COMPONENT_OBJECT) : NULL;
+    if (object) {
+        char16_t name[64];
+        object->ops->set_language(object, 1);
+        object->ops->name(object, name, 64);
+        size_t n = 0;
+        while (name[n])
+            ++n;
+        printf("Component: ");
+        print_utf16(name, n);
+        printf("\n");
+    }
 
     /* 3. Calls: one value interface, one call context per thread. */
     static kp_value_interface_ops value_ops; /* the VM's own 149 operations are not needed here */
@@ -383,10 +420,12 @@ int main(int argc, char** argv) {
         alloc_free(&g_allocator, a1);
     }
 
-    /* 4. Detach, take back what was handed over, unload. */
+    /* 4. Detach, take back what was handed over, unload.  The component
+     * object's code is the module's: destroy it before dlclose. */
     uintptr_t detach[4] = {0, 0, 0, 0};
     execution(KP_EXEC_DETACH, detach);
-    g_allocator.replaced = 1;
+    if (object) object->ops->destroy(object);
+    g_allocator.replaced = 1; /* we take it back ourselves: no release call */
     general_param(KP_PARAM_ALLOCATOR, 0);
     general_param(KP_PARAM_THREADING, 0);
     command(KP_COMMAND_SERVICES, NULL);

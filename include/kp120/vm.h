@@ -69,7 +69,9 @@ struct kp_allocator;
  *   2 offer:   offered a block the component allocated itself with the C
  *              library (block = header address); returns non-zero when the
  *              allocator takes it, 0 to let the component free() it.
- *   4 release: the allocator is being replaced; argument 1.
+ *   4 release: called with 1 when GeneralParam 2008 replaces (or removes,
+ *              with 0) this allocator while its `replaced` is 0: the
+ *              component no longer uses it.
  *   6 create:  new buffer of at least `bytes` bytes (plus terminator), header
  *              owner and capacity set; stores the characters in *out and
  *              returns 0, or returns an error code (100 out of memory).
@@ -93,7 +95,9 @@ typedef struct kp_allocator_ops {
 
 typedef struct kp_allocator {
     const kp_allocator_ops* ops;
-    int32_t replaced; /* non-zero: the VM marked it replaced; the component does not release it */
+    /* Set to 1 by a VM that takes the allocator back itself (at teardown,
+     * before GeneralParam 2008 with 0): release (operation 4) is then not called. */
+    int32_t replaced;
 } kp_allocator;
 
 /* Threading descriptor (GeneralParam 2006): first word non-zero = per-thread allocators. */
@@ -191,12 +195,12 @@ typedef void (*kp_conversion_end_fn)(kp_payload* scratch);
  * The record's layout never changes within one ABI version.
  */
 typedef struct kp_error_record {
-    int32_t severity;     /* 1 none, 2 error, 3 fatal */
-    uint32_t id;          /* error identifier, 0 when none */
-    uint32_t extra;       /* extra code of the applied error definition */
-    uint32_t system_code; /* Win32 error code, 0 when none */
-    char module_name[16]; /* "KP120STD.DLL" once an error was recorded */
-    char module_version[16];
+    int32_t severity;        /* 1 none, 2 error, 3 fatal */
+    uint32_t id;             /* error identifier, 0 when none */
+    uint32_t extra;          /* extra code of the applied error definition */
+    uint32_t system_code;    /* Win32 error code, 0 when none */
+    char module_name[16];    /* "KP120STD.DLL" once an error was recorded; always NUL-terminated */
+    char module_version[16]; /* "12.00Dr"; always NUL-terminated */
     uint32_t message_length; /* characters */
     char16_t message[KP_ERROR_MESSAGE_CAPACITY];
     uint32_t system_text_length;
@@ -213,7 +217,13 @@ typedef struct kp_error_record {
 
 struct kp_value_interface;
 
-/* Result setter: the VM copies what it needs before returning. */
+/*
+ * Result setter: the VM copies what it needs before returning.  `value`
+ * points at the result, `type` tells its kind: 0x01 and 0x08 an int32_t,
+ * 0x09 an int64_t, 0x1B an int64_t of milliseconds, 0x0C a double, 0x0A ten
+ * bytes, 0x0F a uintptr_t, 0x1F a kp_variant, 0x13 a char16_t* string buffer
+ * (every string result, never 0x12) and 0x1C a char16_t* binary buffer.
+ */
 typedef void (*kp_set_result_fn)(struct kp_value_interface* self, void* result_handle, const void* value,
                                  uint32_t type);
 

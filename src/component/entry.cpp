@@ -211,8 +211,14 @@ KP120_EXPORT int32_t Execution(int32_t message, uintptr_t* block) noexcept {
             if (!block) return 0;
             if (!lc.hooks) {
                 void* module = reinterpret_cast<void*>(block[1]);
+                // A component loaded with RTLD_GLOBAL answers the lookup with its
+                // own entry point when the VM exports none: that is no peer (the
+                // locale forwarding would call itself).  The comparison is by
+                // module, as &Execution may resolve to the VM's definition.
                 void* peer = platform::module_symbol(module, "Execution");
-                if (!peer) return 0;
+                if (!peer || platform::module_path_of(peer) ==
+                                 platform::module_path_of(reinterpret_cast<const void*>(&release_check)))
+                    return 0;
                 lc.hooks = new (std::nothrow) ExecutionHooks(reinterpret_cast<kp_execution_fn>(peer));
                 if (!lc.hooks) return 0;
                 release_check();

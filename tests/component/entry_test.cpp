@@ -91,6 +91,13 @@ TEST_F(EntryTest, AttachNeedsThePeerEntryPoint) {
     EXPECT_EQ(host().execution(3985, block), 0);
     EXPECT_EQ(host().execution(3985, nullptr), 0);
     dlclose(libm);
+    // The component's own handle answers with the component's own entry point:
+    // no peer (forwarding a locale message to it would recurse).
+    void* self = dlopen("libkp120std.so.1", RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(self, nullptr);
+    block[1] = reinterpret_cast<uintptr_t>(self);
+    EXPECT_EQ(host().execution(3985, block), 0);
+    dlclose(self);
     EXPECT_EQ(host().execution(4875, detach), 1); // detach below zero stays harmless
 }
 

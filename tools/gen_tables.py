@@ -260,7 +260,8 @@ def docs_main(tdir, out_cpp, out_md=None):
             order.append({"fr": t[2], "en": t[3], "ov": [], "provided": False})
         elif s.startswith("overload "):
             head, _, rest = s.partition("(")
-            order[-1]["ov"].append(rest.rstrip(")").strip())
+            order[-1]["ov"].append({"h": head.split()[1] == "h", "result": head.split()[2],
+                                    "params": rest.strip().rstrip(")").strip()})
             order[-1]["provided"] |= head.split()[1] == "h"
     by_en = {f["en"]: f for f in order}
     docs, family = [], None
@@ -304,20 +305,51 @@ def docs_main(tdir, out_cpp, out_md=None):
     out_cpp.parent.mkdir(parents=True, exist_ok=True)
     if not out_cpp.exists() or out_cpp.read_text() != text:
         out_cpp.write_text(text)
+    def signature(ov):
+        params = ", ".join(p.strip() for p in ov["params"].split(",") if p.strip())
+        res = "" if ov["result"] == "none" else " → " + ov["result"]
+        return f"({params}){res}"
+
     if out_md:
+        legend = ", ".join(f"{k} 0x{v:02X}" for k, v in TYPES.items())
         m = ["# The provided functions", "",
              "Generated from `src/component/tables/functions_doc.tbl` by `tools/gen_tables.py --docs`;",
-             "`kp120 describe NAME` and `help NAME` at the prompt give the same entries with the types",
-             "of each overload.  Dates are \"AAAAMMJJ\" strings, times \"HHmmSSCC\", durations",
-             "milliseconds; device file names are absolute (\"\\Data\\a.txt\").", ""]
+             "`kp120 describe NAME` and `help NAME` at the prompt give the same entries (names French /",
+             "English there).  Dates are \"AAAAMMJJ\" strings, times \"HHmmSSCC\", durations",
+             "milliseconds; device file names are absolute (\"\\Data\\a.txt\").", "",
+             "Names are English / French.  Overloads lists the provided overloads' parameter and result",
+             f"type codes (the overload records' codes): {legend}; `*` adds 0x8000 (the VM converts",
+             "the argument first), `!` 0x4000 (passed by reference).", "",
+             "## Masks", "",
+             "Date masks (DateToString, StringToDate) accept the French and the English letters; each",
+             "token is found in upper case, or wholly in lower case when the upper-case spelling is",
+             "absent; any other character is literal text (skipped, not compared, when reading).", "",
+             "| French | English | Writes | Read by StringToDate |", "|---|---|---|---|",
+             "| JJJJ | DDDD | full day name (regional settings) | no |",
+             "| JJJ | DDD | day name cut to three letters (four for \"jui...\") and \".\" | no |",
+             "| JJ | DD | day, two digits | yes |",
+             "| MMMM | MMMM | full month name | no |",
+             "| MMM | MMM | month name, cut as the day name | no |",
+             "| MM | MM | month, two digits | yes |",
+             "| AAAA | YYYY | year, four digits | yes |",
+             "| AA | YY | year, two digits | yes: 00-50 give 2000-2050, 51-99 give 1951-1999 |", "",
+             "Without a mask dates use \"JJ/MM/AAAA\".  \"UseSystemMask\" uses the VM's regional short",
+             "date instead (a picture in the letters d, M and y of `kp_regional_settings`, used nowhere else).",
+             "Time masks (TimeToString): HH hours, MM (or mm) minutes, SS seconds, CC hundredths, AP",
+             "AM or PM with hours on 12 (midnight 00); without a mask \"HH:MM:SS:CC\".  Duration masks",
+             "(DurationToString, StringToDuration): J days, HH hours, MM minutes, SS seconds, LLL",
+             "milliseconds (LL hundredths, L tenths), \"+\" the sign; a VM replaces the letters J H M",
+             "S L with its message texts 28577 to 28581.", ""]
         fam = None
         for d in docs:
             if d["family"] != fam:
                 fam = d["family"]
-                m += [f"## {fam}", "", "| Function | Parameters | Purpose | On failure | Errors |",
-                      "|---|---|---|---|---|"]
+                m += [f"## {fam}", "",
+                      "| English / French | Parameters | Overloads | Purpose | On failure | Errors |",
+                      "|---|---|---|---|---|---|"]
             cell = lambda t: t.replace("|", "\\|")
-            m.append(f"| `{d['en']}` / `{d['fr']}` | {cell(d['params'])} | {cell(d['purpose'])} | "
+            sigs = "<br>".join(signature(o) for o in d["ov"] if o["h"]).replace("*", "\\*")
+            m.append(f"| `{d['en']}` / `{d['fr']}` | {cell(d['params'])} | {cell(sigs)} | {cell(d['purpose'])} | "
                      f"{cell(d['failure'])} | {d['errors']} |")
             if d is docs[-1] or docs[docs.index(d) + 1]["family"] != fam:
                 m.append("")

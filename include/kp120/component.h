@@ -1,6 +1,6 @@
 /*
  * kp120/component.h - the entry points exported by the component module
- * (build/libkp120std.so), with C linkage and default visibility.  Nothing
+ * (libkp120std.so.1), with C linkage and default visibility.  Nothing
  * else of the module is exported.
  *
  * Calling order used by a VM:

@@ -1,7 +1,7 @@
 /*
  * kp120/vm.h - the VM side of the component boundary.
  *
- * Everything here is implemented by the VM (the reference host in host/ is a
+ * Everything here is implemented by the VM (the reference host, kp120::host, is a
  * complete example) and called by the component: the value interface that
  * receives results, the call frame and call context given to every handler,
  * the error record the component fills, the string allocator, the string

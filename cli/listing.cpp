@@ -1,5 +1,6 @@
 // listing.cpp - the table listings of the kp120 command.
 #include "listing.h"
+#include "tr.h"
 
 #include <algorithm>
 #include <vector>
@@ -83,11 +84,6 @@ std::string type_text(uint16_t code) {
 }
 
 const char* provision(const kp_function& f);
-
-// kp120's own words in the interface language (--lang fr or en).
-const char* tr(const kp::host::Host& host, const char* en, const char* fr) {
-    return host.language() == 0 ? fr : en;
-}
 
 const char* provision_text(const Host& host, const kp_function& f) {
     const std::string_view p = provision(f);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "lua_table.h"
+#include "tr.h"
 #include "wtf8.h"
 
 namespace kp::cli {
@@ -802,9 +803,12 @@ int call_impl(lua_State* L, std::string& err) {
     std::string why;
     const int ov = s.host.choose_overload(*fn, args, &why);
     if (ov < 0) {
-        err = why.empty() ? name + ": no overload takes these arguments" : why;
+        const int lang = s.host.language();
+        err = why.empty() ? name + tr(lang, ": no overload takes these arguments",
+                                      " : aucune variante ne prend ces arguments")
+                          : why;
         if (ov == -2 && err.find("not provided") == std::string::npos)
-            err += " (not provided in this edition)";
+            err += tr(lang, " (not provided in this edition)", " (non fournie dans cette édition)");
         return kFail;
     }
     const kp_overload& o = fn->overloads[ov];
@@ -813,17 +817,20 @@ int call_impl(lua_State* L, std::string& err) {
     case CallStatus::Ok:
         break;
     case CallStatus::NotProvided:
-        err = out.detail.empty() ? name + " is not provided by this edition" : out.detail;
+        err = out.detail.empty() ? name + tr(s.host, " is not provided by this edition",
+                                             " n'est pas fournie par cette édition")
+                                 : out.detail;
         return kFail;
     case CallStatus::UnknownName:
-        err = "unknown function '" + name + "'";
+        err = tr(s.host, "unknown function '", "fonction inconnue '") + name + "'";
         return kFail;
     case CallStatus::NoOverload:
-        err = name + ": no overload takes these arguments";
+        err = name +
+              tr(s.host, ": no overload takes these arguments", " : aucune variante ne prend ces arguments");
         if (!out.detail.empty()) err += " (" + out.detail + ")";
         return kFail;
     case CallStatus::BadArgument:
-        err = out.detail.empty() ? name + ": bad argument" : out.detail;
+        err = out.detail.empty() ? name + tr(s.host, ": bad argument", " : argument incorrect") : out.detail;
         return kFail;
     }
     s.last_error = std::move(out.error);
@@ -854,7 +861,9 @@ int call_impl(lua_State* L, std::string& err) {
 // signed integers (0xFFFFFFFE reads as -2).
 int push_constant(lua_State* L, const kp_constant& c, const std::string& name, std::string& err) {
     if (c.kind == KP_CONST_NO_VALUE || (c.attributes & KP_ATTR_NOT_PROVIDED)) {
-        err = "constant " + name + " is not provided in this edition";
+        const int lang = session(L).host.language();
+        err = tr(lang, "constant ", "la constante ") + name +
+              tr(lang, " is not provided in this edition", " n'est pas fournie dans cette édition");
         return kFail;
     }
     if (c.kind == KP_CONST_STRING) {
@@ -891,7 +900,8 @@ std::string printable(std::string_view name) {
 
 int kp_index(lua_State* L, std::string& err) {
     if (lua_type(L, 2) != LUA_TSTRING) {
-        err = "kp: function and constant names are strings";
+        err = tr(session(L).host, "kp: function and constant names are strings",
+                 "kp : les noms de fonctions et de constantes sont des chaînes");
         return kFail;
     }
     // Functions already looked up under this exact name (upvalue 1).
@@ -912,7 +922,8 @@ int kp_index(lua_State* L, std::string& err) {
         return 1;
     }
     if (const kp_constant* c = s.host.find_constant(name)) return push_constant(L, *c, name, err);
-    err = "unknown function or constant '" + printable(name) + "'";
+    err = tr(s.host, "unknown function or constant '", "fonction ou constante inconnue '") + printable(name) +
+          "'";
     return kFail;
 }
 
@@ -938,7 +949,8 @@ int kp_setlang(lua_State* L, std::string& err) {
     } else if (l && std::strcmp(l, "en") == 0) {
         session(L).host.set_language(1);
     } else {
-        err = "kp.setlang: expects \"fr\" or \"en\"";
+        err = tr(session(L).host, "kp.setlang: expects \"fr\" or \"en\"",
+                 "kp.setlang : attend \"fr\" ou \"en\"");
         return kFail;
     }
     return 0;

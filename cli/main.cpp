@@ -26,6 +26,7 @@
 #include "listing.h"
 #include "lua_kp.h"
 #include "regcmd.h"
+#include "tr.h"
 #include "ui.h"
 
 #ifdef KP120_HAVE_LIBEDIT
@@ -77,6 +78,64 @@ const char kUsage[] =
     "key-state query.  The clipboard is the X11 CLIPBOARD selection when DISPLAY names a display that\n"
     "answers, else the device's own clipboard (\\Windows\\clipboard.dat under the device root).\n";
 
+const char kUsageFr[] =
+    "usage :\n"
+    "  kp120 [OPTIONS] -e CODE           exécute du code Lua donné sur la ligne de commande\n"
+    "  kp120 [OPTIONS] FICHIER [ARGS...] exécute un script Lua (\"-\" lit l'entrée standard) ; ARGS dans "
+    "`arg`\n"
+    "  kp120 [OPTIONS]                   invite interactive (l'entrée standard est exécutée comme un script\n"
+    "                                    quand ce n'est pas un terminal)\n"
+    "  kp120 functions [MOTIF]           les fonctions : identifiant, nom français, nom anglais,\n"
+    "                                    nombre de variantes, fournie ou non\n"
+    "  kp120 constants [MOTIF]           les constantes : nom français, nom anglais, valeur\n"
+    "  kp120 functions --family NOM      les fonctions d'une famille, avec leur rôle\n"
+    "  kp120 describe NOM                rôle, paramètres, valeur d'échec et erreurs d'une fonction\n"
+    "  kp120 reg export [--regedit4] [CLÉ] [FICHIER]\n"
+    "                                    la CLÉ du registre (tout le registre sans CLÉ ou avec \"\") et ses\n"
+    "                                    sous-clés en fichier d'éditeur du registre (UTF-16 ; --regedit4 :\n"
+    "                                    la forme ANSI)\n"
+    "  kp120 reg import FICHIER          un fichier d'éditeur du registre dans le registre (tout ou rien)\n"
+    "  kp120 --help, kp120 --version\n"
+    "\n"
+    "options :\n"
+    "  --root RÉP       racine du périphérique : les noms absolus (\"\\Data\\a.txt\" ou \"/Data/a.txt\")\n"
+    "                   se trouvent sous RÉP. Par défaut $KP120_ROOT, sinon "
+    "${XDG_DATA_HOME:-$HOME/.local/share}/kp120/device.\n"
+    "                   \"--root /\" donne le système de fichiers natif.\n"
+    "  --registry FICHIER base du registre (SQLite). Par défaut $KP120_REGISTRY, sinon\n"
+    "                   ${XDG_DATA_HOME:-$HOME/.local/share}/kp120/registry.sqlite3\n"
+    "  --lang fr|en     langue de l'interface : messages, noms des jours et des mois. Par défaut en.\n"
+    "\n"
+    "MOTIF ignore la casse ; * et ? sont des jokers, un motif sans joker retient les noms qui le "
+    "contiennent.\n"
+    "En Lua, kp.NOM(...) appelle une fonction par son nom français ou anglais et kp.NOM lit une constante ;\n"
+    "voir aussi kp.buffer, kp.hex, kp.currency, kp.var, kp.table, kp.json, kp.lasterror, kp.strict, "
+    "kp.help,\n"
+    "kp.setlang et kp.setobject.  kp.table{kind, columns, rows, selected, totals} crée un contrôle tableau\n"
+    "pour TableToText et TableToClipboard.  Les sélecteurs de fichiers interrogent la fonction donnée par\n"
+    "kp.onselect(f), sinon une invite quand l'entrée standard est un terminal, sinon ils sont annulés ;\n"
+    "kp.presskey(27) appuie sur Échap pour la prochaine lecture de l'état des touches.  Le presse-papiers\n"
+    "est la sélection X11 CLIPBOARD quand DISPLAY désigne un affichage qui répond, sinon le presse-papiers\n"
+    "du périphérique (\\Windows\\clipboard.dat sous la racine du périphérique).\n";
+
+// The interface language that --lang gives among the options, so that
+// messages about the options themselves (whatever their order) use it.
+int language_of(int argc, char** argv) {
+    int language = 1;
+    for (int i = 1; i < argc; ++i) {
+        const std::string s = argv[i];
+        if (s == "--" || s.empty() || s[0] != '-') break;
+        if (s == "--lang" && i + 1 < argc) {
+            const std::string v = argv[++i];
+            if (v == "fr") language = 0;
+            if (v == "en") language = 1;
+        } else if ((s == "--root" || s == "--registry" || s == "-e") && i + 1 < argc) {
+            ++i;
+        }
+    }
+    return language;
+}
+
 int fail(const std::string& msg) {
     std::fprintf(stderr, "kp120: %s\n", msg.c_str());
     return 1;
@@ -93,12 +152,14 @@ struct Args {
 // Parses options up to the first positional argument; everything from it
 // on belongs to the script or the subcommand.
 bool parse_args(int argc, char** argv, Args& a, std::string& err) {
+    a.language = language_of(argc, argv);
+    auto T = [&](const char* en, const char* fr) { return std::string(kp::cli::tr(a.language, en, fr)); };
     int i = 1;
     for (; i < argc; ++i) {
         const std::string s = argv[i];
         auto value = [&](std::string& out) {
             if (i + 1 >= argc) {
-                err = "option " + s + " needs a value";
+                err = T("option ", "l'option ") + s + T(" needs a value", " demande une valeur");
                 return false;
             }
             out = argv[++i];
@@ -112,14 +173,14 @@ bool parse_args(int argc, char** argv, Args& a, std::string& err) {
         } else if (s == "--root") {
             if (!value(v)) return false;
             if (v.empty()) {
-                err = "--root needs a directory";
+                err = T("--root needs a directory", "--root demande un répertoire");
                 return false;
             }
             a.root = v;
         } else if (s == "--registry") {
             if (!value(v)) return false;
             if (v.empty()) {
-                err = "--registry needs a file name";
+                err = T("--registry needs a file name", "--registry demande un nom de fichier");
                 return false;
             }
             a.registry = v;
@@ -130,7 +191,7 @@ bool parse_args(int argc, char** argv, Args& a, std::string& err) {
             } else if (v == "en") {
                 a.language = 1;
             } else {
-                err = "--lang takes fr or en, not '" + v + "'";
+                err = T("--lang takes fr or en, not '", "--lang prend fr ou en, pas '") + v + "'";
                 return false;
             }
         } else if (s == "-e") {
@@ -140,7 +201,8 @@ bool parse_args(int argc, char** argv, Args& a, std::string& err) {
             ++i;
             break;
         } else if (s.size() > 1 && s[0] == '-') {
-            err = "unknown option '" + s + "' (see kp120 --help)";
+            err = T("unknown option '", "option inconnue '") + s +
+                  T("' (see kp120 --help)", "' (voir kp120 --help)");
             return false;
         } else {
             break;
@@ -166,35 +228,40 @@ std::string env_or(const char* name, const std::string& fallback) {
 // device root and the registry's folder when they do not exist yet (the
 // listings, which touch neither, create nothing).
 bool prepare_paths(const Args& a, kp::host::Options& o, bool create, std::string& err) {
+    auto T = [&](const char* en, const char* fr) { return std::string(kp::cli::tr(a.language, en, fr)); };
     std::string root = a.root ? *a.root : env_or("KP120_ROOT", data_home() + "/kp120/device");
     std::string reg =
         a.registry ? *a.registry : env_or("KP120_REGISTRY", data_home() + "/kp120/registry.sqlite3");
     std::error_code ec;
     fs::path rp = fs::absolute(root, ec);
     if (ec) {
-        err = "device root '" + root + "': " + ec.message();
+        err = T("device root '", "racine du périphérique '") + root + T("': ", "' : ") + ec.message();
         return false;
     }
     if (create && rp != "/") {
         fs::create_directories(rp, ec);
         if (ec || !fs::is_directory(rp, ec)) {
-            err = "cannot use '" + root + "' as the device root" + (ec ? ": " + ec.message() : "");
+            err = T("cannot use '", "impossible d'utiliser '") + root +
+                  T("' as the device root", "' comme racine du périphérique") +
+                  (ec ? T(": ", " : ") + ec.message() : "");
             return false;
         }
     }
     fs::path gp = fs::absolute(reg, ec);
     if (ec) {
-        err = "registry '" + reg + "': " + ec.message();
+        err = T("registry '", "registre '") + reg + T("': ", "' : ") + ec.message();
         return false;
     }
     if (fs::is_directory(gp, ec)) {
-        err = "registry '" + reg + "' is a directory";
+        err = T("registry '", "le registre '") + reg + T("' is a directory", "' est un répertoire");
         return false;
     }
     if (create && gp.has_parent_path()) {
         fs::create_directories(gp.parent_path(), ec);
         if (ec) {
-            err = "cannot create the folder of the registry '" + reg + "': " + ec.message();
+            err = T("cannot create the folder of the registry '",
+                    "impossible de créer le dossier du registre '") +
+                  reg + T("': ", "' : ") + ec.message();
             return false;
         }
     }
@@ -225,10 +292,11 @@ int lua_exit(lua_State* L) {
 // instruction (a component call in progress finishes first), so that the
 // prompt survives and a script ends through the usual error path.
 lua_State* interrupt_state = nullptr;
+int interrupt_language = 1; // the interface language of the "interrupted" error
 
 void interrupt_hook(lua_State* L, lua_Debug*) {
     lua_sethook(L, nullptr, 0, 0);
-    luaL_error(L, "interrupted");
+    luaL_error(L, "%s", kp::cli::tr(interrupt_language, "interrupted", "interrompu"));
 }
 
 extern "C" void on_interrupt(int sig) {
@@ -322,19 +390,23 @@ int run_chunk(lua_State* L, const std::string& code, const char* name) {
     return run_protected(L, 0, 0, ended);
 }
 
-int run_file(lua_State* L, const std::string& file, const std::vector<std::string>& args) {
+int run_file(lua_State* L, int language, const std::string& file, const std::vector<std::string>& args) {
+    auto T = [&](const char* en, const char* fr) { return std::string(kp::cli::tr(language, en, fr)); };
     set_arg_table(L, file, args);
     const char* fname = file == "-" ? nullptr : file.c_str();
     if (fname) {
         std::error_code ec;
-        if (fs::is_directory(file, ec)) return fail("cannot read '" + file + "': it is a directory");
+        if (fs::is_directory(file, ec))
+            return fail(T("cannot read '", "impossible de lire '") + file +
+                        T("': it is a directory", "' : c'est un répertoire"));
     }
     if (luaL_loadfile(L, fname) != LUA_OK) {
         std::string msg = error_text(L, -1);
         lua_pop(L, 1);
         return fail(msg);
     }
-    if (!lua_checkstack(L, static_cast<int>(args.size()) + 1)) return fail("too many arguments");
+    if (!lua_checkstack(L, static_cast<int>(args.size()) + 1))
+        return fail(T("too many arguments", "trop d'arguments"));
     for (const auto& a : args)
         lua_pushlstring(L, a.data(), a.size());
     bool ended;
@@ -477,7 +549,7 @@ bool incomplete(lua_State* L, int status) {
 // stack; false at end of input.
 std::string lua_quoted(const std::string& s);
 
-bool read_statement(lua_State* L, bool& compiled) {
+bool read_statement(lua_State* L, int language, bool& compiled) {
     std::string line;
     if (!read_line("> ", line)) return false;
     compiled = false;
@@ -510,7 +582,8 @@ bool read_statement(lua_State* L, bool& compiled) {
         lua_pop(L, 1);
         std::string more;
         if (!read_line(">> ", more)) {
-            lua_pushstring(L, "stdin: unfinished statement at end of input");
+            lua_pushstring(L, kp::cli::tr(language, "stdin: unfinished statement at end of input",
+                                          "stdin : instruction inachevée en fin d'entrée"));
             return true;
         }
         code += "\n" + more;
@@ -599,7 +672,7 @@ int interactive(lua_State* L, kp::cli::Session& session, int language) {
     int rc = 0;
     for (;;) {
         bool compiled = false;
-        if (!read_statement(L, compiled)) break;
+        if (!read_statement(L, language, compiled)) break;
         if (!compiled) {
             std::fprintf(stderr, "%s\n", error_text(L, -1).c_str());
             lua_pop(L, 1);
@@ -654,6 +727,7 @@ struct LuaCloser {
 };
 
 int run_lua(const Args& a) {
+    auto T = [&](const char* en, const char* fr) { return std::string(kp::cli::tr(a.language, en, fr)); };
     kp::host::Options o;
     o.language = a.language;
     if (const char* c = std::getenv("KP120_COMPONENT"); c && *c) o.component_path = c;
@@ -661,11 +735,16 @@ int run_lua(const Args& a) {
     if (!prepare_paths(a, o, true, err)) return fail(err);
 
     kp::host::Host host(o);
-    if (!host.loaded()) return fail("cannot load the component: " + host.load_error());
+    if (!host.loaded())
+        return fail(T("cannot load the component: ", "impossible de charger le composant : ") +
+                    host.load_error());
     kp::cli::Session session(host);
+    interrupt_language = a.language;
 
     std::unique_ptr<lua_State, LuaCloser> state(luaL_newstate());
-    if (!state) return fail("cannot create a Lua state (out of memory)");
+    if (!state)
+        return fail(T("cannot create a Lua state (out of memory)",
+                      "impossible de créer un état Lua (mémoire épuisée)"));
     lua_State* L = state.get();
     luaL_openlibs(L);
     lua_getglobal(L, "os");
@@ -695,32 +774,39 @@ int run_lua(const Args& a) {
     }
     if (!a.rest.empty()) {
         const std::vector<std::string> args(a.rest.begin() + 1, a.rest.end());
-        return run_file(L, a.rest[0], args);
+        return run_file(L, a.language, a.rest[0], args);
     }
     if (isatty(STDIN_FILENO)) return interactive(L, session, a.language);
-    return run_file(L, "-", {});
+    return run_file(L, a.language, "-", {});
 }
 
 int run_listing(const Args& a) {
+    auto T = [&](const char* en, const char* fr) { return std::string(kp::cli::tr(a.language, en, fr)); };
     const std::string& cmd = a.rest[0];
     const bool family = cmd == "functions" && a.rest.size() == 3 && a.rest[1] == "--family";
-    if (cmd == "describe" && a.rest.size() != 2) return fail("usage: kp120 describe NAME");
+    if (cmd == "describe" && a.rest.size() != 2)
+        return fail(T("usage: kp120 describe NAME", "usage : kp120 describe NOM"));
     if (cmd != "describe" && a.rest.size() > 2 && !family)
-        return fail("usage: kp120 " + cmd +
-                    (cmd == "functions" ? " [PATTERN | --family NAME]" : " [PATTERN]"));
+        return fail(T("usage: kp120 ", "usage : kp120 ") + cmd +
+                    (cmd == "functions" ? T(" [PATTERN | --family NAME]", " [MOTIF | --family NOM]")
+                                        : T(" [PATTERN]", " [MOTIF]")));
     kp::host::Options o;
     o.language = a.language;
     if (const char* c = std::getenv("KP120_COMPONENT"); c && *c) o.component_path = c;
     std::string err;
     if (!prepare_paths(a, o, false, err)) return fail(err);
     kp::host::Host host(o);
-    if (!host.loaded()) return fail("cannot load the component: " + host.load_error());
+    if (!host.loaded())
+        return fail(T("cannot load the component: ", "impossible de charger le composant : ") +
+                    host.load_error());
     const std::string arg = a.rest.size() > 1 ? a.rest[1] : "";
     if (family) {
         if (kp::cli::list_family(host, a.rest[2], stdout) == 0)
-            return fail("no family matches '" + a.rest[2] +
-                        "'; the families: Dates and times, Numbers, Memory zones, Files, INI, Registry, "
-                        "Data transforms, Processes, Clipboard, System");
+            return fail(T("no family matches '", "aucune famille ne correspond à '") + a.rest[2] +
+                        T("'; the families: Dates and times, Numbers, Memory zones, Files, INI, Registry, "
+                          "Data transforms, Processes, Clipboard, System",
+                          "' ; les familles (noms anglais) : Dates and times, Numbers, Memory zones, Files, "
+                          "INI, Registry, Data transforms, Processes, Clipboard, System"));
         return 0;
     }
     if (cmd == "functions") {
@@ -746,14 +832,16 @@ int main(int argc, char** argv) {
     std::string err;
     if (!parse_args(argc, argv, a, err)) return fail(err);
     if (a.help) {
-        std::fputs(kUsage, stdout);
+        std::fputs(kp::cli::tr(a.language, kUsage, kUsageFr), stdout);
         return 0;
     }
     if (a.version) {
         std::printf("kp120 %s (%s)\n", KP120_VERSION, LUA_RELEASE);
         return 0;
     }
-    if (!a.chunks.empty() && !a.rest.empty()) return fail("-e and a script file cannot be given together");
+    if (!a.chunks.empty() && !a.rest.empty())
+        return fail(kp::cli::tr(a.language, "-e and a script file cannot be given together",
+                                "-e et un fichier de script ne peuvent pas être donnés ensemble"));
     try {
         if (a.chunks.empty() && !a.rest.empty() &&
             (a.rest[0] == "functions" || a.rest[0] == "constants" || a.rest[0] == "describe"))
@@ -761,7 +849,7 @@ int main(int argc, char** argv) {
         if (a.chunks.empty() && !a.rest.empty() && a.rest[0] == "reg") {
             kp::host::Options o;
             if (!prepare_paths(a, o, true, err)) return fail(err);
-            return kp::cli::run_reg({a.rest.begin() + 1, a.rest.end()}, o.registry_path);
+            return kp::cli::run_reg({a.rest.begin() + 1, a.rest.end()}, o.registry_path, a.language);
         }
         return run_lua(a);
     } catch (const std::exception& e) {

@@ -16,6 +16,7 @@
 #include "platform/registry_store.h"
 #include "registry/regfile.h"
 #include "registry/regtool.h"
+#include "tr.h"
 
 namespace kp::cli {
 
@@ -35,8 +36,17 @@ std::string utf8(std::u16string_view s) {
 
 const char kRegUsage[] = "usage: kp120 reg export [--regedit4] [KEY] [FILE]\n"
                          "       kp120 reg import FILE\n";
+const char kRegUsageFr[] = "usage : kp120 reg export [--regedit4] [CLÉ] [FICHIER]\n"
+                           "        kp120 reg import FICHIER\n";
 
-int run_export(const std::vector<std::string>& args) {
+// The messages of one reg command in the interface language.
+struct Words {
+    int language;
+    std::string operator()(const char* en, const char* fr) const { return tr(language, en, fr); }
+    const char* usage() const { return tr(language, kRegUsage, kRegUsageFr); }
+};
+
+int run_export(const std::vector<std::string>& args, const Words& T) {
     bool regedit4 = false;
     std::vector<std::string> pos;
     for (std::size_t i = 1; i < args.size(); ++i) {
@@ -45,39 +55,45 @@ int run_export(const std::vector<std::string>& args) {
         else
             pos.push_back(args[i]);
     }
-    if (pos.size() > 2) return fail(kRegUsage);
+    if (pos.size() > 2) return fail(T.usage());
     std::u16string key = pos.empty() ? std::u16string() : kp::platform::from_utf8(pos[0]);
     regfile::Document doc;
     doc.regedit4 = regedit4;
     if (uint32_t e = regtool::gather(key, doc)) {
-        if (e == 2) return fail("no key '" + utf8(key) + "' in the registry");
-        return fail("cannot read the registry (error " + std::to_string(e) + ")");
+        if (e == 2)
+            return fail(T("no key '", "pas de clé '") + utf8(key) +
+                        T("' in the registry", "' dans le registre"));
+        return fail(T("cannot read the registry (error ", "impossible de lire le registre (erreur ") +
+                    std::to_string(e) + ")");
     }
     std::vector<std::u16string> skipped;
     std::vector<uint8_t> bytes = regfile::write(doc, &skipped);
     for (const auto& s : skipped)
-        std::fprintf(stderr, "kp120: left out (a line end in its name): %s\n", utf8(s).c_str());
+        std::fprintf(
+            stderr, "kp120: %s%s\n",
+            tr(T.language, "left out (a line end in its name): ", "omise (une fin de ligne dans son nom) : "),
+            utf8(s).c_str());
     if (pos.size() < 2 || pos[1] == "-") {
         if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size())
-            return fail("cannot write the output");
+            return fail(T("cannot write the output", "impossible d'écrire la sortie"));
         return 0;
     }
     std::ofstream out(pos[1], std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     out.close();
-    if (!out) return fail("cannot write '" + pos[1] + "'");
+    if (!out) return fail(T("cannot write '", "impossible d'écrire '") + pos[1] + "'");
     return 0;
 }
 
-int run_import(const std::vector<std::string>& args) {
-    if (args.size() != 2) return fail(kRegUsage);
+int run_import(const std::vector<std::string>& args, const Words& T) {
+    if (args.size() != 2) return fail(T.usage());
     const std::string& file = args[1];
     std::vector<uint8_t> bytes;
     if (file == "-") {
         bytes.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
     } else {
         std::ifstream in(file, std::ios::binary);
-        if (!in) return fail("cannot read '" + file + "'");
+        if (!in) return fail(T("cannot read '", "impossible de lire '") + file + "'");
         bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
     regfile::Document doc;
@@ -85,26 +101,28 @@ int run_import(const std::vector<std::string>& args) {
     if (!regfile::parse(bytes, doc, problems)) {
         for (const auto& p : problems)
             std::fprintf(stderr, "%s:%zu: %s\n", file.c_str(), p.line, p.message.c_str());
-        return fail("nothing imported from '" + file + "'");
+        return fail(T("nothing imported from '", "rien n'a été importé de '") + file + "'");
     }
     std::u16string where;
     if (uint32_t e = regtool::apply(doc, &where))
-        return fail("nothing imported: key '" + utf8(where) + "' failed (error " + std::to_string(e) + ")");
+        return fail(T("nothing imported: key '", "rien n'a été importé : la clé '") + utf8(where) +
+                    T("' failed (error ", "' a échoué (erreur ") + std::to_string(e) + ")");
     return 0;
 }
 
 } // namespace
 
-int run_reg(const std::vector<std::string>& args, const std::string& registry_path) {
-    if (args.empty()) return fail(kRegUsage);
+int run_reg(const std::vector<std::string>& args, const std::string& registry_path, int language) {
+    const Words T{language};
+    if (args.empty()) return fail(T.usage());
     kp::platform::registry::use_database(registry_path);
     int rc;
     if (args[0] == "export")
-        rc = run_export(args);
+        rc = run_export(args, T);
     else if (args[0] == "import")
-        rc = run_import(args);
+        rc = run_import(args, T);
     else
-        rc = fail(kRegUsage);
+        rc = fail(T.usage());
     kp::platform::registry::use_database("");
     return rc;
 }

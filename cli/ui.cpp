@@ -8,6 +8,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "tr.h"
 #include "wtf8.h"
 
 namespace kp::cli {
@@ -85,11 +86,18 @@ std::u16string lua_selector(UiState& s, const kp::host::SelectorRequest& request
 
 // A prompt on the terminal: the request on standard error, the answer read
 // as a line from standard input.
-std::u16string terminal_selector(const kp::host::SelectorRequest& request) {
-    std::fprintf(stderr, "kp120: %s selector", kind_name(request.kind));
+std::u16string terminal_selector(const kp::host::SelectorRequest& request, int language) {
+    if (language == 0) {
+        static const char* const kFr[] = {"sélecteur de fichier", "sélecteur de répertoire",
+                                          "sélecteur de filtre"};
+        std::fprintf(stderr, "kp120: %s", kFr[request.kind == 0 ? 0 : request.kind == 1 ? 1 : 2]);
+    } else {
+        std::fprintf(stderr, "kp120: %s selector", kind_name(request.kind));
+    }
     for (const std::u16string& t : request.texts)
         if (!t.empty()) std::fprintf(stderr, " [%s]", utf16_to_wtf8(t).c_str());
-    std::fprintf(stderr, "\nchoice (empty line cancels): ");
+    std::fprintf(stderr, "\n%s",
+                 tr(language, "choice (empty line cancels): ", "choix (une ligne vide annule) : "));
     std::fflush(stderr);
     char line[4096];
     if (!std::fgets(line, sizeof line, stdin)) return {};
@@ -165,9 +173,10 @@ void open_ui(lua_State* L, Session& session) {
     lua_setfield(L, -2, "presskey");
     lua_pop(L, 1);
 
-    session.host.set_selector([state](const kp::host::SelectorRequest& r) -> std::u16string {
+    const kp::host::Host& host = session.host;
+    session.host.set_selector([state, &host](const kp::host::SelectorRequest& r) -> std::u16string {
         if (state->selector_ref != LUA_NOREF) return lua_selector(*state, r);
-        if (isatty(STDIN_FILENO)) return terminal_selector(r);
+        if (isatty(STDIN_FILENO)) return terminal_selector(r, host.language());
         return {};
     });
     session.host.set_key_state([state](int32_t vk) -> int32_t {

@@ -125,6 +125,10 @@ T.group("bad command lines", function()
     { base .. " describe NoSuchName", "NoSuchName" },
     { base .. " functions a b", "usage" },
     { base .. " -e 1 " .. q(work .. "/args.lua"), "cannot be given together" },
+    -- --lang fr gives kp120's own messages in French, even before --lang
+    { q(exe) .. " --nope --lang fr", "option inconnue '--nope'" },
+    { base .. " --lang fr describe", "usage : kp120 describe NOM" },
+    { base .. " --lang fr -e 1 " .. q(work .. "/args.lua"), "ne peuvent pas être donnés ensemble" },
   }
   for _, c in ipairs(cases) do
     local out, err, code = run(c[1])
@@ -279,6 +283,9 @@ T.group("French interface language", function()
   local fr, _, code = run(base .. " --lang fr -e " .. q(chunk))
   T.eq(code, 0, "exit code")
   local en = run(base .. " --lang en -e " .. q(chunk))
+  local _, err = run(base .. " --lang fr -e " .. q("return kp.NoSuchName"))
+  T.ok(err:find("fonction ou constante inconnue 'NoSuchName'", 1, true), err)
+  T.ok(run(q(exe) .. " --lang fr --help"):find("exécute du code Lua", 1, true), "French usage")
   if fr == "n/a\n" then T.skip("IntegerToDayInAlpha not provided") end
   T.ok(fr ~= en, "day names follow --lang: " .. fr .. en)
 end)

@@ -36,6 +36,11 @@ Session& session(lua_State* L) {
     return *s;
 }
 
+// kp120's own words in the session's interface language.
+const char* say(lua_State* L, const char* en, const char* fr) {
+    return tr(session(L).host, en, fr);
+}
+
 // Result of an impl: how many values it pushed, or a failure.
 constexpr int kFail = -1;      // message in `err`, raised with the caller's position
 constexpr int kFailValue = -2; // the error value is on top of the stack, raised as is
@@ -92,7 +97,7 @@ int buffer_new(lua_State* L, std::string& err) {
     const char* s = "";
     if (!lua_isnoneornil(L, 1)) {
         if (lua_type(L, 1) != LUA_TSTRING) {
-            err = "kp.buffer: expects a string of bytes";
+            err = say(L, "kp.buffer: expects a string of bytes", "kp.buffer : attend une chaîne d'octets");
             return kFail;
         }
         s = lua_tolstring(L, 1, &n);
@@ -103,20 +108,24 @@ int buffer_new(lua_State* L, std::string& err) {
 
 int buffer_from_hex(lua_State* L, std::string& err) {
     if (lua_type(L, 1) != LUA_TSTRING) {
-        err = "kp.hex: expects a string of hexadecimal digits";
+        err = say(L, "kp.hex: expects a string of hexadecimal digits",
+                  "kp.hex : attend une chaîne de chiffres hexadécimaux");
         return kFail;
     }
     size_t n = 0;
     const char* s = lua_tolstring(L, 1, &n);
     if (n % 2) {
-        err = "kp.hex: odd number of hexadecimal digits";
+        err = say(L, "kp.hex: odd number of hexadecimal digits",
+                  "kp.hex : nombre impair de chiffres hexadécimaux");
         return kFail;
     }
     std::vector<uint8_t> bytes(n / 2);
     for (size_t i = 0; i < n; i += 2) {
         const int hi = hex_digit(s[i]), lo = hex_digit(s[i + 1]);
         if (hi < 0 || lo < 0) {
-            err = "kp.hex: not a hexadecimal digit at position " + std::to_string(hi < 0 ? i + 1 : i + 2);
+            err = say(L, "kp.hex: not a hexadecimal digit at position ",
+                      "kp.hex : pas un chiffre hexadécimal à la position ") +
+                  std::to_string(hi < 0 ? i + 1 : i + 2);
             return kFail;
         }
         bytes[i / 2] = static_cast<uint8_t>(hi * 16 + lo);
@@ -129,7 +138,7 @@ int buffer_hex(lua_State* L, std::string& err) {
     size_t n = 0;
     const uint8_t* p = buffer_at(L, 1, n);
     if (!p) {
-        err = "hex: expects a kp.buffer";
+        err = say(L, "hex: expects a kp.buffer", "hex : attend un kp.buffer");
         return kFail;
     }
     const std::string h = to_hex(p, n);
@@ -141,7 +150,7 @@ int buffer_bytes(lua_State* L, std::string& err) {
     size_t n = 0;
     const uint8_t* p = buffer_at(L, 1, n);
     if (!p) {
-        err = "bytes: expects a kp.buffer";
+        err = say(L, "bytes: expects a kp.buffer", "bytes : attend un kp.buffer");
         return kFail;
     }
     lua_pushlstring(L, reinterpret_cast<const char*>(p), n);
@@ -187,12 +196,14 @@ int currency_new(lua_State* L, std::string& err) {
         std::snprintf(buf, sizeof buf, "%.6f", static_cast<double>(lua_tonumber(L, 1)));
         text = buf;
     } else {
-        err = "kp.currency: expects decimal text or a number";
+        err = say(L, "kp.currency: expects decimal text or a number",
+                  "kp.currency : attend un texte décimal ou un nombre");
         return kFail;
     }
     uint8_t cy[10] = {};
     if (!kp::host::currency_from_text(text, cy)) {
-        err = "kp.currency: '" + text + "' is not a currency value";
+        err = say(L, "kp.currency: '", "kp.currency : '") + text +
+              say(L, "' is not a currency value", "' n'est pas une valeur monétaire");
         return kFail;
     }
     push_currency(L, cy);
@@ -202,7 +213,7 @@ int currency_new(lua_State* L, std::string& err) {
 int currency_tostring(lua_State* L, std::string& err) {
     const uint8_t* p = nullptr;
     if (!currency_at(L, 1, p)) {
-        err = "expects a kp.currency";
+        err = say(L, "expects a kp.currency", "attend un kp.currency");
         return kFail;
     }
     uint8_t cy[10];
@@ -378,12 +389,13 @@ bool currency_operand(lua_State* L, int index, Wide& out, std::string& err) {
     } else if (lua_type(L, index) == LUA_TSTRING) {
         text = lua_tostring(L, index);
     } else {
-        err = std::string("currency arithmetic on a ") + luaL_typename(L, index) + " value";
+        err = say(L, "currency arithmetic on a ", "arithmétique monétaire sur une valeur ") +
+              std::string(luaL_typename(L, index)) + say(L, " value", "");
         return false;
     }
     uint8_t cy[10] = {};
     if (!kp::host::currency_from_text(text, cy)) {
-        err = "'" + text + "' is not a currency value";
+        err = "'" + text + say(L, "' is not a currency value", "' n'est pas une valeur monétaire");
         return false;
     }
     out = wide_from_currency(cy);
@@ -412,7 +424,7 @@ template <char Op> int currency_arith(lua_State* L, std::string& err) {
         break;
     case '/':
         if (is_zero(b)) {
-            err = "currency division by zero";
+            err = say(L, "currency division by zero", "division monétaire par zéro");
             return kFail;
         }
         r = wide_div(wide_mul(a, million), b);
@@ -420,7 +432,7 @@ template <char Op> int currency_arith(lua_State* L, std::string& err) {
     }
     uint8_t cy[10];
     if (!wide_to_currency(r, cy)) {
-        err = "currency overflow";
+        err = say(L, "currency overflow", "dépassement de capacité monétaire");
         return kFail;
     }
     push_currency(L, cy);
@@ -446,7 +458,7 @@ int currency_le(lua_State* L, std::string& err) {
 int currency_tonumber(lua_State* L, std::string& err) {
     const uint8_t* p = nullptr;
     if (!currency_at(L, 1, p)) {
-        err = "tonumber: expects a kp.currency";
+        err = say(L, "tonumber: expects a kp.currency", "tonumber : attend un kp.currency");
         return kFail;
     }
     uint8_t cy[10];
@@ -461,7 +473,7 @@ int buffer_text(lua_State* L, std::string& err) {
     size_t n = 0;
     const uint8_t* p = buffer_at(L, 1, n);
     if (!p) {
-        err = "text: expects a kp.buffer";
+        err = say(L, "text: expects a kp.buffer", "text : attend un kp.buffer");
         return kFail;
     }
     std::u16string text;
@@ -481,7 +493,8 @@ int buffer_currency(lua_State* L, std::string& err) {
     size_t n = 0;
     const uint8_t* p = buffer_at(L, 1, n);
     if (!p || n != 10) {
-        err = "currency: expects a kp.buffer of 10 bytes";
+        err = say(L, "currency: expects a kp.buffer of 10 bytes",
+                  "currency : attend un kp.buffer de 10 octets");
         return kFail;
     }
     push_currency(L, p);
@@ -492,7 +505,7 @@ int buffer_real(lua_State* L, std::string& err) {
     size_t n = 0;
     const uint8_t* p = buffer_at(L, 1, n);
     if (!p || n != 8) {
-        err = "real: expects a kp.buffer of 8 bytes";
+        err = say(L, "real: expects a kp.buffer of 8 bytes", "real : attend un kp.buffer de 8 octets");
         return kFail;
     }
     uint64_t bits = 0;
@@ -547,7 +560,7 @@ int var_index(lua_State* L, std::string& err) {
     VarBox* b = varbox_at(L, 1);
     const char* key = lua_tostring(L, 2);
     if (!b || !key || std::strcmp(key, "value") != 0) {
-        err = "kp.var has only the field 'value'";
+        err = say(L, "kp.var has only the field 'value'", "kp.var n'a que le champ 'value'");
         return kFail;
     }
     push_value(L, *b->ref);
@@ -558,7 +571,7 @@ int var_newindex(lua_State* L, std::string& err) {
     VarBox* b = varbox_at(L, 1);
     const char* key = lua_tostring(L, 2);
     if (!b || !key || std::strcmp(key, "value") != 0) {
-        err = "kp.var has only the field 'value'";
+        err = say(L, "kp.var has only the field 'value'", "kp.var n'a que le champ 'value'");
         return kFail;
     }
     Value v;
@@ -662,7 +675,8 @@ bool to_value(lua_State* L, int index, Value& out, const std::string& what, std:
         const std::string_view bytes(s, n);
         const size_t bad = wtf8_invalid_at(bytes);
         if (bad != std::string_view::npos) {
-            err = what + ": invalid UTF-8 at byte " + std::to_string(bad + 1);
+            err = what + say(L, ": invalid UTF-8 at byte ", " : UTF-8 invalide à l'octet ") +
+                  std::to_string(bad + 1);
             return false;
         }
         std::u16string text;
@@ -689,7 +703,8 @@ bool to_value(lua_State* L, int index, Value& out, const std::string& what, std:
         }
         if (VarBox* b = varbox_at(L, index)) {
             if (!function_refs) {
-                err = what + ": a kp.var cannot be stored in a value";
+                err = what + say(L, ": a kp.var cannot be stored in a value",
+                                 " : un kp.var ne peut pas être rangé dans une valeur");
                 return false;
             }
             out = Value();
@@ -713,7 +728,8 @@ bool to_value(lua_State* L, int index, Value& out, const std::string& what, std:
     default:
         break;
     }
-    err = what + ": a " + luaL_typename(L, index) + " value has no component type";
+    err = what + say(L, ": a ", " : une valeur ") + luaL_typename(L, index) +
+          say(L, " value has no component type", " n'a pas de type du composant");
     return false;
 }
 

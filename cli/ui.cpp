@@ -17,6 +17,7 @@ namespace {
 
 struct UiState {
     lua_State* L = nullptr;
+    const kp::host::Host* host = nullptr; // for the interface language of the messages
     int selector_ref = LUA_NOREF;
     std::set<int32_t> pressed; // keys pressed by the script, reported once
 };
@@ -60,7 +61,9 @@ int call_selector(lua_State* L) {
     lua_setfield(L, -2, "options");
     lua_call(L, 1, 1);
     if (!lua_isnil(L, -1) && !lua_isstring(L, -1))
-        luaL_error(L, "kp.onselect: the selector must return a string or nil");
+        luaL_error(L, "%s",
+                   tr(*state->host, "kp.onselect: the selector must return a string or nil",
+                      "kp.onselect : le sélecteur doit renvoyer une chaîne ou nil"));
     return 1;
 }
 
@@ -144,7 +147,10 @@ int kp_onselect(lua_State* L) {
 
 int kp_presskey(lua_State* L) {
     lua_Integer vk = luaL_checkinteger(L, 1);
-    if (vk < 0 || vk > 255) return luaL_error(L, "kp.presskey: virtual keys are 0 to 255");
+    if (vk < 0 || vk > 255)
+        return luaL_error(L, "%s",
+                          tr(*ui_state(L)->host, "kp.presskey: virtual keys are 0 to 255",
+                             "kp.presskey : les touches virtuelles vont de 0 à 255"));
     ui_state(L)->pressed.insert(static_cast<int32_t>(vk));
     return 0;
 }
@@ -160,6 +166,7 @@ void open_ui(lua_State* L, Session& session) {
     void* p = lua_newuserdatauv(L, sizeof(UiState), 0);
     auto* state = new (p) UiState;
     state->L = L;
+    state->host = &session.host;
     lua_createtable(L, 0, 1);
     lua_pushcfunction(L, ui_gc);
     lua_setfield(L, -2, "__gc");

@@ -12,6 +12,7 @@
 
 #include "display.h"
 #include "lua_kp.h"
+#include "tr.h"
 #include "wtf8.h"
 
 namespace kp::cli {
@@ -26,7 +27,10 @@ Session& session_of(lua_State* L) {
 
 kp::host::Display* display_of(lua_State* L) {
     kp::host::Display* d = session_of(L).host.display();
-    if (!d) luaL_error(L, "kp.window: the host has no display");
+    if (!d)
+        luaL_error(L, "%s",
+                   tr(session_of(L).host, "kp.window: the host has no display",
+                      "kp.window : l'hôte n'a pas d'affichage"));
     return d;
 }
 
@@ -34,7 +38,9 @@ kp::host::Display* display_of(lua_State* L) {
 std::string_view text_field(lua_State* L, const char* name) {
     lua_getfield(L, 1, name);
     if (lua_isnil(L, -1)) return {};
-    if (lua_type(L, -1) != LUA_TSTRING) luaL_error(L, "kp.window: %s must be a string", name);
+    if (lua_type(L, -1) != LUA_TSTRING)
+        luaL_error(L, "%s%s%s", tr(session_of(L).host, "kp.window: ", "kp.window : "), name,
+                   tr(session_of(L).host, " must be a string", " doit être une chaîne"));
     size_t n = 0;
     const char* p = lua_tolstring(L, -1, &n);
     return std::string_view(p, n);
@@ -45,7 +51,10 @@ int window_new(lua_State* L) {
     kp::host::Display* d = display_of(L);
     lua_getfield(L, 1, "menus");
     const lua_Integer menus = luaL_optinteger(L, -1, 0);
-    if (menus < 0 || menus > 64) return luaL_error(L, "kp.window: menus must be between 0 and 64");
+    if (menus < 0 || menus > 64)
+        return luaL_error(L, "%s",
+                          tr(session_of(L).host, "kp.window: menus must be between 0 and 64",
+                             "kp.window : menus doit être compris entre 0 et 64"));
     const std::string_view title8 = text_field(L, "title"), class8 = text_field(L, "class");
     uintptr_t w = 0;
     {
@@ -53,7 +62,10 @@ int window_new(lua_State* L) {
         if (wtf8_to_utf16(title8, title) && wtf8_to_utf16(class8, cls))
             w = d->create_window(title, cls, static_cast<int32_t>(menus));
     }
-    if (!w) return luaL_error(L, "kp.window: the display refused the window");
+    if (!w)
+        return luaL_error(L, "%s",
+                          tr(session_of(L).host, "kp.window: the display refused the window",
+                             "kp.window : l'affichage a refusé la fenêtre"));
     lua_pushinteger(L, static_cast<lua_Integer>(w));
     return 1;
 }

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "tr.h"
 #include "wtf8.h"
 
 namespace kp::cli {
@@ -20,12 +21,21 @@ struct TableBox {
 
 char kSessionKey;
 
+// kp120's own words in the session's interface language.
+const char* say(lua_State* L, const char* en, const char* fr) {
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kSessionKey);
+    const auto* s = static_cast<const Session*>(lua_touserdata(L, -1));
+    lua_pop(L, 1);
+    return s ? tr(s->host, en, fr) : en;
+}
+
 std::u16string text_field(lua_State* L, int index, const char* what, std::string& err) {
     size_t n = 0;
     const char* s = lua_tolstring(L, index, &n);
     const std::string_view bytes(s, n);
     if (wtf8_invalid_at(bytes) != std::string_view::npos) {
-        err = std::string("kp.table: ") + what + ": invalid UTF-8";
+        err = say(L, "kp.table: ", "kp.table : ") + std::string(what) +
+              say(L, ": invalid UTF-8", " : UTF-8 invalide");
         return {};
     }
     std::u16string out;
@@ -37,7 +47,8 @@ std::u16string text_field(lua_State* L, int index, const char* what, std::string
 bool read_cells(lua_State* L, int index, std::vector<kp::host::Value>& cells, const std::string& what,
                 std::string& err) {
     if (lua_type(L, index) != LUA_TTABLE) {
-        err = "kp.table: " + what + " must be a table of cells";
+        err = say(L, "kp.table: ", "kp.table : ") + what +
+              say(L, " must be a table of cells", " doit être une table de cellules");
         return false;
     }
     const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, index));
@@ -57,14 +68,15 @@ bool read_cells(lua_State* L, int index, std::vector<kp::host::Value>& cells, co
 
 int table_new(lua_State* L, std::string& err) {
     if (lua_type(L, 1) != LUA_TTABLE) {
-        err = "kp.table: expects a table {kind, columns, rows, selected, totals}";
+        err = say(L, "kp.table: expects a table {kind, columns, rows, selected, totals}",
+                  "kp.table : attend une table {kind, columns, rows, selected, totals}");
         return -1;
     }
     auto control = std::make_shared<kp::host::TableControl>();
     lua_getfield(L, 1, "kind");
     if (!lua_isnil(L, -1)) {
         if (!lua_isinteger(L, -1)) {
-            err = "kp.table: kind must be an integer";
+            err = say(L, "kp.table: kind must be an integer", "kp.table : kind doit être un entier");
             return -1;
         }
         control->kind = static_cast<int32_t>(lua_tointeger(L, -1));
@@ -88,14 +100,16 @@ int table_new(lua_State* L, std::string& err) {
                 if (!lua_isnil(L, -1)) c.visible = lua_toboolean(L, -1) != 0;
                 lua_pop(L, 1);
             } else {
-                err = "kp.table: column " + std::to_string(k) + " must be a title or {title, visible}";
+                err =
+                    say(L, "kp.table: column ", "kp.table : la colonne ") + std::to_string(k) +
+                    say(L, " must be a title or {title, visible}", " doit être un titre ou {title, visible}");
             }
             lua_pop(L, 1);
             if (!err.empty()) return -1;
             control->columns.push_back(std::move(c));
         }
     } else if (!lua_isnil(L, -1)) {
-        err = "kp.table: columns must be a table";
+        err = say(L, "kp.table: columns must be a table", "kp.table : columns doit être une table");
         return -1;
     }
     lua_pop(L, 1);
@@ -114,7 +128,7 @@ int table_new(lua_State* L, std::string& err) {
             control->rows.push_back(std::move(cells));
         }
     } else if (!lua_isnil(L, -1)) {
-        err = "kp.table: rows must be a table";
+        err = say(L, "kp.table: rows must be a table", "kp.table : rows doit être une table");
         return -1;
     }
     lua_pop(L, 1);
@@ -130,7 +144,8 @@ int table_new(lua_State* L, std::string& err) {
             if (ok) control->selected.push_back(static_cast<int32_t>(lua_tointeger(L, -1) - 1));
             lua_pop(L, 1);
             if (!ok) {
-                err = "kp.table: selected rows are row numbers from 1";
+                err = say(L, "kp.table: selected rows are row numbers from 1",
+                          "kp.table : selected contient des numéros de ligne à partir de 1");
                 return -1;
             }
         }
@@ -165,7 +180,7 @@ int table_new_lua(lua_State* L) {
         try {
             r = table_new(L, err);
         } catch (const std::bad_alloc&) {
-            err = "kp.table: out of memory";
+            err = say(L, "kp.table: out of memory", "kp.table : mémoire épuisée");
             r = -1;
         }
         if (r < 0) {

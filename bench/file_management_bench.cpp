@@ -181,23 +181,9 @@ BENCHMARK(BM_CmpSparsePeer)->Unit(benchmark::kMillisecond)->UseRealTime()->Itera
 BENCHMARK(BM_CopySparse)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_CpSparsePeer)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 
-// Each side's fastest of `rounds` runs taken alternately: ours over peer's
-// time, so that a ratio above 1 means faster than the peer.
-double paired(int rounds, const std::function<bool()>& ours, const std::function<bool()>& peer) {
-    double a = 1e300, b = 1e300;
-    for (int r = 0; r < rounds; ++r) {
-        auto t0 = std::chrono::steady_clock::now();
-        if (!ours()) return 0;
-        auto t1 = std::chrono::steady_clock::now();
-        if (!peer()) return 0;
-        auto t2 = std::chrono::steady_clock::now();
-        a = std::min(a, std::chrono::duration<double>(t1 - t0).count());
-        b = std::min(b, std::chrono::duration<double>(t2 - t1).count());
-    }
-    return b / a;
-}
-
 } // namespace
+
+using kp::bench::paired;
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);

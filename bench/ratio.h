@@ -10,8 +10,11 @@
 // of its figure.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 namespace kp::bench {
@@ -23,6 +26,23 @@ inline std::string figure(const char* format, ...) {
     std::vsnprintf(buf, sizeof buf, format, args);
     va_end(args);
     return buf;
+}
+
+// Each side's fastest of `rounds` runs taken alternately: the peer's time
+// over ours, so that a ratio above 1 means faster than the peer (0 when a
+// side fails).
+inline double paired(int rounds, const std::function<bool()>& ours, const std::function<bool()>& peer) {
+    double a = 1e300, b = 1e300;
+    for (int r = 0; r < rounds; ++r) {
+        auto t0 = std::chrono::steady_clock::now();
+        if (!ours()) return 0;
+        auto t1 = std::chrono::steady_clock::now();
+        if (!peer()) return 0;
+        auto t2 = std::chrono::steady_clock::now();
+        a = std::min(a, std::chrono::duration<double>(t1 - t0).count());
+        b = std::min(b, std::chrono::duration<double>(t2 - t1).count());
+    }
+    return b / a;
 }
 
 // A target on the ratio; ratio <= 0: the peer is missing (`peer` says why).

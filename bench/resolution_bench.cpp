@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "ratio.h"
 #include "support/test_host.h"
 
 namespace {
@@ -123,23 +124,9 @@ BENCHMARK(BM_StatPeer)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ListFile)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_NftwPeer)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 
-// Each side's fastest of `rounds` runs taken alternately: the peer's time
-// over ours, so that a ratio above 1 means faster than the peer.
-double paired(int rounds, const std::function<bool()>& ours, const std::function<bool()>& peer) {
-    double a = 1e300, b = 1e300;
-    for (int r = 0; r < rounds; ++r) {
-        auto t0 = std::chrono::steady_clock::now();
-        if (!ours()) return 0;
-        auto t1 = std::chrono::steady_clock::now();
-        if (!peer()) return 0;
-        auto t2 = std::chrono::steady_clock::now();
-        a = std::min(a, std::chrono::duration<double>(t1 - t0).count());
-        b = std::min(b, std::chrono::duration<double>(t2 - t1).count());
-    }
-    return b / a;
-}
-
 } // namespace
+
+using kp::bench::paired;
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
@@ -162,12 +149,12 @@ int main(int argc, char** argv) {
     double list = paired(
         3, [] { return list_files() == kDirectories * kFilesPerDirectory; },
         [] { return nftw_files() == kDirectories * kFilesPerDirectory; });
-    std::printf("ratio_to_stat (fFileExist / stat, 6 levels) = %.3f (target >= 0.5)\n", exist);
-    std::printf(
-        "ratio_to_stat_resolution_only (stat / (fFileExist - ABI call)) = %.3f (%.2f us, ABI call %.2f "
-        "us, stat %.2f us)\n",
-        peer / (whole - call), (whole - call) * 1e6 / kLookups, call * 1e6 / kLookups, peer * 1e6 / kLookups);
-    std::printf("ratio_to_nftw (fListFile / nftw throughput) = %.3f (target >= 1.0)\n", list);
+    kp::bench::report_ratio("fFileExist, 6 levels through the resolver (throughput x stat)", "alternate runs",
+                            "stat", exist, ">=", 0.5);
+    std::printf("resolution alone: %.2f us a lookup (the ABI call's %.2f us taken out), stat %.2f us\n",
+                (whole - call) * 1e6 / kLookups, call * 1e6 / kLookups, peer * 1e6 / kLookups);
+    kp::bench::report_ratio("fListFile through the resolver (throughput x nftw)", "alternate runs", "nftw", list,
+                            ">=", 1.0);
     benchmark::Shutdown();
     setup().fx.reset(); // removes the files
     return 0;

@@ -18,11 +18,18 @@
 #include <vector>
 
 #include "lua_kp.h"
+#include "tr.h"
 #include "wtf8.h"
 
 namespace kp::cli {
 
 namespace {
+
+// Why a value cannot be written, in the interface language.
+struct Failure {
+    int language;
+    std::string text;
+};
 
 constexpr int kMaxDepth = 100;
 
@@ -38,10 +45,11 @@ void put_float(double d, std::string& out) {
     if (t.find_first_of(".e") == std::string_view::npos) out += ".0";
 }
 
-bool put_string(std::string_view s, std::string& out, std::string& err) {
+bool put_string(std::string_view s, std::string& out, Failure& err) {
     const size_t bad = wtf8_invalid_at(s);
     if (bad != std::string_view::npos) {
-        err = "string is not valid UTF-8 (byte " + std::to_string(bad + 1) + ")";
+        err.text = std::string(tr(err.language, "string is not valid UTF-8 (byte ", "texte qui n'est pas de l'UTF-8 valide (octet ")) +
+                   std::to_string(bad + 1) + ")";
         return false;
     }
     static const char digits[] = "0123456789abcdef";
@@ -94,10 +102,10 @@ bool put_string(std::string_view s, std::string& out, std::string& err) {
     return true;
 }
 
-bool put_value(lua_State* L, int index, int depth, std::string& out, std::string& err);
+bool put_value(lua_State* L, int index, int depth, std::string& out, Failure& err);
 
 // Key text of the table key at `index` for objects.
-bool key_text(lua_State* L, int index, std::string& key, std::string& err) {
+bool key_text(lua_State* L, int index, std::string& key, Failure& err) {
     if (lua_type(L, index) == LUA_TSTRING) {
         size_t n = 0;
         const char* p = lua_tolstring(L, index, &n);
@@ -113,17 +121,19 @@ bool key_text(lua_State* L, int index, std::string& key, std::string& err) {
         }
         return true;
     }
-    err = std::string("a table key of type ") + luaL_typename(L, index) + " cannot be written";
+    err.text = tr(err.language, "a table key of type ", "une clé de table de type ") + std::string(luaL_typename(L, index)) +
+               tr(err.language, " cannot be written", " ne peut pas être écrite");
     return false;
 }
 
-bool put_table(lua_State* L, int index, int depth, std::string& out, std::string& err) {
+bool put_table(lua_State* L, int index, int depth, std::string& out, Failure& err) {
     if (depth > kMaxDepth) {
-        err = "tables nested too deeply (a table that contains itself?)";
+        err.text = tr(err.language, "tables nested too deeply (a table that contains itself?)",
+                      "tables imbriquées trop profondément (une table qui se contient elle-même ?)");
         return false;
     }
     if (!lua_checkstack(L, 8)) {
-        err = "out of stack space";
+        err.text = tr(err.language, "out of stack space", "pile Lua épuisée");
         return false;
     }
     index = lua_absindex(L, index);
@@ -201,7 +211,7 @@ bool put_table(lua_State* L, int index, int depth, std::string& out, std::string
     return true;
 }
 
-bool put_value(lua_State* L, int index, int depth, std::string& out, std::string& err) {
+bool put_value(lua_State* L, int index, int depth, std::string& out, Failure& err) {
     index = lua_absindex(L, index);
     switch (lua_type(L, index)) {
     case LUA_TNIL:
@@ -238,7 +248,7 @@ bool put_value(lua_State* L, int index, int depth, std::string& out, std::string
         }
         if (const kp::host::Value* v = var_at(L, index)) {
             if (depth > kMaxDepth) {
-                err = "values nested too deeply";
+                err.text = tr(err.language, "values nested too deeply", "valeurs imbriquées trop profondément");
                 return false;
             }
             push_value(L, *v);
@@ -251,16 +261,18 @@ bool put_value(lua_State* L, int index, int depth, std::string& out, std::string
     default:
         break;
     }
-    err = std::string("a ") + luaL_typename(L, index) + " value cannot be written as JSON";
+    err.text = tr(err.language, "a ", "une valeur ") + std::string(luaL_typename(L, index)) +
+               tr(err.language, " value cannot be written as JSON", " ne peut pas s'écrire en JSON");
     return false;
 }
 
 } // namespace
 
-bool json_encode(lua_State* L, int index, std::string& out) {
-    std::string text, err;
+bool json_encode(lua_State* L, int index, std::string& out, int language) {
+    std::string text;
+    Failure err{language, {}};
     if (!put_value(L, index, 0, text, err)) {
-        out = std::move(err);
+        out = std::move(err.text);
         return false;
     }
     out = std::move(text);

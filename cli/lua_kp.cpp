@@ -986,7 +986,7 @@ int kp_setobject(lua_State* L, std::string&) {
 int kp_json(lua_State* L, std::string& err) {
     std::string out;
     lua_settop(L, 1);
-    if (!json_encode(L, 1, out)) {
+    if (!json_encode(L, 1, out, session(L).host.language())) {
         err = "kp.json: " + out;
         return kFail;
     }

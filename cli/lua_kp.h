@@ -33,7 +33,7 @@ void add_window_functions(lua_State* L, Session& session);
 
 // kp.json(value) of the Lua value at `index`: JSON text in `out`, or false
 // with the reason in `out`.
-bool json_encode(lua_State* L, int index, std::string& out);
+bool json_encode(lua_State* L, int index, std::string& out, int language);
 
 // Type names of the userdata that kp makes.
 inline constexpr const char* kBufferType = "kp.buffer";

@@ -286,6 +286,8 @@ T.group("French interface language", function()
   local _, err = run(base .. " --lang fr -e " .. q("return kp.NoSuchName"))
   T.ok(err:find("fonction ou constante inconnue 'NoSuchName'", 1, true), err)
   T.ok(run(q(exe) .. " --lang fr --help"):find("exécute du code Lua", 1, true), "French usage")
+  local _, jerr = run(base .. " --lang fr -e " .. q("return kp.json(print)"))
+  T.ok(jerr:find("une valeur function ne peut pas s'écrire en JSON", 1, true), jerr)
   if fr == "n/a\n" then T.skip("IntegerToDayInAlpha not provided") end
   T.ok(fr ~= en, "day names follow --lang: " .. fr .. en)
 end)

@@ -48,7 +48,8 @@ void put_float(double d, std::string& out) {
 bool put_string(std::string_view s, std::string& out, Failure& err) {
     const size_t bad = wtf8_invalid_at(s);
     if (bad != std::string_view::npos) {
-        err.text = std::string(tr(err.language, "string is not valid UTF-8 (byte ", "texte qui n'est pas de l'UTF-8 valide (octet ")) +
+        err.text = std::string(tr(err.language, "string is not valid UTF-8 (byte ",
+                                  "texte qui n'est pas de l'UTF-8 valide (octet ")) +
                    std::to_string(bad + 1) + ")";
         return false;
     }
@@ -121,7 +122,8 @@ bool key_text(lua_State* L, int index, std::string& key, Failure& err) {
         }
         return true;
     }
-    err.text = tr(err.language, "a table key of type ", "une clé de table de type ") + std::string(luaL_typename(L, index)) +
+    err.text = tr(err.language, "a table key of type ", "une clé de table de type ") +
+               std::string(luaL_typename(L, index)) +
                tr(err.language, " cannot be written", " ne peut pas être écrite");
     return false;
 }
@@ -248,7 +250,8 @@ bool put_value(lua_State* L, int index, int depth, std::string& out, Failure& er
         }
         if (const kp::host::Value* v = var_at(L, index)) {
             if (depth > kMaxDepth) {
-                err.text = tr(err.language, "values nested too deeply", "valeurs imbriquées trop profondément");
+                err.text =
+                    tr(err.language, "values nested too deeply", "valeurs imbriquées trop profondément");
                 return false;
             }
             push_value(L, *v);

@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <unicode/uchar.h>
-#include <unicode/ustring.h>
 
 #include "component/runtime.h"
 #include "platform/memory.h"
+#include "platform/unicode_text.h"
 #include "registry/regtool.h"
 
 namespace kp::registry {
@@ -118,26 +117,11 @@ void report_write_failure(CXError& err, std::u16string_view key, std::u16string_
 }
 
 std::u16string upper(std::u16string_view s) {
-    if (s.empty()) return {};
-    std::u16string out(s.size() + 16, u'\0');
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        UErrorCode status = U_ZERO_ERROR;
-        int32_t n = u_strToUpper(reinterpret_cast<UChar*>(out.data()), static_cast<int32_t>(out.size()),
-                                 reinterpret_cast<const UChar*>(s.data()), static_cast<int32_t>(s.size()), "",
-                                 &status);
-        if (status == U_BUFFER_OVERFLOW_ERROR) {
-            out.assign(static_cast<std::size_t>(n), u'\0');
-            continue;
-        }
-        if (U_FAILURE(status)) return std::u16string(s);
-        out.resize(static_cast<std::size_t>(n));
-        return out;
-    }
-    return std::u16string(s);
+    return platform::to_upper(s);
 }
 
 bool separator(char16_t c) {
-    return !u_isalnum(c);
+    return !platform::is_alphanumeric(c);
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 // stopping processes, shared objects of a process, executable information.
 #include "system/processes.h"
 
-#include <unicode/uchar.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -17,6 +15,7 @@
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "platform/shell.h"
+#include "platform/unicode_text.h"
 #include "platform/win32_error.h"
 #include "system/pe_version.h"
 
@@ -45,7 +44,7 @@ bool same_ignoring_case(std::u16string_view a, std::u16string_view b) {
         char16_t x = a[i], y = b[i];
         if (x == y) continue;
         if (is_separator(x) && is_separator(y)) continue;
-        if (u_foldCase(x, U_FOLD_CASE_DEFAULT) != u_foldCase(y, U_FOLD_CASE_DEFAULT)) return false;
+        if (platform::fold_case(x) != platform::fold_case(y)) return false;
     }
     return true;
 }
@@ -509,7 +508,7 @@ constexpr std::array<KeyRow, 7> kKeys = {{
 std::u16string fold_key(std::u16string_view key) {
     std::u16string out(key);
     for (char16_t& c : out)
-        c = c == u'\u00E9' ? u'E' : static_cast<char16_t>(u_toupper(c));
+        c = c == u'\u00E9' ? u'E' : platform::to_upper(c);
     return out;
 }
 

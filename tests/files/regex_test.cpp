@@ -92,6 +92,12 @@ TEST(RegexWholeString, PatternsThatDoNotCompile) {
 // Nested bounds multiply; a pattern expanding beyond the limit is refused
 // before the engine sees it, as one that does not compile.
 TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
+    auto repeated = [](const std::string& s, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i)
+            out += s;
+        return out;
+    };
     struct Case {
         std::string pattern;
         bool refused;
@@ -112,6 +118,14 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {"(a+b+)+c?d*", false},
         {"a)))))+{1,9}", false}, // unmatched ")" are characters
         {"[]{1,9999}]", false},  // the bracket holds the braces
+        // Nodes passable without reading: their sets grow with the square
+        // of their count, in runs and in nesting.
+        {repeated("(o?)", 4000), true},
+        {repeated("(o?)", 100), false},
+        {"o" + repeated("*", 2000), true},
+        {"o" + repeated("?", 4000) + "+", true},
+        {"o" + repeated("?", 20) + "+++", true},
+        {repeated("(ab?|c*)", 60), false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.pattern);

@@ -33,7 +33,9 @@ constexpr uint64_t kOptionalWeight = 8;
 // reaches every later one ("(o?)" 4000 times, 16000 nodes, takes 4.5 s to
 // compile), a repetition reaches the passable nodes of its operand ("o" and
 // 2000 "*": 5.8 s), a "+" over an operand that can match empty chains its two
-// copies ("o", 20 "?" and "+++": 0.16 s in 24 bytes).  The estimate counts
+// copies ("o", 20 "?" and "+++": 0.16 s in 24 bytes), and sets that reach
+// into a loop go round it ("s" and 74 "?" before a "\x05" with 20 "?" and
+// "++": 0.2 s, each half alone none).  The estimate counts
 // that work beside the nodes, one node for kWorkPerNode units.
 constexpr uint64_t kWorkPerNode = 64;
 constexpr uint64_t kNestedWork = 64;
@@ -46,6 +48,8 @@ struct Item {
     uint64_t passable = 0;
     uint64_t work = 0;
     bool empty_match = false;
+    bool loops = false;  // holds a "*", "+" or "{m,}"
+    uint32_t layers = 0; // nested repetitions copying an operand that can match empty
 };
 
 // An interval "{m}", "{m,}", "{,n}" or "{m,n}" as the estimate weighs it.
@@ -53,6 +57,7 @@ struct Interval {
     uint64_t weight = 1; // copies of the operand, counted in operands
     uint64_t copies = 1; // copies the engine makes
     bool optional = false;
+    bool unbounded = false; // "{m,}"
 };
 
 // Reads an interval at p[i] (the "{").  Returns false when the text is no
@@ -84,6 +89,7 @@ bool read_interval(std::string_view p, std::size_t& i, Interval& out) {
     out.weight = std::max<uint64_t>(add(low, times(optional, kOptionalWeight)), 1);
     out.copies = std::max<uint64_t>(add(low, optional), 1);
     out.optional = low == 0;
+    out.unbounded = comma && !has_high;
     return true;
 }
 
@@ -127,13 +133,19 @@ uint64_t regex_expanded_size(std::string_view p) {
         uint64_t alternatives = 0;
     };
     std::vector<Level> open(1);
+    uint32_t layers = 0;
     // Appends `x` to the alternative `l.current`, after the run `run`.
     auto append = [](Level& l, const Item& x) {
         l.current.size = add(l.current.size, x.size);
         l.current.passable = add(l.current.passable, x.passable);
         l.current.work = add(l.current.work, x.work);
+        l.current.loops = l.current.loops || x.loops;
+        l.current.layers = std::max(l.current.layers, x.layers);
         if (x.empty_match) {
-            l.current.work = add(l.current.work, times(l.run, std::max<uint64_t>(x.passable, 1)));
+            // The run's sets reach into `x`, and through its loops again.
+            const uint64_t reach = times(l.run, std::max<uint64_t>(x.passable, 1));
+            l.current.work =
+                add(l.current.work, x.loops ? times(reach, std::max(x.passable, kNestedWork)) : reach);
             l.run = add(l.run, x.passable);
         } else {
             l.run = 0;
@@ -149,13 +161,20 @@ uint64_t regex_expanded_size(std::string_view p) {
     };
     // Replaces the last operand by its repetition: `copies` copies, passable
     // when `optional`.
-    auto repeat = [&](uint64_t weight, uint64_t copies, bool optional) {
+    auto repeat = [&](uint64_t weight, uint64_t copies, bool optional, bool loops) {
         Level& l = open.back();
         const Item& x = l.last;
         Item r;
         r.size = add(times(x.size, weight), 1);
         r.passable = times(add(x.passable, 1), copies);
         r.empty_match = optional || x.empty_match;
+        r.loops = loops || x.loops;
+        // Copies of an operand that can match empty, holding more than one
+        // passable node, nested in one another grow without bound in the
+        // engine ("z???{,5}?+{2}", 15 bytes: over 30 s): a second such
+        // layer is refused whatever its size.
+        r.layers = x.layers + (copies > 1 && x.empty_match && x.passable > 1 ? 1 : 0);
+        layers = std::max(layers, r.layers);
         r.work = add(times(x.work, copies), times(times(x.passable, copies), kNestedWork));
         // Copies of an operand that can match empty follow one another: each
         // one's sets reach into the next, and from three copies on through
@@ -177,6 +196,8 @@ uint64_t regex_expanded_size(std::string_view p) {
         l.branches.passable = add(l.branches.passable, l.current.passable);
         l.branches.work = add(l.branches.work, l.current.work);
         l.branches.empty_match = l.branches.empty_match || l.solid == 0;
+        l.branches.loops = l.branches.loops || l.current.loops;
+        l.branches.layers = std::max(l.branches.layers, l.current.layers);
     };
     for (std::size_t i = 0; i < p.size(); ++i) {
         switch (p[i]) {
@@ -197,7 +218,7 @@ uint64_t regex_expanded_size(std::string_view p) {
                 open.pop_back();
                 close_alternative(done);
                 operand({add(done.branches.size, 2), add(done.branches.passable, 2), done.branches.work,
-                         done.branches.empty_match});
+                         done.branches.empty_match, done.branches.loops, done.branches.layers});
             } else {
                 operand({1, 0, 0, false});
             }
@@ -216,17 +237,19 @@ uint64_t regex_expanded_size(std::string_view p) {
             break;
         }
         case '*':
+            repeat(1, 1, true, true);
+            break;
         case '?':
-            repeat(1, 1, true);
+            repeat(1, 1, true, false);
             break;
         case '+':
             // The engine writes "x+" as "xx*": a copy and an optional one.
-            repeat(1 + kOptionalWeight, 2, false);
+            repeat(1 + kOptionalWeight, 2, false, true);
             break;
         case '{': {
             Interval interval;
             if (read_interval(p, i, interval))
-                repeat(interval.weight, interval.copies, interval.optional);
+                repeat(interval.weight, interval.copies, interval.optional, interval.unbounded);
             else
                 operand({1, 0, 0, false});
             break;
@@ -243,6 +266,7 @@ uint64_t regex_expanded_size(std::string_view p) {
         size = add(size, l.branches.size);
         work = add(work, l.branches.work);
     }
+    if (layers > 1) return kRegexSizeLimit + 1;
     return std::min(add(size, work / kWorkPerNode), kRegexSizeLimit + 1);
 }
 

@@ -125,7 +125,11 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {"o" + repeated("*", 2000), true},
         {"o" + repeated("?", 4000) + "+", true},
         {"o" + repeated("?", 20) + "+++", true},
-        {repeated("(ab?|c*)", 60), false},
+        {repeated("(ab?|c*)", 12), false},
+        {"(a*b*)+", false},
+        {"z???{,5}?+{2}", true}, // copies of copies of what matches empty
+        {"((a*b*)+c?)+", true},
+        {"s" + repeated("?", 74) + "\x05" + repeated("?", 20) + "++", true}, // reach into loops
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.pattern);

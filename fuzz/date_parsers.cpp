@@ -10,6 +10,7 @@
 
 #include "datetime/calendar.h"
 #include "datetime/masks.h"
+#include "datetime/pictures.h"
 #include "fuzz_input.h"
 
 namespace {

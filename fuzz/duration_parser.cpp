@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "datetime/masks.h"
+#include "datetime/durations.h"
 #include "fuzz_input.h"
 
 namespace {

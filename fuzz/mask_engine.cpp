@@ -9,6 +9,7 @@
 #include <string>
 
 #include "datetime/masks.h"
+#include "datetime/pictures.h"
 #include "fuzz_input.h"
 
 namespace {

@@ -1,10 +1,11 @@
 // handlers.cpp - the handlers of the date and time family: each reads its
-// arguments, calls one function of calendar.h, masks.h or now.h and hands
+// arguments, calls one function of calendar.h, masks.h, durations.h or now.h and hands
 // the result back.
 #include "component/bind.h"
 #include "component/call.h"
 #include "component/runtime.h"
 #include "datetime/calendar.h"
+#include "datetime/durations.h"
 #include "datetime/masks.h"
 #include "datetime/now.h"
 #include "platform/clock.h"

@@ -1,60 +1,28 @@
-// masks.cpp - date, time and duration masks, names and the regional-settings
-// engine of "UseSystemMask".
+// masks.cpp - date and time masks and the day and month names.
 #include "datetime/masks.h"
 
 #include <limits>
 
+#include "datetime/pictures.h"
 #include "datetime/text.h"
 
 namespace kp::datetime {
 
 using text::append_int;
+using text::century_of;
 using text::int_text;
 using text::is_digit;
+using text::lower_ascii;
+using text::read_digits;
+using text::replace_all;
+using text::replace_all_from;
+using text::starts_with_ci;
 using text::to_lower_ascii;
+using Digits = text::Digits;
 
 namespace {
 
 constexpr int64_t kMsPerDay = 86400000;
-
-std::u16string lower_ascii(std::u16string_view s) {
-    std::u16string out(s);
-    for (auto& c : out)
-        c = to_lower_ascii(c);
-    return out;
-}
-
-bool starts_with_ci(std::u16string_view s, size_t pos, std::u16string_view token) {
-    if (pos > s.size() || s.size() - pos < token.size()) return false;
-    for (size_t i = 0; i < token.size(); ++i)
-        if (to_lower_ascii(s[pos + i]) != to_lower_ascii(token[i])) return false;
-    return true;
-}
-
-// Replaces every occurrence of `what` from `from` on; true when one was there.
-bool replace_all_from(std::u16string& s, std::u16string_view what, std::u16string_view value, size_t from) {
-    if (what.empty()) return false;
-    size_t pos = s.find(what.data(), from, what.size());
-    if (pos == std::u16string::npos) return false;
-    // One pass into a new text: replacing in place moves the tail once per
-    // occurrence, which is quadratic on long masks.
-    std::u16string out;
-    out.reserve(s.size());
-    size_t done = 0;
-    do {
-        out.append(s, done, pos - done);
-        out.append(value);
-        done = pos + what.size();
-        pos = s.find(what.data(), done, what.size());
-    } while (pos != std::u16string::npos);
-    out.append(s, done, std::u16string::npos);
-    s = std::move(out);
-    return true;
-}
-
-bool replace_all(std::u16string& s, std::u16string_view what, std::u16string_view value) {
-    return replace_all_from(s, what, value, 0);
-}
 
 // A mask being replaced, with the set of ASCII characters it may hold so
 // that tokens whose first letter never occurred are not searched for.  The
@@ -105,31 +73,12 @@ bool replace_number(MaskText& t, std::u16string_view token, int64_t v, int width
     return replace_token_with(t, token, [&] { return int_text(v, width); });
 }
 
-// Leading decimal digits at s[i], at most `max` of them.
-struct Digits {
-    int64_t value = 0;
-    size_t count = 0;
-};
-Digits read_digits(std::u16string_view s, size_t i, size_t max) {
-    Digits d;
-    while (i + d.count < s.size() && d.count < max && is_digit(s[i + d.count])) {
-        d.value = d.value * 10 + (s[i + d.count] - u'0');
-        ++d.count;
-    }
-    return d;
-}
-
 // Characters an abbreviated name keeps: three, or four for names that
 // begin with "jui" in any case, so that juin and juillet stay apart.
 size_t abbreviation_keep(std::u16string_view name) {
     bool jui = name.size() >= 3 && to_lower_ascii(name[0]) == u'j' && to_lower_ascii(name[1]) == u'u' &&
                to_lower_ascii(name[2]) == u'i';
     return jui ? 4 : 3;
-}
-
-// "19" when the two-digit year exceeds 50, else "20".
-std::u16string_view century_of(int64_t two_digits) {
-    return two_digits > 50 ? u"19" : u"20";
 }
 
 } // namespace
@@ -421,178 +370,6 @@ std::u16string string_to_date(std::u16string_view input, const std::u16string_vi
     return year + month + day;
 }
 
-// ---- Durations ----
-
-namespace {
-
-struct DurationParts {
-    bool negative = false;
-    uint64_t days = 0;
-    int32_t hours = 0, minutes = 0, seconds = 0, ms = 0;
-};
-
-DurationParts split(int64_t v) {
-    DurationParts p;
-    p.negative = v < 0;
-    uint64_t u = p.negative ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-    p.days = u / kMsPerDay;
-    uint64_t r = u % kMsPerDay;
-    p.hours = static_cast<int32_t>(r / 3600000);
-    p.minutes = static_cast<int32_t>(r % 3600000 / 60000);
-    p.seconds = static_cast<int32_t>(r % 60000 / 1000);
-    p.ms = static_cast<int32_t>(r % 1000);
-    return p;
-}
-
-void append_uint(std::u16string& out, uint64_t v) {
-    char16_t buf[24];
-    int n = 0;
-    do {
-        buf[n++] = static_cast<char16_t>(u'0' + v % 10);
-        v /= 10;
-    } while (v);
-    while (n)
-        out.push_back(buf[--n]);
-}
-
-// Adds a field to a duration total; false on overflow.
-bool add_field(int64_t& total, int64_t value, int64_t unit) {
-    if (value < 0) return false;
-    if (value > 0 && unit > std::numeric_limits<int64_t>::max() / value) return false;
-    int64_t part = value * unit;
-    if (total > std::numeric_limits<int64_t>::max() - part) return false;
-    total += part;
-    return true;
-}
-
-// Digits of the whole range, or -1 when one is not a digit or the value
-// does not fit.
-int64_t number(std::u16string_view s) {
-    int64_t v = 0;
-    for (char16_t c : s) {
-        if (!is_digit(c)) return -1;
-        if (v > (std::numeric_limits<int64_t>::max() - 9) / 10) return -1;
-        v = v * 10 + (c - u'0');
-    }
-    return v;
-}
-
-} // namespace
-
-std::u16string duration_to_string(int64_t ms, int32_t form) {
-    DurationParts p = split(ms);
-    std::u16string out;
-    if (p.negative) out.push_back(u'-');
-    append_uint(out, p.days);
-    append_int(out, p.hours, 2);
-    append_int(out, p.minutes, 2);
-    append_int(out, p.seconds, 2);
-    // The hundredths form still prints the milliseconds, on two digits at least.
-    append_int(out, p.ms, form == kDurationCenti ? 2 : 3);
-    return out;
-}
-
-std::u16string duration_to_string(int64_t ms, std::u16string_view mask, const DurationLetters& letters) {
-    DurationParts p = split(ms);
-    std::u16string s(mask);
-    if (!letters.day.empty()) {
-        std::u16string days;
-        append_uint(days, p.days);
-        replace_all(s, letters.day, days);
-    }
-    if (!letters.hour.empty()) replace_all(s, letters.hour + letters.hour, int_text(p.hours, 2));
-    if (!letters.minute.empty()) replace_all(s, letters.minute + letters.minute, int_text(p.minutes, 2));
-    if (!letters.second.empty()) replace_all(s, letters.second + letters.second, int_text(p.seconds, 2));
-    if (!letters.milli.empty()) {
-        std::u16string three = int_text(p.ms, 3);
-        if (!replace_all(s, letters.milli + letters.milli + letters.milli, three) &&
-            !replace_all(s, letters.milli + letters.milli, three.substr(0, 2)))
-            replace_all(s, letters.milli, three.substr(0, 1));
-    }
-    replace_all(s, u"+", p.negative ? u"-" : u"");
-    return s;
-}
-
-int64_t string_to_duration(std::u16string_view input, int32_t form) {
-    bool negative = false;
-    if (!input.empty() && (input[0] == u'-' || input[0] == u'+')) {
-        negative = input[0] == u'-';
-        input.remove_prefix(1);
-    }
-    bool centi = form == kDurationCenti;
-    size_t last = centi ? 2 : 3; // width of the smallest field
-    if (input.size() < last + 7) return 0;
-    size_t n = input.size();
-    int64_t small = number(input.substr(n - last));
-    int64_t secs = number(input.substr(n - last - 2, 2));
-    int64_t mins = number(input.substr(n - last - 4, 2));
-    int64_t hours = number(input.substr(n - last - 6, 2));
-    int64_t days = number(input.substr(0, n - last - 6));
-    int64_t total = 0;
-    if (!add_field(total, small, centi ? 10 : 1) || !add_field(total, secs, 1000) ||
-        !add_field(total, mins, 60000) || !add_field(total, hours, 3600000) ||
-        !add_field(total, days, kMsPerDay))
-        return 0;
-    return negative ? -total : total;
-}
-
-int64_t string_to_duration(std::u16string_view input, std::u16string_view mask,
-                           const DurationLetters& letters) {
-    bool negative = false;
-    size_t i = 0;
-    if (!input.empty() && (input[0] == u'-' || input[0] == u'+')) {
-        negative = input[0] == u'-';
-        i = 1;
-    }
-    auto starts = [&](size_t m, const std::u16string& token) {
-        return !token.empty() && mask.substr(m, token.size()) == token;
-    };
-    const std::u16string hh = letters.hour + letters.hour, mm = letters.minute + letters.minute,
-                         ss = letters.second + letters.second, ll = letters.milli + letters.milli,
-                         lll = ll + letters.milli;
-    int64_t days = 0, hours = 0, minutes = 0, seconds = 0, ms = 0;
-    size_t m = 0;
-    while (m < mask.size()) {
-        auto field = [&](const std::u16string& token, size_t width, int64_t& out, int64_t scale) {
-            Digits d = read_digits(input, i, width);
-            out = d.value * scale;
-            i += d.count;
-            m += token.size();
-        };
-        if (!letters.milli.empty() && starts(m, lll)) {
-            field(lll, 3, ms, 1);
-        } else if (!letters.milli.empty() && starts(m, ll)) {
-            field(ll, 2, ms, 10);
-        } else if (!letters.hour.empty() && starts(m, hh)) {
-            field(hh, 2, hours, 1);
-        } else if (!letters.minute.empty() && starts(m, mm)) {
-            field(mm, 2, minutes, 1);
-        } else if (!letters.second.empty() && starts(m, ss)) {
-            field(ss, 2, seconds, 1);
-        } else if (starts(m, letters.day)) {
-            // The day count has no fixed width: every digit there is read.
-            Digits d = read_digits(input, i, 18);
-            days = d.value;
-            i += d.count;
-            m += letters.day.size();
-        } else if (starts(m, letters.milli)) {
-            field(letters.milli, 1, ms, 100);
-        } else if (mask[m] == u'+') {
-            if (i < input.size() && (input[i] == u'-' || input[i] == u'+')) negative = input[i++] == u'-';
-            ++m;
-        } else {
-            // Literal text of the mask stands for as many input characters.
-            ++m;
-            if (i < input.size()) ++i;
-        }
-    }
-    int64_t total = 0;
-    if (!add_field(total, ms, 1) || !add_field(total, seconds, 1000) || !add_field(total, minutes, 60000) ||
-        !add_field(total, hours, 3600000) || !add_field(total, days, kMsPerDay))
-        return 0;
-    return negative ? -total : total;
-}
-
 // ---- Names ----
 
 // The day of a day number that has a date, named as IntegerToDay numbers
@@ -626,196 +403,6 @@ std::u16string date_to_month_in_alpha(std::u16string_view date, const kp_regiona
     Date d;
     if (!parse_date(date, d, &err)) return {};
     return std::u16string(month_name(rs, d.month));
-}
-
-// ---- Regional pictures ----
-
-namespace {
-
-struct PictureToken {
-    char16_t letter = 0; // 0 for literal text
-    size_t count = 0;
-    std::u16string literal;
-};
-
-bool picture_letter(char16_t c) {
-    return c == u'd' || c == u'M' || c == u'y' || c == u'h' || c == u'H' || c == u'm' || c == u's' ||
-           c == u't';
-}
-
-template <class F> void each_picture_token(std::u16string_view p, F f) {
-    size_t i = 0;
-    while (i < p.size()) {
-        PictureToken t;
-        char16_t c = p[i];
-        if (c == u'\'') {
-            ++i;
-            while (i < p.size()) {
-                if (p[i] == u'\'') {
-                    if (i + 1 < p.size() && p[i + 1] == u'\'') {
-                        t.literal.push_back(u'\'');
-                        i += 2;
-                        continue;
-                    }
-                    ++i;
-                    break;
-                }
-                t.literal.push_back(p[i++]);
-            }
-        } else if (picture_letter(c)) {
-            t.letter = c;
-            while (i < p.size() && p[i] == c) {
-                ++t.count;
-                ++i;
-            }
-        } else {
-            t.literal.push_back(c);
-            ++i;
-        }
-        f(t);
-    }
-}
-
-void format_picture(std::u16string& out, const PictureToken& t, const Date* d, const Time* tm,
-                    const kp_regional_settings* rs) {
-    if (!t.letter) {
-        out += t.literal;
-        return;
-    }
-    int w = t.count >= 2 ? 2 : 0;
-    switch (t.letter) {
-    case u'd':
-        if (!d) break;
-        if (t.count <= 2) {
-            append_int(out, d->day, w);
-        } else {
-            auto name = day_name(*rs, weekday(*day_number(d->year, d->month, d->day)));
-            out += t.count == 3 ? abbreviate(name) : std::u16string(name);
-        }
-        return;
-    case u'M':
-        if (!d) break;
-        if (t.count <= 2)
-            append_int(out, d->month, w);
-        else
-            out += t.count == 3 ? abbreviate(month_name(*rs, d->month))
-                                : std::u16string(month_name(*rs, d->month));
-        return;
-    case u'y':
-        if (!d) break;
-        if (t.count <= 2)
-            append_int(out, d->year % 100, w);
-        else
-            append_int(out, d->year, 4);
-        return;
-    case u'h':
-        if (!tm) break;
-        append_int(out, tm->hour % 12 == 0 ? 12 : tm->hour % 12, w);
-        return;
-    case u'H':
-        if (!tm) break;
-        append_int(out, tm->hour, w);
-        return;
-    case u'm':
-        if (!tm) break;
-        append_int(out, tm->minute, w);
-        return;
-    case u's':
-        if (!tm) break;
-        append_int(out, tm->second, w);
-        return;
-    case u't':
-        if (!tm) break;
-        out += t.count == 1 ? (tm->hour < 12 ? u"A" : u"P") : (tm->hour < 12 ? u"AM" : u"PM");
-        return;
-    default:
-        break;
-    }
-    out.append(t.count, t.letter); // a letter of the other kind of value stays as written
-}
-
-} // namespace
-
-std::u16string format_date_picture(const Date& d, std::u16string_view picture,
-                                   const kp_regional_settings& rs) {
-    std::u16string out;
-    each_picture_token(picture, [&](const PictureToken& t) { format_picture(out, t, &d, nullptr, &rs); });
-    return out;
-}
-
-std::u16string format_time_picture(const Time& t, std::u16string_view picture) {
-    std::u16string out;
-    each_picture_token(picture,
-                       [&](const PictureToken& tok) { format_picture(out, tok, nullptr, &t, nullptr); });
-    return out;
-}
-
-std::u16string parse_date_picture(std::u16string_view input, std::u16string_view picture,
-                                  const kp_regional_settings& rs) {
-    int64_t year = -1, month = -1, day = -1;
-    size_t i = 0;
-    auto skip_letters = [&] {
-        while (i < input.size() && !is_digit(input[i]) && input[i] != u' ' && input[i] != u'/' &&
-               input[i] != u'.' && input[i] != u'-' && input[i] != u',')
-            ++i;
-    };
-    each_picture_token(picture, [&](const PictureToken& t) {
-        if (!t.letter) {
-            // Separators are not compared: each stands for one non-digit.
-            for (size_t k = 0; k < t.literal.size(); ++k)
-                if (i < input.size() && !is_digit(input[i])) ++i;
-            return;
-        }
-        switch (t.letter) {
-        case u'd':
-            if (t.count <= 2) {
-                Digits n = read_digits(input, i, 2);
-                if (n.count) day = n.value;
-                i += n.count;
-            } else {
-                skip_letters();
-            }
-            break;
-        case u'M':
-            if (t.count <= 2) {
-                Digits n = read_digits(input, i, 2);
-                if (n.count) month = n.value;
-                i += n.count;
-            } else {
-                // The longest name (or abbreviation) that matches.
-                size_t best = 0;
-                for (int32_t k = 1; k <= 12; ++k) {
-                    std::u16string full = lower_ascii(month_name(rs, k));
-                    std::u16string abbr = lower_ascii(abbreviate(month_name(rs, k)));
-                    for (const auto& cand : {full, abbr}) {
-                        if (!cand.empty() && cand.size() > best && starts_with_ci(input, i, cand)) {
-                            best = cand.size();
-                            month = k;
-                        }
-                    }
-                }
-                if (best)
-                    i += best;
-                else
-                    skip_letters();
-            }
-            break;
-        case u'y': {
-            Digits n = read_digits(input, i, t.count <= 2 ? 2 : 4);
-            if (n.count)
-                year = n.count <= 2 ? (century_of(n.value) == u"19" ? 1900 : 2000) + n.value : n.value;
-            i += n.count;
-            break;
-        }
-        default: {
-            Digits n = read_digits(input, i, 2);
-            i += n.count;
-            break;
-        }
-        }
-    });
-    if (year < 0 || month < 0 || day < 0) return {};
-    return format_date(static_cast<int32_t>(year), static_cast<int32_t>(month), static_cast<int32_t>(day));
 }
 
 } // namespace kp::datetime

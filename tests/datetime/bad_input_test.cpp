@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "datetime/calendar.h"
+#include "datetime/durations.h"
 #include "datetime/masks.h"
 
 namespace kp::datetime {

@@ -5,7 +5,9 @@
 #include <limits>
 #include <string>
 
+#include "datetime/durations.h"
 #include "datetime/masks.h"
+#include "datetime/pictures.h"
 
 namespace kp::datetime {
 namespace {

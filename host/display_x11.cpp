@@ -464,10 +464,17 @@ class X11Display final : public Display {
         load_keymap();
         char keys[32] = {};
         XQueryKeymap(dpy_, keys);
+        // The punctuation keys (VK_OEM_*) are the keys whose unshifted
+        // symbol is theirs: the comma key of a US keyboard, whose shifted
+        // symbol is "<", is not VK_OEM_102.  The others match either level
+        // (a digit shifted on a French keyboard, the keypad under Num Lock).
+        const bool unshifted_only = vk >= 0xBA && vk <= 0xE2;
         for (KeySym s : syms)
-            for (int kc = min_keycode_; kc <= max_keycode_; ++kc)
-                if (level_of(static_cast<KeyCode>(kc), s) >= 0 && (keys[kc / 8] & (1 << (kc % 8))))
+            for (int kc = min_keycode_; kc <= max_keycode_; ++kc) {
+                const int level = level_of(static_cast<KeyCode>(kc), s);
+                if (level >= 0 && (level == 0 || !unshifted_only) && (keys[kc / 8] & (1 << (kc % 8))))
                     return 0x8000;
+            }
         return 0;
     }
 

@@ -459,20 +459,16 @@ class X11Display final : public Display {
         }
         const std::vector<unsigned long> syms = x11::keysyms_of_virtual_key(vk);
         if (syms.empty()) return 0;
-        // Every key that carries one of the symbols, in the server's map of
-        // now (another client may have changed it).
+        // Every key that carries one of the symbols at a level that is the
+        // virtual key, in the server's map of now (another client may have
+        // changed it).
         load_keymap();
         char keys[32] = {};
         XQueryKeymap(dpy_, keys);
-        // The punctuation keys (VK_OEM_*) are the keys whose unshifted
-        // symbol is theirs: the comma key of a US keyboard, whose shifted
-        // symbol is "<", is not VK_OEM_102.  The others match either level
-        // (a digit shifted on a French keyboard, the keypad under Num Lock).
-        const bool unshifted_only = vk >= 0xBA && vk <= 0xE2;
         for (KeySym s : syms)
             for (int kc = min_keycode_; kc <= max_keycode_; ++kc) {
                 const int level = level_of(static_cast<KeyCode>(kc), s);
-                if (level >= 0 && (level == 0 || !unshifted_only) && (keys[kc / 8] & (1 << (kc % 8))))
+                if (level >= 0 && x11::is_virtual_key_at_level(vk, level) && (keys[kc / 8] & (1 << (kc % 8))))
                     return 0x8000;
             }
         return 0;

@@ -459,15 +459,18 @@ class X11Display final : public Display {
         }
         const std::vector<unsigned long> syms = x11::keysyms_of_virtual_key(vk);
         if (syms.empty()) return 0;
-        // Every key that carries one of the symbols, in the server's map of
-        // now (another client may have changed it).
+        // Every key that carries one of the symbols at a level that is the
+        // virtual key, in the server's map of now (another client may have
+        // changed it).
         load_keymap();
         char keys[32] = {};
         XQueryKeymap(dpy_, keys);
         for (KeySym s : syms)
-            for (int kc = min_keycode_; kc <= max_keycode_; ++kc)
-                if (level_of(static_cast<KeyCode>(kc), s) >= 0 && (keys[kc / 8] & (1 << (kc % 8))))
+            for (int kc = min_keycode_; kc <= max_keycode_; ++kc) {
+                const int level = level_of(static_cast<KeyCode>(kc), s);
+                if (level >= 0 && x11::is_virtual_key_at_level(vk, level) && (keys[kc / 8] & (1 << (kc % 8))))
                     return 0x8000;
+            }
         return 0;
     }
 

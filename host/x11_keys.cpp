@@ -162,6 +162,11 @@ std::vector<unsigned long> keysyms_of_virtual_key(int32_t vk) {
     return out;
 }
 
+bool is_virtual_key_at_level(int32_t vk, int level) {
+    const bool punctuation = vk >= 0xBA && vk <= 0xE2;
+    return level == 0 || (level == 1 && !punctuation);
+}
+
 int32_t virtual_key_of_keysym(unsigned long s) {
     if (s >= XK_a && s <= XK_z) return static_cast<int32_t>('A' + (s - XK_a));
     if (s >= XK_A && s <= XK_Z) return static_cast<int32_t>('A' + (s - XK_A));

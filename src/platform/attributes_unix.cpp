@@ -110,9 +110,11 @@ namespace {
 bool info_of(const struct statx& sx, int fd, std::string_view base_name, FileInfo& info) {
     const bool dir = S_ISDIR(sx.stx_mode);
     uint32_t a = dir ? kAttributeDirectory : 0;
-    uint32_t kept = 0;
-    if (fd >= 0 && read_dos_bits(fd, &kept))
-        a |= kept & kDosKeptBits;
+    DosRecord record;
+    std::vector<uint8_t> value;
+    if (fd >= 0 && read_dos_value(fd, value)) record = parse_dos_record(value);
+    if (record.has_attributes)
+        a |= record.attributes & kDosKeptBits;
     else if (!dir && (sx.stx_mode & S_IXUSR))
         a |= kAttributeArchive; // Samba's "map archive": the owner's execute bit
     if (!dir && is_read_only(sx.stx_mode)) a |= kAttributeReadOnly;
@@ -124,7 +126,12 @@ bool info_of(const struct statx& sx, int fd, std::string_view base_name, FileInf
     info.size = dir ? 0 : sx.stx_size;
     info.write_time = filetime_of_statx(sx.stx_mtime);
     info.access_time = filetime_of_statx(sx.stx_atime);
-    info.creation_time = (sx.stx_mask & STATX_BTIME) ? filetime_of_statx(sx.stx_btime) : info.write_time;
+    // The creation time Samba keeps (a time of 0 is none, as for Samba)
+    // comes before the file system's.
+    if (record.has_create_time && record.create_time != 0)
+        info.creation_time = record.create_time;
+    else
+        info.creation_time = (sx.stx_mask & STATX_BTIME) ? filetime_of_statx(sx.stx_btime) : info.write_time;
     return true;
 }
 } // namespace

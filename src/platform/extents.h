@@ -13,8 +13,9 @@
 namespace kp::platform {
 
 // Copies the content of the open file `in` into the open, empty file `out`:
-// the data extents of `in` are copied (copy_file_range, else read and
-// write), its holes stay holes of `out`, and `out` gets the size of `in`.
+// a clone where the file system shares blocks (FICLONE), else the data
+// extents of `in` are copied (copy_file_range, else read and write); its
+// holes stay holes of `out`, and `out` gets the size of `in`.
 // A file that is not regular or reads a size of 0 (those of /proc) is read
 // to its end.  False with the last error set.
 bool copy_file_extents(int in, int out);

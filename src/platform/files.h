@@ -111,7 +111,7 @@ struct FileInfo {
     std::u16string name; // the entry's own name (list_directory), or ""
     uint32_t attributes = 0;
     uint64_t size = 0;
-    uint64_t creation_time = 0; // the host's change time
+    uint64_t creation_time = 0; // Samba's creation time, else the birth time, else write_time
     uint64_t access_time = 0;
     uint64_t write_time = 0;
 };

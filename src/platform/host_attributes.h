@@ -12,7 +12,8 @@
 // system's own flag, and an entry with no other bit reads as normal (0x80).
 //
 // Times: modification and access times with nanoseconds; the creation time
-// is the birth time where the file system records one (statx), else the
+// is the one user.DOSATTRIB keeps when its record has one (not 0), else the
+// birth time where the file system records one (statx), else the
 // modification time.
 #pragma once
 

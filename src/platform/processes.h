@@ -68,9 +68,11 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
 int32_t start_background_process(const std::string& program, const std::vector<std::string>& args);
 
 // Collects the children of the table that have ended (without waiting):
-// they leave no zombie between two calls of the process functions.  The
-// table's children still running when the component is unloaded are left
-// to the host.
+// they leave no zombie between two calls of the process functions.  While
+// children of the table run, a thread of the component collects them as
+// they end, and keeps the component's module loaded until the last has
+// ended: a program started without waiting outlives an unload of the
+// component and still leaves no zombie of the host.
 void collect_children();
 
 // One process of the system.

@@ -1,9 +1,12 @@
 // processes_unix.cpp - programs of the host over fork, pidfd
 // and /proc.
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +21,7 @@
 #include <ctime>
 #include <deque>
 #include <mutex>
+#include <thread>
 #include <unordered_set>
 
 #include "platform/processes.h"
@@ -145,31 +149,47 @@ void write_message(int fd, int32_t kind, int32_t value) {
 // collected the child is never waited for.  Children collected are
 // remembered (the last kRemembered), so that stopping one of them by
 // identifier reads as stopping a process that has already ended.
+//
+// A program started without waiting outlives the component, as on the
+// device; it stays a child of the host (so that no process is left to a
+// first process that may never collect it), and the component collects it
+// when it ends even after the host has unloaded the component.  While such
+// children run, a waiter thread collects them as they end and holds a
+// reference of the component's module, so that the host's unload leaves the
+// code mapped.  The waiter's last act, once no child is left, is to start a
+// thread whose whole body is dlclose of that reference: no code of the
+// component runs after the module goes.  When that dlclose is the last
+// reference, the unload's destructor (this one) joins the waiter, which has
+// then left the component's code.  The same destructor at the end of the
+// process stops a waiter still waiting.
 class ChildTable {
   public:
     ~ChildTable() {
+        std::thread waiter;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+            waiter = std::move(waiter_);
+        }
+        wake();
+        if (waiter.joinable()) waiter.join();
         collect();
         for (const Started& c : started_)
             if (c.pidfd >= 0) close(c.pidfd);
+        if (wake_fd_ >= 0) close(wake_fd_);
     }
     void add(pid_t pid, int pidfd) {
         std::lock_guard<std::mutex> lock(mutex_);
         started_.push_back({pid, pidfd});
+        if (!waiting_)
+            start_waiter();
+        else
+            wake();
     }
     // Collects the ended children (all, or only `only`).
     void collect(pid_t only = 0) {
         std::lock_guard<std::mutex> lock(mutex_);
-        for (std::size_t i = 0; i < started_.size();) {
-            Started& c = started_[i];
-            if ((only == 0 || c.pid == only) && collect_one(c)) {
-                if (c.pidfd >= 0) close(c.pidfd);
-                remember(c.pid);
-                started_[i] = started_.back();
-                started_.pop_back();
-            } else {
-                ++i;
-            }
-        }
+        collect_locked(only);
     }
     // A duplicate of the child's descriptor (-1 when none), or -2 when
     // `pid` is not a child of the table.
@@ -190,6 +210,23 @@ class ChildTable {
         int pidfd;
     };
     static constexpr std::size_t kRemembered = 256;
+    // How long the waiter sleeps between two looks at children without a
+    // process descriptor (kernels before 5.3).
+    static constexpr int kPollMs = 100;
+
+    void collect_locked(pid_t only) {
+        for (std::size_t i = 0; i < started_.size();) {
+            Started& c = started_[i];
+            if ((only == 0 || c.pid == only) && collect_one(c)) {
+                if (c.pidfd >= 0) close(c.pidfd);
+                remember(c.pid);
+                started_[i] = started_.back();
+                started_.pop_back();
+            } else {
+                ++i;
+            }
+        }
+    }
 
     // True when the child has ended and is collected now, or was collected
     // by the host (its SIGCHLD handler, or SIGCHLD ignored).
@@ -209,9 +246,84 @@ class ChildTable {
         ended_.push_back(pid);
     }
 
+    void wake() {
+        if (wake_fd_ < 0) return;
+        const uint64_t one = 1;
+        ssize_t r;
+        do {
+            r = write(wake_fd_, &one, sizeof one);
+        } while (r < 0 && errno == EINTR);
+    }
+
+    // Under the lock.  Without a reference of the module (the component
+    // linked into a program) or a thread, the children are collected by the
+    // calls of the process functions only.
+    void start_waiter() {
+        if (stopping_) return;
+        if (wake_fd_ < 0) wake_fd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        if (waiter_.joinable()) waiter_.join(); // the last one has ended (waiting_ is false)
+        Dl_info info{};
+        void* self = nullptr;
+        if (dladdr(reinterpret_cast<const void*>(&collect_children), &info) && info.dli_fname)
+            self = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+        if (!self) return;
+        try {
+            waiter_ = std::thread([this, self] { wait_for_children(self); });
+            waiting_ = true;
+        } catch (...) {
+            dlclose(self);
+        }
+    }
+
+    void wait_for_children(void* self) {
+        std::vector<pollfd> fds;
+        for (;;) {
+            int timeout = -1;
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                collect_locked(0);
+                if (stopping_) return; // the process ends, and the module with it
+                if (started_.empty()) {
+                    waiting_ = false;
+                    break;
+                }
+                fds.clear();
+                for (const Started& c : started_) {
+                    if (c.pidfd >= 0)
+                        fds.push_back({c.pidfd, POLLIN, 0});
+                    else
+                        timeout = kPollMs;
+                }
+            }
+            if (wake_fd_ >= 0)
+                fds.push_back({wake_fd_, POLLIN, 0});
+            else
+                timeout = kPollMs;
+            poll(fds.data(), fds.size(), timeout);
+            uint64_t count;
+            if (wake_fd_ >= 0 && read(wake_fd_, &count, sizeof count) < 0) {
+                // nothing to drain
+            }
+        }
+        // dlclose has the one argument and an int result, returned where a
+        // thread's void* result is: the thread runs the C library alone.
+        pthread_t closer;
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+        auto body = reinterpret_cast<void* (*)(void*)>(reinterpret_cast<void (*)()>(&dlclose));
+        // Without a thread the reference stays, and the module with it.
+        pthread_create(&closer, &attr, body, self);
+        pthread_attr_destroy(&attr);
+    }
+
     std::mutex mutex_;
     std::vector<Started> started_;
     std::deque<pid_t> ended_;
+    std::thread waiter_;
+    bool waiting_ = false;
+    bool stopping_ = false;
+    int wake_fd_ = -1;
 };
 
 ChildTable& children() {

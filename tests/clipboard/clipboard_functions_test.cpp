@@ -312,8 +312,8 @@ TEST(DeviceClipboard, OneOpenerAtATime) {
 
 // The opening thread owns the open clipboard: another thread's close or
 // writes change nothing, and a thread that ends without closing leaves its
-// data stored and the clipboard to the next opener (at once, not after the
-// wait for a live opener).
+// data stored and the clipboard to the next opener (who would otherwise
+// wait for a live opener, then fail with 5).
 TEST(DeviceClipboard, TheOpeningThreadOwnsTheOpenClipboard) {
     Store s;
     auto cb = s.open_one();
@@ -333,9 +333,7 @@ TEST(DeviceClipboard, TheOpeningThreadOwnsTheOpenClipboard) {
     stage = 2;
     opener.join();
     std::vector<uint8_t> got;
-    const auto t0 = std::chrono::steady_clock::now();
     EXPECT_TRUE(take(*cb, 13, got));
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(1500));
     EXPECT_EQ(got, bytes_of(u"left open"));
     EXPECT_TRUE(take(*s.open_one(), 13, got));
     EXPECT_EQ(got, bytes_of(u"left open"));

@@ -159,6 +159,43 @@ for h in sys.argv[1:]:
     EXPECT_EQ(out, "'' 5 17 0x2106 0x1d9000011112222\n'' 5 1 0x20 0x0\n");
 }
 
+// The creation time a record keeps is the file's creation date and time, in
+// every version that has one; a record without one (or with 0) leaves the
+// file system's.
+TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
+    put("f.txt", "x");
+    auto created = [&] {
+        return call("fDateTime", {Value::string(u"\\f.txt"), Value::string(u""), Value::integer(1)}).result.s;
+    };
+    // The NT time of a local date: set as the modification time, read back.
+    ASSERT_EQ(call("fDateTime", {Value::string(u"\\f.txt"), Value::string(u"2003040506070800")}).result.s,
+              u"2003040506070800");
+    const std::u16string own = created();
+    struct stat st;
+    ASSERT_EQ(::stat(host_path("f.txt").c_str(), &st), 0);
+    const uint64_t nt = (static_cast<uint64_t>(st.st_mtim.tv_sec) + 11644473600u) * 10000000u;
+    const std::string kept = std::to_string(nt);
+    const std::pair<std::string, std::u16string> rows[] = {
+        {"make(1, 0x20, " + kept + ")", u"2003040506070800"},
+        {"make(2, 0x20, " + kept + ", 'n')", u"2003040506070800"},
+        {"make(3, 0x20, " + kept + ")", u"2003040506070800"},
+        {"make(4, 0x20, " + kept + ")", u"2003040506070800"},
+        {"make(5, 0x20, " + kept + ")", u"2003040506070800"},
+        {"make(1, 0x20)", own},
+        {"make(5, 0x20)", own},
+    };
+    std::string script = kMake;
+    for (const auto& r : rows)
+        script += r.first + "\n";
+    std::istringstream records(run_python(script));
+    for (const auto& [make, expected] : rows) {
+        std::string hex;
+        ASSERT_TRUE(std::getline(records, hex)) << make;
+        store("f.txt", from_hex(hex));
+        EXPECT_EQ(created(), expected) << make;
+    }
+}
+
 // A record cut anywhere or of an unknown version: the attributes of the text
 // when it has them, else those of a file without the attribute; never more.
 TEST_F(SambaAttributes, TruncatedAndUnknownRecords) {

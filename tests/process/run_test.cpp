@@ -315,6 +315,31 @@ TEST_F(NoticeTest, BeginAndEndAroundEveryStartAndPumpWhileWaiting) {
     }));
 }
 
+// A program started without waiting outlives the component: unloaded while
+// the program runs, the component still collects it when it ends, so that
+// no zombie of the host is left (whatever the first process of the machine
+// does with orphans).
+TEST(Unload, AProgramStartedWithoutWaitingIsCollectedAfterTheUnload) {
+    auto fx = std::make_unique<kp::test::HostFixture>();
+    const fs::path program = fx->device() / "long";
+    fs::copy_file("/bin/sleep", program);
+    ::chmod(program.c_str(), 0755);
+    std::vector<Value> args = {Value::string(u"\\long 30"), Value::integer(1), Value::integer(3)};
+    const int pid = static_cast<int>(fx->host->call("ExeRun", args).result.i);
+    ASSERT_GT(pid, 1);
+    fx.reset(); // the host unloads the component
+    int parent = 0;
+    ASSERT_NE(process_state(pid, &parent), 0);
+    ASSERT_EQ(parent, getpid()) << "the program stays a child of the host";
+    ::kill(pid, SIGTERM);
+    EXPECT_TRUE(eventually([&] { return process_state(pid) == 0; }))
+        << "state " << process_state(pid) << ": the ended program was not collected";
+    // Then the component's module goes as the host asked.
+    const char* module = std::getenv("KP120_COMPONENT");
+    ASSERT_NE(module, nullptr);
+    EXPECT_TRUE(eventually([&] { return read_text("/proc/self/maps").find(module) == std::string::npos; }));
+}
+
 // A VM whose services block predates the pump slot: the wait sleeps instead.
 TEST_F(NoticeTest, ShortServicesBlockWaitsWithoutPump) {
     script("bin/nap.sh", "sleep 0.1; exit 4");

@@ -156,7 +156,9 @@ TEST_F(X11, KeysAndClicksReachThePeer) {
     const std::string loc = xdo("getmouselocation");
     EXPECT_EQ(0u, loc.find("x:123 y:234")) << loc;
 
-    // Every virtual key with an X key: pressed while xdotool holds its key.
+    // Every virtual key with an X key: pressed while xdotool holds its key,
+    // and no other key of the table then (nor VK_OEM_102, whose "<" is the
+    // shifted comma of a US keyboard).
     const std::pair<int, const char*> keys[] = {
         {0x10, "shift"},        {0x24, "Home"},       {0x23, "End"},         {0x21, "Prior"},
         {0x22, "Next"},         {0x2D, "Insert"},     {0x6B, "KP_Add"},      {0x6D, "KP_Subtract"},
@@ -166,13 +168,32 @@ TEST_F(X11, KeysAndClicksReachThePeer) {
         {0xDD, "bracketright"}, {0xDE, "apostrophe"}, {0x14, "Caps_Lock"},   {0x91, "Scroll_Lock"},
         {0x13, "Pause"},        {0x5B, "Super_L"},    {0x5D, "Menu"},        {0x7B, "F12"},
         {0x2C, "Print"}};
+    auto only = [&](int vk) {
+        EXPECT_TRUE(sys->boolean("KeyPressed", {I(vk)}));
+        for (const auto& [other, name] : keys) {
+            if (other != vk) {
+                EXPECT_FALSE(sys->boolean("KeyPressed", {I(other)})) << name;
+            }
+        }
+        if (vk != 0xE2) {
+            EXPECT_FALSE(sys->boolean("KeyPressed", {I(0xE2)}));
+        }
+    };
     for (const auto& [vk, key] : keys) {
         SCOPED_TRACE(key);
         xdo(std::string("keydown ") + key);
-        EXPECT_TRUE(sys->boolean("KeyPressed", {I(vk)}));
+        only(vk);
         xdo(std::string("keyup ") + key);
         EXPECT_FALSE(sys->boolean("KeyPressed", {I(vk)}));
     }
+    // The other way: VK_OEM_102 is the key whose unshifted symbol is "<"
+    // (xdotool types "<" as the shifted comma while the comma key has it).
+    run_on(xvfb.name(), "xmodmap -e 'keysym comma = comma'");
+    xdo("keydown less");
+    only(0xE2);
+    xdo("keyup less");
+    run_on(xvfb.name(), "xmodmap -e 'keysym comma = comma less'");
+    EXPECT_FALSE(sys->boolean("KeyPressed", {I(0xE2)}));
 }
 
 // The table both ways: every symbol of a virtual key gives that virtual key

@@ -9,6 +9,7 @@
 
 #include "platform/codepage.h"
 #include "platform/win32_error.h"
+#include "support/utf8_cases.h"
 
 namespace kp::platform {
 namespace {
@@ -124,52 +125,13 @@ TEST(CodePages, OtherPagesThroughTheConverter) {
     EXPECT_EQ(out, "");
 }
 
-TEST(Wtf8Names, EncodingAndRoundTrips) {
-    struct Row {
-        std::u16string text;
-        std::string utf8;
-    };
-    const std::vector<Row> rows = {
-        {u"", ""},
-        {u"a", "a"},
-        {u"\u00E9", "\xC3\xA9"},
-        {u"\u20AC", "\xE2\x82\xAC"},
-        {u"\U0001F600", "\xF0\x9F\x98\x80"},
-        {u"\U0010FFFF", "\xF4\x8F\xBF\xBF"},
-        {std::u16string(1, char16_t(0xD800)), "\xED\xA0\x80"}, // a lone high surrogate
-        {std::u16string(1, char16_t(0xDC00)) + u"x", "\xED\xB0\x80x"},
-        {std::u16string{char16_t(0xDC00), char16_t(0xD800)}, "\xED\xB0\x80\xED\xA0\x80"}, // reversed pair
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(to_utf8(r.text), r.utf8);
-        EXPECT_EQ(from_utf8(r.utf8), r.text);
+TEST(Wtf8Names, TheTableOfCases) {
+    for (const kp::test::Utf8Case& c : kp::test::utf8_cases()) {
+        EXPECT_EQ(from_utf8(c.bytes), c.text) << testing::PrintToString(c.bytes);
+        if (c.well_formed) {
+            EXPECT_EQ(to_utf8(c.text), c.bytes) << testing::PrintToString(c.bytes);
+        }
     }
-}
-
-TEST(Wtf8Names, BrokenBytesBecomeReplacementCharacters) {
-    const std::u16string bad(1, u'\uFFFD');
-    struct Row {
-        std::string in;
-        std::u16string out;
-    };
-    const std::vector<Row> rows = {
-        {"\x80", bad},                               // a lone continuation byte
-        {"\xC0\x80", bad + bad},                     // overlong NUL
-        {"\xC1\xBF", bad + bad},                     // overlong two-byte form
-        {"\xE0\x80\x80", bad + bad + bad},           // overlong three-byte form
-        {"\xF0\x80\x80\x80", bad + bad + bad + bad}, // overlong four-byte form
-        {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // past U+10FFFF
-        {"\xF5\x80", bad + bad},
-        {"\xFF", bad},
-        {"\xC3", bad},           // cut short at the end
-        {"\xE2\x82", bad + bad}, // cut short at the end
-        {"\xC3x", bad + u"x"},   // cut short by a plain byte
-        {"a\xE2\x82"
-         "b",
-         u"a" + bad + bad + u"b"},
-    };
-    for (const Row& r : rows)
-        EXPECT_EQ(from_utf8(r.in), r.out) << r.in.size();
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // conversions_test.cpp - errno to Win32 codes, the per-thread last error, the
-// code pages and the WTF-8 names handed to POSIX.
+// code pages and the WTF-8 names handed to POSIX, beside the host's own
+// conversions.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include "platform/codepage.h"
 #include "platform/win32_error.h"
 #include "support/utf8_cases.h"
+#include "wtf8.h"
 
 namespace kp::platform {
 namespace {
@@ -85,6 +87,7 @@ TEST(CodePages, Windows1252BothWays) {
                         {0xA0, 0x00A0}, {0xE9, 0x00E9}, {0xFF, 0x00FF}, {0x00, 0x0000}};
     for (const Row& r : rows) {
         EXPECT_EQ(cp1252_to_unicode(r.byte), r.ch) << int(r.byte);
+        EXPECT_EQ(host::cp1252_char(r.byte), r.ch) << int(r.byte);
         bool ok = false;
         EXPECT_EQ(unicode_to_cp1252(r.ch, &ok), r.byte) << int(r.byte);
         EXPECT_TRUE(ok);
@@ -125,11 +128,19 @@ TEST(CodePages, OtherPagesThroughTheConverter) {
     EXPECT_EQ(out, "");
 }
 
+// The platform's codec and the host's, written apart, read the same table.
 TEST(Wtf8Names, TheTableOfCases) {
     for (const kp::test::Utf8Case& c : kp::test::utf8_cases()) {
-        EXPECT_EQ(from_utf8(c.bytes), c.text) << testing::PrintToString(c.bytes);
+        const std::string shown = testing::PrintToString(c.bytes);
+        EXPECT_EQ(from_utf8(c.bytes), c.text) << shown;
+        EXPECT_EQ(host::utf16(c.bytes), c.text) << shown;
+        std::u16string strict;
+        EXPECT_EQ(host::wtf8_to_utf16(c.bytes, strict), c.well_formed) << shown;
+        EXPECT_EQ(host::wtf8_invalid_at(c.bytes) == std::string::npos, c.well_formed) << shown;
         if (c.well_formed) {
-            EXPECT_EQ(to_utf8(c.text), c.bytes) << testing::PrintToString(c.bytes);
+            EXPECT_EQ(strict, c.text) << shown;
+            EXPECT_EQ(to_utf8(c.text), c.bytes) << shown;
+            EXPECT_EQ(host::utf8(c.text), c.bytes) << shown;
         }
     }
 }

@@ -23,6 +23,8 @@
 
 namespace kp::cli {
 
+using kp::host::wtf8_invalid_at;
+
 namespace {
 
 // Why a value cannot be written, in the interface language.

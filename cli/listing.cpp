@@ -10,6 +10,9 @@
 
 namespace kp::cli {
 
+using kp::host::utf16_to_wtf8;
+using kp::host::wtf8_to_utf16;
+
 namespace {
 
 using kp::host::Host;

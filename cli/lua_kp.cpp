@@ -19,6 +19,10 @@
 
 namespace kp::cli {
 
+using kp::host::utf16_to_wtf8;
+using kp::host::wtf8_invalid_at;
+using kp::host::wtf8_to_utf16;
+
 using kp::host::CallStatus;
 using kp::host::Value;
 

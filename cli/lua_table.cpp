@@ -12,6 +12,9 @@
 
 namespace kp::cli {
 
+using kp::host::wtf8_invalid_at;
+using kp::host::wtf8_to_utf16;
+
 namespace {
 
 struct TableBox {

@@ -12,11 +12,11 @@
 #include <iostream>
 #include <iterator>
 
-#include "platform/codepage.h"
 #include "platform/registry_store.h"
 #include "registry/regfile.h"
 #include "registry/regtool.h"
 #include "tr.h"
+#include "wtf8.h"
 
 namespace kp::cli {
 
@@ -31,7 +31,7 @@ int fail(const std::string& msg) {
 }
 
 std::string utf8(std::u16string_view s) {
-    return kp::platform::to_utf8(s);
+    return kp::host::utf8(s);
 }
 
 const char kRegUsage[] = "usage: kp120 reg export [--regedit4] [KEY] [FILE]\n"
@@ -56,7 +56,7 @@ int run_export(const std::vector<std::string>& args, const Words& T) {
             pos.push_back(args[i]);
     }
     if (pos.size() > 2) return fail(T.usage());
-    std::u16string key = pos.empty() ? std::u16string() : kp::platform::from_utf8(pos[0]);
+    std::u16string key = pos.empty() ? std::u16string() : kp::host::utf16(pos[0]);
     regfile::Document doc;
     doc.regedit4 = regedit4;
     if (uint32_t e = regtool::gather(key, doc)) {

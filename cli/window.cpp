@@ -17,6 +17,8 @@
 
 namespace kp::cli {
 
+using kp::host::wtf8_to_utf16;
+
 namespace {
 
 // Lua errors unwind with longjmp: they are raised only where no C++ object

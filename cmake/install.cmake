@@ -38,7 +38,7 @@ if(TARGET kp120)
   install(FILES ${CMAKE_SOURCE_DIR}/docs/kp120.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
 endif()
 install(FILES ${CMAKE_SOURCE_DIR}/include/kp120/component.h ${CMAKE_SOURCE_DIR}/include/kp120/types.h
-              ${CMAKE_SOURCE_DIR}/include/kp120/vm.h ${CMAKE_SOURCE_DIR}/host/host.h
+              ${CMAKE_SOURCE_DIR}/include/kp120/vm.h ${CMAKE_SOURCE_DIR}/host/host.h ${CMAKE_SOURCE_DIR}/host/wtf8.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kp120 COMPONENT dev)
 
 install(EXPORT kp120Targets NAMESPACE kp120:: DESTINATION ${KP120_CMAKE_DIR} COMPONENT dev)

@@ -120,6 +120,7 @@ struct Host::Impl {
     std::unordered_map<std::string, std::size_t> function_index;
     std::unordered_map<std::string, std::size_t> constant_index;
     TableControls controls;
+    kp_table_interface table_interface{};
 
     HostAllocator* thread_allocator();
 };
@@ -218,8 +219,8 @@ const char* svc_setting(void* vm, const char* name) {
 }
 const kp_display* svc_display(void* vm);
 
-const kp_table_interface* svc_table_interface(void*) {
-    return host_table_interface();
+const kp_table_interface* svc_table_interface(void* vm) {
+    return &impl_of(vm)->table_interface;
 }
 
 int32_t message_callback(uint32_t number, char16_t* buffer, int32_t size) {
@@ -378,6 +379,8 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     if (dladdr(reinterpret_cast<void*>(&default_component_path), &self) && self.dli_fname)
         h.host_module = dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD);
 
+    h.table_interface = *host_table_interface();
+    h.table_interface.self = &h;
     kp_services& s = h.services;
     s.size = sizeof(kp_services);
     s.vm = &h;

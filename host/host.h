@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "kp120/component.h"
+#include "wtf8.h"
 
 namespace kp::host {
 
@@ -218,9 +219,6 @@ class Host {
     std::unique_ptr<Impl> impl_;
 };
 
-// UTF-8 (WTF-8: lone surrogates allowed) <-> UTF-16.
-std::u16string utf16(std::string_view utf8);
-std::string utf8(std::u16string_view utf16);
 // Decimal text <-> 10-byte currency (millionths, two's complement); false on bad text or overflow.
 bool currency_from_text(std::string_view text, uint8_t (&out)[10]);
 std::string currency_to_text(const uint8_t (&cy)[10]);

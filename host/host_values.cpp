@@ -1,11 +1,10 @@
 // host_values.cpp - values across the boundary, as the VM handles them:
 // argument storage, results, variants, the conversion hooks exported by
-// name, and text helpers (WTF-8, Windows-1252, currency text).
+// name, and currency text.
 #include "host_values.h"
 
-#include "numeric/int128.h"
-#include "platform/codepage.h"
-
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -14,43 +13,84 @@
 namespace kp::host {
 
 // ------------------------------------------------------------------------
-// Text helpers
+// Currency text
 // ------------------------------------------------------------------------
 
-// Text conversions are the platform layer's (WTF-8 keeps lone surrogates;
-// each byte of an invalid sequence becomes U+FFFD).
-char16_t cp1252_char(unsigned char b) {
-    return platform::cp1252_to_unicode(b);
-}
-std::string utf8(std::u16string_view s) {
-    return platform::to_utf8(s);
-}
-std::u16string utf16(std::string_view s) {
-    return platform::from_utf8(s);
-}
-
 // Currency: 80-bit two's complement little-endian count of millionths.
+// The host's arithmetic works on unsigned magnitudes of 16 bytes, little
+// endian, wide enough for any decimal text it accepts times a million.
 namespace {
-using i128 = kp::numeric::int128;
-using u128 = kp::numeric::uint128;
-const i128 kCurrencyMax = (static_cast<i128>(1) << 79) - 1;
-const i128 kCurrencyMin = -(static_cast<i128>(1) << 79);
+using Magnitude = std::array<uint8_t, 16>;
 
-i128 currency_value(const uint8_t (&cy)[10]) {
-    i128 v = 0;
-    for (int k = 9; k >= 0; --k)
-        v = (v << 8) | cy[k];
-    if (cy[9] & 0x80) v -= static_cast<i128>(1) << 80;
-    return v;
-}
-bool currency_store(i128 v, uint8_t (&cy)[10]) {
-    if (v > kCurrencyMax || v < kCurrencyMin) return false;
-    auto u = static_cast<u128>(v);
-    for (int k = 0; k < 10; ++k) {
-        cy[k] = static_cast<uint8_t>(u & 0xFF);
-        u >>= 8;
+// m = m * mul + add; false when the result leaves 128 bits.
+bool multiply_add(Magnitude& m, unsigned mul, unsigned add) {
+    uint32_t carry = add;
+    for (uint8_t& b : m) {
+        const uint32_t t = b * mul + carry;
+        b = static_cast<uint8_t>(t);
+        carry = t >> 8;
     }
+    return carry == 0;
+}
+// m = m / d; answers the remainder.
+unsigned divide(Magnitude& m, unsigned d) {
+    uint32_t r = 0;
+    for (std::size_t k = m.size(); k-- > 0;) {
+        r = (r << 8) | m[k];
+        m[k] = static_cast<uint8_t>(r / d);
+        r %= d;
+    }
+    return r;
+}
+bool is_zero(const Magnitude& m) {
+    for (uint8_t b : m)
+        if (b) return false;
     return true;
+}
+// Two's complement of the low ten bytes.
+void negate10(uint8_t* b) {
+    unsigned carry = 1;
+    for (int k = 0; k < 10; ++k) {
+        const unsigned t = static_cast<uint8_t>(~b[k]) + carry;
+        b[k] = static_cast<uint8_t>(t);
+        carry = t >> 8;
+    }
+}
+// The value -m or m as a currency; false when it is out of range (below
+// 2^79, or 2^79 exactly for a negative value).
+bool currency_store(bool neg, const Magnitude& m, uint8_t (&cy)[10]) {
+    for (std::size_t k = 10; k < m.size(); ++k)
+        if (m[k]) return false;
+    if (m[9] >= 0x80) {
+        bool exact = neg && m[9] == 0x80;
+        for (int k = 0; k < 9 && exact; ++k)
+            exact = m[k] == 0;
+        if (!exact) return false;
+    }
+    std::copy_n(m.begin(), 10, cy);
+    if (neg) negate10(cy);
+    return true;
+}
+void put64(Magnitude& m, std::size_t at, uint64_t v) {
+    for (std::size_t k = 0; k < 8; ++k)
+        m[at + k] = static_cast<uint8_t>(v >> (8 * k));
+}
+// value * scale millionths.
+bool currency_from_integer(int64_t value, unsigned scale, uint8_t (&cy)[10]) {
+    const bool neg = value < 0;
+    Magnitude m{};
+    put64(m, 0, neg ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value));
+    return multiply_add(m, scale, 0) && currency_store(neg, m, cy);
+}
+// A whole number of millionths below 2^80 in magnitude.
+bool currency_from_millionths(double millionths, uint8_t (&cy)[10]) {
+    constexpr double kTwo64 = 18446744073709551616.0;
+    const double a = std::fabs(millionths);
+    const double hi = std::floor(a / kTwo64);
+    Magnitude m{};
+    put64(m, 0, static_cast<uint64_t>(a - hi * kTwo64));
+    put64(m, 8, static_cast<uint64_t>(hi));
+    return currency_store(millionths < 0, m, cy);
 }
 } // namespace
 
@@ -60,21 +100,21 @@ bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
         ++i;
     bool neg = false;
     if (i < text.size() && (text[i] == '-' || text[i] == '+')) neg = text[i++] == '-';
-    i128 whole = 0;
+    Magnitude m{};
     int digits = 0;
     while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
-        whole = whole * 10 + (text[i++] - '0');
-        if (whole > kCurrencyMax) return false;
+        // Past 2^80 the value is out of range whatever follows.
+        if (!multiply_add(m, 10, static_cast<unsigned>(text[i++] - '0')) || m[10] || m[11]) return false;
         ++digits;
     }
-    i128 frac = 0;
+    unsigned frac = 0;
     int fdigits = 0;
     bool round_up = false;
     if (i < text.size() && (text[i] == '.' || text[i] == ',')) {
         ++i;
         while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
             if (fdigits < 6)
-                frac = frac * 10 + (text[i] - '0');
+                frac = frac * 10 + static_cast<unsigned>(text[i] - '0');
             else if (fdigits == 6)
                 round_up = text[i] >= '5'; // half away from zero at the seventh decimal
             ++fdigits;
@@ -86,21 +126,19 @@ bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
     if (i != text.size() || digits + fdigits == 0) return false;
     for (int k = fdigits; k < 6; ++k)
         frac *= 10;
-    i128 v = whole * 1000000 + frac + (round_up ? 1 : 0);
-    return currency_store(neg ? -v : v, out);
+    return multiply_add(m, 1000000, frac + (round_up ? 1 : 0)) && currency_store(neg, m, out);
 }
 
 std::string currency_to_text(const uint8_t (&cy)[10]) {
-    i128 v = currency_value(cy);
-    bool neg = v < 0;
-    auto u = static_cast<u128>(neg ? -v : v);
-    u128 whole = u / 1000000;
-    auto frac = static_cast<unsigned>(u % 1000000);
+    Magnitude m{};
+    std::copy_n(cy, 10, m.begin());
+    const bool neg = cy[9] & 0x80;
+    if (neg) negate10(m.data()); // 2^79 stays 2^79, read unsigned
+    const unsigned frac = divide(m, 1000000);
     std::string w;
     do {
-        w.insert(w.begin(), static_cast<char>('0' + static_cast<int>(whole % 10)));
-        whole /= 10;
-    } while (whole);
+        w.insert(w.begin(), static_cast<char>('0' + divide(m, 10)));
+    } while (!is_zero(m));
     char f[8];
     std::snprintf(f, sizeof f, "%06u", frac);
     return (neg ? "-" : "") + w + "." + f;
@@ -570,8 +608,10 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
                 *issue = "value out of the currency range";
                 return false;
             }
-            i128 v = x.kind == K::Real ? static_cast<i128>(millionths) : static_cast<i128>(x.i) * 1000000;
-            currency_store(v, slot->u.currency);
+            if (x.kind == K::Real)
+                currency_from_millionths(millionths, slot->u.currency);
+            else
+                currency_from_integer(x.i, 1000000, slot->u.currency);
         }
         break;
     case KP_T_REAL:
@@ -680,7 +720,6 @@ int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant*
 // ------------------------------------------------------------------------
 
 namespace {
-using kp::host::i128;
 
 // Reads a decimal number as the VM does: optional blanks, sign, digits with
 // "." or "," as decimal separator, optional exponent.  Nothing else.
@@ -776,9 +815,10 @@ int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uin
     case KP_T_CURRENCY: {
         double r = as_real();
         if (!std::isfinite(r) || std::fabs(r) > 6.0e17) return kConversionOverflow;
-        i128 v = integral ? static_cast<i128>(integer) * 1000000 : static_cast<i128>(std::llround(r * 1e6));
         uint8_t cy[10];
-        if (!currency_store(v, cy)) return kConversionOverflow;
+        if (!(integral ? kp::host::currency_from_integer(integer, 1000000, cy)
+                       : kp::host::currency_from_integer(std::llround(r * 1e6), 1, cy)))
+            return kConversionOverflow;
         std::memcpy(scratch->currency, cy, 10);
         return 0;
     }

@@ -8,14 +8,13 @@
 #include <vector>
 
 #include "host.h"
+#include "wtf8.h"
 
 struct kp_procedure {
     std::shared_ptr<kp::host::Procedure> fn;
 };
 
 namespace kp::host {
-
-char16_t cp1252_char(unsigned char byte);
 
 // The allocator of the current host for the calling thread (conversions).
 kp_allocator* current_allocator();

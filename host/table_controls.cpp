@@ -29,6 +29,7 @@ std::shared_ptr<TableControl> TableControls::find(uintptr_t handle) const {
 
 namespace {
 
+// Every operation is given the interface's self, the host's `vm` pointer.
 // The component reads a control between begin_read and end_read; the
 // control is looked up at every operation, so that one removed meanwhile
 // reads as empty instead of dangling.
@@ -124,7 +125,8 @@ const kp_table_interface kInterface = {sizeof(kp_table_interface),
                                        op_row_count,
                                        op_row_selected,
                                        op_has_totals,
-                                       op_cell};
+                                       op_cell,
+                                       nullptr};
 
 } // namespace
 

@@ -28,9 +28,9 @@ class TableControls {
     uintptr_t next_ = 0x39000001u;
 };
 
-// The interface the services slot `table_interface` returns; its
-// operations find the controls of the host whose `vm` pointer they get
-// through table_controls_of (host.cpp).
+// The operations of the interface the services slot `table_interface`
+// returns (with self null: each host sets its `vm` pointer there); they find
+// the controls of that host through table_controls_of (host.cpp).
 const kp_table_interface* host_table_interface();
 TableControls& table_controls_of(void* vm);
 

@@ -298,6 +298,23 @@ struct kp_selector_request;
 struct kp_display;
 struct kp_table_interface;
 
+/*
+ * Versioned blocks: kp_services, kp_display, kp_table_interface and
+ * kp_selector_request begin with `size`, the size of the structure as the
+ * side that wrote the block knows it.  Slots are only ever appended.  A
+ * reader uses a slot only when `size` covers it whole and takes a slot past
+ * `size` as absent, the same as an empty (null) one; a block larger than
+ * the reader knows is read as far as the reader knows it.  KP_HAS_SLOT is
+ * that test, for example
+ *
+ *     if (KP_HAS_SLOT(services, kp_services, display) && services->display)
+ *
+ * and KP_SLOT_END(type, member) the smallest `size` that holds `member`.
+ */
+#define KP_SLOT_END(type, member) (offsetof(type, member) + sizeof(((type*)0)->member))
+#define KP_HAS_SLOT(block, type, member)                                                                     \
+    ((block) != NULL && (size_t)(block)->size >= KP_SLOT_END(type, member))
+
 typedef struct kp_services {
     uint32_t size; /* sizeof(kp_services) as the VM knows it; slots past it are absent */
     void* vm;      /* the VM's own pointer, passed back to every slot */
@@ -347,7 +364,7 @@ typedef struct kp_services {
 
     /* ---- Slots appended after the first release.  A VM that predates a
      * slot passes a smaller `size`; the component then treats the slot as
-     * empty and takes the documented fallback. ---- */
+     * empty (KP_HAS_SLOT) and takes the documented fallback. ---- */
 
     /* File selectors (fSelect, fSelectDir, fGraphicFilter): the VM shows
      * its dialog and writes the chosen text into buffer (size characters,
@@ -400,8 +417,6 @@ typedef struct kp_selector_request {
 /* ------------------------------------------------------------------ */
 /* Display: screen, windows and input (services slot `display`)       */
 /* ------------------------------------------------------------------ */
-
-/* KP120_DISPLAY_INTERFACE */
 
 /*
  * The VM's user interface as the Sys, cursor and input functions see it.
@@ -528,15 +543,13 @@ typedef struct kp_display {
 /* Table controls (services slot `table_interface`)                   */
 /* ------------------------------------------------------------------ */
 
-/* KP120_TABLE_INTERFACE */
-
 /*
  * A control of the VM's user interface travels as the value of an argument
  * of type 0x39: a handle that only the VM interprets.  The component reads a
- * table control only through these operations, each given the services
- * block's `vm` pointer and the control.  Columns count from 0 in the
- * control's order, rows from 0 in display order; row KP_TABLE_TOTALS_ROW is
- * the totals row.
+ * table control only through these operations, each given the interface's
+ * context (its `self` slot) first and the control.  Columns count from 0 in
+ * the control's order, rows from 0 in display order; row KP_TABLE_TOTALS_ROW
+ * is the totals row.
  */
 #define KP_TABLE_TOTALS_ROW (-1)
 
@@ -546,34 +559,40 @@ typedef struct kp_display {
 #define KP_CONTROL_KIND_TABLE3 35
 
 typedef struct kp_table_interface {
-    uint32_t size; /* sizeof(kp_table_interface) as the VM knows it */
+    uint32_t size; /* sizeof(kp_table_interface) as the VM knows it; slots past it are absent */
 
     /* Kind of the control; -1 when the handle names no control. */
-    int32_t (*kind)(void* vm, uintptr_t control);
+    int32_t (*kind)(void* self, uintptr_t control);
 
     /* Prepares the table for reading (its content up to date).  Returns 0,
      * or non-zero after writing the VM's error for the control into
      * `error` (the call's error record).  Every successful begin_read is
      * followed by one end_read. */
-    int32_t (*begin_read)(void* vm, uintptr_t control, kp_error_record* error);
-    void (*end_read)(void* vm, uintptr_t control);
+    int32_t (*begin_read)(void* self, uintptr_t control, kp_error_record* error);
+    void (*end_read)(void* self, uintptr_t control);
 
     /* Columns: count, title (UTF-16, *length characters, not necessarily
      * zero-terminated; null for none) and whether the column is visible. */
-    int32_t (*column_count)(void* vm, uintptr_t control);
-    const char16_t* (*column_title)(void* vm, uintptr_t control, int32_t column, int32_t* length);
-    int32_t (*column_visible)(void* vm, uintptr_t control, int32_t column);
+    int32_t (*column_count)(void* self, uintptr_t control);
+    const char16_t* (*column_title)(void* self, uintptr_t control, int32_t column, int32_t* length);
+    int32_t (*column_visible)(void* self, uintptr_t control, int32_t column);
 
     /* Rows: count (the totals row excluded), whether a row is selected,
      * whether the table has a totals row. */
-    int32_t (*row_count)(void* vm, uintptr_t control);
-    int32_t (*row_selected)(void* vm, uintptr_t control, int32_t row);
-    int32_t (*has_totals)(void* vm, uintptr_t control);
+    int32_t (*row_count)(void* self, uintptr_t control);
+    int32_t (*row_selected)(void* self, uintptr_t control, int32_t row);
+    int32_t (*has_totals)(void* self, uintptr_t control);
 
     /* The value of a cell: `out` is a variant of no value that the VM sets
      * (with its own operations table); the component destroys it.  Returns
      * 0, or non-zero when the cell cannot be read. */
-    int32_t (*cell)(void* vm, uintptr_t control, int32_t row, int32_t column, kp_variant* out);
+    int32_t (*cell)(void* self, uintptr_t control, int32_t row, int32_t column, kp_variant* out);
+
+    /* ---- Slots appended after the first release (KP_HAS_SLOT). ---- */
+
+    /* The context every operation is given first, as the display's `self`.
+     * Absent or null: the services block's `vm` pointer. */
+    void* self;
 } kp_table_interface;
 
 /*

@@ -55,15 +55,19 @@ const kp_regional_settings& regional_settings();
 // Host setting by name (KP_SETTING_*), empty when absent.
 std::string setting(const char* name);
 
-// A slot of the services block, or null when the VM has no block, its block
-// is too short to hold the slot, or the slot is empty.  Call it with vm().
+// A slot of a versioned block of the VM (kp_services, kp_display,
+// kp_table_interface), or null when there is no block, its `size` does not
+// cover the slot (KP_HAS_SLOT of kp120/vm.h) or the slot is empty.
+template <typename Block, typename F> F slot(const Block* block, F Block::*member) {
+    if (!block) return nullptr;
+    const auto end = static_cast<std::size_t>(reinterpret_cast<const char*>(&(block->*member)) -
+                                              reinterpret_cast<const char*>(block)) +
+                     sizeof(F);
+    return block->size >= end ? block->*member : nullptr;
+}
+// A slot of the services block; call it with vm().
 template <typename F> F service(F kp_services::*member) {
-    const kp_services* sv = state().services;
-    if (!sv) return nullptr;
-    std::size_t end =
-        reinterpret_cast<const char*>(&(sv->*member)) - reinterpret_cast<const char*>(sv) + sizeof(F);
-    if (sv->size < end) return nullptr;
-    return sv->*member;
+    return slot<kp_services>(state().services, member);
 }
 inline void* vm() {
     return state().services ? state().services->vm : nullptr;

@@ -12,8 +12,10 @@
 //                                    update keeps the id)
 // Names keep their spelling in `name`; every lookup goes through `folded`,
 // so keys and values are found whatever the case, as on the device.  Text
-// is stored as UTF-8, with an unpaired surrogate of a UTF-16 name written
-// as its own three-byte sequence so that every name round-trips.
+// is stored as the platform's WTF-8 (platform/codepage.h): an unpaired
+// surrogate of a UTF-16 name is its own three-byte sequence, so that every
+// name round-trips, and a malformed byte of a file written by another tool
+// reads as U+FFFD.
 //
 // Several processes and threads share the file: the journal is a WAL, a
 // write waits for another writer up to the busy timeout, and every call
@@ -37,6 +39,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/codepage.h"
 #include "platform/registry_store.h"
 
 namespace kp::platform::registry {
@@ -149,84 +152,6 @@ uint32_t map_sqlite(int rc) {
     default:
         return rc == SQLITE_IOERR_READ || rc == SQLITE_IOERR_SHORT_READ ? kCannotRead : kCannotWrite;
     }
-}
-
-// UTF-16 to UTF-8, an unpaired surrogate as its own three-byte sequence.
-std::string to_utf8(std::u16string_view s) {
-    std::string out;
-    out.reserve(s.size() + s.size() / 2);
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        uint32_t c = s[i];
-        if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-            ++i;
-        }
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
-
-// The inverse of to_utf8; a malformed byte (a file written by another tool)
-// reads as U+FFFD.
-std::u16string from_utf8(const unsigned char* p, std::size_t n) {
-    std::u16string out;
-    out.reserve(n);
-    std::size_t i = 0;
-    while (i < n) {
-        unsigned char b = p[i];
-        uint32_t c;
-        std::size_t len;
-        if (b < 0x80) {
-            c = b, len = 1;
-        } else if ((b & 0xE0) == 0xC0) {
-            c = b & 0x1F, len = 2;
-        } else if ((b & 0xF0) == 0xE0) {
-            c = b & 0x0F, len = 3;
-        } else if ((b & 0xF8) == 0xF0) {
-            c = b & 0x07, len = 4;
-        } else {
-            out += u'\uFFFD';
-            ++i;
-            continue;
-        }
-        if (i + len > n) {
-            out += u'\uFFFD';
-            break;
-        }
-        bool ok = true;
-        for (std::size_t k = 1; k < len; ++k) {
-            if ((p[i + k] & 0xC0) != 0x80) ok = false;
-            c = (c << 6) | (p[i + k] & 0x3F);
-        }
-        if (!ok || c > 0x10FFFF) {
-            out += u'\uFFFD';
-            ++i;
-            continue;
-        }
-        i += len;
-        if (c >= 0x10000) {
-            c -= 0x10000;
-            out += static_cast<char16_t>(0xD800 + (c >> 10));
-            out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-        } else {
-            out += static_cast<char16_t>(c);
-        }
-    }
-    return out;
 }
 
 // Full Unicode case folding ("Straße" and "STRASSE" are one name), as UTF-8.
@@ -516,7 +441,9 @@ void bind_text(sqlite3_stmt* s, int i, const std::string& t) {
 
 std::u16string column_text(sqlite3_stmt* s, int i) {
     const unsigned char* p = sqlite3_column_text(s, i);
-    return p ? from_utf8(p, static_cast<std::size_t>(sqlite3_column_bytes(s, i))) : std::u16string();
+    return p ? from_utf8(std::string_view(reinterpret_cast<const char*>(p),
+                                          static_cast<std::size_t>(sqlite3_column_bytes(s, i))))
+             : std::u16string();
 }
 
 // Copies data into a caller's buffer with RegQueryValueExW's rules.

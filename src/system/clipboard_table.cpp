@@ -16,16 +16,25 @@ bool is_table_kind(int32_t kind) {
     return kind == KP_CONTROL_KIND_TABLE || kind == KP_CONTROL_KIND_TABLE2 || kind == KP_CONTROL_KIND_TABLE3;
 }
 
-// The table interface of the VM, when it has one with every operation the
-// export uses.
+// The table interface of the VM, when it has every operation the export
+// reads (begin_read and end_read are optional).
 const kp_table_interface* table_interface() {
-    auto slot = runtime::service(&kp_services::table_interface);
-    const kp_table_interface* ti = slot ? slot(runtime::vm()) : nullptr;
-    if (!ti || ti->size < sizeof(kp_table_interface)) return nullptr;
-    if (!ti->kind || !ti->column_count || !ti->column_title || !ti->column_visible || !ti->row_count ||
-        !ti->row_selected || !ti->has_totals || !ti->cell)
+    using T = kp_table_interface;
+    auto get = runtime::service(&kp_services::table_interface);
+    const T* ti = get ? get(runtime::vm()) : nullptr;
+    if (!runtime::slot(ti, &T::kind) || !runtime::slot(ti, &T::column_count) ||
+        !runtime::slot(ti, &T::column_title) || !runtime::slot(ti, &T::column_visible) ||
+        !runtime::slot(ti, &T::row_count) || !runtime::slot(ti, &T::row_selected) ||
+        !runtime::slot(ti, &T::has_totals) || !runtime::slot(ti, &T::cell))
         return nullptr;
     return ti;
+}
+
+// The context the operations are given: the interface's self, or the
+// services block's vm pointer when the VM's block has none.
+void* context_of(const kp_table_interface& ti) {
+    void* self = runtime::slot(&ti, &kp_table_interface::self);
+    return self ? self : runtime::vm();
 }
 
 // The reader: the columns and rows the settings keep, in the control's
@@ -34,20 +43,20 @@ class VmTableReader final : public TableReader {
   public:
     VmTableReader(const kp_table_interface& ti, uintptr_t control, bool invisible_columns, bool totals,
                   bool selected_only)
-        : ti_(ti), vm_(runtime::vm()), control_(control) {
-        const int32_t columns = std::max(0, ti.column_count(vm_, control));
+        : ti_(ti), self_(context_of(ti)), control_(control) {
+        const int32_t columns = std::max(0, ti.column_count(self_, control));
         for (int32_t c = 0; c < columns; ++c)
-            if (invisible_columns || ti.column_visible(vm_, control, c)) columns_.push_back(c);
-        const int32_t rows = std::max(0, ti.row_count(vm_, control));
+            if (invisible_columns || ti.column_visible(self_, control, c)) columns_.push_back(c);
+        const int32_t rows = std::max(0, ti.row_count(self_, control));
         if (selected_only) {
             for (int32_t r = 0; r < rows; ++r)
-                if (ti.row_selected(vm_, control, r)) rows_.push_back(r);
+                if (ti.row_selected(self_, control, r)) rows_.push_back(r);
         } else {
             rows_.resize(static_cast<std::size_t>(rows));
             for (int32_t r = 0; r < rows; ++r)
                 rows_[static_cast<std::size_t>(r)] = r;
         }
-        if (totals && ti.has_totals(vm_, control)) rows_.push_back(KP_TABLE_TOTALS_ROW);
+        if (totals && ti.has_totals(self_, control)) rows_.push_back(KP_TABLE_TOTALS_ROW);
     }
 
     int32_t column_count() override { return static_cast<int32_t>(columns_.size()); }
@@ -55,7 +64,7 @@ class VmTableReader final : public TableReader {
     std::u16string title(int32_t column) override {
         int32_t length = 0;
         const char16_t* t =
-            ti_.column_title(vm_, control_, columns_[static_cast<std::size_t>(column)], &length);
+            ti_.column_title(self_, control_, columns_[static_cast<std::size_t>(column)], &length);
         return t && length > 0 ? std::u16string(t, static_cast<std::size_t>(length)) : std::u16string();
     }
 
@@ -63,7 +72,7 @@ class VmTableReader final : public TableReader {
 
     bool append_cell(int32_t row, int32_t column, std::u16string& out, CXError& err) override {
         variant::Value v;
-        if (ti_.cell(vm_, control_, rows_[static_cast<std::size_t>(row - 1)],
+        if (ti_.cell(self_, control_, rows_[static_cast<std::size_t>(row - 1)],
                      columns_[static_cast<std::size_t>(column)], v.get()) != 0) {
             // The VM could not give the cell: the table's content cannot be read.
             err.fail(kErrTableUnreadable);
@@ -84,7 +93,7 @@ class VmTableReader final : public TableReader {
 
   private:
     const kp_table_interface& ti_;
-    void* vm_;
+    void* self_;
     uintptr_t control_;
     std::vector<int32_t> columns_;
     std::vector<int32_t> rows_;
@@ -134,8 +143,8 @@ std::u16string table_to_text(uintptr_t control, int32_t options, std::u16string_
         err.set(kErrNoTableInterface);
         return {};
     }
-    void* vm = runtime::vm();
-    if (!is_table_kind(ti->kind(vm, control))) {
+    void* self = context_of(*ti);
+    if (!is_table_kind(ti->kind(self, control))) {
         err.fail(kErrNotTable);
         return {};
     }
@@ -143,7 +152,9 @@ std::u16string table_to_text(uintptr_t control, int32_t options, std::u16string_
         err.fail(kErrTableOption);
         return {};
     }
-    if (ti->begin_read && ti->begin_read(vm, control, err.record()) != 0) {
+    auto begin_read = runtime::slot(ti, &kp_table_interface::begin_read);
+    auto end_read = runtime::slot(ti, &kp_table_interface::end_read);
+    if (begin_read && begin_read(self, control, err.record()) != 0) {
         // The VM's error for the control is the call's error.
         if (!err.failed()) err.fail(kErrTableUnreadable);
         return {};
@@ -155,7 +166,7 @@ std::u16string table_to_text(uintptr_t control, int32_t options, std::u16string_
         text = table_text(reader, (options & kTaNoTitle) != 0, column_separator, line_separator, first, last,
                           err);
     }
-    if (ti->end_read) ti->end_read(vm, control);
+    if (end_read) end_read(self, control);
     return text;
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <limits>
 
+#include "component/runtime.h"
 #include "platform/codepage.h"
 #include "platform/directory.h"
 #include "platform/paths.h"
@@ -53,9 +54,7 @@ bool sys_shutdown(const kp_display* d, std::string_view bus, int32_t mode, bool 
         break;
     case kSysPoweroffScreen:
     case kSysPoweronScreen: {
-        auto f = d && d->size >= offsetof(kp_display, screen_power) + sizeof(d->screen_power)
-                     ? d->screen_power
-                     : nullptr;
+        auto f = runtime::slot(d, &kp_display::screen_power);
         if (!f || !f(d->self, mode == kSysPoweronScreen ? 1 : 0)) {
             fail_system(err, kErrorNotSupported);
             return false;

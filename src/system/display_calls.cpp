@@ -14,19 +14,10 @@ namespace {
 using platform::kErrorInvalidParameter;
 using platform::kErrorNotSupported;
 
-// A display operation, or null when the display is absent, predates the
-// slot or left it empty.
-template <typename F> F op(const kp_display* d, F kp_display::*member) {
-    if (!d) return nullptr;
-    std::size_t end =
-        reinterpret_cast<const char*>(&(d->*member)) - reinterpret_cast<const char*>(d) + sizeof(F);
-    if (d->size < end) return nullptr;
-    return d->*member;
-}
-
-// op(), recording system error 50 (not supported) when there is none.
+// A display operation (runtime::slot), recording system error 50 (not
+// supported) when there is none.
 template <typename F> F needed_op(const kp_display* d, F kp_display::*member, CXError& err) {
-    F f = op(d, member);
+    F f = runtime::slot(d, member);
     if (!f) fail_system(err, kErrorNotSupported);
     return f;
 }
@@ -155,7 +146,7 @@ bool sys_set_screen_orientation(const kp_display* d, std::u16string_view orienta
     }
     kp_screen_info s;
     if (!screen_of(d, s, err)) return false;
-    auto f = op(d, &kp_display::set_orientation);
+    auto f = runtime::slot(d, &kp_display::set_orientation);
     if (!f || !(s.orientations & (1u << (degrees / 90))) || !f(d->self, degrees)) {
         fail_system(err, kErrorNotSupported);
         return false;
@@ -169,7 +160,7 @@ int32_t sys_color(const kp_display* d, int32_t element, CXError& err) {
         fail_system(err, kErrorInvalidParameter);
         return -1;
     }
-    auto f = op(d, &kp_display::system_colour);
+    auto f = runtime::slot(d, &kp_display::system_colour);
     int32_t c = 0;
     if (!f || !f(d->self, index, &c)) {
         fail_system(err, kErrorNotSupported);
@@ -185,7 +176,7 @@ bool sys_set_color(const kp_display* d, int32_t element, int32_t colour, CXError
         fail_system(err, kErrorInvalidParameter);
         return false;
     }
-    auto f = op(d, &kp_display::set_system_colour);
+    auto f = runtime::slot(d, &kp_display::set_system_colour);
     if (!f || !f(d->self, index, colour)) {
         fail_system(err, kErrorNotSupported);
         return false;
@@ -344,7 +335,7 @@ int32_t cursor_pos(const kp_display* d, int32_t origin, CXError& err) {
         fail_system(err, kErrorInvalidParameter);
         return -1;
     }
-    auto f = op(d, &kp_display::pointer);
+    auto f = runtime::slot(d, &kp_display::pointer);
     int32_t x = 0, y = 0;
     if (!f || !f(d->self, &x, &y)) {
         fail_system(err, kErrorNotSupported);
@@ -353,8 +344,8 @@ int32_t cursor_pos(const kp_display* d, int32_t origin, CXError& err) {
     if (origin != 0) {
         // Relative to the active window; with no active window the screen
         // is the origin.
-        auto active = op(d, &kp_display::active_window);
-        auto rects = op(d, &kp_display::window_rects);
+        auto active = runtime::slot(d, &kp_display::active_window);
+        auto rects = runtime::slot(d, &kp_display::window_rects);
         const uintptr_t w = active ? active(d->self) : 0;
         kp_rect frame{}, client{};
         if (w && rects && rects(d->self, w, &frame, &client)) {
@@ -372,7 +363,7 @@ bool key_pressed(const kp_display* d, int32_t virtual_key, CXError& err) {
         fail_system(err, kErrorInvalidParameter);
         return false;
     }
-    if (auto f = op(d, &kp_display::key_state)) return (f(d->self, virtual_key) & 0x8000) != 0;
+    if (auto f = runtime::slot(d, &kp_display::key_state)) return (f(d->self, virtual_key) & 0x8000) != 0;
     if (auto s = runtime::service(&kp_services::key_state))
         return (s(runtime::vm(), virtual_key) & 0x8000) != 0;
     return false;
@@ -425,7 +416,7 @@ bool emulate_mouse(const kp_display* d, int32_t action, CXError& err) {
         fail_system(err, kErrorInvalidParameter);
         return false;
     }
-    auto where = op(d, &kp_display::pointer);
+    auto where = runtime::slot(d, &kp_display::pointer);
     int32_t x = 0, y = 0;
     if (!where || !where(d->self, &x, &y)) {
         fail_system(err, kErrorNotSupported);
@@ -446,7 +437,7 @@ bool emulate_mouse_at(const kp_display* d, int32_t action, int32_t x, int32_t y,
         fail_system(err, kErrorInvalidParameter);
         return false;
     }
-    auto f = op(d, &kp_display::mouse);
+    auto f = runtime::slot(d, &kp_display::mouse);
     if (!f || !f(d->self, a, x, y)) {
         fail_system(err, kErrorNotSupported);
         return false;

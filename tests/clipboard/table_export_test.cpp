@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "component/runtime.h"
 #include "platform/clipboard.h"
 #include "support/test_host.h"
 #include "system/clipboard.h"
@@ -276,6 +277,44 @@ TEST(ClipboardCalls, ThroughTheComponentOnTheDeviceStore) {
     // The overloads of the edition without a handler stay refused.
     EXPECT_EQ(f.call("ToClipboardRTF", {S(u"x")}).status, CallStatus::NotProvided);
     EXPECT_EQ(f.call("ClipboardRTF", {}).status, CallStatus::NotProvided);
+}
+
+// A VM whose table interface predates the `self` slot: the export reads it,
+// and every operation is given the services block's vm pointer.
+TEST(TableToText, InterfaceOfAnOlderVm) {
+    static int vm_marker = 0;
+    static int contexts_seen = 0, other_contexts = 0;
+    static kp_table_interface ti{};
+    auto note = [](void* c) { (c == &vm_marker ? contexts_seen : other_contexts)++; };
+    static void (*const seen)(void*) = note;
+    ti.size = static_cast<uint32_t>(KP_SLOT_END(kp_table_interface, cell));
+    ti.self = &contexts_seen; // past the size: never read
+    ti.kind = [](void* c, uintptr_t) -> int32_t { return seen(c), KP_CONTROL_KIND_TABLE; };
+    ti.column_count = [](void* c, uintptr_t) -> int32_t { return seen(c), 1; };
+    ti.column_title = [](void* c, uintptr_t, int32_t, int32_t* n) -> const char16_t* {
+        seen(c);
+        *n = 5;
+        return u"Title";
+    };
+    ti.column_visible = [](void* c, uintptr_t, int32_t) -> int32_t { return seen(c), 1; };
+    ti.row_count = [](void* c, uintptr_t) -> int32_t { return seen(c), 0; };
+    ti.row_selected = [](void* c, uintptr_t, int32_t) -> int32_t { return seen(c), 0; };
+    ti.has_totals = [](void* c, uintptr_t) -> int32_t { return seen(c), 0; };
+    ti.cell = [](void* c, uintptr_t, int32_t, int32_t, kp_variant*) -> int32_t { return seen(c), 1; };
+    kp_services sv{};
+    sv.size = sizeof sv;
+    sv.vm = &vm_marker;
+    sv.table_interface = [](void*) -> const kp_table_interface* { return &ti; };
+    kp::runtime::state().services = &sv;
+    kp_error_record rec{};
+    rec.severity = 1;
+    kp::CXError err(&rec);
+    const std::u16string text = kp::system::table_to_text(1, 0, u"\t", u"\r\n", -1, -1, err);
+    kp::runtime::state().services = nullptr;
+    EXPECT_FALSE(err.failed()) << err.id();
+    EXPECT_EQ(text, u"Title");
+    EXPECT_GT(contexts_seen, 0);
+    EXPECT_EQ(other_contexts, 0);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "component/runtime.h"
 #include "support/test_host.h"
 
 namespace {
@@ -165,6 +166,57 @@ TEST_F(EntryTest, ReplacingTheAllocatorReleasesTheOldOne) {
     EXPECT_EQ(second.releases, 0); // marked as replaced: not released
     first.base.replaced = 1;
     host().general_param(2008, reinterpret_cast<intptr_t>(mine));
+}
+
+// Versioned blocks of the VM: a block whose size covers only the older
+// slots is read, and the slots past its size are absent; a block larger
+// than the component knows is read as far as it knows.
+TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
+    using kp::runtime::slot;
+    int context = 0;
+    kp_display d{};
+    d.screen = [](void*, kp_screen_info*) -> int32_t { return 1; };
+    d.screen_power = [](void*, int32_t) -> int32_t { return 1; };
+    d.choose_colour = [](void*, int32_t, int32_t, int32_t*) -> int32_t { return 1; };
+    kp_table_interface t{};
+    t.kind = [](void*, uintptr_t) -> int32_t { return 9; };
+    t.cell = [](void*, uintptr_t, int32_t, int32_t, kp_variant*) -> int32_t { return 0; };
+    t.self = &context;
+    struct Row {
+        std::size_t size; // of the display block and of the table block
+        bool screen, screen_power, choose_colour;
+        std::size_t table_size;
+        bool kind, cell, self;
+    };
+    const std::size_t all = sizeof(kp_display), table = sizeof(kp_table_interface);
+    const Row rows[] = {
+        {0, false, false, false, 0, false, false, false},
+        {KP_SLOT_END(kp_display, screen) - 1, false, false, false, KP_SLOT_END(kp_table_interface, kind) - 1,
+         false, false, false},
+        {KP_SLOT_END(kp_display, screen), true, false, false, KP_SLOT_END(kp_table_interface, kind), true,
+         false, false},
+        {KP_SLOT_END(kp_display, screen_power), true, true, false, KP_SLOT_END(kp_table_interface, cell) - 1,
+         true, false, false},
+        // A table interface of a VM that predates `self`.
+        {all - 1, true, true, false, KP_SLOT_END(kp_table_interface, cell), true, true, false},
+        {all, true, true, true, table, true, true, true},
+        {all + 64, true, true, true, table + 64, true, true, true},
+    };
+    for (const Row& r : rows) {
+        d.size = static_cast<uint32_t>(r.size);
+        t.size = static_cast<uint32_t>(r.table_size);
+        EXPECT_EQ(slot(&d, &kp_display::screen) != nullptr, r.screen) << r.size;
+        EXPECT_EQ(slot(&d, &kp_display::screen_power) != nullptr, r.screen_power) << r.size;
+        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), r.screen_power) << r.size;
+        EXPECT_EQ(slot(&d, &kp_display::choose_colour) != nullptr, r.choose_colour) << r.size;
+        EXPECT_EQ(slot(&t, &kp_table_interface::kind) != nullptr, r.kind) << r.table_size;
+        EXPECT_EQ(slot(&t, &kp_table_interface::cell) != nullptr, r.cell) << r.table_size;
+        EXPECT_EQ(slot(&t, &kp_table_interface::self) != nullptr, r.self) << r.table_size;
+    }
+    // No block, or an empty slot inside the size: absent too.
+    EXPECT_EQ(slot(static_cast<const kp_display*>(nullptr), &kp_display::screen), nullptr);
+    EXPECT_FALSE(KP_HAS_SLOT(static_cast<const kp_display*>(nullptr), kp_display, screen));
+    EXPECT_EQ(slot(&d, &kp_display::mouse), nullptr);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // conversions_test.cpp - errno to Win32 codes, the per-thread last error, the
-// code pages and the WTF-8 names handed to POSIX.
+// code pages and the WTF-8 names handed to POSIX, beside the host's own
+// conversions.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -9,6 +10,8 @@
 
 #include "platform/codepage.h"
 #include "platform/win32_error.h"
+#include "support/utf8_cases.h"
+#include "wtf8.h"
 
 namespace kp::platform {
 namespace {
@@ -84,6 +87,7 @@ TEST(CodePages, Windows1252BothWays) {
                         {0xA0, 0x00A0}, {0xE9, 0x00E9}, {0xFF, 0x00FF}, {0x00, 0x0000}};
     for (const Row& r : rows) {
         EXPECT_EQ(cp1252_to_unicode(r.byte), r.ch) << int(r.byte);
+        EXPECT_EQ(host::cp1252_char(r.byte), r.ch) << int(r.byte);
         bool ok = false;
         EXPECT_EQ(unicode_to_cp1252(r.ch, &ok), r.byte) << int(r.byte);
         EXPECT_TRUE(ok);
@@ -124,52 +128,21 @@ TEST(CodePages, OtherPagesThroughTheConverter) {
     EXPECT_EQ(out, "");
 }
 
-TEST(Wtf8Names, EncodingAndRoundTrips) {
-    struct Row {
-        std::u16string text;
-        std::string utf8;
-    };
-    const std::vector<Row> rows = {
-        {u"", ""},
-        {u"a", "a"},
-        {u"\u00E9", "\xC3\xA9"},
-        {u"\u20AC", "\xE2\x82\xAC"},
-        {u"\U0001F600", "\xF0\x9F\x98\x80"},
-        {u"\U0010FFFF", "\xF4\x8F\xBF\xBF"},
-        {std::u16string(1, char16_t(0xD800)), "\xED\xA0\x80"}, // a lone high surrogate
-        {std::u16string(1, char16_t(0xDC00)) + u"x", "\xED\xB0\x80x"},
-        {std::u16string{char16_t(0xDC00), char16_t(0xD800)}, "\xED\xB0\x80\xED\xA0\x80"}, // reversed pair
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(to_utf8(r.text), r.utf8);
-        EXPECT_EQ(from_utf8(r.utf8), r.text);
+// The platform's codec and the host's, written apart, read the same table.
+TEST(Wtf8Names, TheTableOfCases) {
+    for (const kp::test::Utf8Case& c : kp::test::utf8_cases()) {
+        const std::string shown = testing::PrintToString(c.bytes);
+        EXPECT_EQ(from_utf8(c.bytes), c.text) << shown;
+        EXPECT_EQ(host::utf16(c.bytes), c.text) << shown;
+        std::u16string strict;
+        EXPECT_EQ(host::wtf8_to_utf16(c.bytes, strict), c.well_formed) << shown;
+        EXPECT_EQ(host::wtf8_invalid_at(c.bytes) == std::string::npos, c.well_formed) << shown;
+        if (c.well_formed) {
+            EXPECT_EQ(strict, c.text) << shown;
+            EXPECT_EQ(to_utf8(c.text), c.bytes) << shown;
+            EXPECT_EQ(host::utf8(c.text), c.bytes) << shown;
+        }
     }
-}
-
-TEST(Wtf8Names, BrokenBytesBecomeReplacementCharacters) {
-    const std::u16string bad(1, u'\uFFFD');
-    struct Row {
-        std::string in;
-        std::u16string out;
-    };
-    const std::vector<Row> rows = {
-        {"\x80", bad},                               // a lone continuation byte
-        {"\xC0\x80", bad + bad},                     // overlong NUL
-        {"\xC1\xBF", bad + bad},                     // overlong two-byte form
-        {"\xE0\x80\x80", bad + bad + bad},           // overlong three-byte form
-        {"\xF0\x80\x80\x80", bad + bad + bad + bad}, // overlong four-byte form
-        {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // past U+10FFFF
-        {"\xF5\x80", bad + bad},
-        {"\xFF", bad},
-        {"\xC3", bad},           // cut short at the end
-        {"\xE2\x82", bad + bad}, // cut short at the end
-        {"\xC3x", bad + u"x"},   // cut short by a plain byte
-        {"a\xE2\x82"
-         "b",
-         u"a" + bad + bad + u"b"},
-    };
-    for (const Row& r : rows)
-        EXPECT_EQ(from_utf8(r.in), r.out) << r.in.size();
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 
 #include "platform/registry_store.h"
 #include "support/test_host.h"
+#include "support/utf8_cases.h"
 #include "support/write_rights.h"
 
 namespace kp::platform::registry {
@@ -31,6 +32,15 @@ std::string sql_text(const std::string& file, const char* sql) {
         sqlite3_finalize(st);
     }
     sqlite3_close(db);
+    return out;
+}
+
+std::string hex(const std::string& bytes) {
+    std::string out;
+    for (unsigned char b : bytes) {
+        out += "0123456789ABCDEF"[b >> 4];
+        out += "0123456789ABCDEF"[b & 15];
+    }
     return out;
 }
 
@@ -114,6 +124,46 @@ TEST_F(Store, CreateOpenAndCaseFolding) {
     for (Key k : {a, again, soft})
         EXPECT_EQ(close_key(k), 0u);
     EXPECT_EQ(close_key(a), 6u);
+}
+
+// Names written by another tool read with the platform's rules for UTF-8;
+// the store writes a name it is given as exactly those bytes.
+TEST_F(Store, NamesAsUtf8) {
+    Key sw = create(u"Software");
+    const auto& cases = kp::test::utf8_cases();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    sqlite3_stmt* st = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db,
+                                 "INSERT INTO keys(parent, name, folded) VALUES(2, ?1, printf('k%03d', ?2))",
+                                 -1, &st, nullptr),
+              SQLITE_OK);
+    std::vector<std::u16string> expected;
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        if (cases[i].bytes.empty()) continue;
+        sqlite3_bind_text(st, 1, cases[i].bytes.data(), static_cast<int>(cases[i].bytes.size()),
+                          SQLITE_STATIC);
+        sqlite3_bind_int(st, 2, static_cast<int>(i));
+        EXPECT_EQ(sqlite3_step(st), SQLITE_DONE);
+        sqlite3_reset(st);
+        expected.push_back(cases[i].text);
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    std::vector<std::u16string> names = subkeys(kCurrentUser);
+    ASSERT_EQ(names.size(), expected.size() + 1);
+    names.pop_back(); // "Software", after every "k..."
+    for (std::size_t i = 0; i < names.size(); ++i)
+        EXPECT_EQ(names[i], expected[i]) << i;
+
+    for (const kp::test::Utf8Case& c : cases) {
+        if (!c.well_formed || c.bytes.empty()) continue;
+        Key k = create(c.text, nullptr, sw);
+        EXPECT_EQ(sql_text(file, "SELECT hex(name) FROM keys WHERE id = (SELECT max(id) FROM keys)"),
+                  hex(c.bytes));
+        EXPECT_EQ(close_key(k), 0u);
+    }
+    EXPECT_EQ(close_key(sw), 0u);
 }
 
 TEST_F(Store, PathErrors) {

@@ -1,9 +1,9 @@
-// wtf8.cpp - WTF-8 validation and conversion.
+// wtf8.cpp - the host's WTF-8 validation and conversion, and code page 1252.
 #include "wtf8.h"
 
 #include <cstdint>
 
-namespace kp::cli {
+namespace kp::host {
 
 namespace {
 
@@ -42,6 +42,22 @@ size_t decode(std::string_view s, size_t i, char32_t& cp) {
     return len;
 }
 
+void append(std::u16string& out, char32_t cp) {
+    if (cp >= 0x10000) {
+        cp -= 0x10000;
+        out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+        out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+    } else {
+        out.push_back(static_cast<char16_t>(cp));
+    }
+}
+
+// Code page 1252 from 0x80 to 0x9F; the rest is Latin-1.
+constexpr char16_t kCp1252High[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                      0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                      0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                      0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
 } // namespace
 
 size_t wtf8_invalid_at(std::string_view bytes) {
@@ -62,15 +78,26 @@ bool wtf8_to_utf16(std::string_view bytes, std::u16string& out) {
         const size_t n = decode(bytes, i, cp);
         if (n == 0) return false;
         i += n;
-        if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
-        } else {
-            out.push_back(static_cast<char16_t>(cp));
-        }
+        append(out, cp);
     }
     return true;
+}
+
+std::u16string utf16(std::string_view bytes) {
+    std::u16string out;
+    out.reserve(bytes.size());
+    char32_t cp;
+    for (size_t i = 0; i < bytes.size();) {
+        const size_t n = decode(bytes, i, cp);
+        if (n == 0) {
+            out.push_back(u'\uFFFD');
+            ++i;
+            continue;
+        }
+        i += n;
+        append(out, cp);
+    }
+    return out;
 }
 
 std::string utf16_to_wtf8(std::u16string_view text) {
@@ -102,4 +129,12 @@ std::string utf16_to_wtf8(std::u16string_view text) {
     return out;
 }
 
-} // namespace kp::cli
+std::string utf8(std::u16string_view text) {
+    return utf16_to_wtf8(text);
+}
+
+char16_t cp1252_char(unsigned char byte) {
+    return byte >= 0x80 && byte < 0xA0 ? kCp1252High[byte - 0x80] : byte;
+}
+
+} // namespace kp::host

@@ -524,8 +524,14 @@ std::u16string text_of(const Value& x) {
 
 Marshalled::Slot& Marshalled::next_slot() {
     if (slot_count_ < kInlineSlots) {
-        inline_slots_[slot_count_] = Slot();
-        return inline_slots_[slot_count_];
+        Slot* s = inline_slot(slot_count_);
+        if (slot_count_ < inline_built_) {
+            *s = Slot();
+        } else {
+            new (s) Slot();
+            ++inline_built_;
+        }
+        return *s;
     }
     const std::size_t k = slot_count_ - kInlineSlots;
     if (k < more_slots_.size())
@@ -690,6 +696,8 @@ Marshalled::~Marshalled() {
             break;
         }
     }
+    for (std::size_t k = 0; k < inline_built_; ++k)
+        inline_slot(k)->~Slot();
 }
 
 int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant* args, int32_t argc,

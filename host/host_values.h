@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -70,7 +71,8 @@ class Marshalled {
     };
     static constexpr std::size_t kInlineSlots = 4;
     static constexpr std::size_t kInlineArgs = 8;
-    Slot& slot(std::size_t k) { return k < kInlineSlots ? inline_slots_[k] : *more_slots_[k - kInlineSlots]; }
+    Slot* inline_slot(std::size_t k) { return std::launder(reinterpret_cast<Slot*>(inline_storage_)) + k; }
+    Slot& slot(std::size_t k) { return k < kInlineSlots ? *inline_slot(k) : *more_slots_[k - kInlineSlots]; }
     // The slot after the counted ones, emptied; counted by commit_slot.
     Slot& next_slot();
     void commit_slot() { ++slot_count_; }
@@ -79,10 +81,13 @@ class Marshalled {
     void pop_arg();
 
     kp_allocator* alloc_;
-    Slot inline_slots_[kInlineSlots];
+    // Built on first use (inline_built_ of them), so that a call pays for
+    // the slots it uses only.
+    alignas(Slot) unsigned char inline_storage_[kInlineSlots * sizeof(Slot)];
+    std::size_t inline_built_ = 0;
     std::vector<std::unique_ptr<Slot>> more_slots_;
     std::size_t slot_count_ = 0;
-    void* inline_argv_[kInlineArgs] = {};
+    void* inline_argv_[kInlineArgs];
     std::vector<void*> more_argv_; // every argument once there are more than kInlineArgs
     std::size_t argc_ = 0;
 };

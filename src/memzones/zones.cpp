@@ -407,13 +407,19 @@ void Zone::sort() {
         i = j;
     }
     std::stable_sort(texts.begin(), texts.end(), exact);
+    // Where each place takes its element from: the numbers' own list when
+    // every key is a number (the usual zone), else the classes end to end.
     std::vector<uint32_t> order;
-    order.reserve(n);
-    order.insert(order.end(), empty.begin(), empty.end());
-    for (const SortKey& k : numbers)
-        order.push_back(k.index);
-    order.insert(order.end(), nan.begin(), nan.end());
-    order.insert(order.end(), texts.begin(), texts.end());
+    const bool numbers_only = numbers.size() == n;
+    if (!numbers_only) {
+        order.reserve(n);
+        order.insert(order.end(), empty.begin(), empty.end());
+        for (const SortKey& k : numbers)
+            order.push_back(k.index);
+        order.insert(order.end(), nan.begin(), nan.end());
+        order.insert(order.end(), texts.begin(), texts.end());
+    }
+    auto from = [&](std::size_t i) { return numbers_only ? numbers[i].index : order[i]; };
     std::vector<Element> sorted;
     sorted.reserve(n);
     int32_t new_pos = 0;
@@ -421,9 +427,10 @@ void Zone::sort() {
     // few steps before it is moved.
     constexpr std::size_t kAhead = 16;
     for (std::size_t i = 0; i < n; ++i) {
-        if (i + kAhead < n) __builtin_prefetch(&elements_[order[i + kAhead]]);
-        sorted.push_back(std::move(elements_[order[i]]));
-        if (place_ == Place::At && order[i] + 1 == static_cast<uint32_t>(pos_))
+        if (i + kAhead < n) __builtin_prefetch(&elements_[from(i + kAhead)]);
+        const uint32_t k = from(i);
+        sorted.push_back(std::move(elements_[k]));
+        if (place_ == Place::At && k + 1 == static_cast<uint32_t>(pos_))
             new_pos = static_cast<int32_t>(i + 1);
     }
     elements_.swap(sorted);

@@ -27,6 +27,7 @@ namespace kp::files {
 FileHandleTable::FileHandleTable(int32_t growth) : growth_(growth > 0 ? growth : 5) {}
 
 FileHandleTable::~FileHandleTable() {
+    changes_.fetch_add(1, std::memory_order_acq_rel);
     std::free(slots_);
 }
 
@@ -56,8 +57,21 @@ int32_t FileHandleTable::insert(OpenFileRecord* record) {
 }
 
 OpenFileRecord* FileHandleTable::find(int32_t handle) const {
+    struct Last {
+        const FileHandleTable* table;
+        int32_t handle;
+        uint64_t changes;
+        OpenFileRecord* record;
+    };
+    thread_local Last last{nullptr, 0, 0, nullptr};
+    // Read before the lock: a removal from here on makes the entry stale.
+    const uint64_t changes = changes_.load(std::memory_order_acquire);
+    if (last.record && last.table == this && last.handle == handle && last.changes == changes)
+        return last.record;
     std::lock_guard<std::mutex> lock(mu_);
-    return find_locked(handle);
+    OpenFileRecord* record = find_locked(handle);
+    last = {this, handle, changes, record};
+    return record;
 }
 
 OpenFileRecord* FileHandleTable::find_locked(int32_t handle) const {
@@ -70,6 +84,7 @@ OpenFileRecord* FileHandleTable::remove(int32_t handle) {
     std::lock_guard<std::mutex> lock(mu_);
     OpenFileRecord* record = find_locked(handle);
     if (!record) return nullptr;
+    changes_.fetch_add(1, std::memory_order_acq_rel);
     slots_[handle].state = free_head_;
     slots_[handle].record = nullptr;
     free_head_ = handle;

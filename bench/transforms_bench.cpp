@@ -2,7 +2,8 @@
 //   CRC-32 of 1 MiB against zlib's crc32 (target: at least as fast);
 //   LZW compression and decompression (Compress / Uncompress) of a 10 MB
 //   mix of text and binary against ncompress's `compress` on the same bytes
-//   (target: at least as fast; sizes printed beside);
+//   (target: at least as fast; sizes printed beside); the compression's
+//   ratio comes from rounds taken in turns with the peer;
 //   encodeBASE64 against coreutils `base64` on the same bytes (target: at
 //   least as fast);
 //   cipher throughput of cryptFast, cryptSecure and cryptRC516 in MB/s.
@@ -14,6 +15,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -113,6 +115,40 @@ void timed_command(benchmark::State& state, const std::string& command) {
         }
         state.SetIterationTime(t1 - t0);
     }
+}
+
+// CPU time of the calling thread.
+double thread_cpu_seconds() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+// LZW compression of the mix against `compress` on its file, taken in
+// turns (ours, then the peer's) for `rounds` rounds, each side keeping its
+// fastest round in CPU time: a neighbour's load then falls on both alike.
+// Throughputs in bytes a second; false when a side failed.
+bool paired_lzw_compress(int rounds, double& ours, double& peer) {
+    kp_error_record rec{};
+    rec.severity = 1;
+    kp::CXError err(&rec);
+    const std::string in = mix_file().string();
+    const std::string command = "compress -c '" + in + "' > '" + in + ".Z'";
+    double a = 1e300, b = 1e300;
+    for (int r = 0; r < rounds; ++r) {
+        const double t0 = thread_cpu_seconds();
+        const auto packed = compress(mix(), false, err);
+        const double t1 = thread_cpu_seconds();
+        if (packed.empty()) return false;
+        const double c0 = children_cpu_seconds();
+        if (std::system(command.c_str()) != 0) return false;
+        const double c1 = children_cpu_seconds();
+        a = std::min(a, t1 - t0);
+        b = std::min(b, c1 - c0);
+    }
+    ours = static_cast<double>(kMix) / a;
+    peer = static_cast<double>(kMix) / b;
+    return true;
 }
 
 // ---- CRC-32 ---------------------------------------------------------------
@@ -303,8 +339,14 @@ int main(int argc, char** argv) {
                                 a > 0 && b > 0 ? a / b : 0, ">=", target);
     };
     ratio("CRC-32 of 1 MiB (throughput x zlib)", "BM_Crc32", "BM_Crc32ZlibPeer", "zlib", 1);
-    ratio("LZW compress 10 MB (throughput x ncompress)", "BM_LzwCompress", "BM_LzwCompressNcompressPeer",
-          "ncompress", 1);
+    // LZW compression: the fastest of 7 rounds taken in turns with the peer.
+    double lzw_ours = 0, lzw_peer = 0;
+    const bool lzw_paired = paired_lzw_compress(7, lzw_ours, lzw_peer);
+    kp::bench::report_ratio("LZW compress 10 MB (throughput x ncompress)",
+                            kp::bench::figure("%.0f MB/s", lzw_ours / 1e6),
+                            lzw_paired ? kp::bench::figure("ncompress %.0f MB/s", lzw_peer / 1e6)
+                                       : std::string("ncompress missing"),
+                            lzw_paired ? lzw_ours / lzw_peer : 0, ">=", 1);
     ratio("LZW uncompress 10 MB (throughput x ncompress)", "BM_LzwUncompress",
           "BM_LzwUncompressNcompressPeer", "ncompress", 1);
     // Base64: 4 GB/s each way, coreutils beside.

@@ -246,13 +246,13 @@ const kp_call_context_ops kContextOps = [] {
 // procedure called back) takes the next one, so nesting never shares a record.
 class ContextLease {
   public:
-    ContextLease() {
-        if (pool().size() <= depth()) {
+    ContextLease() : pool_(pool()) {
+        if (pool_.contexts.size() <= pool_.depth) {
             auto c = std::make_unique<Context>();
             c->base.ops = &kContextOps;
-            pool().push_back(std::move(c));
+            pool_.contexts.push_back(std::move(c));
         }
-        ctx_ = pool()[depth()++].get();
+        ctx_ = pool_.contexts[pool_.depth++].get();
         kp_error_record& r = ctx_->record;
         r.severity = KP_SEVERITY_NONE;
         r.id = r.extra = r.system_code = 0;
@@ -261,20 +261,23 @@ class ContextLease {
         r.message[0] = r.system_text[0] = 0;
         r.additional[0] = r.additional[1] = 0;
     }
-    ~ContextLease() { --depth(); }
+    ~ContextLease() { --pool_.depth; }
     ContextLease(const ContextLease&) = delete;
     ContextLease& operator=(const ContextLease&) = delete;
     Context* get() const { return ctx_; }
 
   private:
-    static std::vector<std::unique_ptr<Context>>& pool() {
-        thread_local std::vector<std::unique_ptr<Context>> p;
+    // The thread's contexts and how many are in use: one thread-local
+    // lookup a call.
+    struct Pool {
+        std::vector<std::unique_ptr<Context>> contexts;
+        std::size_t depth = 0;
+    };
+    static Pool& pool() {
+        thread_local Pool p;
         return p;
     }
-    static std::size_t& depth() {
-        thread_local std::size_t d = 0;
-        return d;
-    }
+    Pool& pool_;
     Context* ctx_;
 };
 
@@ -698,9 +701,11 @@ CallOutcome Host::call_overload(const kp_function& fn, int k, std::vector<Value>
     out.error.system_code = r.system_code;
     out.error.additional[0] = r.additional[0];
     out.error.additional[1] = r.additional[1];
-    out.error.message.assign(r.message, std::min<uint32_t>(r.message_length, KP_ERROR_MESSAGE_CAPACITY));
-    out.error.system_text.assign(r.system_text,
-                                 std::min<uint32_t>(r.system_text_length, KP_ERROR_SYSTEXT_CAPACITY));
+    if (r.message_length)
+        out.error.message.assign(r.message, std::min<uint32_t>(r.message_length, KP_ERROR_MESSAGE_CAPACITY));
+    if (r.system_text_length)
+        out.error.system_text.assign(r.system_text,
+                                     std::min<uint32_t>(r.system_text_length, KP_ERROR_SYSTEXT_CAPACITY));
     return out;
 }
 

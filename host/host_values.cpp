@@ -560,15 +560,58 @@ std::u16string text_of(const Value& x) {
 }
 } // namespace
 
+Marshalled::Slot& Marshalled::next_slot() {
+    if (slot_count_ < kInlineSlots) {
+        Slot* s = inline_slot(slot_count_);
+        if (slot_count_ < inline_built_) {
+            *s = Slot();
+        } else {
+            new (s) Slot();
+            ++inline_built_;
+        }
+        return *s;
+    }
+    const std::size_t k = slot_count_ - kInlineSlots;
+    if (k < more_slots_.size())
+        *more_slots_[k] = Slot();
+    else
+        more_slots_.push_back(std::make_unique<Slot>());
+    return *more_slots_[k];
+}
+
+void Marshalled::push_arg(void* arg) {
+    if (argc_ < kInlineArgs) {
+        inline_argv_[argc_] = arg;
+    } else {
+        if (argc_ == kInlineArgs) more_argv_.assign(inline_argv_, inline_argv_ + kInlineArgs);
+        more_argv_.push_back(arg);
+    }
+    ++argc_;
+}
+
+void Marshalled::pop_arg() {
+    if (argc_ > kInlineArgs) more_argv_.pop_back();
+    --argc_;
+}
+
 bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
     using K = Value::Kind;
     if (x.kind == K::Variable && by_reference(param)) {
         bool set = x.ref && x.ref->kind != K::None;
         if (!add(set ? *x.ref : default_value(param), param, issue)) return false;
-        slots_.back()->by_reference = true;
+        slot(slot_count_ - 1).by_reference = true;
         return true;
     }
-    auto slot = std::make_unique<Slot>();
+    // A currency variable: its value is marshalled first, in the slot this
+    // argument then takes over.
+    uint8_t referenced_currency[10] = {};
+    if ((param & 0xFF) == KP_T_CURRENCY && x.kind == K::Variable && x.ref && x.ref->kind != K::None) {
+        if (!add(*x.ref, param & 0xFF, issue)) return false;
+        std::memcpy(referenced_currency, slot(slot_count_ - 1).u.currency, 10);
+        pop_slot();
+        pop_arg();
+    }
+    Slot* slot = &next_slot();
     slot->type = param;
     void* arg = &slot->u;
     switch (param & 0xFF) {
@@ -593,13 +636,7 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
         break;
     case KP_T_CURRENCY:
         if (x.kind == K::Variable && x.ref) {
-            if (x.ref->kind != K::None && !add(*x.ref, param & 0xFF, issue)) return false;
-            if (x.ref->kind != K::None) {
-                // Take over the slot the referenced value was marshalled into.
-                std::memcpy(slot->u.currency, slots_.back()->u.currency, 10);
-                slots_.pop_back();
-                argv_.pop_back();
-            }
+            std::memcpy(slot->u.currency, referenced_currency, 10);
         } else if (x.kind == K::Currency) {
             std::memcpy(slot->u.currency, x.cy, 10);
         } else {
@@ -661,23 +698,25 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
         *issue = "unsupported parameter type";
         return false;
     }
-    argv_.push_back(arg);
-    slots_.push_back(std::move(slot));
+    push_arg(arg);
+    commit_slot();
     return true;
 }
 
 void Marshalled::read_back(std::vector<Value>& args) {
-    for (std::size_t k = 0; k < slots_.size() && k < args.size(); ++k) {
-        uint16_t t = slots_[k]->type & 0xFF;
+    for (std::size_t k = 0; k < slot_count_ && k < args.size(); ++k) {
+        Slot& s = slot(k);
+        uint16_t t = s.type & 0xFF;
         if ((t == KP_T_ANY || t == KP_T_STORABLE) && args[k].kind == Value::Kind::Variable && args[k].ref)
-            *args[k].ref = value_from_variant(&slots_[k]->variant);
-        else if (slots_[k]->by_reference && args[k].kind == Value::Kind::Variable && args[k].ref)
-            *args[k].ref = value_from_result(&slots_[k]->u, t);
+            *args[k].ref = value_from_variant(&s.variant);
+        else if (s.by_reference && args[k].kind == Value::Kind::Variable && args[k].ref)
+            *args[k].ref = value_from_result(&s.u, t);
     }
 }
 
 Marshalled::~Marshalled() {
-    for (auto& s : slots_) {
+    for (std::size_t k = 0; k < slot_count_; ++k) {
+        Slot* s = &slot(k);
         switch (s->type & 0xFF) {
         case KP_T_STRING:
         case KP_T_STRING_RESULT:
@@ -697,6 +736,8 @@ Marshalled::~Marshalled() {
             break;
         }
     }
+    for (std::size_t k = 0; k < inline_built_; ++k)
+        inline_slot(k)->~Slot();
 }
 
 int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant* args, int32_t argc,

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,10 @@ void destroy_variant(kp_variant* v);
 // 2 exact, 1 convertible, -1 no fit (with `issue` for a value out of range).
 int fit_score(const Value& value, uint16_t param, std::string* issue);
 
-// Storage of one call's arguments; released at destruction.
+// Storage of one call's arguments; released at destruction.  The first
+// arguments live in the object itself (no allocation for a call of up to
+// four arguments and eight parameters), the others on the heap; a slot
+// never moves once its address is in the argument vector.
 class Marshalled {
   public:
     explicit Marshalled(kp_allocator* alloc) : alloc_(alloc) {}
@@ -41,9 +45,10 @@ class Marshalled {
     Marshalled(const Marshalled&) = delete;
     Marshalled& operator=(const Marshalled&) = delete;
     bool add(const Value& value, uint16_t param, std::string* issue);
-    void** argv() { return argv_.data(); }
+    // Null when there is no argument.
+    void** argv() { return argc_ == 0 ? nullptr : argc_ <= kInlineArgs ? inline_argv_ : more_argv_.data(); }
     // A parameter the call leaves out (optional parameters): a null pointer.
-    void add_absent() { argv_.push_back(nullptr); }
+    void add_absent() { push_arg(nullptr); }
     // Variables passed by reference get the values the call left in them.
     void read_back(std::vector<Value>& args);
 
@@ -63,9 +68,27 @@ class Marshalled {
         kp_variant variant{};
         std::unique_ptr<kp_procedure> procedure;
     };
+    static constexpr std::size_t kInlineSlots = 4;
+    static constexpr std::size_t kInlineArgs = 8;
+    Slot* inline_slot(std::size_t k) { return std::launder(reinterpret_cast<Slot*>(inline_storage_)) + k; }
+    Slot& slot(std::size_t k) { return k < kInlineSlots ? *inline_slot(k) : *more_slots_[k - kInlineSlots]; }
+    // The slot after the counted ones, emptied; counted by commit_slot.
+    Slot& next_slot();
+    void commit_slot() { ++slot_count_; }
+    void pop_slot() { --slot_count_; }
+    void push_arg(void* arg);
+    void pop_arg();
+
     kp_allocator* alloc_;
-    std::vector<std::unique_ptr<Slot>> slots_;
-    std::vector<void*> argv_;
+    // Built on first use (inline_built_ of them), so that a call pays for
+    // the slots it uses only.
+    alignas(Slot) unsigned char inline_storage_[kInlineSlots * sizeof(Slot)];
+    std::size_t inline_built_ = 0;
+    std::vector<std::unique_ptr<Slot>> more_slots_;
+    std::size_t slot_count_ = 0;
+    void* inline_argv_[kInlineArgs];
+    std::vector<void*> more_argv_; // every argument once there are more than kInlineArgs
+    std::size_t argc_ = 0;
 };
 
 int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant* args, int32_t argc,

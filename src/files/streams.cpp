@@ -27,6 +27,7 @@ namespace kp::files {
 FileHandleTable::FileHandleTable(int32_t growth) : growth_(growth > 0 ? growth : 5) {}
 
 FileHandleTable::~FileHandleTable() {
+    changes_.fetch_add(1, std::memory_order_acq_rel);
     std::free(slots_);
 }
 
@@ -56,8 +57,21 @@ int32_t FileHandleTable::insert(OpenFileRecord* record) {
 }
 
 OpenFileRecord* FileHandleTable::find(int32_t handle) const {
+    struct Last {
+        const FileHandleTable* table;
+        int32_t handle;
+        uint64_t changes;
+        OpenFileRecord* record;
+    };
+    thread_local Last last{nullptr, 0, 0, nullptr};
+    // Read before the lock: a removal from here on makes the entry stale.
+    const uint64_t changes = changes_.load(std::memory_order_acquire);
+    if (last.record && last.table == this && last.handle == handle && last.changes == changes)
+        return last.record;
     std::lock_guard<std::mutex> lock(mu_);
-    return find_locked(handle);
+    OpenFileRecord* record = find_locked(handle);
+    last = {this, handle, changes, record};
+    return record;
 }
 
 OpenFileRecord* FileHandleTable::find_locked(int32_t handle) const {
@@ -70,6 +84,7 @@ OpenFileRecord* FileHandleTable::remove(int32_t handle) {
     std::lock_guard<std::mutex> lock(mu_);
     OpenFileRecord* record = find_locked(handle);
     if (!record) return nullptr;
+    changes_.fetch_add(1, std::memory_order_acq_rel);
     slots_[handle].state = free_head_;
     slots_[handle].record = nullptr;
     free_head_ = handle;
@@ -133,12 +148,13 @@ void report_system(uint32_t code, CXError& err) {
     err.set_severity(KP_SEVERITY_ERROR);
 }
 
-std::u16string decode_ansi(uint32_t cp, std::span<const uint8_t> bytes) {
+// The text of `bytes` in `out`, whose storage is reused.
+void decode_ansi_into(uint32_t cp, std::span<const uint8_t> bytes, std::u16string& out) {
     if (cp == platform::kCodePage1252) {
         // Line reading's hot path: bytes widen sixteen at a time straight
         // into the result, and the bytes of 0x80 and more go through the
         // table.
-        std::u16string out(bytes.size(), u'\0');
+        out.resize(bytes.size());
         const uint8_t* in = bytes.data();
         char16_t* to = out.data();
         const std::size_t n = bytes.size();
@@ -165,10 +181,15 @@ std::u16string decode_ansi(uint32_t cp, std::span<const uint8_t> bytes) {
 #endif
         for (; i < n; ++i)
             to[i] = in[i] < 0x80 ? char16_t(in[i]) : platform::cp1252_to_unicode(in[i]);
-        return out;
+        return;
     }
-    std::u16string out;
+    out.clear();
     if (!platform::decode(cp, bytes, out)) out = platform::decode_1252(bytes);
+}
+
+std::u16string decode_ansi(uint32_t cp, std::span<const uint8_t> bytes) {
+    std::u16string out;
+    decode_ansi_into(cp, bytes, out);
     return out;
 }
 
@@ -407,13 +428,23 @@ int32_t f_write_from(int32_t handle, uintptr_t address, int32_t length, CXError&
 // --- Lines ---------------------------------------------------------------------
 
 std::u16string f_read_line(int32_t handle, CXError& err) {
+    std::u16string out;
+    f_read_line(handle, out, err);
+    return out;
+}
+
+void f_read_line(int32_t handle, std::u16string& out, CXError& err) {
     OpenFileRecord* r = lookup(handle, err);
-    if (!r) return {};
+    if (!r) {
+        out.clear();
+        return;
+    }
     IXStream& s = *r->stream;
     Bound bound(&s, err);
     if (s.at_end()) {
         if (err.failed()) err.clear();
-        return std::u16string(1, kEndOfFile);
+        out.assign(1, kEndOfFile);
+        return;
     }
     // A line ends at CR LF only (13 10, or 13 0 10 0 searched byte by byte
     // in a Unicode file); a lone CR or LF is data.  The line reader works
@@ -435,22 +466,21 @@ std::u16string f_read_line(int32_t handle, CXError& err) {
         bool found = false;
         if (!s.ReadUntil(end, end_length, line, &found)) {
             report(s, err);
-            return {};
+            out.clear();
+            return;
         }
         bytes = {reinterpret_cast<const uint8_t*>(line.data()), line.size()};
     }
     if (err.failed()) err.clear(); // a length query that failed before the read
-    std::u16string out;
     if (unicode) {
-        out.assign(bytes.size() / 2, u'\0');
+        out.resize(bytes.size() / 2);
         std::memcpy(out.data(), bytes.data(), out.size() * 2);
     } else {
         // The whole line is converted at once, so that a character of a
         // multi-byte code page is never cut between two pieces.
-        out = decode_ansi(s.codepage(), bytes);
+        decode_ansi_into(s.codepage(), bytes, out);
     }
     if (line.capacity() > (1u << 20)) std::string().swap(line); // a huge line's bytes are not kept
-    return out;
 }
 
 bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t variables,

@@ -8,6 +8,7 @@
 // one reused.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -59,7 +60,10 @@ class FileHandleTable {
 
     // The new handle, or -1 when the slot array cannot grow.
     int32_t insert(OpenFileRecord* record);
-    // The record of an open handle, or null for an invalid one.
+    // The record of an open handle, or null for an invalid one.  Each
+    // thread remembers the last record it found: it serves again, without
+    // the lock, as long as no handle of any table has been removed and no
+    // table destroyed since (an open handle keeps its record until then).
     OpenFileRecord* find(int32_t handle) const;
     // Takes the handle's slot out of use and returns its record (null when invalid).
     OpenFileRecord* remove(int32_t handle);
@@ -79,6 +83,8 @@ class FileHandleTable {
 
   private:
     OpenFileRecord* find_locked(int32_t handle) const;
+    // Counts the removals and destructions of every table.
+    inline static std::atomic<uint64_t> changes_{0};
     // VM threads open and close files at once: the slot array is shared.
     mutable std::mutex mu_;
     struct Slot {
@@ -112,6 +118,8 @@ int32_t f_write_from(int32_t handle, uintptr_t address, int32_t length, CXError&
 
 // fReadLine, first form: the next line, kEndOfFile at the end, "" on failure.
 std::u16string f_read_line(int32_t handle, CXError& err);
+// The same into `out`, whose storage serves again from one line to the next.
+void f_read_line(int32_t handle, std::u16string& out, CXError& err);
 // Receives the text of sub-match `index` (0 = the whole line) for the
 // variable at that place; false when the runtime refuses it.
 using AssignMatch = std::function<bool(std::size_t index, std::u16string_view text)>;

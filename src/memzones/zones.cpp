@@ -329,26 +329,32 @@ struct SortKey {
     uint32_t index;
 };
 
-// Stable sort of the keys by `order`: least significant byte first, a pass
-// for each byte that is not the same in every key.
+// Stable sort of the keys by `order`: least significant digit first, digits
+// of 11 bits (6 of them; 2048 counters each stay in the first-level cache),
+// a pass for each digit that is not the same in every key.
 void radix_sort(std::vector<SortKey>& keys) {
+    constexpr int kBits = 11, kDigits = (64 + kBits - 1) / kBits;
+    constexpr std::size_t kValues = std::size_t{1} << kBits;
     const std::size_t n = keys.size();
-    std::vector<std::size_t> counts(8 * 256, 0);
+    auto digit = [](uint64_t order, int d) {
+        return static_cast<std::size_t>(order >> (kBits * d)) & (kValues - 1);
+    };
+    std::vector<uint32_t> counts(kDigits * kValues, 0);
     for (const SortKey& k : keys)
-        for (int b = 0; b < 8; ++b)
-            ++counts[static_cast<std::size_t>(b) * 256 + ((k.order >> (8 * b)) & 0xFF)];
+        for (int d = 0; d < kDigits; ++d)
+            ++counts[static_cast<std::size_t>(d) * kValues + digit(k.order, d)];
     std::vector<SortKey> other(n);
-    for (int b = 0; b < 8; ++b) {
-        std::size_t* c = &counts[static_cast<std::size_t>(b) * 256];
-        if (c[(keys[0].order >> (8 * b)) & 0xFF] == n) continue; // one value: nothing moves
-        std::size_t at = 0;
-        for (int v = 0; v < 256; ++v) {
-            const std::size_t k = c[v];
+    for (int d = 0; d < kDigits; ++d) {
+        uint32_t* c = &counts[static_cast<std::size_t>(d) * kValues];
+        if (c[digit(keys[0].order, d)] == n) continue; // one value: nothing moves
+        uint32_t at = 0;
+        for (std::size_t v = 0; v < kValues; ++v) {
+            const uint32_t k = c[v];
             c[v] = at;
             at += k;
         }
         for (const SortKey& k : keys)
-            other[c[(k.order >> (8 * b)) & 0xFF]++] = k;
+            other[c[digit(k.order, d)]++] = k;
         keys.swap(other);
     }
 }
@@ -401,19 +407,30 @@ void Zone::sort() {
         i = j;
     }
     std::stable_sort(texts.begin(), texts.end(), exact);
+    // Where each place takes its element from: the numbers' own list when
+    // every key is a number (the usual zone), else the classes end to end.
     std::vector<uint32_t> order;
-    order.reserve(n);
-    order.insert(order.end(), empty.begin(), empty.end());
-    for (const SortKey& k : numbers)
-        order.push_back(k.index);
-    order.insert(order.end(), nan.begin(), nan.end());
-    order.insert(order.end(), texts.begin(), texts.end());
+    const bool numbers_only = numbers.size() == n;
+    if (!numbers_only) {
+        order.reserve(n);
+        order.insert(order.end(), empty.begin(), empty.end());
+        for (const SortKey& k : numbers)
+            order.push_back(k.index);
+        order.insert(order.end(), nan.begin(), nan.end());
+        order.insert(order.end(), texts.begin(), texts.end());
+    }
+    auto from = [&](std::size_t i) { return numbers_only ? numbers[i].index : order[i]; };
     std::vector<Element> sorted;
     sorted.reserve(n);
     int32_t new_pos = 0;
+    // The elements are gathered in a random order: each is asked for a
+    // few steps before it is moved.
+    constexpr std::size_t kAhead = 16;
     for (std::size_t i = 0; i < n; ++i) {
-        sorted.push_back(std::move(elements_[order[i]]));
-        if (place_ == Place::At && order[i] + 1 == static_cast<uint32_t>(pos_))
+        if (i + kAhead < n) __builtin_prefetch(&elements_[from(i + kAhead)]);
+        const uint32_t k = from(i);
+        sorted.push_back(std::move(elements_[k]));
+        if (place_ == Place::At && k + 1 == static_cast<uint32_t>(pos_))
             new_pos = static_cast<int32_t>(i + 1);
     }
     elements_.swap(sorted);

@@ -20,14 +20,17 @@ void LzwCoder::FreeDeleter::operator()(void* p) const {
 }
 
 namespace {
-// 98304 slots for at most 65278 entries: two thirds full at most.
-constexpr uint32_t kLookupSlots = 3u << 15;
-constexpr std::size_t kSlotBytes = 5; // key 24 bits (prefix, byte), code 16 bits
-// A slot as a number: key in bits 0-23, code in bits 24-39.
-inline uint64_t read_slot(const uint8_t* table, uint32_t s) {
-    uint64_t v;
-    std::memcpy(&v, table + std::size_t{s} * kSlotBytes, sizeof v); // the table has 3 bytes of slack
-    return v;
+// Our lookup table: 131072 slots of 32 bits for at most 65278 entries, half
+// full at most.  The 24-bit key (prefix, byte) goes through a bijection of
+// 24-bit numbers; its top 17 bits are the home slot, its low 7 bits are kept
+// in the slot beside the entry's distance from home (9 bits) and its code
+// (16 bits): home, distance and those 7 bits give the key back, so a slot
+// compares whole with what a probe expects.  0 is an empty slot (codes are
+// 258 and more).  An entry that would lie 512 slots or more from home goes
+// to a list of overflows instead.
+constexpr uint32_t kLookupSlots = 1u << 17;
+inline uint32_t mix_key(uint32_t key) {
+    return (key * 0x3779B1u) & 0xFFFFFFu; // odd factor: one to one on 24 bits
 }
 
 // Home slot of (prefix, byte) in the format's hash table, and the k-th
@@ -37,9 +40,6 @@ inline uint32_t home_slot(uint32_t prefix, uint32_t byte) {
 }
 inline uint32_t next_probe(uint32_t slot, uint32_t k) {
     return ((slot + k + 1019u) & 0xFFFFu) * 2u;
-}
-inline uint32_t lookup_home(uint32_t key) {
-    return static_cast<uint32_t>((static_cast<uint64_t>(key * 0x9E3779B1u) * kLookupSlots) >> 32);
 }
 } // namespace
 
@@ -52,27 +52,43 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     }
     if (!lookup_) {
         // calloc: the pages of the table are only paid for when touched.
-        lookup_.reset(static_cast<uint8_t*>(std::calloc(kLookupSlots * kSlotBytes + 8, 1)));
+        lookup_.reset(static_cast<uint32_t*>(std::calloc(kLookupSlots, sizeof(uint32_t))));
         if (!lookup_) {
             append_stored_block(in, out);
             return;
         }
         used_.clear();
     }
-    uint8_t* const table = lookup_.get();
+    uint32_t* const table = lookup_.get();
     taken_.resize(kHashSlots / 64);
     uint64_t* const taken = taken_.data();
     root_.resize(256 * 256);
     uint16_t* const root = root_.data();
 
     // The coding stops paying once the block (header included) reaches
-    // n + 3 bytes; the output area never needs more than that.
+    // n + 3 bytes; the output area never needs more than that.  It starts
+    // at a third of that and grows when the codes reach its end, so that
+    // the pages a well-compressed input never reaches are not written (16
+    // bytes of slack take the codes written past the end).
     const std::size_t base = out.size();
     const std::size_t limit = n + 3;
-    out.resize(base + limit + 8);
-    uint8_t* const start = out.data() + base;
+    std::size_t room = std::min(limit, n / 3 + 4096);
+    out.resize(base + room + 16);
+    uint8_t* start = out.data() + base;
     uint8_t* o = start + 11;
-    uint8_t* const stop = start + limit;
+    uint8_t* stop = start + room;
+    // At the end of the area: false when the block stops paying, else the
+    // area grows.
+    auto more_room = [&] {
+        if (static_cast<std::size_t>(o - start) >= limit) return false;
+        const std::size_t at = static_cast<std::size_t>(o - start);
+        room = std::min(limit, room * 2);
+        out.resize(base + room + 16);
+        start = out.data() + base;
+        o = start + at;
+        stop = start + room;
+        return true;
+    };
 
     uint32_t width = 9, threshold = 512, next = kFirstFree;
     double best = 0;
@@ -85,12 +101,13 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         // The slots in use are emptied one by one, or the whole table when
         // they are many (a short block costs no wipe of the table).
         if (used_.size() > kLookupSlots / 16) {
-            std::memset(table, 0, kLookupSlots * kSlotBytes);
+            std::memset(table, 0, kLookupSlots * sizeof(uint32_t));
         } else {
             for (uint32_t s : used_)
-                std::memset(table + std::size_t{s} * kSlotBytes, 0, kSlotBytes);
+                table[s] = 0;
         }
         used_.clear();
+        overflow_.clear();
         width = 9;
         threshold = 512;
         next = kFirstFree;
@@ -122,7 +139,10 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     std::size_t i = 0;
     while (i < n) {
         uint32_t cur = p[i++] + 1u;
-        uint32_t free = 0; // our table's free slot for (cur, p[i]) when the match stops
+        // Where (cur, p[i]) goes in our table when the match stops: its
+        // free slot (kLookupSlots: the overflow list) and what the slot
+        // keeps of the key.
+        uint32_t free = 0, mark = 0;
         while (i < n) {
             if (cur <= 256) {
                 // Single-byte prefixes: the direct table.
@@ -132,21 +152,39 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
                 ++i;
                 continue;
             }
+            // Should (cur, p[i]) not be an entry, the next match starts
+            // with the pair at i in the direct table: its line is asked for
+            // while the lookup waits on its own.
+            if (i + 1 < n) __builtin_prefetch(root + (p[i] << 8 | p[i + 1]));
             const uint32_t key = cur << 8 | p[i];
-            uint32_t s = lookup_home(key);
-            uint64_t v;
-            uint32_t k;
-            while ((k = static_cast<uint32_t>((v = read_slot(table, s)) & 0xFFFFFFu)) != key && k != 0)
-                s = s + 1 == kLookupSlots ? 0 : s + 1;
-            if (k == 0) {
+            const uint32_t h = mix_key(key);
+            uint32_t s = h >> 7, want = h & 0x7Fu, v;
+            while ((v = table[s]) != 0 && (v & 0xFFFFu) != want) {
+                s = (s + 1) & (kLookupSlots - 1);
+                want += 0x80u;         // one slot further from home
+                if (want >> 16) break; // 512 slots from home: the overflow list
+            }
+            if (v != 0 && (v & 0xFFFFu) == want) {
+                cur = v >> 16;
+                ++i;
+                continue;
+            }
+            if (v == 0) {
                 free = s;
+                mark = want;
                 break;
             }
-            cur = static_cast<uint32_t>(v >> 24) & 0xFFFFu;
+            const auto hit = std::find_if(overflow_.begin(), overflow_.end(),
+                                          [key](uint64_t e) { return e >> 16 == key; });
+            if (hit == overflow_.end()) {
+                free = kLookupSlots;
+                break;
+            }
+            cur = static_cast<uint32_t>(*hit & 0xFFFFu);
             ++i;
         }
         emit(cur);
-        if (o >= stop) break;
+        if (o >= stop && !more_room()) break;
 
         // The entry (match, next byte), or (match, 15) at the end of input.
         const uint32_t byte = i < n ? p[i] : 15u;
@@ -169,9 +207,12 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             } else if (cur <= 256) {
                 root[(cur - 1) << 8 | byte] = static_cast<uint16_t>(next);
             } else {
-                const uint64_t slot = static_cast<uint64_t>(next) << 24 | (cur << 8 | byte);
-                std::memcpy(table + std::size_t{free} * kSlotBytes, &slot, kSlotBytes); // little-endian order
-                used_.push_back(free);
+                if (free != kLookupSlots) {
+                    table[free] = next << 16 | mark;
+                    used_.push_back(free);
+                } else {
+                    overflow_.push_back(static_cast<uint64_t>(cur << 8 | byte) << 16 | next);
+                }
             }
             ++next;
             if (width < 16 && next > threshold) {
@@ -179,13 +220,13 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
                 ++width;
             }
         }
-        if (o >= stop) break;
+        if (o >= stop && !more_room()) break;
     }
-    if (o < stop) {
+    if (static_cast<std::size_t>(o - start) < limit) {
         emit(kEnd);
         if (bits > 0) *o++ = static_cast<uint8_t>(bitbuf);
     }
-    if (o >= stop) {
+    if (static_cast<std::size_t>(o - start) >= limit) {
         out.resize(base);
         append_stored_block(in, out);
         return;

@@ -47,17 +47,19 @@ class LzwCoder {
     // format's own hash table (131072 slots, one bit each): it alone decides
     // when ten further probes find no room and the dictionary is cleared.
     // Lookups of (prefix, byte) go through `lookup_`, a linear-probing
-    // table of our own with the same contents: 98304 slots of 5 bytes (key
-    // 24 bits: prefix and byte; code 16 bits; key 0 = empty), 480 KB in
-    // all, small enough to stay in a core's second-level cache.  `used_`
-    // lists the slots taken since the last clear.
+    // table of our own with the same contents: 131072 slots of 32 bits
+    // (lzw.cpp), 512 KB in all, small enough to stay in a core's
+    // second-level cache, with `overflow_` (key << 16 | code) for the
+    // entries too far from home.  `used_` lists the slots taken since the
+    // last clear.
     struct FreeDeleter {
         void operator()(void* p) const;
     };
     // Entries whose prefix is a single byte live in `root_` instead, one
     // slot for each pair of bytes (code, or 0).
-    std::unique_ptr<uint8_t[], FreeDeleter> lookup_;
+    std::unique_ptr<uint32_t[], FreeDeleter> lookup_;
     std::vector<uint32_t> used_;
+    std::vector<uint64_t> overflow_;
     std::vector<uint16_t> root_;
     std::vector<uint64_t> taken_;
     // Decoder: where each code's string was first written in the output,

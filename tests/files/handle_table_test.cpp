@@ -41,6 +41,24 @@ TEST(FileHandleTable, GrowsByItsStep) {
     EXPECT_EQ(t.find(1005), &r);
 }
 
+// A handle removed then given to another record finds the new one, also
+// right after the old one was found, and in a table made where another was
+// destroyed.
+TEST(FileHandleTable, AHandleGivenAgainFindsItsNewRecord) {
+    OpenFileRecord a, b;
+    for (OpenFileRecord* r : {&a, &b}) {
+        FileHandleTable t(5);
+        t.insert(nullptr);
+        t.insert(nullptr);
+        ASSERT_EQ(t.insert(r), 2);
+        EXPECT_EQ(t.find(2), r);
+        EXPECT_EQ(t.remove(2), r);
+        OpenFileRecord* other = r == &a ? &b : &a;
+        ASSERT_EQ(t.insert(other), 2);
+        EXPECT_EQ(t.find(2), other);
+    }
+}
+
 TEST(FileHandleTable, InvalidHandles) {
     FileHandleTable t(5);
     t.insert(nullptr);

@@ -177,6 +177,15 @@ TEST_F(RegexCalls, VariablesReceiveTheGroups) {
     EXPECT_TRUE(out.result.b);
     EXPECT_EQ(args[2].ref->s, u"2024");
     EXPECT_EQ(args[3].ref->s, u"05");
+    // Eight variables: ten arguments, past the host's arguments kept in place.
+    std::vector<Value> eight = {Value::string(u"abcdefgh"), Value::string(u"(a)(b)(c)(d)(e)(f)(g)(h)")};
+    for (int k = 0; k < 8; ++k)
+        eight.push_back(Value::variable());
+    out = call_with("MatchRegularExpression", eight);
+    ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
+    EXPECT_TRUE(out.result.b);
+    for (int k = 0; k < 8; ++k)
+        EXPECT_EQ(eight[2 + k].ref->s, std::u16string(1, static_cast<char16_t>(u'a' + k))) << k;
     EXPECT_TRUE(call("MatchRegularExpression", {Value::string(u"ab"), Value::string(u"(a)(b)")}).result.b);
     std::vector<Value> one = {Value::string(u"ab"), Value::string(u"(a)(b)"), Value::variable()};
     out = call_with("MatchRegularExpression", one);

@@ -248,4 +248,17 @@ TEST_F(Confinement, LinksInsideWork) {
     EXPECT_TRUE(fs::is_regular_file(root / "Data" / "made.txt")); // the target, read from the root
 }
 
+// The root's descriptor is kept between calls: a root replaced at its path
+// (renamed, another made in its place) is taken up at the first name not
+// found in the one kept, and the old one is no longer looked in.
+TEST_F(Confinement, ARootReplacedAtItsPathIsTakenUp) {
+    EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\in.txt")}).result.b);
+    fs::rename(root, root.string() + ".old");
+    put(root / "Data" / "new.txt", "new");
+    EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\new.txt")}).result.b);
+    EXPECT_FALSE(call("fFileExist", {S(u"\\Data\\in.txt")}).result.b);
+    EXPECT_TRUE(call("fSaveText", {S(u"\\Data\\made.txt"), S(u"y")}).result.b);
+    EXPECT_TRUE(fs::exists(root / "Data" / "made.txt"));
+}
+
 } // namespace

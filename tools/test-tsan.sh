@@ -37,7 +37,9 @@ if [ ! -f "$BUILD/CMakeCache.txt" ]; then
 fi
 cmake --build "$BUILD" -j "$JOBS"
 
-# Any report ends the process with a failure.
+# Any report ends the process with a failure.  KP120_TSAN tells the tests
+# that run programs of their own (tests/lua) that they run under it.
 export TSAN_OPTIONS="halt_on_error=1:exitcode=66:second_deadlock_stack=1:suppressions=$ROOT/tools/tsan.supp"
+export KP120_TSAN=1
 cd "$BUILD"
 ctest --output-on-failure -j "$JOBS"

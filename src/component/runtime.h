@@ -12,6 +12,7 @@
 #include <string>
 
 #include "kp120/component.h"
+#include "platform/paths.h"
 
 namespace kp::memzones {
 class Registry;
@@ -39,6 +40,8 @@ struct State {
     // Archives named by _zipCreate_old and _zipOpen_old: archive name ->
     // device file name (transforms/archive.h).
     std::map<std::u16string, std::u16string> zip_archives;
+    // The device root's descriptor, kept between calls (platform/paths.h).
+    std::shared_ptr<platform::RootDirectory> device_root = std::make_shared<platform::RootDirectory>();
 };
 State& state();
 

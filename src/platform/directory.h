@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/paths.h"
 
 namespace kp::platform {
 
@@ -48,7 +49,8 @@ class DirectoryReader {
     uint64_t inode() const { return ino_; }
 
   private:
-    int fd_ = -1, root_fd_ = -1;
+    int fd_ = -1;
+    SharedFd root_;
     std::string rel_; // the directory relative to the device root
     uint64_t dev_ = 0, ino_ = 0;
     std::vector<DirectoryEntry> entries_;

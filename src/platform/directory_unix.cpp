@@ -123,7 +123,6 @@ DirectoryReader::DirectoryReader() = default;
 
 DirectoryReader::~DirectoryReader() {
     if (fd_ >= 0) close(fd_);
-    if (root_fd_ >= 0) close(root_fd_);
 }
 
 // An entry that is a link is listed with what it leads to inside the root
@@ -132,14 +131,14 @@ DirectoryReader::~DirectoryReader() {
 // the same folder.
 bool DirectoryReader::open(std::u16string_view name) {
     if (fd_ >= 0) close(fd_);
-    if (root_fd_ >= 0) close(root_fd_);
-    fd_ = root_fd_ = -1;
+    fd_ = -1;
+    root_ = SharedFd();
     entries_.clear();
     host_names_.clear();
     ResolvedName r;
     int fd = open_directory(name, r);
     if (fd < 0) return false;
-    root_fd_ = r.root.release();
+    root_ = r.root;
     rel_ = r.rel;
     struct stat st;
     if (fstat(fd, &st) != 0) {
@@ -173,7 +172,7 @@ bool DirectoryReader::open(std::u16string_view name) {
         }
         if (link) {
             struct stat es;
-            Fd target(open_beneath(root_fd_, rel_ + "/" + e->d_name, O_PATH));
+            Fd target(open_beneath(root_.get(), rel_ + "/" + e->d_name, O_PATH));
             dir = target && fstat(target.get(), &es) == 0 && S_ISDIR(es.st_mode);
         }
         raw.push_back({std::string(n), dir, link});
@@ -194,7 +193,7 @@ bool DirectoryReader::info(std::size_t i, FileInfo& out) const {
     if (i >= host_names_.size() || fd_ < 0) return fail(kErrorInvalidParameter);
     out.name = entries_[i].name;
     const std::string& base = host_names_[i];
-    if (entries_[i].link && host::info_beneath(root_fd_, rel_ + "/" + base, base, out)) return true;
+    if (entries_[i].link && host::info_beneath(root_.get(), rel_ + "/" + base, base, out)) return true;
     return host::info_at(fd_, base.c_str(), out); // the entry itself; a dangling link reads as itself
 }
 

@@ -274,6 +274,37 @@ Fd& Fd::operator=(Fd&& o) noexcept {
     return *this;
 }
 
+SharedFd RootDirectory::reopen(const std::string& path) {
+    fd_ = SharedFd();
+    path_ = path;
+    auto fd = std::make_shared<Fd>(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat st;
+    if (!*fd || fstat(fd->get(), &st) != 0) return {};
+    dev_ = static_cast<uint64_t>(st.st_dev);
+    ino_ = static_cast<uint64_t>(st.st_ino);
+    fd_ = SharedFd(std::move(fd));
+    return fd_;
+}
+
+SharedFd RootDirectory::open(std::string_view path_in) {
+    std::string path(path_in.empty() ? "/" : path_in);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (fd_ && path == path_) return fd_;
+    return reopen(path);
+}
+
+bool RootDirectory::replaced(std::string_view path_in) {
+    std::string path(path_in.empty() ? "/" : path_in);
+    struct stat st;
+    const bool found = stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (path != path_) return true;
+    if (found && fd_ && static_cast<uint64_t>(st.st_dev) == dev_ && static_cast<uint64_t>(st.st_ino) == ino_)
+        return false;
+    const bool had = static_cast<bool>(fd_);
+    return static_cast<bool>(reopen(path)) || had;
+}
+
 int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode) {
     const char* r = rel.empty() ? "." : rel.c_str();
     if (resolver_mode(root_fd) == kModeWalk) return walk_beneath(root_fd, r, flags, mode, nullptr);
@@ -304,8 +335,10 @@ bool is_absolute_device_name(std::u16string_view name) {
     return is_separator(name.front()) || name.back() == u':';
 }
 
-bool resolve_device_name(std::string_view root_in, std::u16string_view name, ResolvedName& out,
-                         uint32_t* error, bool allow_wildcards) {
+namespace {
+
+bool resolve_once(std::string_view root_in, std::u16string_view name, ResolvedName& out, uint32_t* error,
+                  bool allow_wildcards) {
     out = ResolvedName{};
     if (uint32_t e = check_name(name, allow_wildcards)) {
         if (error) *error = e;
@@ -341,7 +374,7 @@ bool resolve_device_name(std::string_view root_in, std::u16string_view name, Res
         return true;
     };
 
-    out.root = Fd(open(root.empty() ? "/" : root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    out.root = kept_root().open(root);
     if (parts.empty()) {
         out.host_path = root.empty() ? "/" : root;
         out.parent_exists = out.exists = static_cast<bool>(out.root);
@@ -405,6 +438,20 @@ bool resolve_device_name(std::string_view root_in, std::u16string_view name, Res
     return true;
 }
 
+} // namespace
+
+bool resolve_device_name(std::string_view root, std::u16string_view name, ResolvedName& out, uint32_t* error,
+                         bool allow_wildcards) {
+    if (!resolve_once(root, name, out, error, allow_wildcards)) return false;
+    std::string_view path = root;
+    while (!path.empty() && path.back() == '/')
+        path.remove_suffix(1);
+    // A name not found, or the root itself: the root may have been replaced.
+    if ((out.is_root || !out.exists) && kept_root().replaced(path))
+        return resolve_once(root, name, out, error, allow_wildcards);
+    return true;
+}
+
 bool resolve_device_name(std::u16string_view name, ResolvedName& out, bool allow_wildcards) {
     uint32_t e = 0;
     if (!resolve_device_name(device_root(), name, out, &e, allow_wildcards)) {
@@ -443,7 +490,7 @@ int open_device_name(std::u16string_view name, int flags, bool* dangling) {
         rel += to_utf8(p);
     }
     std::string root = device_root();
-    Fd root_fd(open(root.empty() ? "/" : root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    SharedFd root_fd = kept_root().open(root);
     if (root_fd) {
         int fd = open_beneath(root_fd.get(), rel, flags);
         if (fd >= 0) return fd;

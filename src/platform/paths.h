@@ -29,6 +29,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -62,12 +64,53 @@ class Fd {
     int fd_ = -1;
 };
 
+// A descriptor shared by its holders, closed with the last of them.
+class SharedFd {
+  public:
+    SharedFd() = default;
+    explicit SharedFd(std::shared_ptr<const Fd> fd) : fd_(std::move(fd)) {}
+    int get() const { return fd_ ? fd_->get() : -1; }
+    explicit operator bool() const { return fd_ && *fd_; }
+
+  private:
+    std::shared_ptr<const Fd> fd_;
+};
+
+// The device root's descriptor, kept open from the first resolution under
+// a root until the root setting names another directory or its owner (the
+// component's state, component/runtime.h) goes.  A root directory replaced
+// at the same path (deleted, or renamed and another made in its place) is
+// noticed when a resolution beneath the kept descriptor does not find a
+// name (ENOENT, ENOTDIR) and when the name is the root itself: then
+// st_dev/st_ino of the path are compared with those of the kept descriptor
+// and the path is opened again when they differ, and the resolution is
+// done once more.  Until then names that exist in the directory that was
+// the root are found there, as for a process whose working directory was
+// moved.  A root that no longer exists leaves the holder empty.
+class RootDirectory {
+  public:
+    // The directory at `path` ("" or "/" for the host's root); empty when
+    // it does not exist or is not a directory.
+    SharedFd open(std::string_view path);
+    // Compares the path with the kept descriptor, as above; true when the
+    // path now names another directory than the one `open` gave (or none).
+    bool replaced(std::string_view path);
+
+  private:
+    SharedFd reopen(const std::string& path);
+
+    std::mutex mutex_;
+    std::string path_;
+    SharedFd fd_;
+    uint64_t dev_ = 0, ino_ = 0;
+};
+
 struct ResolvedName {
     // The host path as the name was found (root, then the components as
     // they exist or as written), links in it not resolved: for messages and
     // trash records.  The entry is reached through `dir` and `leaf`.
     std::string host_path;
-    Fd root;                    // the device root (O_PATH); open when it exists
+    SharedFd root;              // the device root (O_PATH); open when it exists
     Fd dir;                     // the directory holding the entry, resolved beneath the root (O_PATH)
     std::string rel;            // the entry relative to the root, links not resolved ("." for the root)
     std::string leaf;           // the entry's host name in `dir` ("." for the root)
@@ -81,6 +124,9 @@ struct ResolvedName {
 // function (component/device_root.cpp) from the host's "device_root"
 // setting, and every function here that takes a `root` is passed it.
 std::string device_root();
+// The device root's kept descriptor: the component supplies it too, from
+// its state (component/device_root.cpp).
+RootDirectory& kept_root();
 
 // Resolves a device name under `root` (a host directory).  Fails with a
 // Win32 code in *error: 123 for a NUL, a lone surrogate or a wildcard

@@ -11,12 +11,23 @@
 // of the device has no console to read), standard output and error are the
 // host's.  Signal mask and dispositions start at their defaults.  The
 // environment and the working directory are the host's.
+//
+// A program of the device is started from the descriptor its resolution
+// beneath the device root gave (execveat with AT_EMPTY_PATH), so that a
+// link swapped into its name after the resolution cannot change what runs.
+// A script ("#!") is the exception: its interpreter, a program of the host
+// outside the device root by design, is given the script by its host path
+// (links resolved inside the root, as argv[0] of every program), and the
+// child checks just before the exec that the path still leads to the
+// resolved file (st_dev/st_ino), refusing with 5 when it does not.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/paths.h"
 
 namespace kp::platform {
 
@@ -26,6 +37,13 @@ constexpr uint32_t kStillActive = 259;
 // Longest argument string a program can be given, in UTF-16 units.
 constexpr std::size_t kMaxArgumentString = 32767;
 
+// A program to start: the file a device name resolved to.
+struct ProgramFile {
+    Fd fd;               // the file, open for reading when it may be (else O_PATH)
+    std::string path;    // its host path, links resolved (argv[0])
+    bool script = false; // begins with "#!"
+    uint64_t dev = 0, ino = 0;
+};
 // A started program that this process waits for.  The destructor of a
 // process that was never seen ending waits for it (so no zombie is left).
 class ChildProcess {
@@ -47,8 +65,8 @@ class ChildProcess {
     uint32_t wait(int timeout_ms);
 
   private:
-    friend bool start_process(const std::string&, const std::vector<std::string>&, ChildProcess&);
-    friend int32_t start_background_process(const std::string&, const std::vector<std::string>&);
+    friend bool start_process(const ProgramFile&, const std::vector<std::string>&, ChildProcess&);
+    friend int32_t start_background_process(const ProgramFile&, const std::vector<std::string>&);
     void reset();
     int32_t pid_ = 0;
     int pidfd_ = -1;
@@ -56,9 +74,15 @@ class ChildProcess {
     uint32_t code_ = kStillActive;
 };
 
+// Resolves a device name beneath the device root and opens the program
+// file it names; false with the last error (2, 3, 5, 1921, the name's own).
+bool open_program(std::u16string_view name, ProgramFile& out);
+
 // Starts `program` (a host path) with argv = program, args...; the process
 // is a child of this one and must be waited for.
 bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child);
+// The same from a resolved program file.
+bool start_process(const ProgramFile& program, const std::vector<std::string>& args, ChildProcess& child);
 
 // Starts `program` without waiting for it: the process is a child of this
 // one, kept in the component's table of the children it started.  Those
@@ -66,6 +90,7 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
 // of kill_process), never by waitpid(-1), so the exit code a ChildProcess
 // waits for is never taken from it.  Returns its identifier, 0 on failure.
 int32_t start_background_process(const std::string& program, const std::vector<std::string>& args);
+int32_t start_background_process(const ProgramFile& program, const std::vector<std::string>& args);
 
 // Collects the children of the table that have ended (without waiting):
 // they leave no zombie between two calls of the process functions.  While

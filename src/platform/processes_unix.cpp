@@ -7,6 +7,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -408,8 +409,9 @@ uint32_t ChildProcess::wait(int timeout_ms) {
 // from /dev/null, no descriptor of the component past 2, the caller's signal
 // mask cleared, then the exec; a failed exec writes its errno to `report`
 // and ends the child with 127.  Only system calls: it also runs in a vfork
-// child.
-[[noreturn]] static void exec_child(const std::string& program, std::vector<char*>& argv, int null_fd,
+// child.  A program file runs from its descriptor, a script by its path once
+// the path is seen to lead to the same file.
+[[noreturn]] static void exec_child(const ProgramFile& program, std::vector<char*>& argv, int null_fd,
                                     const sigset_t& none, int report) {
     for (int sig = 1; sig < NSIG; ++sig) {
         struct sigaction sa {};
@@ -419,12 +421,57 @@ uint32_t ChildProcess::wait(int timeout_ms) {
     dup2(null_fd, 0);
     close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    execve(program.c_str(), argv.data(), environ);
-    write_message(report, 2, errno);
+    int err = 0;
+    if (program.fd && !program.script) {
+        syscall(SYS_execveat, program.fd.get(), "", argv.data(), environ, AT_EMPTY_PATH);
+        err = errno;
+    }
+    if (!program.fd || program.script || err == ENOSYS) {
+        // By the path: a script, or a kernel without execveat.
+        struct stat st;
+        const int fd = program.fd ? open(program.path.c_str(), O_PATH | O_CLOEXEC) : -1;
+        const bool same = fd >= 0 && fstat(fd, &st) == 0 && static_cast<uint64_t>(st.st_dev) == program.dev &&
+                          static_cast<uint64_t>(st.st_ino) == program.ino;
+        if (fd >= 0) close(fd);
+        if (!program.fd || same) {
+            execve(program.path.c_str(), argv.data(), environ);
+            err = errno;
+        } else {
+            err = EACCES;
+        }
+    }
+    write_message(report, 2, err);
     _exit(127);
 }
 
+bool open_program(std::u16string_view name, ProgramFile& out) {
+    out = ProgramFile{};
+    bool exists = false;
+    if (!resolve_host_path(name, out.path, exists)) return false;
+    // Readable to tell a script; a program that may only be executed is
+    // opened as a path (it cannot be a script: its interpreter could not
+    // read it).
+    int fd = open_device_name(name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0 && last_error() == kErrorAccessDenied) fd = open_device_name(name, O_PATH);
+    if (fd < 0) return false;
+    out.fd = Fd(fd);
+    struct stat st;
+    if (fstat(fd, &st) != 0) return fail(win32_from_errno(errno));
+    out.dev = static_cast<uint64_t>(st.st_dev);
+    out.ino = static_cast<uint64_t>(st.st_ino);
+    char head[2];
+    out.script =
+        S_ISREG(st.st_mode) && pread(fd, head, sizeof head, 0) == 2 && head[0] == '#' && head[1] == '!';
+    return true;
+}
+
 bool start_process(const std::string& program, const std::vector<std::string>& args, ChildProcess& child) {
+    ProgramFile file;
+    file.path = program;
+    return start_process(file, args, child);
+}
+
+bool start_process(const ProgramFile& program, const std::vector<std::string>& args, ChildProcess& child) {
     // Forked by hand rather than with posix_spawn: where the C library's
     // spawn cannot share the child's memory until the exec (qemu-user turns
     // its vfork into a fork), posix_spawn reports a program that cannot be
@@ -436,7 +483,7 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
     // child making only system calls (signal dispositions reset, descriptors,
     // exec, one write, _exit), nothing of the parent runs in it.
     child.reset();
-    std::vector<char*> argv = make_argv(program, args);
+    std::vector<char*> argv = make_argv(program.path, args);
     int pipe_fds[2];
     if (pipe2(pipe_fds, O_CLOEXEC) != 0) return fail(start_error(errno));
     const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -483,6 +530,12 @@ bool start_process(const std::string& program, const std::vector<std::string>& a
 }
 
 int32_t start_background_process(const std::string& program, const std::vector<std::string>& args) {
+    ProgramFile file;
+    file.path = program;
+    return start_background_process(file, args);
+}
+
+int32_t start_background_process(const ProgramFile& program, const std::vector<std::string>& args) {
     ChildProcess child;
     if (!start_process(program, args, child)) return 0;
     // The table owns the process from now on: the ChildProcess lets it go

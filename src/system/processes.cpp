@@ -172,22 +172,14 @@ namespace {
 
 // Resolves the program and its arguments for the host; false with the
 // last error set.
-bool prepare(const CommandLine& cl, std::string& program, std::vector<std::string>& args) {
+bool prepare(const CommandLine& cl, platform::ProgramFile& program, std::vector<std::string>& args) {
     if (cl.arguments.size() > platform::kMaxArgumentString) {
         platform::set_last_error(platform::kErrorFilenameExcedRange);
         return false;
     }
     // The program is found beneath the device root, links resolved there,
-    // and started by a path that holds no link.
-    bool exists = false;
-    if (!platform::resolve_host_path(cl.program, program, exists)) return false;
-    if (!exists) {
-        platform::ResolvedName r;
-        if (platform::resolve_device_name(cl.program, r))
-            platform::set_last_error(r.parent_exists ? platform::kErrorFileNotFound
-                                                     : platform::kErrorPathNotFound);
-        return false;
-    }
+    // and started from the file that resolution opened.
+    if (!platform::open_program(cl.program, program)) return false;
     args.clear();
     if (cl.has_arguments)
         for (const std::u16string& a : platform::split_arguments(cl.arguments))
@@ -207,7 +199,7 @@ int32_t exe_run(std::u16string_view command_line, int32_t wait_mode, CXError& er
     }
     BlockingNotice notice;
     const bool wait = wait_mode == kExeWait || wait_mode == kExeReturnValue;
-    std::string program;
+    platform::ProgramFile program;
     std::vector<std::string> args;
     platform::ChildProcess child;
     int32_t pid = 0;

@@ -17,6 +17,9 @@
 #include <string>
 #include <thread>
 
+#include "platform/codepage.h"
+#include "platform/processes.h"
+#include "platform/win32_error.h"
 #include "support/test_host.h"
 
 namespace {
@@ -246,6 +249,63 @@ TEST_F(Confinement, LinksInsideWork) {
     link("/Data/made.txt", "Data/dangle_in");
     EXPECT_TRUE(call("fSaveText", {S(u"\\Data\\dangle_in"), S(u"y")}).result.b);
     EXPECT_TRUE(fs::is_regular_file(root / "Data" / "made.txt")); // the target, read from the root
+}
+
+// The root's descriptor is kept between calls: a root replaced at its path
+// (renamed, another made in its place) is taken up at the first name not
+// found in the one kept, and the old one is no longer looked in.
+TEST_F(Confinement, ARootReplacedAtItsPathIsTakenUp) {
+    EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\in.txt")}).result.b);
+    fs::rename(root, root.string() + ".old");
+    put(root / "Data" / "new.txt", "new");
+    EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\new.txt")}).result.b);
+    EXPECT_FALSE(call("fFileExist", {S(u"\\Data\\in.txt")}).result.b);
+    EXPECT_TRUE(call("fSaveText", {S(u"\\Data\\made.txt"), S(u"y")}).result.b);
+    EXPECT_TRUE(fs::exists(root / "Data" / "made.txt"));
+}
+
+// A program runs from the file its name resolved to: a folder on its path
+// swapped for a link between the resolution and the start does not change
+// what runs (a binary), or makes the start fail with 5 (a script, which its
+// interpreter is given by path).  The device root of these calls is the
+// host's "/".
+TEST(ProgramStart, ASwapAfterTheResolutionDoesNotRedirect) {
+    namespace pf = kp::platform;
+    kp::test::TempDir dir;
+    const fs::path d = dir.path() / "d", other = dir.path() / "other";
+    struct Row {
+        const char* what;
+        fs::path original, replacement; // into d/prog and other/prog
+        bool started;
+        uint32_t code; // exit code, else the start's error
+    };
+    const fs::path script = dir.path() / "exit3.sh";
+    std::ofstream(script) << "#!/bin/sh\nexit 3\n";
+    fs::permissions(script, fs::perms::owner_all);
+    const Row rows[] = {
+        {"binary", "/bin/false", "/bin/true", true, 1},
+        {"script", script, "/bin/true", false, pf::kErrorAccessDenied},
+    };
+    for (const Row& r : rows) {
+        fs::remove_all(d);
+        fs::remove_all(other);
+        fs::remove_all(dir.path() / "d.old");
+        fs::create_directories(d);
+        fs::create_directories(other);
+        fs::copy_file(r.original, d / "prog");
+        fs::copy_file(r.replacement, other / "prog");
+        pf::ProgramFile program;
+        ASSERT_TRUE(pf::open_program(pf::from_utf8((d / "prog").string()), program)) << r.what;
+        fs::rename(d, dir.path() / "d.old");
+        fs::create_directory_symlink(other, d);
+        pf::ChildProcess child;
+        pf::set_last_error(0);
+        ASSERT_EQ(pf::start_process(program, {}, child), r.started) << r.what;
+        uint32_t code = pf::last_error();
+        if (r.started)
+            while ((code = child.wait(1000)) == pf::kStillActive) {}
+        EXPECT_EQ(code, r.code) << r.what;
+    }
 }
 
 } // namespace

@@ -12,18 +12,13 @@
 #include <iostream>
 #include <iterator>
 
-#include "platform/registry_store.h"
-#include "registry/regfile.h"
-#include "registry/regtool.h"
+#include "kp120/regtool.h"
 #include "tr.h"
 #include "wtf8.h"
 
 namespace kp::cli {
 
 namespace {
-
-namespace regfile = kp::registry::regfile;
-namespace regtool = kp::registry::regtool;
 
 int fail(const std::string& msg) {
     std::fprintf(stderr, "kp120: %s\n", msg.c_str());
@@ -46,7 +41,30 @@ struct Words {
     const char* usage() const { return tr(language, kRegUsage, kRegUsageFr); }
 };
 
-int run_export(const std::vector<std::string>& args, const Words& T) {
+// The notes of one call: the names an export leaves out, the bad lines or
+// the refused key of an import.
+struct Notes {
+    const Words& T;
+    const std::string& file;
+    std::u16string key;
+
+    static void note(void* context, size_t line, const char* text, const char16_t* name, size_t length) {
+        auto& self = *static_cast<Notes*>(context);
+        if (line)
+            std::fprintf(stderr, "%s:%zu: %s\n", self.file.c_str(), line, text);
+        else
+            self.key.assign(name, length);
+    }
+    static void skipped(void* context, size_t, const char*, const char16_t* name, size_t length) {
+        auto& self = *static_cast<Notes*>(context);
+        std::fprintf(stderr, "kp120: %s%s\n",
+                     tr(self.T.language,
+                        "left out (a line end in its name): ", "omise (une fin de ligne dans son nom) : "),
+                     utf8(std::u16string_view(name, length)).c_str());
+    }
+};
+
+int run_export(const std::vector<std::string>& args, const std::string& database, const Words& T) {
     bool regedit4 = false;
     std::vector<std::string> pos;
     for (std::size_t i = 1; i < args.size(); ++i) {
@@ -57,22 +75,18 @@ int run_export(const std::vector<std::string>& args, const Words& T) {
     }
     if (pos.size() > 2) return fail(T.usage());
     std::u16string key = pos.empty() ? std::u16string() : kp::host::utf16(pos[0]);
-    regfile::Document doc;
-    doc.regedit4 = regedit4;
-    if (uint32_t e = regtool::gather(key, doc)) {
+    Notes notes{T, database, {}};
+    kp120_regtool_bytes file{};
+    if (uint32_t e = kp120_regtool_export(database.c_str(), key.data(), key.size(), regedit4, &file,
+                                          Notes::skipped, &notes)) {
         if (e == 2)
             return fail(T("no key '", "pas de clé '") + utf8(key) +
                         T("' in the registry", "' dans le registre"));
         return fail(T("cannot read the registry (error ", "impossible de lire le registre (erreur ") +
                     std::to_string(e) + ")");
     }
-    std::vector<std::u16string> skipped;
-    std::vector<uint8_t> bytes = regfile::write(doc, &skipped);
-    for (const auto& s : skipped)
-        std::fprintf(
-            stderr, "kp120: %s%s\n",
-            tr(T.language, "left out (a line end in its name): ", "omise (une fin de ligne dans son nom) : "),
-            utf8(s).c_str());
+    std::vector<uint8_t> bytes(file.data, file.data + file.size);
+    kp120_regtool_free(&file);
     if (pos.size() < 2 || pos[1] == "-") {
         if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size())
             return fail(T("cannot write the output", "impossible d'écrire la sortie"));
@@ -85,7 +99,7 @@ int run_export(const std::vector<std::string>& args, const Words& T) {
     return 0;
 }
 
-int run_import(const std::vector<std::string>& args, const Words& T) {
+int run_import(const std::vector<std::string>& args, const std::string& database, const Words& T) {
     if (args.size() != 2) return fail(T.usage());
     const std::string& file = args[1];
     std::vector<uint8_t> bytes;
@@ -96,18 +110,17 @@ int run_import(const std::vector<std::string>& args, const Words& T) {
         if (!in) return fail(T("cannot read '", "impossible de lire '") + file + "'");
         bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
-    regfile::Document doc;
-    std::vector<regfile::Problem> problems;
-    if (!regfile::parse(bytes, doc, problems)) {
-        for (const auto& p : problems)
-            std::fprintf(stderr, "%s:%zu: %s\n", file.c_str(), p.line, p.message.c_str());
+    Notes notes{T, file, {}};
+    uint32_t e = 0;
+    switch (kp120_regtool_import(database.c_str(), bytes.data(), bytes.size(), &e, Notes::note, &notes)) {
+    case KP120_REGTOOL_IMPORTED:
+        return 0;
+    case KP120_REGTOOL_BAD_FILE:
         return fail(T("nothing imported from '", "rien n'a été importé de '") + file + "'");
-    }
-    std::u16string where;
-    if (uint32_t e = regtool::apply(doc, &where))
-        return fail(T("nothing imported: key '", "rien n'a été importé : la clé '") + utf8(where) +
+    default:
+        return fail(T("nothing imported: key '", "rien n'a été importé : la clé '") + utf8(notes.key) +
                     T("' failed (error ", "' a échoué (erreur ") + std::to_string(e) + ")");
-    return 0;
+    }
 }
 
 } // namespace
@@ -115,16 +128,9 @@ int run_import(const std::vector<std::string>& args, const Words& T) {
 int run_reg(const std::vector<std::string>& args, const std::string& registry_path, int language) {
     const Words T{language};
     if (args.empty()) return fail(T.usage());
-    kp::platform::registry::use_database(registry_path);
-    int rc;
-    if (args[0] == "export")
-        rc = run_export(args, T);
-    else if (args[0] == "import")
-        rc = run_import(args, T);
-    else
-        rc = fail(T.usage());
-    kp::platform::registry::use_database("");
-    return rc;
+    if (args[0] == "export") return run_export(args, registry_path, T);
+    if (args[0] == "import") return run_import(args, registry_path, T);
+    return fail(T.usage());
 }
 
 } // namespace kp::cli

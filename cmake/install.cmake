@@ -3,7 +3,8 @@
 # KP120_MODULE_PATH), the pkg-config files kp120.pc (the component: headers
 # and the module's path) and kp120-host.pc, and the install components that
 # tools/package-deb.sh turns into Debian packages:
-#   runtime -> libkp120-1   the component module and the reference host library
+#   runtime -> libkp120-1   the component module, the reference host library and
+#                           the registry maintenance library
 #   dev     -> libkp120-dev headers, CMake and pkg-config files, the guide, the minimal VM
 #   tool    -> kp120        the kp120 command and its manual page
 include(GNUInstallDirs)
@@ -33,12 +34,16 @@ install(TARGETS kp120std EXPORT kp120Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 install(TARGETS kp120host EXPORT kp120Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+# The registry maintenance library of the kp120 command (kp120/regtool.h),
+# beside the component.
+install(TARGETS kp120regtool LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 if(TARGET kp120)
   install(TARGETS kp120 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(FILES ${CMAKE_SOURCE_DIR}/docs/kp120.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
 endif()
 install(FILES ${CMAKE_SOURCE_DIR}/include/kp120/component.h ${CMAKE_SOURCE_DIR}/include/kp120/types.h
-              ${CMAKE_SOURCE_DIR}/include/kp120/vm.h ${CMAKE_SOURCE_DIR}/host/host.h ${CMAKE_SOURCE_DIR}/host/wtf8.h
+              ${CMAKE_SOURCE_DIR}/include/kp120/vm.h ${CMAKE_SOURCE_DIR}/include/kp120/regtool.h
+              ${CMAKE_SOURCE_DIR}/host/host.h ${CMAKE_SOURCE_DIR}/host/wtf8.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kp120 COMPONENT dev)
 
 install(EXPORT kp120Targets NAMESPACE kp120:: DESTINATION ${KP120_CMAKE_DIR} COMPONENT dev)

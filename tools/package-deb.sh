@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the Debian packages of a build tree:  tools/package-deb.sh BUILD_DIR [OUT_DIR]
-#   libkp120-1    the component module and the reference host library (Multi-Arch: same)
+#   libkp120-1    the component module, the reference host library and the
+#                 registry maintenance library (Multi-Arch: same)
 #   libkp120-dev  headers, CMake and pkg-config files, the guide, the function
 #                 reference and the minimal VM (Multi-Arch: same)
 #   kp120         the kp120 command and its manual page (Multi-Arch: foreign)
@@ -94,6 +95,14 @@ control() {
   (cd "$root" && find usr -type f -exec md5sum {} + | sort -k2) > "$root/DEBIAN/md5sums"
 }
 
+# The shlibs lines of the libraries of the library package.
+shlibs() {
+  local l
+  for l in libkp120std libkp120host libkp120regtool; do
+    printf '%s %s %s (>= %s)\n' "$l" "$major" "$runtime" "$version"
+  done
+}
+
 # shlibdeps PACKAGE: the dependencies of its ELF files on system libraries
 # and on the library package.
 shlibdeps() {
@@ -102,8 +111,7 @@ shlibdeps() {
   [ ${#files[@]} -gt 0 ] || return 0
   mkdir -p "$work/sd/debian"
   printf 'Source: kp120\n\nPackage: %s\nArchitecture: any\n' "$1" > "$work/sd/debian/control"
-  printf 'libkp120std %s %s (>= %s)\nlibkp120host %s %s (>= %s)\n' "$major" "$runtime" "$version" \
-    "$major" "$runtime" "$version" > "$work/sd/debian/shlibs.local"
+  shlibs > "$work/sd/debian/shlibs.local"
   (cd "$work/sd" && dpkg-shlibdeps -O -l"$work/$runtime/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" \
     "${files[@]}" 2> /dev/null) | sed -n 's/^shlibs:Depends=//p'
 }
@@ -112,8 +120,7 @@ stage runtime "$runtime"
 stage dev libkp120-dev
 stage tool kp120
 
-printf 'libkp120std %s %s (>= %s)\nlibkp120host %s %s (>= %s)\n' "$major" "$runtime" "$version" \
-  "$major" "$runtime" "$version" > "$work/$runtime/DEBIAN/shlibs"
+shlibs > "$work/$runtime/DEBIAN/shlibs"
 echo "activate-noawait ldconfig" > "$work/$runtime/DEBIAN/triggers"
 # The lintian overrides of each package, with their reasons.
 for p in "$runtime" libkp120-dev kp120; do
@@ -125,7 +132,7 @@ done
 
 control "$runtime" libs same "$(shlibdeps "$runtime")" \
   "standard-function component of a 4GL bytecode VM" \
-  "The module libkp120std.so.$major that a 4GL bytecode virtual machine loads with dlopen: 381 functions (dates and masks, currency, files, INI files, saved parameters, the registry, encryption, compression, checksums, encodings, regular expressions, processes, the clipboard, memory zones and device functions) with French and English names, 441 constants and 45 variables. The package also holds libkp120host, the reference host that plays the virtual machine for C++ programs."
+  "The module libkp120std.so.$major that a 4GL bytecode virtual machine loads with dlopen: 381 functions (dates and masks, currency, files, INI files, saved parameters, the registry, encryption, compression, checksums, encodings, regular expressions, processes, the clipboard, memory zones and device functions) with French and English names, 441 constants and 45 variables. The package also holds libkp120host, the reference host that plays the virtual machine for C++ programs, and libkp120regtool, which reads and writes the registry database for the kp120 command."
 control libkp120-dev libdevel same "$runtime (= $version)" \
   "standard-function component of a 4GL bytecode VM - development files" \
   "The C headers a virtual machine needs to load the kp120 component (kp120/component.h, kp120/types.h, kp120/vm.h), the C++20 header of the reference host, the CMake package (kp120::headers, kp120::host, KP120_MODULE_PATH) and the pkg-config files kp120 and kp120-host. The guide for virtual-machine authors, the reference of the provided functions and a minimal virtual machine in C are in /usr/share/doc/libkp120-dev."

@@ -2,11 +2,21 @@
 // points, and small accessors over the services block.
 #include "component/runtime.h"
 
+#include <atomic>
+#include <cstdlib>
+
 namespace kp::runtime {
 
 State& state() {
     static State s;
     return s;
+}
+
+std::size_t FamilyStates::next_index() {
+    static std::atomic<std::size_t> next{0};
+    const std::size_t index = next.fetch_add(1);
+    if (index >= kCapacity) std::abort(); // a family state type beyond kCapacity
+    return index;
 }
 
 bool per_thread_mode() {

@@ -1,12 +1,13 @@
 // runtime.h - what the entry points received from the VM: services block,
-// message callback, allocators, threading, language and locale words.  This
+// message callback, allocators, threading, language and locale words, and
+// the one place where families keep their own state (family_state).  This
 // is the component's whole global state; it lives from the calls that set it
 // until the module is unloaded.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,11 +15,31 @@
 #include "kp120/component.h"
 #include "platform/paths.h"
 
-namespace kp::memzones {
-class Registry;
-}
-
 namespace kp::runtime {
+
+// The state families keep for the module's lifetime (the programs' memory
+// zones, the archives the old zip functions name): one object a type, which
+// the family defines in its own code and reaches with family_state<T>().  It
+// is made at the first use, once whatever the threads.  kCapacity types at
+// most; one more stops the module at its first use.
+class FamilyStates {
+  public:
+    static constexpr std::size_t kCapacity = 8;
+    template <typename T> T& get() {
+        static const std::size_t index = next_index();
+        Slot& s = slots_[index];
+        std::call_once(s.once, [&s] { s.object = std::make_shared<T>(); });
+        return *static_cast<T*>(s.object.get());
+    }
+
+  private:
+    struct Slot {
+        std::once_flag once;
+        std::shared_ptr<void> object;
+    };
+    static std::size_t next_index();
+    std::array<Slot, kCapacity> slots_;
+};
 
 struct State {
     kp_services* services = nullptr;
@@ -33,17 +54,17 @@ struct State {
     // VM module of bInitKLConvFromVM.
     void* vm_module = nullptr;
     int32_t conv_revision = 0, conv_mode = 0;
-    // The programs' memory zones (memzones/zones.h): made at the first call
-    // of a zone function and kept until the module is unloaded.
-    std::shared_ptr<std::once_flag> zones_once = std::make_shared<std::once_flag>();
-    std::shared_ptr<memzones::Registry> zones;
-    // Archives named by _zipCreate_old and _zipOpen_old: archive name ->
-    // device file name (transforms/archive.h).
-    std::map<std::u16string, std::u16string> zip_archives;
     // The device root's descriptor, kept between calls (platform/paths.h).
     std::shared_ptr<platform::RootDirectory> device_root = std::make_shared<platform::RootDirectory>();
+    // The families' own state; a copy of State shares it.
+    std::shared_ptr<FamilyStates> families = std::make_shared<FamilyStates>();
 };
 State& state();
+
+// The family state of type T (see FamilyStates).
+template <typename T> T& family_state() {
+    return state().families->template get<T>();
+}
 
 // The allocator for this thread: the thread's own in per-thread mode, else
 // the VM's single allocator (may be null when no VM installed one).

@@ -1,12 +1,16 @@
 // handlers.cpp - handlers of the file and directory functions that work by
-// name, the walks and the selectors.
+// name, the walks, the selectors and the file ciphers.
 #include "component/bind.h"
 #include "component/runtime.h"
 #include "component/strings.h"
 #include "component/variant.h"
+#include "files/file_crypt.h"
 #include "files/host_ui.h"
 #include "files/listing.h"
 #include "files/management.h"
+#include "transforms/cipher.h"
+#include "transforms/crypt.h"
+#include "transforms/encodings.h"
 
 namespace kp::handlers {
 
@@ -189,5 +193,26 @@ KP_BIND(fSelectDir_3, [](SV a, SV b, SV c, SV d) {
     return files::ask_selector(KP_SELECT_DIRECTORY, {a, b, c, d}, 0);
 })
 KP_BIND(fGraphicFilter_1, [] { return files::ask_selector(KP_SELECT_GRAPHIC_FILTER, {}, 0); })
+
+// fCrypt and fUncrypt: the fast cipher and no encoding unless given; memory
+// exhaustion is the failure value.
+template <auto F> struct FileCipher {
+    static bool of1(SV from, SV to, SV password, CXError& e) {
+        return F(from, to, password, transforms::kCryptFast, transforms::kEncodeNone, e);
+    }
+    static bool of2(SV from, SV to, SV password, int32_t mode, CXError& e) {
+        return F(from, to, password, mode, transforms::kEncodeNone, e);
+    }
+};
+using FileCrypt = FileCipher<files::fcrypt>;
+using FileUncrypt = FileCipher<files::funcrypt>;
+using transforms::kErrCreateObject;
+
+KP_BIND_NOMEM(fCrypt_1, kErrCreateObject, FileCrypt::of1)
+KP_BIND_NOMEM(fCrypt_2, kErrCreateObject, FileCrypt::of2)
+KP_BIND_NOMEM(fCrypt_3, kErrCreateObject, files::fcrypt)
+KP_BIND_NOMEM(fUncrypt_1, kErrCreateObject, FileUncrypt::of1)
+KP_BIND_NOMEM(fUncrypt_2, kErrCreateObject, FileUncrypt::of2)
+KP_BIND_NOMEM(fUncrypt_3, kErrCreateObject, files::funcrypt)
 
 } // namespace kp::handlers

@@ -465,9 +465,7 @@ Store& Registry::for_caller() {
 }
 
 Registry& registry() {
-    runtime::State& s = runtime::state();
-    std::call_once(*s.zones_once, [&s] { s.zones = std::make_shared<Registry>(); });
-    return *s.zones;
+    return runtime::family_state<Registry>();
 }
 
 // ---------------------------------------------------------------- variants

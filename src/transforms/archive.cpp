@@ -1,6 +1,9 @@
 // archive.cpp - _zipCreate_old and _zipOpen_old (rules in archive.h).
 #include "transforms/archive.h"
 
+#include <map>
+#include <string>
+
 #include "component/runtime.h"
 #include "platform/paths.h"
 #include "platform/win32_error.h"
@@ -12,6 +15,12 @@ namespace {
 
 constexpr uint32_t kErrEmptyName = 80059;
 constexpr uint32_t kErrNotFullPath = 80600;
+
+// The archives named by _zipCreate_old and _zipOpen_old: archive name ->
+// device file name, kept for the module's lifetime.
+struct OldArchives {
+    std::map<std::u16string, std::u16string> files;
+};
 
 // The host path of a device file name, or an error recorded.
 bool host_path_of(std::u16string_view file, std::string& out, CXError& e) {
@@ -39,7 +48,7 @@ int32_t bind(std::u16string_view archive, std::u16string_view file, CXError& e, 
     if (!host_path_of(file, path, e)) return platform::kZipErrInvalid;
     const int result = op(path);
     if (result == platform::kZipOk)
-        runtime::state().zip_archives[std::u16string(archive)] = std::u16string(file);
+        runtime::family_state<OldArchives>().files[std::u16string(archive)] = std::u16string(file);
     return result;
 }
 
@@ -54,7 +63,7 @@ int32_t zip_open_old(std::u16string_view archive, std::u16string_view file, CXEr
 }
 
 const std::u16string* zip_archive_file(std::u16string_view archive) {
-    const auto& archives = runtime::state().zip_archives;
+    const auto& archives = runtime::family_state<OldArchives>().files;
     auto it = archives.find(std::u16string(archive));
     return it == archives.end() ? nullptr : &it->second;
 }

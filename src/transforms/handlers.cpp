@@ -54,7 +54,6 @@ template <> struct Result<handlers::Ciphered> {
 namespace kp::handlers {
 
 using transforms::kCryptFast;
-using transforms::kEncodeNone;
 using transforms::kEncodeQrt;
 using transforms::kErrCreateObject;
 
@@ -90,19 +89,8 @@ template <auto F, typename Data> struct ValueCipher {
         return F(data, password, mode, kEncodeQrt, e);
     }
 };
-template <auto F> struct FileCipher {
-    using SV = std::u16string_view;
-    static bool of1(SV from, SV to, SV password, CXError& e) {
-        return F(from, to, password, kCryptFast, kEncodeNone, e);
-    }
-    static bool of2(SV from, SV to, SV password, int32_t mode, CXError& e) {
-        return F(from, to, password, mode, kEncodeNone, e);
-    }
-};
 using ValueCrypt = ValueCipher<crypt_value, bind::StringOrBuffer>;
 using ValueUncrypt = ValueCipher<uncrypt_value, std::span<const uint8_t>>;
-using FileCrypt = FileCipher<transforms::fcrypt>;
-using FileUncrypt = FileCipher<transforms::funcrypt>;
 
 KP_BIND_NOMEM(Crypt_1, kErrCreateObject, ValueCrypt::of1)
 KP_BIND_NOMEM(Crypt_2, kErrCreateObject, ValueCrypt::of2)
@@ -110,12 +98,5 @@ KP_BIND_NOMEM(Crypt_3, kErrCreateObject, crypt_value)
 KP_BIND_NOMEM(Uncrypt_1, kErrCreateObject, ValueUncrypt::of1)
 KP_BIND_NOMEM(Uncrypt_2, kErrCreateObject, ValueUncrypt::of2)
 KP_BIND_NOMEM(Uncrypt_3, kErrCreateObject, uncrypt_value)
-
-KP_BIND_NOMEM(fCrypt_1, kErrCreateObject, FileCrypt::of1)
-KP_BIND_NOMEM(fCrypt_2, kErrCreateObject, FileCrypt::of2)
-KP_BIND_NOMEM(fCrypt_3, kErrCreateObject, transforms::fcrypt)
-KP_BIND_NOMEM(fUncrypt_1, kErrCreateObject, FileUncrypt::of1)
-KP_BIND_NOMEM(fUncrypt_2, kErrCreateObject, FileUncrypt::of2)
-KP_BIND_NOMEM(fUncrypt_3, kErrCreateObject, transforms::funcrypt)
 
 } // namespace kp::handlers

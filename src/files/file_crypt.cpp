@@ -1,5 +1,7 @@
 // file_crypt.cpp - fCrypt and fUncrypt: the encrypted file format, its chunk
 // loops, whole-file text encoding, and the temporary file between the two.
+#include "files/file_crypt.h"
+
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -13,10 +15,12 @@
 #include "transforms/crypt.h"
 #include "transforms/encodings.h"
 
-namespace kp::transforms {
+namespace kp::files {
+
+using namespace kp::transforms;
+
 namespace {
 
-using files::IXStream;
 constexpr uint32_t kShare = platform::kShareRead | platform::kShareWrite;
 
 // A stream's recorded failure becomes an ordinary error of the call.
@@ -326,4 +330,4 @@ bool funcrypt(std::u16string_view source, std::u16string_view destination, std::
         });
 }
 
-} // namespace kp::transforms
+} // namespace kp::files

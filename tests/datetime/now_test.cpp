@@ -119,16 +119,5 @@ TEST(SetClock, RefusalRecordsTheSystemError) {
     EXPECT_EQ(c.writes, 0);
 }
 
-TEST(PlatformClock, ReadsAConsistentLocalTime) {
-    const platform::Clock& c = platform::system_clock();
-    platform::SystemTime t = c.local_time();
-    Date d;
-    EXPECT_TRUE(parse_date(format_date(t.year, t.month, t.day), d, nullptr));
-    EXPECT_LT(t.hour, 24);
-    EXPECT_LT(t.milliseconds, 1000);
-    uint32_t a = c.tick_ms(), b = c.tick_ms();
-    EXPECT_LE(static_cast<uint32_t>(b - a), 1000u);
-}
-
 } // namespace
 } // namespace kp::datetime

@@ -142,9 +142,6 @@ end)
 T.group("functions listing", function()
   local out, err, code = run(base .. " functions")
   T.eq(code, 0, "exit code")
-  local n = 0
-  for _ in out:gmatch("[^\n]+") do n = n + 1 end
-  T.eq(n, 381, "one line a function")
   T.ok(out:match("\n?0%s+DateSys%s+DateSys%s+2%s+[a-z ]+\n"), "first entry")
   out = run(base .. " functions datevers")
   T.ok(out:find("DateVersChaîne%s+DateToString%s+2"), "substring, any case: " .. out)
@@ -177,10 +174,6 @@ T.group("constants listing", function()
   T.ok(out:find('^Orient90%s+Orient90%s+"90"\n$'), "string constant: " .. out)
   out = run(base .. " constants exeName")
   T.ok(out:find('exeNom%s+exeName%s+%(not provided%)'), "a value this edition leaves out: " .. out)
-  out = run(base .. " constants")
-  local n = 0
-  for _ in out:gmatch("[^\n]+") do n = n + 1 end
-  T.eq(n, 441, "one line a constant")
 end)
 
 T.group("describe, the reference and functions --family", function()
@@ -293,7 +286,11 @@ T.group("French interface language", function()
 end)
 
 T.group("Ctrl-C stops a running script", function()
-  local cmd = "sh -c " .. q(base .. " -e 'while true do end' & p=$!; sleep 0.5; kill -INT $p; wait $p")
+  -- The signal is sent once the script runs, however long it takes to start.
+  local ready = work .. "/ctrl-c.out"
+  os.remove(ready)
+  local cmd = "sh -c " .. q(base .. " -e 'io.write(\"ready\") io.stdout:flush() while true do end' >" .. q(ready)
+    .. " & p=$!; until grep -q ready " .. q(ready) .. " 2>/dev/null; do sleep 0.1; done; kill -INT $p; wait $p")
   local out, err, code = run(cmd)
   T.eq(code, 1, "exit code")
   traced(err, "message")

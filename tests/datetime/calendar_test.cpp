@@ -7,17 +7,12 @@
 #include <string>
 
 #include "datetime/calendar.h"
+#include "support/error_record.h"
 
 namespace kp::datetime {
 namespace {
 
-struct Err {
-    kp_error_record rec{};
-    CXError err{&rec};
-    Err() { rec.severity = 1; }
-    uint32_t id() const { return rec.id; }
-    bool clean() const { return rec.severity == 1 && rec.id == 0; }
-};
+using kp::test::Err;
 
 TEST(DayNumber, KnownDaysAndImpossibleDates) {
     EXPECT_EQ(day_number(1900, 1, 1), 36525);

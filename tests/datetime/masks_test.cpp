@@ -6,6 +6,7 @@
 #include <string>
 
 #include "datetime/masks.h"
+#include "support/error_record.h"
 
 namespace kp::datetime {
 namespace {
@@ -27,12 +28,7 @@ const kp_regional_settings kEnglish = {
     u'.',
     nullptr};
 
-struct Err {
-    kp_error_record rec{};
-    CXError err{&rec};
-    Err() { rec.severity = 1; }
-    bool clean() const { return rec.severity == 1 && rec.id == 0; }
-};
+using kp::test::Err;
 
 std::u16string date_mask(std::u16string_view date, std::u16string_view mask,
                          const kp_regional_settings& rs = kFrench) {

@@ -7,6 +7,7 @@
 #include "datetime/calendar.h"
 #include "datetime/now.h"
 #include "platform/win32_error.h"
+#include "support/error_record.h"
 
 namespace kp::datetime {
 namespace {
@@ -32,11 +33,7 @@ class FakeClock : public platform::Clock {
     uint32_t tick_ms() const override { return tick; }
 };
 
-struct Err {
-    kp_error_record rec{};
-    CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
+using kp::test::Err;
 
 TEST(CurrentTime, PlainReading) {
     FakeClock c;

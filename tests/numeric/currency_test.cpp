@@ -4,18 +4,14 @@
 #include <cstring>
 
 #include "numeric/currency.h"
+#include "support/error_record.h"
 
 using kp::numeric::Money;
 namespace num = kp::numeric;
 
 namespace {
 
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
-
+using kp::test::Err;
 Money m(const char* text) {
     return Money::from_text(text).value();
 }

@@ -2,15 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "numeric/numbers.h"
+#include "support/error_record.h"
 
 namespace num = kp::numeric;
 
 namespace {
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
+using kp::test::Err;
 const std::u16string kUnits = u"bytes;KB;MB;GB;TB";
 std::u16string size(int64_t n, int32_t unit, char16_t dec = u'.') {
     Err e;

@@ -5,29 +5,8 @@ local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 local exe, work = arg[1], arg[2]
 assert(exe and work, "usage: test_cli.lua KP120 WORKDIR")
 
-local function q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+local q, run = T.q, T.run
 local base = q(exe) .. " --root " .. q(work .. "/cli-device") .. " --registry " .. q(work .. "/cli.sqlite3")
-
--- Runs a shell command line; returns stdout, stderr and the exit code.
-local function run(cmdline, input)
-  local errfile = os.tmpname()
-  local infile
-  if input then
-    infile = os.tmpname()
-    local f = assert(io.open(infile, "wb"))
-    f:write(input)
-    f:close()
-  end
-  local p = assert(io.popen(cmdline .. " 2>" .. q(errfile) .. (infile and (" <" .. q(infile)) or " </dev/null")))
-  local out = p:read("a")
-  local _, _, code = p:close()
-  local f = assert(io.open(errfile, "rb"))
-  local err = f:read("a")
-  f:close()
-  os.remove(errfile)
-  if infile then os.remove(infile) end
-  return out, err, code
-end
 
 local function one_line(s, what)
   T.ok(s:match("^[^\n]+\n$") ~= nil, what .. " is one line: " .. string.format("%q", s))

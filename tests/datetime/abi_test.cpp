@@ -97,6 +97,7 @@ TEST_F(DateTimeAbi, ResultsAndFailureValues) {
         {"Easter", {n(2024)}, u"20240331"},
         {"Easter", {s(u"2025")}, u"20250420"},
         {"DateTimeUTCToLocal", {s(u"20240230")}, u"", 80051},
+        {"DateToString", {s(u"20240105")}, u"05/01/2024"},
         {"DateToString", {s(u"20240105"), s(u"JJJJ JJ MMMM AAAA")}, u"Friday 05 January 2024"},
         {"DateToString", {s(u"20240105"), s(u"UseSystemMask")}, u"1/5/24"},
         {"DateToString", {s(u"2024010"), s(u"JJ")}, u"", 80121},

@@ -244,3 +244,71 @@ TEST(SystemMask, RegionalPicturesFormatAndParse) {
 
 } // namespace
 } // namespace kp::datetime
+
+namespace kp::datetime {
+namespace {
+
+// The replacements one after the other, as written down, with the public
+// token replacement: the reference that the one-pass formatting of common
+// masks must agree with on every mask.
+std::u16string reference_date_mask(const Date& d, std::u16string s, const kp_regional_settings& rs) {
+    int32_t wd = weekday(*day_number(d.year, d.month, d.day));
+    std::u16string day(day_name(rs, wd)), month(month_name(rs, d.month));
+    auto num = [](int v, int w) {
+        std::string a = std::to_string(v);
+        while (static_cast<int>(a.size()) < w)
+            a.insert(a.begin(), '0');
+        return std::u16string(a.begin(), a.end());
+    };
+    replace_token(s, u"JJJJ", day);
+    replace_token(s, u"DDDD", day);
+    replace_token(s, u"JJJ", abbreviate(day));
+    replace_token(s, u"DDD", abbreviate(day));
+    if (!replace_token(s, u"JJ", num(d.day, 2))) replace_token(s, u"DD", num(d.day, 2));
+    replace_token(s, u"MMMM", month);
+    replace_token(s, u"MMM", abbreviate(month));
+    replace_token(s, u"MM", num(d.month, 2));
+    if (!replace_token(s, u"AAAA", num(d.year, 4)) && !replace_token(s, u"YYYY", num(d.year, 4)) &&
+        !replace_token(s, u"AA", num(d.year % 100, 2)))
+        replace_token(s, u"YY", num(d.year % 100, 2));
+    return s;
+}
+
+TEST(DateToString, AnyMaskMatchesTheSuccessiveReplacements) {
+    const char16_t alphabet[] = u"JJJDDDMMMAAAYYjdmay -/.xe";
+    const size_t letters = sizeof(alphabet) / sizeof(alphabet[0]) - 1;
+    kp_regional_settings odd = kEnglish;
+    odd.day_names[4] = u"Fridd"; // a name with a doubled token letter
+    odd.month_names[0] = u"Jaan";
+    odd.month_names[6] = nullptr; // no name from the VM
+    odd.month_names[11] = u"Decemberrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr"; // overlong
+    uint32_t seed = 12345;
+    auto next = [&] {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) & 0x7FFF;
+    };
+    const std::u16string dates[] = {u"20240105", u"20240705", u"19991231", u"00010615"};
+    int checked = 0;
+    for (int round = 0; round < 20000; ++round) {
+        std::u16string mask;
+        size_t len = next() % 12;
+        for (size_t k = 0; k < len; ++k)
+            mask.push_back(alphabet[next() % letters]);
+        if (round % 3 == 0) mask = std::u16string(u"JJJJ JJ MMMM AAAA").substr(0, next() % 18) + mask;
+        for (const kp_regional_settings* rs :
+             {&kFrench, &kEnglish, static_cast<const kp_regional_settings*>(&odd)}) {
+            const std::u16string& date = dates[next() % 4];
+            Date d;
+            ASSERT_TRUE(parse_date(date, d, nullptr));
+            std::u16string_view m = mask;
+            Err e;
+            ASSERT_EQ(date_to_string(date, &m, *rs, e.err), reference_date_mask(d, mask, *rs))
+                << std::string(mask.begin(), mask.end());
+            ++checked;
+        }
+    }
+    EXPECT_EQ(checked, 60000);
+}
+
+} // namespace
+} // namespace kp::datetime

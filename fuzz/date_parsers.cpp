@@ -27,12 +27,6 @@ const std::vector<std::u16string_view> kDictionary = {
     u"1 janvier 1900", u"Feb 3, 2021",
 };
 
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -42,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int op = in.ConsumeIntegralInRange<int>(0, 7);
     const std::u16string a = kp::fuzz::text(in, kDictionary);
     const std::u16string b = kp::fuzz::text(in, kDictionary);
-    Err e;
+    kp::fuzz::Err e;
     switch (op) {
     case 0: {
         Date d;

@@ -134,9 +134,17 @@ inline std::vector<uint8_t> bytes(FuzzedDataProvider& in) {
 
 } // namespace kp::fuzz
 
+#include "component/error.h"
 #include "kp120/vm.h"
 
 namespace kp::fuzz {
+
+// An error object over a record of its own, cleared (severity 1).
+struct Err {
+    kp_error_record rec{};
+    CXError err{&rec};
+    Err() { rec.severity = 1; }
+};
 
 // Regional settings for the mask engine: French, English, all names and
 // pictures missing, or names and pictures made from the input.

@@ -23,12 +23,6 @@ const std::vector<std::u16string_view> kDictionary = {
     u"DDDD DD MMMM YYYY", u"juillet",           u"MMMMMMMM",
 };
 
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -39,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::u16string value = kp::fuzz::text(in, kDictionary);
     const std::u16string mask = kp::fuzz::text(in, kDictionary);
     const std::u16string_view mask_view = mask;
-    Err e;
+    kp::fuzz::Err e;
     switch (op) {
     case 0:
         date_to_string(value, nullptr, rs, e.err);

@@ -80,28 +80,6 @@ TEST(BadInput, RandomTextNeverBreaksAFunction) {
     }
 }
 
-TEST(BadInput, IntegerExtremes) {
-    kp_error_record rec{};
-    rec.severity = 1;
-    CXError err(&rec);
-    for (int32_t n : {INT32_MIN, INT32_MIN + 1, -657414, -657413, -657072, -657071, -1, 0, 1, 2958465,
-                      2958466, INT32_MAX - 1, INT32_MAX}) {
-        std::u16string d = integer_to_date(n, u"", err);
-        EXPECT_EQ(d.empty(), n < -657413) << n;
-        EXPECT_TRUE(d.empty() || (d.size() >= 8 && digits_only(d))) << n;
-        EXPECT_GE(integer_week_number(n, err), -1);
-        int32_t w = weekday(n);
-        EXPECT_TRUE(w >= 1 && w <= 7);
-        int32_t day = integer_to_day(n);
-        EXPECT_TRUE(day >= -6 && day <= 7 && day != 0);
-        integer_to_month_in_alpha(n, kNoNames, err);
-        integer_to_day_in_alpha(n, kNoNames, err);
-        std::u16string t = integer_to_time(n, err);
-        EXPECT_EQ(t.empty(), n < 0);
-        EXPECT_EQ(easter(n).empty(), n < 1583 || n > 9999);
-    }
-}
-
 // The whole 32-bit range of day numbers in strides (a prime, so every
 // residue of the month and week arithmetic comes up): a date exactly from
 // 1 January of year 0 on, and a week number and names wherever there is one.

@@ -8,6 +8,7 @@
 #include "datetime/durations.h"
 #include "datetime/masks.h"
 #include "datetime/pictures.h"
+#include "support/error_record.h"
 
 namespace kp::datetime {
 namespace {
@@ -29,12 +30,7 @@ const kp_regional_settings kEnglish = {
     u'.',
     nullptr};
 
-struct Err {
-    kp_error_record rec{};
-    CXError err{&rec};
-    Err() { rec.severity = 1; }
-    bool clean() const { return rec.severity == 1 && rec.id == 0; }
-};
+using kp::test::Err;
 
 std::u16string date_mask(std::u16string_view date, std::u16string_view mask,
                          const kp_regional_settings& rs = kFrench) {
@@ -255,7 +251,8 @@ namespace kp::datetime {
 namespace {
 
 // The replacements one after the other, as written down, with the public
-// token replacement: the reference for every mask.
+// token replacement: the reference that the one-pass formatting of common
+// masks must agree with on every mask.
 std::u16string reference_date_mask(const Date& d, std::u16string s, const kp_regional_settings& rs) {
     int32_t wd = weekday(*day_number(d.year, d.month, d.day));
     std::u16string day(day_name(rs, wd)), month(month_name(rs, d.month));

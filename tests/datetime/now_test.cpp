@@ -7,6 +7,7 @@
 #include "datetime/calendar.h"
 #include "datetime/now.h"
 #include "platform/win32_error.h"
+#include "support/error_record.h"
 
 namespace kp::datetime {
 namespace {
@@ -32,11 +33,7 @@ class FakeClock : public platform::Clock {
     uint32_t tick_ms() const override { return tick; }
 };
 
-struct Err {
-    kp_error_record rec{};
-    CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
+using kp::test::Err;
 
 TEST(CurrentTime, PlainReading) {
     FakeClock c;
@@ -117,17 +114,6 @@ TEST(SetClock, RefusalRecordsTheSystemError) {
     EXPECT_FALSE(set_time_sys(u"1200", c, e2.err));
     EXPECT_EQ(e2.rec.system_code, platform::kErrorPrivilegeNotHeld);
     EXPECT_EQ(c.writes, 0);
-}
-
-TEST(PlatformClock, ReadsAConsistentLocalTime) {
-    const platform::Clock& c = platform::system_clock();
-    platform::SystemTime t = c.local_time();
-    Date d;
-    EXPECT_TRUE(parse_date(format_date(t.year, t.month, t.day), d, nullptr));
-    EXPECT_LT(t.hour, 24);
-    EXPECT_LT(t.milliseconds, 1000);
-    uint32_t a = c.tick_ms(), b = c.tick_ms();
-    EXPECT_LE(static_cast<uint32_t>(b - a), 1000u);
 }
 
 } // namespace

@@ -140,6 +140,9 @@ TEST_F(Engine, ReaderTrimsIgnoresCaseAndKeepsKeysApart) {
     for (const Case& c : cases)
         EXPECT_EQ(read(c.section, c.key), c.want)
             << (c.section ? *c.section : "-") << " / " << (c.key ? *c.key : "-");
+    std::filesystem::remove(path());
+    EXPECT_EQ(read("Colours", "red"), std::nullopt) << "a missing file";
+    EXPECT_FALSE(std::filesystem::exists(path())) << "reading creates no file";
 }
 
 TEST_F(Engine, ReaderMatchesTheStartOfTheHeaderAndStopsAtTheNextOne) {
@@ -173,11 +176,6 @@ TEST_F(Engine, ListsStopAtTheResultLimit) {
     ASSERT_TRUE(got);
     EXPECT_EQ(got->size(), kReadMax);
     EXPECT_EQ(got->substr(0, 20), "section0\r\nsection1\r\n");
-}
-
-TEST_F(Engine, MissingFileReadsNothing) {
-    EXPECT_EQ(read("s", "k"), std::nullopt);
-    EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
 // --- Writer: the bytes on disk ------------------------------------------------------

@@ -5,29 +5,8 @@ local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 local exe, work = arg[1], arg[2]
 assert(exe and work, "usage: test_cli.lua KP120 WORKDIR")
 
-local function q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+local q, run = T.q, T.run
 local base = q(exe) .. " --root " .. q(work .. "/cli-device") .. " --registry " .. q(work .. "/cli.sqlite3")
-
--- Runs a shell command line; returns stdout, stderr and the exit code.
-local function run(cmdline, input)
-  local errfile = os.tmpname()
-  local infile
-  if input then
-    infile = os.tmpname()
-    local f = assert(io.open(infile, "wb"))
-    f:write(input)
-    f:close()
-  end
-  local p = assert(io.popen(cmdline .. " 2>" .. q(errfile) .. (infile and (" <" .. q(infile)) or " </dev/null")))
-  local out = p:read("a")
-  local _, _, code = p:close()
-  local f = assert(io.open(errfile, "rb"))
-  local err = f:read("a")
-  f:close()
-  os.remove(errfile)
-  if infile then os.remove(infile) end
-  return out, err, code
-end
 
 local function one_line(s, what)
   T.ok(s:match("^[^\n]+\n$") ~= nil, what .. " is one line: " .. string.format("%q", s))
@@ -142,9 +121,6 @@ end)
 T.group("functions listing", function()
   local out, err, code = run(base .. " functions")
   T.eq(code, 0, "exit code")
-  local n = 0
-  for _ in out:gmatch("[^\n]+") do n = n + 1 end
-  T.eq(n, 381, "one line a function")
   T.ok(out:match("\n?0%s+DateSys%s+DateSys%s+2%s+[a-z ]+\n"), "first entry")
   out = run(base .. " functions datevers")
   T.ok(out:find("DateVersChaîne%s+DateToString%s+2"), "substring, any case: " .. out)
@@ -177,10 +153,6 @@ T.group("constants listing", function()
   T.ok(out:find('^Orient90%s+Orient90%s+"90"\n$'), "string constant: " .. out)
   out = run(base .. " constants exeName")
   T.ok(out:find('exeNom%s+exeName%s+%(not provided%)'), "a value this edition leaves out: " .. out)
-  out = run(base .. " constants")
-  local n = 0
-  for _ in out:gmatch("[^\n]+") do n = n + 1 end
-  T.eq(n, 441, "one line a constant")
 end)
 
 T.group("describe, the reference and functions --family", function()
@@ -293,11 +265,15 @@ T.group("French interface language", function()
 end)
 
 T.group("Ctrl-C stops a running script", function()
+  -- The signal is sent once the script runs, however long it takes to start.
   -- ThreadSanitizer holds a signal back until the program next enters the
   -- C library, which a loop of bare Lua never does: under it
   -- (tools/test-tsan.sh sets KP120_TSAN) the loop allocates.
   local loop = os.getenv("KP120_TSAN") and "while true do local t = {} end" or "while true do end"
-  local cmd = "sh -c " .. q(base .. " -e '" .. loop .. "' & p=$!; sleep 0.5; kill -INT $p; wait $p")
+  local ready = work .. "/ctrl-c.out"
+  os.remove(ready)
+  local cmd = "sh -c " .. q(base .. " -e 'io.write(\"ready\") io.stdout:flush() " .. loop .. "' >" .. q(ready)
+    .. " & p=$!; until grep -q ready " .. q(ready) .. " 2>/dev/null; do sleep 0.1; done; kill -INT $p; wait $p")
   local out, err, code = run(cmd)
   T.eq(code, 1, "exit code")
   traced(err, "message")

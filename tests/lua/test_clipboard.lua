@@ -4,7 +4,7 @@
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 local exe, work = arg[1], arg[2]
 
-local function q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+local q = T.q
 local root = work .. "/clipboard-device"
 os.execute("rm -rf " .. q(root) .. " && mkdir -p " .. q(root))
 

@@ -7,33 +7,8 @@ local exe, work = arg[1], arg[2]
 assert(exe and work, "usage: test_reg.lua KP120 WORKDIR")
 os.execute("mkdir -p '" .. work .. "'")
 
-local function q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+local q, run, read, write = T.q, T.run, T.read, T.write
 local function kp120(reg) return q(exe) .. " --root " .. q(work .. "/reg-device") .. " --registry " .. q(work .. "/" .. reg) end
-
-local function run(cmdline)
-  local errfile = os.tmpname()
-  local p = assert(io.popen(cmdline .. " 2>" .. q(errfile) .. " </dev/null"))
-  local out = p:read("a")
-  local _, _, code = p:close()
-  local f = assert(io.open(errfile, "rb"))
-  local err = f:read("a")
-  f:close()
-  os.remove(errfile)
-  return out, err, code
-end
-
-local function read(path)
-  local f = assert(io.open(path, "rb"))
-  local s = f:read("a")
-  f:close()
-  return s
-end
-
-local function write(path, s)
-  local f = assert(io.open(path, "wb"))
-  f:write(s)
-  f:close()
-end
 
 os.remove(work .. "/a.sqlite3")
 os.remove(work .. "/b.sqlite3")

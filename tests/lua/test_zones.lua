@@ -30,19 +30,17 @@ T.group("memory zones with values and keys of any type", function()
   T.eq(kp.MemCount(), 0, "emptied")
 end)
 
+-- The formats themselves are checked by tests/numeric; here, Lua's numbers
+-- and currencies as the any-value arguments of these functions.
 T.group("NumToString, Min and Max", function()
   if not T.provided("Max", 1, 2) then T.skip("Min and Max not provided") end
-  T.eq(kp.NumToString(1234567.891, "%,.2f"), "1,234,567.89", "grouping")
-  T.eq(kp["NumériqueVersChaîne"](42, "(%05d)"), "(00042)", "French name, text around")
-  T.eq(kp.NumToString(42, "[%05d]"), "42", "the first bracketed text is the colour, taken out")
+  T.eq(kp["NumériqueVersChaîne"](42, "(%05d)"), "(00042)", "French name, an integer")
   T.eq(kp.NumToString(kp.currency("0.125"), "%.2f"), "0.13", "currency, half away from zero")
-  T.eq(kp.NumToString(255, "%X"), "FF", "hexadecimal")
-  T.eq(kp.NumToString(0.1, ""), "0.1", "default text")
+  T.eq(kp.NumToString(1234567.891, "%,.2f"), "1,234,567.89", "a real")
   T.eq(kp.NumToString(5, "%n"), "", "refused conversion")
   T.eq(kp.lasterror().id, 80001, "its error")
   T.eq(kp.Min(3, 1.5, 7), 1.5, "Min of three")
   T.eq(kp.Max(1, 2, 3, 4, 5, 6, 7, 8, 9, 10), 10, "Max of ten")
-  T.eq(kp.Max(-2, -3), -2, "Max of two")
 end)
 
 T.done()

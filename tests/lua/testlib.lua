@@ -52,6 +52,44 @@ end
 
 function T.skip(why) error("SKIP: " .. why, 0) end
 
+-- A word for the shell, quoted.
+function T.q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
+
+-- Runs a shell command line (standard input from `input`, or none);
+-- returns its stdout, stderr and exit code.
+function T.run(cmdline, input)
+  local errfile, infile = os.tmpname(), nil
+  if input then
+    infile = os.tmpname()
+    local f = assert(io.open(infile, "wb"))
+    f:write(input)
+    f:close()
+  end
+  local p = assert(io.popen(cmdline .. " 2>" .. T.q(errfile) .. (infile and (" <" .. T.q(infile)) or " </dev/null")))
+  local out = p:read("a")
+  local _, _, code = p:close()
+  local f = assert(io.open(errfile, "rb"))
+  local err = f:read("a")
+  f:close()
+  os.remove(errfile)
+  if infile then os.remove(infile) end
+  return out, err, code
+end
+
+-- The whole content of a file, and a file written whole.
+function T.read(path)
+  local f = assert(io.open(path, "rb"))
+  local s = f:read("a")
+  f:close()
+  return s
+end
+
+function T.write(path, s)
+  local f = assert(io.open(path, "wb"))
+  f:write(s)
+  f:close()
+end
+
 function T.done()
   print(string.format("%d groups, %d failed", T.groups, T.failed))
   if T.failed > 0 then os.exit(1) end

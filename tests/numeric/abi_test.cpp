@@ -94,20 +94,17 @@ TEST_F(Abi, LengthToStringUsesTheVmUnitsAndSeparator) {
     EXPECT_EQ(u"1,50 Ko", call("TailleVersChaîne", {Value::int64(1536)}).result.s);
 }
 
-TEST_F(Abi, CurrencyTableOfTheObjectModule) {
+TEST_F(Abi, CurrencyTableOfTheObjectModuleDefaultsAndInit) {
     EXPECT_DOUBLE_EQ(6.55957, call("eExchangeRate", {Value::integer(kFRF)}).result.r);
     EXPECT_DOUBLE_EQ(1.0, call("eExchangeRate", {}).result.r);
     EXPECT_EQ(u"HRK", call("eCurrencyName", {Value::integer(20)}).result.s);
-
     auto beyond = call("eCurrencyName", {Value::integer(21)});
     EXPECT_EQ(u"", beyond.result.s);
     EXPECT_EQ(80191u, beyond.error.id);
     auto r = call("eExchangeRate", {Value::integer(65534)});
     EXPECT_EQ(-1.0, r.result.r);
     EXPECT_EQ(80191u, r.error.id);
-}
 
-TEST_F(Abi, DefaultsAndInit) {
     EXPECT_EQ(0, call("eDefaultViewCurrency", {Value::integer(kFRF)}).result.i);
     EXPECT_EQ(kFRF, call("eDefaultViewCurrency", {}).result.i);
     EXPECT_EQ(u"FRF", call("eCurrencyName", {Value::integer(65535)}).result.s);
@@ -136,11 +133,10 @@ TEST_F(Abi, Conversions) {
     auto over = call("eToCurrency", {money("604462909807314587"), Value::integer(kITL)});
     EXPECT_EQ("0.000000", text(over.result));
     EXPECT_EQ(534u, over.error.system_code);
-}
 
-TEST_F(Abi, RoundingDifferenceGoesToTheFlaggedArgument) {
-    Value diff = Value::variable(money("99"));
-    std::vector<Value> args = {money("100"), Value::integer(kFRF), Value::integer(2), diff};
+    // The rounding difference goes to the argument passed by reference.
+    std::vector<Value> args = {money("100"), Value::integer(kFRF), Value::integer(2),
+                               Value::variable(money("99"))};
     auto out = fx.host->call("eToEuro", args);
     ASSERT_EQ(CallStatus::Ok, out.status) << out.detail;
     EXPECT_EQ("15.240000", text(out.result));

@@ -4,16 +4,11 @@
 #include <cstdlib>
 
 #include "numeric/colour.h"
+#include "support/error_record.h"
 
 namespace num = kp::numeric;
 
-namespace {
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
-} // namespace
+using kp::test::Err;
 
 TEST(Rgb, PacksWithoutMaskingAndUnpacks) {
     EXPECT_EQ(0x123456, num::rgb(0x56, 0x34, 0x12));

@@ -4,18 +4,14 @@
 #include <cstring>
 
 #include "numeric/currency.h"
+#include "support/error_record.h"
 
 using kp::numeric::Money;
 namespace num = kp::numeric;
 
 namespace {
 
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
-
+using kp::test::Err;
 Money m(const char* text) {
     return Money::from_text(text).value();
 }
@@ -117,7 +113,7 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
     EXPECT_EQ(80190u, none.err.id());
 }
 
-TEST(CurrencyRate, RealRateAndFailures) {
+TEST(CurrencyRate, RealRateNameAndFailures) {
     Table t;
     Err e;
     EXPECT_DOUBLE_EQ(6.55957, num::exchange_rate(t, kFRF, e.err));
@@ -129,6 +125,11 @@ TEST(CurrencyRate, RealRateAndFailures) {
     Err none;
     EXPECT_EQ(-1.0, num::exchange_rate(nullptr, 0, none.err));
     EXPECT_EQ(80190u, none.err.id());
+    for (int32_t index : {5, -1, 0xFFFE, 70000}) {
+        Err name;
+        EXPECT_EQ(u"", num::currency_name(t, index, name.err));
+        EXPECT_EQ(80191u, name.err.id());
+    }
 }
 
 TEST(CurrencyDefaults, ReturnPreviousAndIgnoreBadIndexes) {
@@ -148,15 +149,6 @@ TEST(CurrencyDefaults, ReturnPreviousAndIgnoreBadIndexes) {
     Err none;
     EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none.err));
     EXPECT_EQ(80190u, none.err.id());
-}
-
-TEST(CurrencyName, InvalidIndexGivesEmpty) {
-    Table t;
-    for (int32_t bad : {5, -1, 0xFFFE, 70000}) {
-        Err e;
-        EXPECT_EQ(u"", num::currency_name(t, bad, e.err));
-        EXPECT_EQ(80191u, e.err.id());
-    }
 }
 
 // Expected values from exact decimal arithmetic, truncated at the sixth decimal.
@@ -183,20 +175,7 @@ TEST(CurrencyConversion, ExactToTheMillionth) {
     EXPECT_FALSE(e.err.failed());
 }
 
-TEST(CurrencyConversion, DefaultsOfTheConversions) {
-    Table t;
-    t->default_memory = kFRF;
-    t->default_view = kIEP;
-    Err e;
-    // The source of a conversion is the memory currency, the target the display one.
-    EXPECT_EQ("15.244901", num::to_euro(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
-    EXPECT_EQ("78.756400", num::to_currency(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
-    EXPECT_EQ(num::change_currency(t, m("100"), kFRF, kIEP, 6, nullptr, e.err),
-              num::change_currency(t, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e.err));
-    EXPECT_FALSE(e.err.failed());
-}
-
-TEST(CurrencyConversion, ChangeGoesThroughTheEuro) {
+TEST(CurrencyConversion, ChangeGoesThroughTheEuroAndDefaults) {
     Table t;
     Err e;
     // 100 FRF -> 15.244901 EUR -> 12.006335 IEP (truncated at each step).
@@ -204,6 +183,12 @@ TEST(CurrencyConversion, ChangeGoesThroughTheEuro) {
     // Equal indexes copy the value: no round trip through the euro.
     EXPECT_EQ("100.000001",
               num::change_currency(t, m("100.000001"), kITL, kITL, 6, nullptr, e.err).to_text());
+    // The source of a conversion is the memory currency, the target the display one.
+    t->default_memory = kFRF;
+    t->default_view = kIEP;
+    EXPECT_EQ("15.244901", num::to_euro(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
+    EXPECT_EQ("78.756400", num::to_currency(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
+    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e.err).to_text());
     t->default_memory = kITL;
     EXPECT_EQ("100.000001",
               num::change_currency(t, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e.err).to_text());

@@ -2,15 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "numeric/numbers.h"
+#include "support/error_record.h"
 
 namespace num = kp::numeric;
 
 namespace {
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
+using kp::test::Err;
 const std::u16string kUnits = u"bytes;KB;MB;GB;TB";
 std::u16string size(int64_t n, int32_t unit, char16_t dec = u'.') {
     Err e;
@@ -68,28 +65,34 @@ TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
     EXPECT_TRUE(num::is_numeric_text(std::u16string(99, u'1'), spy));
 }
 
-TEST(LengthToString, AutomaticUnit) {
-    EXPECT_EQ(u"0 bytes", size(0, 0));
-    EXPECT_EQ(u"1023 bytes", size(1023, 0));
-    EXPECT_EQ(u"1.00 KB", size(1024, 0));
-    EXPECT_EQ(u"1.50 KB", size(1536, 0));
+// Unit 0 chooses the unit (terabytes are the last one); 1 to 5 fix it.
+TEST(LengthToString, AutomaticAndFixedUnits) {
+    struct Case {
+        int64_t n;
+        int32_t unit;
+        const char16_t* text;
+    } cases[] = {
+        {0, 0, u"0 bytes"},
+        {1023, 0, u"1023 bytes"},
+        {1024, 0, u"1.00 KB"},
+        {1536, 0, u"1.50 KB"},
+        {1048575, 0, u"1024.00 KB"}, // 1023.999 rounds up in the text only
+        {1048576, 0, u"1.00 MB"},
+        {2LL << 30, 0, u"2.00 GB"},
+        {3LL << 40, 0, u"3.00 TB"},
+        {2LL << 50, 0, u"2048.00 TB"},
+        {-5, 0, u"-5 bytes"},
+        {5000000000LL, 1, u"5000000000 bytes"}, // the whole 64-bit size
+        {512, 2, u"0.50 KB"},
+        {1536, 3, u"0.00 MB"},
+        {1536LL << 20, 3, u"1536.00 MB"},
+        {1536LL << 20, 4, u"1.50 GB"},
+        {1, 5, u"0.00 TB"},
+        {INT64_MAX, 5, u"8388608.00 TB"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(size(c.n, c.unit), c.text) << c.n << " unit " << c.unit;
     EXPECT_EQ(u"1,50 KB", size(1536, 0, u','));
-    EXPECT_EQ(u"1024.00 KB", size(1048575, 0)); // 1023.999 rounds up in the text only
-    EXPECT_EQ(u"1.00 MB", size(1048576, 0));
-    EXPECT_EQ(u"2.00 GB", size(2LL << 30, 0));
-    EXPECT_EQ(u"3.00 TB", size(3LL << 40, 0));
-    EXPECT_EQ(u"2048.00 TB", size(2LL << 50, 0)); // terabytes are the last unit
-    EXPECT_EQ(u"-5 bytes", size(-5, 0));
-}
-
-TEST(LengthToString, FixedUnit) {
-    EXPECT_EQ(u"5000000000 bytes", size(5000000000LL, 1)); // the whole 64-bit size
-    EXPECT_EQ(u"0.50 KB", size(512, 2));
-    EXPECT_EQ(u"0.00 MB", size(1536, 3));
-    EXPECT_EQ(u"1536.00 MB", size(1536LL << 20, 3));
-    EXPECT_EQ(u"1.50 GB", size(1536LL << 20, 4));
-    EXPECT_EQ(u"0.00 TB", size(1, 5));
-    EXPECT_EQ(u"8388608.00 TB", size(INT64_MAX, 5));
 }
 
 TEST(LengthToString, UnitOutOfRangeAndShortLists) {

@@ -4,15 +4,12 @@
 #include <set>
 
 #include "numeric/random.h"
+#include "support/error_record.h"
 
 namespace num = kp::numeric;
 
 namespace {
-struct Err {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    Err() { rec.severity = 1; }
-};
+using kp::test::Err;
 int32_t as_int(const num::RandomValue& v) {
     return std::get<int32_t>(v);
 }

@@ -129,6 +129,9 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {"(a*b*)+", false},
         {"z???{,5}?+{2}", true}, // copies of copies of what matches empty
         {"((a*b*)+c?)+", true},
+        {"(^){2,155}", true}, // copies of an anchor
+        {repeated("\\b", 67), true},
+        {"^\\bfoo\\b.*\\bbar\\b$", false},
         {"s" + repeated("?", 74) + "\x05" + repeated("?", 20) + "++", true}, // reach into loops
     };
     for (const Case& c : cases) {

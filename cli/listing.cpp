@@ -10,7 +10,7 @@
 
 namespace kp::cli {
 
-using kp::host::utf16_to_wtf8;
+using kp::host::utf8;
 using kp::host::wtf8_to_utf16;
 
 namespace {
@@ -151,7 +151,7 @@ std::string constant_value(const kp_constant& c) {
         if (const auto* p = reinterpret_cast<const char16_t*>(c.value))
             for (size_t i = 0; p[i] && i < 65536; ++i)
                 text.push_back(p[i]);
-        return "\"" + utf16_to_wtf8(text) + "\"";
+        return "\"" + utf8(text) + "\"";
     }
     return std::to_string(static_cast<int32_t>(static_cast<uint32_t>(c.value)));
 }

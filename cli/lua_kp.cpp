@@ -19,7 +19,7 @@
 
 namespace kp::cli {
 
-using kp::host::utf16_to_wtf8;
+using kp::host::utf8;
 using kp::host::wtf8_invalid_at;
 using kp::host::wtf8_to_utf16;
 
@@ -484,7 +484,7 @@ int buffer_text(lua_State* L, std::string& err) {
     text.reserve(n / 2);
     for (size_t i = 0; i + 1 < n; i += 2)
         text.push_back(static_cast<char16_t>(p[i] | p[i + 1] << 8));
-    const std::string u = utf16_to_wtf8(text);
+    const std::string u = utf8(text);
     lua_pushlstring(L, u.data(), u.size());
     return 1;
 }
@@ -778,10 +778,10 @@ void push_error_record(lua_State* L, const kp::host::ErrorInfo& e) {
     lua_setfield(L, -2, "severity");
     lua_pushinteger(L, static_cast<lua_Integer>(e.system_code));
     lua_setfield(L, -2, "system");
-    const std::string st = utf16_to_wtf8(e.system_text);
+    const std::string st = utf8(e.system_text);
     lua_pushlstring(L, st.data(), st.size());
     lua_setfield(L, -2, "systemtext");
-    const std::string m = utf16_to_wtf8(e.message);
+    const std::string m = utf8(e.message);
     lua_pushlstring(L, m.data(), m.size());
     lua_setfield(L, -2, "message");
     const std::string text = error_summary(e);
@@ -892,7 +892,7 @@ int push_constant(lua_State* L, const kp_constant& c, const std::string& name, s
         if (p)
             for (size_t i = 0; p[i] && i < 65536; ++i)
                 text.push_back(p[i]);
-        const std::string u = utf16_to_wtf8(text);
+        const std::string u = utf8(text);
         lua_pushlstring(L, u.data(), u.size());
         return 1;
     }
@@ -1010,8 +1010,8 @@ std::string error_summary(const kp::host::ErrorInfo& e) {
     if (e.severity <= 1) return "no error";
     std::string out = "error " + std::to_string(e.id);
     if (e.system_code) out += ", system code " + std::to_string(e.system_code);
-    const std::string message = utf16_to_wtf8(without_traces(e.message));
-    const std::string system = utf16_to_wtf8(without_traces(e.system_text));
+    const std::string message = utf8(without_traces(e.message));
+    const std::string system = utf8(without_traces(e.system_text));
     std::string text = message;
     if (!system.empty() && message.find(system) == std::string::npos)
         text = text.empty() ? system : text + " (" + system + ")";
@@ -1065,7 +1065,7 @@ void push_value(lua_State* L, const Value& v) {
         push_currency(L, p->cy);
         break;
     case Value::Kind::String: {
-        const std::string u = utf16_to_wtf8(p->s);
+        const std::string u = utf8(p->s);
         lua_pushlstring(L, u.data(), u.size());
         break;
     }

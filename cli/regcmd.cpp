@@ -25,9 +25,7 @@ int fail(const std::string& msg) {
     return 1;
 }
 
-std::string utf8(std::u16string_view s) {
-    return kp::host::utf8(s);
-}
+using kp::host::utf8;
 
 const char kRegUsage[] = "usage: kp120 reg export [--regedit4] [KEY] [FILE]\n"
                          "       kp120 reg import FILE\n";

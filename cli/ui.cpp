@@ -13,7 +13,7 @@
 
 namespace kp::cli {
 
-using kp::host::utf16_to_wtf8;
+using kp::host::utf8;
 using kp::host::wtf8_to_utf16;
 
 namespace {
@@ -55,7 +55,7 @@ int call_selector(lua_State* L) {
     lua_setfield(L, -2, "kind");
     lua_createtable(L, static_cast<int>(request->texts.size()), 0);
     for (std::size_t k = 0; k < request->texts.size(); ++k) {
-        std::string t = utf16_to_wtf8(request->texts[k]);
+        std::string t = utf8(request->texts[k]);
         lua_pushlstring(L, t.data(), t.size());
         lua_rawseti(L, -2, static_cast<lua_Integer>(k + 1));
     }
@@ -101,7 +101,7 @@ std::u16string terminal_selector(const kp::host::SelectorRequest& request, int l
         std::fprintf(stderr, "kp120: %s selector", kind_name(request.kind));
     }
     for (const std::u16string& t : request.texts)
-        if (!t.empty()) std::fprintf(stderr, " [%s]", utf16_to_wtf8(t).c_str());
+        if (!t.empty()) std::fprintf(stderr, " [%s]", utf8(t).c_str());
     std::fprintf(stderr, "\n%s",
                  tr(language, "choice (empty line cancels): ", "choix (une ligne vide annule) : "));
     std::fflush(stderr);

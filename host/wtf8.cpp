@@ -58,49 +58,44 @@ constexpr char16_t kCp1252High[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x
                                       0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                       0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
+// Reads `bytes` into `out` (when given): each byte that starts no valid
+// sequence becomes U+FFFD when `substitute`, else the reading stops there.
+// Returns the offset where it stopped, or npos at the end.
+size_t read(std::string_view bytes, std::u16string* out, bool substitute) {
+    char32_t cp;
+    for (size_t i = 0; i < bytes.size();) {
+        size_t n = decode(bytes, i, cp);
+        if (n == 0) {
+            if (!substitute) return i;
+            cp = u'\uFFFD';
+            n = 1;
+        }
+        i += n;
+        if (out) append(*out, cp);
+    }
+    return std::string_view::npos;
+}
+
 } // namespace
 
 size_t wtf8_invalid_at(std::string_view bytes) {
-    char32_t cp;
-    for (size_t i = 0; i < bytes.size();) {
-        const size_t n = decode(bytes, i, cp);
-        if (n == 0) return i;
-        i += n;
-    }
-    return std::string_view::npos;
+    return read(bytes, nullptr, false);
 }
 
 bool wtf8_to_utf16(std::string_view bytes, std::u16string& out) {
     out.clear();
     out.reserve(bytes.size());
-    char32_t cp;
-    for (size_t i = 0; i < bytes.size();) {
-        const size_t n = decode(bytes, i, cp);
-        if (n == 0) return false;
-        i += n;
-        append(out, cp);
-    }
-    return true;
+    return read(bytes, &out, false) == std::string_view::npos;
 }
 
 std::u16string utf16(std::string_view bytes) {
     std::u16string out;
     out.reserve(bytes.size());
-    char32_t cp;
-    for (size_t i = 0; i < bytes.size();) {
-        const size_t n = decode(bytes, i, cp);
-        if (n == 0) {
-            out.push_back(u'\uFFFD');
-            ++i;
-            continue;
-        }
-        i += n;
-        append(out, cp);
-    }
+    read(bytes, &out, true);
     return out;
 }
 
-std::string utf16_to_wtf8(std::u16string_view text) {
+std::string utf8(std::u16string_view text) {
     std::string out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
@@ -127,10 +122,6 @@ std::string utf16_to_wtf8(std::u16string_view text) {
         }
     }
     return out;
-}
-
-std::string utf8(std::u16string_view text) {
-    return utf16_to_wtf8(text);
 }
 
 char16_t cp1252_char(unsigned char byte) {

@@ -28,7 +28,6 @@ std::u16string utf16(std::string_view utf8);
 
 // UTF-16 -> WTF-8: pairs become four-byte sequences, lone surrogates
 // three-byte ones.
-std::string utf16_to_wtf8(std::u16string_view text);
 std::string utf8(std::u16string_view utf16);
 
 // A byte of code page 1252 (its five undefined bytes keep their C1 value).

@@ -50,7 +50,7 @@ typedef struct kp120_regtool_bytes {
  * REGEDIT4 form when `regedit4` is not 0, else in the UTF-16 form.  Each
  * name a file cannot hold (a line end in it) is left out and given to
  * `skipped` (may be null).  0, or the Win32 error (2: no such key; 14: out
- * of memory), `out` then empty. */
+ * of memory; 1359: any other failure), `out` then empty. */
 KP120_REGTOOL_API uint32_t kp120_regtool_export(const char* database, const char16_t* key, size_t key_length,
                                                 int regedit4, kp120_regtool_bytes* out,
                                                 kp120_regtool_note skipped,

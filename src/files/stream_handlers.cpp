@@ -39,15 +39,8 @@ KP_BIND(fWrite_3, [](int32_t handle, int32_t address, int32_t length, CXError& e
     return files::f_write_from(handle, address_of(address), length, e);
 })
 
-// The line is read into the thread's buffer, then copied once into the
-// VM's string.
-KP_BIND(fReadLine_1, [](int32_t handle, CXError& e) {
-    thread_local std::u16string line;
-    files::f_read_line(handle, line, e);
-    auto result = bind::any_string(line);
-    if (line.capacity() > (1u << 20)) std::u16string().swap(line); // a huge line's text is not kept
-    return result;
-})
+KP_BIND(fReadLine_1,
+        [](int32_t handle, CXError& e) { return bind::any_string(files::f_read_line(handle, e)); })
 
 // (handle, pattern, up to eight variables by reference) -> boolean: a
 // variable count, hand-written.

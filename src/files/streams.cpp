@@ -427,10 +427,11 @@ int32_t f_write_from(int32_t handle, uintptr_t address, int32_t length, CXError&
 
 // --- Lines ---------------------------------------------------------------------
 
-std::u16string f_read_line(int32_t handle, CXError& err) {
-    std::u16string out;
-    f_read_line(handle, out, err);
-    return out;
+const std::u16string& f_read_line(int32_t handle, CXError& err) {
+    thread_local std::u16string line;
+    if (line.capacity() > (1u << 20)) std::u16string().swap(line); // a huge line's text is not kept
+    f_read_line(handle, line, err);
+    return line;
 }
 
 void f_read_line(int32_t handle, std::u16string& out, CXError& err) {

@@ -116,10 +116,12 @@ int32_t f_write(int32_t handle, std::span<const uint8_t> bytes, int32_t length, 
 // fWrite from memory at `address`.
 int32_t f_write_from(int32_t handle, uintptr_t address, int32_t length, CXError& err);
 
-// fReadLine, first form: the next line, kEndOfFile at the end, "" on failure.
-std::u16string f_read_line(int32_t handle, CXError& err);
-// The same into `out`, whose storage serves again from one line to the next.
+// fReadLine, first form: the next line, kEndOfFile at the end, "" on failure,
+// into `out`, whose storage serves again from one line to the next.
 void f_read_line(int32_t handle, std::u16string& out, CXError& err);
+// The same in the calling thread's buffer, valid until the thread's next
+// line; the buffer of a line over 1 MiB is let go at the next call.
+const std::u16string& f_read_line(int32_t handle, CXError& err);
 // Receives the text of sub-match `index` (0 = the whole line) for the
 // variable at that place; false when the runtime refuses it.
 using AssignMatch = std::function<bool(std::size_t index, std::u16string_view text)>;

@@ -274,6 +274,16 @@ Fd& Fd::operator=(Fd&& o) noexcept {
     return *this;
 }
 
+namespace {
+// A root path as the kept descriptor is compared by: no trailing "/", and
+// "/" for the host's root.
+std::string normal_root(std::string_view path) {
+    while (!path.empty() && path.back() == '/')
+        path.remove_suffix(1);
+    return path.empty() ? std::string("/") : std::string(path);
+}
+} // namespace
+
 SharedFd RootDirectory::reopen(const std::string& path) {
     fd_ = SharedFd();
     path_ = path;
@@ -287,14 +297,14 @@ SharedFd RootDirectory::reopen(const std::string& path) {
 }
 
 SharedFd RootDirectory::open(std::string_view path_in) {
-    std::string path(path_in.empty() ? "/" : path_in);
+    const std::string path = normal_root(path_in);
     std::lock_guard<std::mutex> lock(mutex_);
     if (fd_ && path == path_) return fd_;
     return reopen(path);
 }
 
 bool RootDirectory::replaced(std::string_view path_in) {
-    std::string path(path_in.empty() ? "/" : path_in);
+    const std::string path = normal_root(path_in);
     struct stat st;
     const bool found = stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
     std::lock_guard<std::mutex> lock(mutex_);
@@ -443,11 +453,8 @@ bool resolve_once(std::string_view root_in, std::u16string_view name, ResolvedNa
 bool resolve_device_name(std::string_view root, std::u16string_view name, ResolvedName& out, uint32_t* error,
                          bool allow_wildcards) {
     if (!resolve_once(root, name, out, error, allow_wildcards)) return false;
-    std::string_view path = root;
-    while (!path.empty() && path.back() == '/')
-        path.remove_suffix(1);
     // A name not found, or the root itself: the root may have been replaced.
-    if ((out.is_root || !out.exists) && kept_root().replaced(path))
+    if ((out.is_root || !out.exists) && kept_root().replaced(root))
         return resolve_once(root, name, out, error, allow_wildcards);
     return true;
 }

@@ -301,10 +301,8 @@ class ChildTable {
             else
                 timeout = kPollMs;
             poll(fds.data(), fds.size(), timeout);
-            uint64_t count;
-            if (wake_fd_ >= 0 && read(wake_fd_, &count, sizeof count) < 0) {
-                // nothing to drain
-            }
+            uint64_t count; // the wake-ups are drained; none to drain is EAGAIN
+            if (wake_fd_ >= 0) (void)!read(wake_fd_, &count, sizeof count);
         }
         // dlclose has the one argument and an int result, returned where a
         // thread's void* result is: the thread runs the C library alone.

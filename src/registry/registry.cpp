@@ -116,10 +116,6 @@ void report_write_failure(CXError& err, std::u16string_view key, std::u16string_
     err.set_severity(2);
 }
 
-std::u16string upper(std::u16string_view s) {
-    return platform::to_upper(s);
-}
-
 bool separator(char16_t c) {
     return !platform::is_alphanumeric(c);
 }
@@ -475,7 +471,7 @@ bool delete_key(std::u16string_view key, CXError& err) {
 
 bool seek_matches(std::u16string_view candidate, std::u16string_view text, bool whole_word) {
     if (text.empty()) return false;
-    std::u16string c = upper(candidate), t = upper(text);
+    std::u16string c = platform::to_upper(candidate), t = platform::to_upper(text);
     for (std::size_t at = c.find(t); at != std::u16string::npos; at = c.find(t, at + 1)) {
         if (!whole_word) return true;
         std::size_t end = at + t.size();

@@ -20,6 +20,9 @@ namespace regfile = kp::registry::regfile;
 namespace regtool = kp::registry::regtool;
 
 constexpr uint32_t kOutOfMemory = 14;
+// Any other failure that surfaces as an exception (ERROR_INTERNAL_ERROR):
+// none crosses the C interface.
+constexpr uint32_t kInternalError = 1359;
 
 // The database of one call, let go when the call returns.
 struct Database {
@@ -58,6 +61,9 @@ extern "C" uint32_t kp120_regtool_export(const char* database, const char16_t* k
     } catch (const std::bad_alloc&) {
         kp120_regtool_free(out);
         return kOutOfMemory;
+    } catch (...) {
+        kp120_regtool_free(out);
+        return kInternalError;
     }
 }
 
@@ -83,6 +89,9 @@ extern "C" int kp120_regtool_import(const char* database, const uint8_t* file, s
         return KP120_REGTOOL_IMPORTED;
     } catch (const std::bad_alloc&) {
         *error = kOutOfMemory;
+        return KP120_REGTOOL_REFUSED;
+    } catch (...) {
+        *error = kInternalError;
         return KP120_REGTOOL_REFUSED;
     }
 }

@@ -16,6 +16,7 @@
 #include <ctime>
 #include <string>
 
+#include "component/runtime.h"
 #include "datetime/calendar.h"
 #include "datetime/masks.h"
 
@@ -23,14 +24,7 @@
 
 namespace {
 
-const kp_regional_settings kEnglish = {
-    {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
-    {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
-     u"October", u"November", u"December"},
-    u"M/d/yyyy",
-    u"h:mm tt",
-    u'.',
-    nullptr};
+const kp_regional_settings& kEnglish = kp::runtime::default_regional_settings();
 
 // One call of each side, with its inputs.
 struct Calls {

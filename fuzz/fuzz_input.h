@@ -135,6 +135,7 @@ inline std::vector<uint8_t> bytes(FuzzedDataProvider& in) {
 } // namespace kp::fuzz
 
 #include "component/error.h"
+#include "component/runtime.h"
 #include "kp120/vm.h"
 
 namespace kp::fuzz {
@@ -162,20 +163,12 @@ inline const kp_regional_settings& regional(FuzzedDataProvider& in, Regional& st
         u"HH:mm",
         u',',
         nullptr};
-    static const kp_regional_settings english = {
-        {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
-        {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
-         u"October", u"November", u"December"},
-        u"M/d/yyyy",
-        u"h:mm tt",
-        u'.',
-        nullptr};
     static const kp_regional_settings empty{};
     switch (in.ConsumeIntegralInRange<int>(0, 7)) {
     case 0:
         return empty;
     case 1:
-        return english;
+        return kp::runtime::default_regional_settings();
     case 2: {
         for (std::u16string& t : store.text)
             t = short_text(in, 12);

@@ -40,16 +40,17 @@ const kp_services* services() {
     return state().services;
 }
 
-namespace {
-const kp_regional_settings kDefaultEnglish = {
-    {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
-    {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
-     u"October", u"November", u"December"},
-    u"dd/MM/yyyy",
-    u"HH:mm:ss",
-    u'.',
-    nullptr};
-} // namespace
+const kp_regional_settings& default_regional_settings() {
+    static const kp_regional_settings english = {
+        {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
+        {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
+         u"October", u"November", u"December"},
+        u"dd/MM/yyyy",
+        u"HH:mm:ss",
+        u'.',
+        nullptr};
+    return english;
+}
 
 bool query_option(int32_t code) {
     auto fn = service(&kp_services::query_option);
@@ -60,7 +61,7 @@ const kp_regional_settings& regional_settings() {
     if (auto fn = service(&kp_services::regional_settings)) {
         if (const kp_regional_settings* r = fn(vm())) return *r;
     }
-    return kDefaultEnglish;
+    return default_regional_settings();
 }
 
 std::string setting(const char* name) {

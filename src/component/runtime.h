@@ -76,6 +76,9 @@ bool french();
 const kp_services* services();
 bool query_option(int32_t code);
 const kp_regional_settings& regional_settings();
+// The settings used when the VM gives none: English names, "dd/MM/yyyy",
+// "HH:mm:ss" and '.'.
+const kp_regional_settings& default_regional_settings();
 // Host setting by name (KP_SETTING_*), empty when absent.
 std::string setting(const char* name);
 

@@ -55,7 +55,7 @@
 // vector); it gets the same catch-all, with the table row's empty result.
 //
 // The adaptor is a template instantiated in the handler itself, so a bound
-// call costs what the hand-written handler it replaces cost.
+// call costs no more than a handler written out by hand.
 #pragma once
 
 #include <array>

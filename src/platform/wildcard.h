@@ -28,14 +28,12 @@ class WildcardPattern {
   public:
     explicit WildcardPattern(std::u16string_view pattern);
     bool matches(std::u16string_view name) const;
-    // True for "*" and "*.*", which match every name.
-    bool matches_all() const { return all_; }
 
   private:
     bool match_folded(std::u16string_view name, bool without_dot_star) const;
     std::u16string folded_;
     bool dot_star_ = false;
-    bool all_ = false;
+    bool all_ = false; // "*" or "*.*": every name matches
 };
 
 } // namespace kp::platform

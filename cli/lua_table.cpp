@@ -69,6 +69,81 @@ bool read_cells(lua_State* L, int index, std::vector<kp::host::Value>& cells, co
     return true;
 }
 
+// The "columns" field at the top of the stack: titles or {title, visible}.
+bool read_columns(lua_State* L, kp::host::TableControl& control, std::string& err) {
+    if (lua_isnil(L, -1)) return true;
+    if (lua_type(L, -1) != LUA_TTABLE) {
+        err = say(L, "kp.table: columns must be a table", "kp.table : columns doit être une table");
+        return false;
+    }
+    const int cols = lua_gettop(L);
+    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, cols));
+    for (lua_Integer k = 1; k <= n; ++k) {
+        lua_rawgeti(L, cols, k);
+        kp::host::TableControl::Column c;
+        if (lua_type(L, -1) == LUA_TSTRING) {
+            c.title = text_field(L, -1, "column title", err);
+        } else if (lua_type(L, -1) == LUA_TTABLE) {
+            lua_getfield(L, -1, "title");
+            if (lua_type(L, -1) == LUA_TSTRING) c.title = text_field(L, -1, "column title", err);
+            lua_pop(L, 1);
+            lua_getfield(L, -1, "visible");
+            if (!lua_isnil(L, -1)) c.visible = lua_toboolean(L, -1) != 0;
+            lua_pop(L, 1);
+        } else {
+            err = say(L, "kp.table: column ", "kp.table : la colonne ") + std::to_string(k) +
+                  say(L, " must be a title or {title, visible}", " doit être un titre ou {title, visible}");
+        }
+        lua_pop(L, 1);
+        if (!err.empty()) return false;
+        control.columns.push_back(std::move(c));
+    }
+    return true;
+}
+
+// The "rows" field at the top of the stack: a list of lists of cells.
+bool read_rows(lua_State* L, kp::host::TableControl& control, std::string& err) {
+    if (lua_isnil(L, -1)) return true;
+    if (lua_type(L, -1) != LUA_TTABLE) {
+        err = say(L, "kp.table: rows must be a table", "kp.table : rows doit être une table");
+        return false;
+    }
+    const int rows = lua_gettop(L);
+    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, rows));
+    control.rows.reserve(static_cast<size_t>(n));
+    for (lua_Integer k = 1; k <= n; ++k) {
+        lua_rawgeti(L, rows, k);
+        std::vector<kp::host::Value> cells;
+        const bool ok = read_cells(L, lua_gettop(L), cells, "row " + std::to_string(k), err);
+        lua_pop(L, 1);
+        if (!ok) return false;
+        control.rows.push_back(std::move(cells));
+    }
+    return true;
+}
+
+// The "selected" field at the top of the stack: row numbers from 1, kept
+// sorted and from 0.  Anything but a table selects nothing.
+bool read_selected(lua_State* L, kp::host::TableControl& control, std::string& err) {
+    if (lua_type(L, -1) != LUA_TTABLE) return true;
+    const int sel = lua_gettop(L);
+    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, sel));
+    for (lua_Integer k = 1; k <= n; ++k) {
+        lua_rawgeti(L, sel, k);
+        const bool ok =
+            lua_isinteger(L, -1) && lua_tointeger(L, -1) >= 1 && lua_tointeger(L, -1) <= INT32_MAX;
+        if (ok) control.selected.push_back(static_cast<int32_t>(lua_tointeger(L, -1) - 1));
+        lua_pop(L, 1);
+        if (!ok) {
+            err = say(L, "kp.table: selected rows are row numbers from 1",
+                      "kp.table : selected contient des numéros de ligne à partir de 1");
+            return false;
+        }
+    }
+    std::sort(control.selected.begin(), control.selected.end());
+    return true;
+}
+
 int table_new(lua_State* L, std::string& err) {
     if (lua_type(L, 1) != LUA_TTABLE) {
         err = say(L, "kp.table: expects a table {kind, columns, rows, selected, totals}",
@@ -85,77 +160,12 @@ int table_new(lua_State* L, std::string& err) {
         control->kind = static_cast<int32_t>(lua_tointeger(L, -1));
     }
     lua_pop(L, 1);
-
-    lua_getfield(L, 1, "columns");
-    if (lua_type(L, -1) == LUA_TTABLE) {
-        const int cols = lua_gettop(L);
-        const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, cols));
-        for (lua_Integer k = 1; k <= n; ++k) {
-            lua_rawgeti(L, cols, k);
-            kp::host::TableControl::Column c;
-            if (lua_type(L, -1) == LUA_TSTRING) {
-                c.title = text_field(L, -1, "column title", err);
-            } else if (lua_type(L, -1) == LUA_TTABLE) {
-                lua_getfield(L, -1, "title");
-                if (lua_type(L, -1) == LUA_TSTRING) c.title = text_field(L, -1, "column title", err);
-                lua_pop(L, 1);
-                lua_getfield(L, -1, "visible");
-                if (!lua_isnil(L, -1)) c.visible = lua_toboolean(L, -1) != 0;
-                lua_pop(L, 1);
-            } else {
-                err =
-                    say(L, "kp.table: column ", "kp.table : la colonne ") + std::to_string(k) +
-                    say(L, " must be a title or {title, visible}", " doit être un titre ou {title, visible}");
-            }
-            lua_pop(L, 1);
-            if (!err.empty()) return -1;
-            control->columns.push_back(std::move(c));
-        }
-    } else if (!lua_isnil(L, -1)) {
-        err = say(L, "kp.table: columns must be a table", "kp.table : columns doit être une table");
-        return -1;
+    for (auto [field, read] : {std::pair{"columns", &read_columns}, std::pair{"rows", &read_rows},
+                               std::pair{"selected", &read_selected}}) {
+        lua_getfield(L, 1, field);
+        if (!read(L, *control, err)) return -1;
+        lua_pop(L, 1);
     }
-    lua_pop(L, 1);
-
-    lua_getfield(L, 1, "rows");
-    if (lua_type(L, -1) == LUA_TTABLE) {
-        const int rows = lua_gettop(L);
-        const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, rows));
-        control->rows.reserve(static_cast<size_t>(n));
-        for (lua_Integer k = 1; k <= n; ++k) {
-            lua_rawgeti(L, rows, k);
-            std::vector<kp::host::Value> cells;
-            const bool ok = read_cells(L, lua_gettop(L), cells, "row " + std::to_string(k), err);
-            lua_pop(L, 1);
-            if (!ok) return -1;
-            control->rows.push_back(std::move(cells));
-        }
-    } else if (!lua_isnil(L, -1)) {
-        err = say(L, "kp.table: rows must be a table", "kp.table : rows doit être une table");
-        return -1;
-    }
-    lua_pop(L, 1);
-
-    lua_getfield(L, 1, "selected");
-    if (lua_type(L, -1) == LUA_TTABLE) {
-        const int sel = lua_gettop(L);
-        const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, sel));
-        for (lua_Integer k = 1; k <= n; ++k) {
-            lua_rawgeti(L, sel, k);
-            const bool ok =
-                lua_isinteger(L, -1) && lua_tointeger(L, -1) >= 1 && lua_tointeger(L, -1) <= INT32_MAX;
-            if (ok) control->selected.push_back(static_cast<int32_t>(lua_tointeger(L, -1) - 1));
-            lua_pop(L, 1);
-            if (!ok) {
-                err = say(L, "kp.table: selected rows are row numbers from 1",
-                          "kp.table : selected contient des numéros de ligne à partir de 1");
-                return -1;
-            }
-        }
-        std::sort(control->selected.begin(), control->selected.end());
-    }
-    lua_pop(L, 1);
-
     lua_getfield(L, 1, "totals");
     if (!lua_isnil(L, -1)) {
         if (!read_cells(L, lua_gettop(L), control->totals, "totals", err)) return -1;

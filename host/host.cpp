@@ -344,20 +344,11 @@ std::string default_component_path() {
 // Start-up and shutdown
 // ------------------------------------------------------------------------
 
-Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
-    Impl& h = *impl_;
-    h.options = std::move(options);
-    if (h.options.component_path.empty()) h.options.component_path = default_component_path();
-    h.codepage_text = std::to_string(h.options.ansi_codepage);
-    h.language = h.options.language == 0 ? 0 : 1;
-    h.smooth = h.options.smooth_time;
+namespace {
 
-    h.module = dlopen(h.options.component_path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!h.module) {
-        const char* e = dlerror();
-        h.error = "cannot load " + h.options.component_path + ": " + (e ? e : "unknown error");
-        return;
-    }
+// The component's entry points; false (with the reason in h.error) when
+// one is missing.
+bool load_entry_points(Host::Impl& h) {
     auto sym = [&](const char* name) {
         void* p = dlsym(h.module, name);
         if (!p && h.error.empty()) h.error = std::string("the component does not export ") + name;
@@ -370,20 +361,10 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     h.declare_proxy = reinterpret_cast<decltype(h.declare_proxy)>(sym("DeclareProxy"));
     h.query_proxy = reinterpret_cast<decltype(h.query_proxy)>(sym("pQueryProxy"));
     h.init_conv = reinterpret_cast<decltype(h.init_conv)>(sym("bInitKLConvFromVM"));
-    if (!h.error.empty()) {
-        dlclose(h.module);
-        h.module = nullptr;
-        return;
-    }
+    return h.error.empty();
+}
 
-    // This library is the VM module: its conversion hooks, object-module
-    // exports and peer "Execution" are found in it by name.
-    Dl_info self{};
-    if (dladdr(reinterpret_cast<void*>(&default_component_path), &self) && self.dli_fname)
-        h.host_module = dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD);
-
-    h.table_interface = *host_table_interface();
-    h.table_interface.self = &h;
+void fill_services(Host::Impl& h) {
     kp_services& s = h.services;
     s.size = sizeof(kp_services);
     s.vm = &h;
@@ -409,9 +390,11 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     s.pump_message = pump_message;
     s.display = svc_display;
     s.table_interface = svc_table_interface;
-    h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
+}
 
-    // The VM's calling order.
+// The VM's calling order: conversion hooks, services, parameters, the
+// tables, attach, then the component object.
+void start_component(Host::Impl& h) {
     g_current = &h;
     if (!h.init_conv(h.host_module, 2, 0, nullptr)) h.error = "the component refused the conversion hooks";
     h.command(KP_COMMAND_SERVICES, &h.services);
@@ -430,6 +413,41 @@ Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
     uintptr_t attach[4] = {0, reinterpret_cast<uintptr_t>(h.host_module), 0, 0};
     h.execution(KP_EXEC_ATTACH, attach);
     h.object = h.query_proxy(KP_PROXY_COMPONENT_OBJECT);
+}
+
+} // namespace
+
+Host::Host(Options options) : impl_(std::make_unique<Impl>()) {
+    Impl& h = *impl_;
+    h.options = std::move(options);
+    if (h.options.component_path.empty()) h.options.component_path = default_component_path();
+    h.codepage_text = std::to_string(h.options.ansi_codepage);
+    h.language = h.options.language == 0 ? 0 : 1;
+    h.smooth = h.options.smooth_time;
+
+    h.module = dlopen(h.options.component_path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!h.module) {
+        const char* e = dlerror();
+        h.error = "cannot load " + h.options.component_path + ": " + (e ? e : "unknown error");
+        return;
+    }
+    if (!load_entry_points(h)) {
+        dlclose(h.module);
+        h.module = nullptr;
+        return;
+    }
+
+    // This library is the VM module: its conversion hooks, object-module
+    // exports and peer "Execution" are found in it by name.
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<void*>(&default_component_path), &self) && self.dli_fname)
+        h.host_module = dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+
+    h.table_interface = *host_table_interface();
+    h.table_interface.self = &h;
+    fill_services(h);
+    h.threading.multi_threaded = h.options.per_thread_allocators ? 1 : 0;
+    start_component(h);
     set_language(h.language);
 
     for (std::size_t i = 0; i < h.functions.size(); ++i) {

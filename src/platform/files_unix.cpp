@@ -124,91 +124,69 @@ constexpr uint64_t kMaxOffset = static_cast<uint64_t>(LLONG_MAX);
 
 // --- Handles ---------------------------------------------------------------
 
-FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share, uint32_t disposition,
-                       uint32_t flags_and_attributes) {
-    ResolvedName r;
-    if (!resolve_device_name(name, r)) return kInvalidFile;
-    if (r.is_root) {
-        set_last_error(kErrorAccessDenied);
-        return kInvalidFile;
-    }
-    if (!r.parent_exists) {
-        set_last_error(kErrorPathNotFound);
-        return kInvalidFile;
-    }
-    struct stat st;
-    bool exists = stat_followed(r, st);
-    if (!exists && errno != ENOENT) {
-        set_last_error(win32_from_resolve_errno(errno));
-        return kInvalidFile;
-    }
-    if (exists && S_ISDIR(st.st_mode)) {
-        set_last_error(kErrorAccessDenied);
-        return kInvalidFile;
-    }
-    bool read_only = exists && S_ISREG(st.st_mode) && is_read_only(st);
-    bool wants_write = (access & kGenericWrite) != 0;
+namespace {
 
-    int oflags = O_CLOEXEC;
+FileHandle no_file(uint32_t error) {
+    set_last_error(error);
+    return kInvalidFile;
+}
+
+// The open(2) flags of CreateFileW's disposition and access on an entry
+// that exists (or not) and is read-only (or not); 0 or the Win32 error
+// CreateFileW gives.
+uint32_t open_flags(uint32_t disposition, uint32_t access, bool exists, bool read_only, int& oflags) {
+    const bool wants_write = (access & kGenericWrite) != 0;
+    oflags = O_CLOEXEC;
     switch (disposition) {
     case kCreateNew:
-        if (exists) {
-            set_last_error(kErrorFileExists);
-            return kInvalidFile;
-        }
+        if (exists) return kErrorFileExists;
         oflags |= O_CREAT | O_EXCL;
         break;
     case kCreateAlways:
-        if (read_only) {
-            set_last_error(kErrorAccessDenied);
-            return kInvalidFile;
-        }
+        if (read_only) return kErrorAccessDenied;
         oflags |= O_CREAT | O_TRUNC;
         break;
     case kOpenExisting:
-        if (!exists) {
-            set_last_error(kErrorFileNotFound);
-            return kInvalidFile;
-        }
+        if (!exists) return kErrorFileNotFound;
         break;
     case kOpenAlways:
         oflags |= O_CREAT;
         break;
     case kTruncateExisting:
-        if (!exists) {
-            set_last_error(kErrorFileNotFound);
-            return kInvalidFile;
-        }
-        if (!wants_write) {
-            set_last_error(kErrorInvalidParameter);
-            return kInvalidFile;
-        }
+        if (!exists) return kErrorFileNotFound;
+        if (!wants_write) return kErrorInvalidParameter;
         oflags |= O_TRUNC;
         break;
     default:
-        set_last_error(kErrorInvalidParameter);
-        return kInvalidFile;
+        return kErrorInvalidParameter;
     }
-    if (read_only && wants_write) {
-        set_last_error(kErrorAccessDenied);
-        return kInvalidFile;
-    }
-    bool wants_read = (access & kGenericRead) != 0;
-    if (wants_read && wants_write)
-        oflags |= O_RDWR;
-    else if (wants_write)
-        oflags |= O_WRONLY;
-    else
-        oflags |= O_RDONLY;
+    if (read_only && wants_write) return kErrorAccessDenied;
+    const bool wants_read = (access & kGenericRead) != 0;
+    oflags |= wants_read && wants_write ? O_RDWR : wants_write ? O_WRONLY : O_RDONLY;
+    return 0;
+}
+
+} // namespace
+
+FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share, uint32_t disposition,
+                       uint32_t flags_and_attributes) {
+    ResolvedName r;
+    if (!resolve_device_name(name, r)) return kInvalidFile;
+    if (r.is_root) return no_file(kErrorAccessDenied);
+    if (!r.parent_exists) return no_file(kErrorPathNotFound);
+    struct stat st;
+    const bool exists = stat_followed(r, st);
+    if (!exists && errno != ENOENT) return no_file(win32_from_resolve_errno(errno));
+    if (exists && S_ISDIR(st.st_mode)) return no_file(kErrorAccessDenied);
+    const bool read_only = exists && S_ISREG(st.st_mode) && is_read_only(st);
+    int oflags = 0;
+    if (uint32_t error = open_flags(disposition, access, exists, read_only, oflags)) return no_file(error);
     // Stream devices (FIFOs) must not block the program thread on open.
     if (exists && !S_ISREG(st.st_mode)) oflags |= O_NONBLOCK;
 
     // A dangling link creates its target inside the root, or fails.
     int fd = open_resolved(r, oflags, 0666);
-    if (fd < 0) {
-        set_last_error(errno == ENOENT ? kErrorPathNotFound : win32_from_resolve_errno(errno));
-        return kInvalidFile;
-    }
+    if (fd < 0) return no_file(errno == ENOENT ? kErrorPathNotFound : win32_from_resolve_errno(errno));
     if (!exists && (flags_and_attributes & kAttributeReadOnly)) {
         struct stat now;
         if (fstat(fd, &now) == 0) fchmod(fd, now.st_mode & ~(S_IWUSR | S_IWGRP | S_IWOTH) & 07777);
@@ -216,8 +194,7 @@ FileHandle create_file(std::u16string_view name, uint32_t access, uint32_t share
     auto* f = new (std::nothrow) OpenFile;
     if (!f) {
         close(fd);
-        set_last_error(kErrorNotEnoughMemory);
-        return kInvalidFile;
+        return no_file(kErrorNotEnoughMemory);
     }
     f->fd = fd;
     f->access = access;

@@ -252,24 +252,13 @@ class Parser {
             ++i;
     }
 
+    // A value line: its name, '=', then "-" (delete), a string, dword: or
+    // hex[(N)]: with its byte list.
     bool value_line(std::size_t& i, Value& v) {
-        std::size_t at = i + 1;
+        const std::size_t at = i + 1;
         std::u16string_view line = lines_[i];
         std::size_t pos = line.size() - trim_left(line).size();
-        if (line[pos] == u'@') {
-            ++pos;
-        } else {
-            ++pos;
-            std::size_t first = i;
-            if (!quoted(i, pos, v.name)) {
-                problem(at, "a value name without its closing quote");
-                return false;
-            }
-            if (i != first || v.name.find(u'\r') != std::u16string::npos) {
-                problem(at, "a line end in a value name");
-                return false;
-            }
-        }
+        if (!value_name(i, pos, v.name, at)) return false;
         std::u16string_view rest = trim_left(line.substr(pos));
         if (rest.empty() || rest.front() != u'=') {
             problem(at, "'=' expected after the value name");
@@ -281,21 +270,8 @@ class Parser {
             v.remove = true;
             return true;
         }
-        if (!rest.empty() && rest.front() == u'"') {
-            std::size_t p = line.size() - rest.size() + 1;
-            std::u16string text;
-            if (!quoted(i, p, text)) {
-                problem(at, "a string without its closing quote");
-                return false;
-            }
-            if (!trim(lines_[i].substr(p)).empty()) {
-                problem(i + 1, "text after the closing quote of a string");
-                return false;
-            }
-            v.type = 1;
-            v.data = text_bytes(text, true);
-            return true;
-        }
+        if (!rest.empty() && rest.front() == u'"')
+            return string_value(i, line.size() - rest.size() + 1, v, at);
         std::size_t colon = rest.find(u':');
         std::u16string_view form = colon == std::u16string_view::npos ? rest : rest.substr(0, colon);
         if (colon != std::u16string_view::npos && same_ascii_nocase(form, u"dword")) {
@@ -325,8 +301,45 @@ class Parser {
                 return false;
             }
         }
-        // The byte list, over the lines that a trailing backslash continues.
-        std::u16string list(rest.substr(colon + 1));
+        return hex_value(i, rest.substr(colon + 1), v, at);
+    }
+
+    // "@" or a quoted name on one line; pos ends just after it.
+    bool value_name(std::size_t& i, std::size_t& pos, std::u16string& name, std::size_t at) {
+        if (lines_[i][pos++] == u'@') return true;
+        const std::size_t first = i;
+        if (!quoted(i, pos, name)) {
+            problem(at, "a value name without its closing quote");
+            return false;
+        }
+        if (i != first || name.find(u'\r') != std::u16string::npos) {
+            problem(at, "a line end in a value name");
+            return false;
+        }
+        return true;
+    }
+
+    // A quoted string from `pos` (after its opening quote) of line i,
+    // nothing after its closing quote.
+    bool string_value(std::size_t& i, std::size_t pos, Value& v, std::size_t at) {
+        std::u16string text;
+        if (!quoted(i, pos, text)) {
+            problem(at, "a string without its closing quote");
+            return false;
+        }
+        if (!trim(lines_[i].substr(pos)).empty()) {
+            problem(i + 1, "text after the closing quote of a string");
+            return false;
+        }
+        v.type = 1;
+        v.data = text_bytes(text, true);
+        return true;
+    }
+
+    // The byte list of a hex value, over the lines that a trailing
+    // backslash continues.
+    bool hex_value(std::size_t& i, std::u16string_view first, Value& v, std::size_t at) {
+        std::u16string list(first);
         for (;;) {
             std::u16string_view t = trim_right(list);
             if (t.empty() || t.back() != u'\\') break;

@@ -117,15 +117,13 @@ void skip_bracket(std::string_view p, std::size_t& i) {
     i = std::min(j, p.size());
 }
 
-} // namespace
+// The estimate over the pattern read so far: one level a group open.
+class Estimate {
+  public:
+    void read(std::string_view p);
+    uint64_t result();
 
-// The engine builds one node a character, bracket or operator and copies the
-// operand of a bounded repetition once a bound (and of "+" twice), nested
-// copies multiplying ("a*++++++++++++" is 4096 stars, nested): the estimate
-// follows that with the syntax bits 0x2B244
-// ("(", ")", "|" and "{" unescaped, an unmatched ")" ordinary), and adds the
-// work of the sets of nodes passable without reading (see kWorkPerNode).
-uint64_t regex_expanded_size(std::string_view p) {
+  private:
     struct Level {
         Item branches;           // closed alternatives of this group
         Item current;            // the alternative being read
@@ -136,10 +134,9 @@ uint64_t regex_expanded_size(std::string_view p) {
         uint64_t solid = 0;      // operands of `current` that cannot match empty
         uint64_t alternatives = 0;
     };
-    std::vector<Level> open(1);
-    uint32_t layers = 0;
-    // Appends `x` to the alternative `l.current`, after the run `run`.
-    auto append = [](Level& l, const Item& x) {
+
+    // Appends `x` to the alternative `l.current`, after the run `l.run`.
+    static void append(Level& l, const Item& x) {
         l.current.size = add(l.current.size, x.size);
         l.current.passable = add(l.current.passable, x.passable);
         l.current.work = add(l.current.work, x.work);
@@ -159,52 +156,21 @@ uint64_t regex_expanded_size(std::string_view p) {
             l.run = 0;
             ++l.solid;
         }
-    };
-    auto operand = [&](const Item& x) {
-        Level& l = open.back();
+    }
+
+    void operand(const Item& x) {
+        Level& l = open_.back();
         l.before = l.current;
         l.run_before = l.run;
         append(l, x);
         l.last = x;
-    };
-    // Replaces the last operand by its repetition: `copies` copies, passable
-    // when `optional`.
-    auto repeat = [&](uint64_t weight, uint64_t copies, bool optional, bool loops) {
-        Level& l = open.back();
-        const Item& x = l.last;
-        Item r;
-        r.size = add(times(x.size, weight), 1);
-        r.passable = times(add(x.passable, 1), copies);
-        r.empty_match = optional || x.empty_match;
-        r.loops = loops || x.loops;
-        r.anchors = x.anchors;
-        // Copies of an operand that can match empty, holding more than one
-        // passable node, nested in one another grow without bound in the
-        // engine ("z???{,5}?+{2}", 15 bytes: over 30 s): a second such
-        // layer is refused whatever its size.
-        r.layers = x.layers + (copies > 1 && x.empty_match && x.passable > 1 ? 1 : 0);
-        layers = std::max(layers, r.layers);
-        r.work = add(times(x.work, copies), times(times(x.passable, copies), kNestedWork));
-        // Copies of an operand that can match empty follow one another: each
-        // one's sets reach into the next, and from three copies on through
-        // every one between (an operand of 33 nested "?" takes 0.6 s as
-        // "{3,}" and none as "{2,}").
-        if (x.empty_match && copies > 1) {
-            uint64_t chained = times(times(times(x.passable, x.passable), copies - 1), kNestedWork);
-            if (copies > 2) chained = times(chained, x.passable);
-            r.work = add(r.work, chained);
-        }
-        // Copies of an anchor cost the engine the cube of their count
-        // ("(^){2,155}", 10 bytes: 0.9 s).
-        if (x.anchors && copies > 1)
-            r.work = add(r.work, times(times(times(copies, copies), copies), kNestedWork));
-        if (!x.empty_match) --l.solid;
-        l.current = l.before;
-        l.run = l.run_before;
-        append(l, r);
-        l.last = r;
-    };
-    auto close_alternative = [](Level& l) {
+    }
+
+    void repeat(uint64_t weight, uint64_t copies, bool optional, bool loops);
+    void close_group();
+    void alternation();
+
+    static void close_alternative(Level& l) {
         l.branches.size = add(l.branches.size, l.current.size);
         l.branches.passable = add(l.branches.passable, l.current.passable);
         l.branches.work = add(l.branches.work, l.current.work);
@@ -212,7 +178,75 @@ uint64_t regex_expanded_size(std::string_view p) {
         l.branches.loops = l.branches.loops || l.current.loops;
         l.branches.layers = std::max(l.branches.layers, l.current.layers);
         l.branches.anchors = l.branches.anchors || l.current.anchors;
-    };
+    }
+
+    std::vector<Level> open_ = std::vector<Level>(1);
+    uint32_t layers_ = 0;
+};
+
+// Replaces the last operand by its repetition: `copies` copies, passable
+// when `optional`.
+void Estimate::repeat(uint64_t weight, uint64_t copies, bool optional, bool loops) {
+    Level& l = open_.back();
+    const Item& x = l.last;
+    Item r;
+    r.size = add(times(x.size, weight), 1);
+    r.passable = times(add(x.passable, 1), copies);
+    r.empty_match = optional || x.empty_match;
+    r.loops = loops || x.loops;
+    r.anchors = x.anchors;
+    // Copies of an operand that can match empty, holding more than one
+    // passable node, nested in one another grow without bound in the
+    // engine ("z???{,5}?+{2}", 15 bytes: over 30 s): a second such
+    // layer is refused whatever its size.
+    r.layers = x.layers + (copies > 1 && x.empty_match && x.passable > 1 ? 1 : 0);
+    layers_ = std::max(layers_, r.layers);
+    r.work = add(times(x.work, copies), times(times(x.passable, copies), kNestedWork));
+    // Copies of an operand that can match empty follow one another: each
+    // one's sets reach into the next, and from three copies on through
+    // every one between (an operand of 33 nested "?" takes 0.6 s as
+    // "{3,}" and none as "{2,}").
+    if (x.empty_match && copies > 1) {
+        uint64_t chained = times(times(times(x.passable, x.passable), copies - 1), kNestedWork);
+        if (copies > 2) chained = times(chained, x.passable);
+        r.work = add(r.work, chained);
+    }
+    // Copies of an anchor cost the engine the cube of their count
+    // ("(^){2,155}", 10 bytes: 0.9 s).
+    if (x.anchors && copies > 1)
+        r.work = add(r.work, times(times(times(copies, copies), copies), kNestedWork));
+    if (!x.empty_match) --l.solid;
+    l.current = l.before;
+    l.run = l.run_before;
+    append(l, r);
+    l.last = r;
+}
+
+// A ")" closes the open group into one operand; unmatched, it is a plain
+// character.
+void Estimate::close_group() {
+    if (open_.size() == 1) return operand({1, 0, 0, false});
+    Level done = open_.back();
+    open_.pop_back();
+    close_alternative(done);
+    operand({add(done.branches.size, 2), add(done.branches.passable, 2), done.branches.work,
+             done.branches.empty_match, done.branches.loops, done.branches.layers, done.branches.anchors});
+}
+
+// Alternatives nest one in the next: each alternation reaches every
+// earlier one.
+void Estimate::alternation() {
+    Level& l = open_.back();
+    close_alternative(l);
+    ++l.alternatives;
+    l.branches.size = add(l.branches.size, 1);
+    l.branches.passable = add(l.branches.passable, 1);
+    l.branches.work = add(l.branches.work, l.alternatives);
+    l.current = l.before = l.last = Item{};
+    l.run = l.run_before = l.solid = 0;
+}
+
+void Estimate::read(std::string_view p) {
     for (std::size_t i = 0; i < p.size(); ++i) {
         switch (p[i]) {
         case '\\':
@@ -231,33 +265,14 @@ uint64_t regex_expanded_size(std::string_view p) {
             operand({1, 0, 0, false});
             break;
         case '(':
-            open.emplace_back();
+            open_.emplace_back();
             break;
         case ')':
-            if (open.size() > 1) {
-                Level done = open.back();
-                open.pop_back();
-                close_alternative(done);
-                operand({add(done.branches.size, 2), add(done.branches.passable, 2), done.branches.work,
-                         done.branches.empty_match, done.branches.loops, done.branches.layers,
-                         done.branches.anchors});
-            } else {
-                operand({1, 0, 0, false});
-            }
+            close_group();
             break;
-        case '|': {
-            // Alternatives nest one in the next: each alternation reaches
-            // every earlier one.
-            Level& l = open.back();
-            close_alternative(l);
-            ++l.alternatives;
-            l.branches.size = add(l.branches.size, 1);
-            l.branches.passable = add(l.branches.passable, 1);
-            l.branches.work = add(l.branches.work, l.alternatives);
-            l.current = l.before = l.last = Item{};
-            l.run = l.run_before = l.solid = 0;
+        case '|':
+            alternation();
             break;
-        }
         case '*':
             repeat(1, 1, true, true);
             break;
@@ -281,15 +296,32 @@ uint64_t regex_expanded_size(std::string_view p) {
             break;
         }
     }
+}
+
+uint64_t Estimate::result() {
     // Groups left open make the pattern invalid; their content still counts.
     uint64_t size = 0, work = 0;
-    for (Level& l : open) {
+    for (Level& l : open_) {
         close_alternative(l);
         size = add(size, l.branches.size);
         work = add(work, l.branches.work);
     }
-    if (layers > 1) return kRegexSizeLimit + 1;
+    if (layers_ > 1) return kRegexSizeLimit + 1;
     return std::min(add(size, work / kWorkPerNode), kRegexSizeLimit + 1);
+}
+
+} // namespace
+
+// The engine builds one node a character, bracket or operator and copies the
+// operand of a bounded repetition once a bound (and of "+" twice), nested
+// copies multiplying ("a*++++++++++++" is 4096 stars, nested): the estimate
+// follows that with the syntax bits 0x2B244
+// ("(", ")", "|" and "{" unescaped, an unmatched ")" ordinary), and adds the
+// work of the sets of nodes passable without reading (see kWorkPerNode).
+uint64_t regex_expanded_size(std::string_view p) {
+    Estimate e;
+    e.read(p);
+    return e.result();
 }
 
 WholeMatch::WholeMatch() = default;

@@ -1,6 +1,5 @@
 // host_values.cpp - values across the boundary, as the VM handles them:
-// argument storage, results, variants, the conversion hooks exported by
-// name, and currency text.
+// argument storage (the marshalled call frame), results and variants.
 #include "host_values.h"
 
 #include <algorithm>
@@ -11,138 +10,6 @@
 #include <limits>
 
 namespace kp::host {
-
-// ------------------------------------------------------------------------
-// Currency text
-// ------------------------------------------------------------------------
-
-// Currency: 80-bit two's complement little-endian count of millionths.
-// The host's arithmetic works on unsigned magnitudes of 16 bytes, little
-// endian, wide enough for any decimal text it accepts times a million.
-namespace {
-using Magnitude = std::array<uint8_t, 16>;
-
-// m = m * mul + add; false when the result leaves 128 bits.
-bool multiply_add(Magnitude& m, unsigned mul, unsigned add) {
-    uint32_t carry = add;
-    for (uint8_t& b : m) {
-        const uint32_t t = b * mul + carry;
-        b = static_cast<uint8_t>(t);
-        carry = t >> 8;
-    }
-    return carry == 0;
-}
-// m = m / d; answers the remainder.
-unsigned divide(Magnitude& m, unsigned d) {
-    uint32_t r = 0;
-    for (std::size_t k = m.size(); k-- > 0;) {
-        r = (r << 8) | m[k];
-        m[k] = static_cast<uint8_t>(r / d);
-        r %= d;
-    }
-    return r;
-}
-bool is_zero(const Magnitude& m) {
-    for (uint8_t b : m)
-        if (b) return false;
-    return true;
-}
-// Two's complement of the low ten bytes.
-void negate10(uint8_t* b) {
-    unsigned carry = 1;
-    for (int k = 0; k < 10; ++k) {
-        const unsigned t = static_cast<uint8_t>(~b[k]) + carry;
-        b[k] = static_cast<uint8_t>(t);
-        carry = t >> 8;
-    }
-}
-// The value -m or m as a currency; false when it is out of range (below
-// 2^79, or 2^79 exactly for a negative value).
-bool currency_store(bool neg, const Magnitude& m, uint8_t (&cy)[10]) {
-    for (std::size_t k = 10; k < m.size(); ++k)
-        if (m[k]) return false;
-    if (m[9] >= 0x80) {
-        bool exact = neg && m[9] == 0x80;
-        for (int k = 0; k < 9 && exact; ++k)
-            exact = m[k] == 0;
-        if (!exact) return false;
-    }
-    std::copy_n(m.begin(), 10, cy);
-    if (neg) negate10(cy);
-    return true;
-}
-void put64(Magnitude& m, std::size_t at, uint64_t v) {
-    for (std::size_t k = 0; k < 8; ++k)
-        m[at + k] = static_cast<uint8_t>(v >> (8 * k));
-}
-// value * scale millionths.
-bool currency_from_integer(int64_t value, unsigned scale, uint8_t (&cy)[10]) {
-    const bool neg = value < 0;
-    Magnitude m{};
-    put64(m, 0, neg ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value));
-    return multiply_add(m, scale, 0) && currency_store(neg, m, cy);
-}
-// A whole number of millionths below 2^80 in magnitude.
-bool currency_from_millionths(double millionths, uint8_t (&cy)[10]) {
-    constexpr double kTwo64 = 18446744073709551616.0;
-    const double a = std::fabs(millionths);
-    const double hi = std::floor(a / kTwo64);
-    Magnitude m{};
-    put64(m, 0, static_cast<uint64_t>(a - hi * kTwo64));
-    put64(m, 8, static_cast<uint64_t>(hi));
-    return currency_store(millionths < 0, m, cy);
-}
-} // namespace
-
-bool currency_from_text(std::string_view text, uint8_t (&out)[10]) {
-    std::size_t i = 0;
-    while (i < text.size() && text[i] == ' ')
-        ++i;
-    bool neg = false;
-    if (i < text.size() && (text[i] == '-' || text[i] == '+')) neg = text[i++] == '-';
-    Magnitude m{};
-    int digits = 0;
-    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
-        // Past 2^80 the value is out of range whatever follows.
-        if (!multiply_add(m, 10, static_cast<unsigned>(text[i++] - '0')) || m[10] || m[11]) return false;
-        ++digits;
-    }
-    unsigned frac = 0;
-    int fdigits = 0;
-    bool round_up = false;
-    if (i < text.size() && (text[i] == '.' || text[i] == ',')) {
-        ++i;
-        while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
-            if (fdigits < 6)
-                frac = frac * 10 + static_cast<unsigned>(text[i] - '0');
-            else if (fdigits == 6)
-                round_up = text[i] >= '5'; // half away from zero at the seventh decimal
-            ++fdigits;
-            ++i;
-        }
-    }
-    while (i < text.size() && text[i] == ' ')
-        ++i;
-    if (i != text.size() || digits + fdigits == 0) return false;
-    for (int k = fdigits; k < 6; ++k)
-        frac *= 10;
-    return multiply_add(m, 1000000, frac + (round_up ? 1 : 0)) && currency_store(neg, m, out);
-}
-
-std::string currency_to_text(const uint8_t (&cy)[10]) {
-    Magnitude m{};
-    std::copy_n(cy, 10, m.begin());
-    const bool neg = cy[9] & 0x80;
-    if (neg) negate10(m.data()); // 2^79 stays 2^79, read unsigned
-    const unsigned frac = divide(m, 1000000);
-    std::string w;
-    do {
-        w.insert(w.begin(), static_cast<char>('0' + divide(m, 10)));
-    } while (!is_zero(m));
-    char f[8];
-    std::snprintf(f, sizeof f, "%06u", frac);
-    return (neg ? "-" : "") + w + "." + f;
-}
 
 // ------------------------------------------------------------------------
 // Value factories
@@ -615,52 +482,11 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
     slot->type = param;
     void* arg = &slot->u;
     switch (param & 0xFF) {
-    case KP_T_BOOL:
-        slot->u.i32 = x.kind == K::Bool ? x.b : x.i != 0;
-        break;
-    case KP_T_INT:
-        if (x.kind == K::Real)
-            slot->u.i32 = static_cast<int32_t>(x.r);
-        else if (x.kind == K::Bool)
-            slot->u.i32 = x.b;
-        else if (fits_i32(x.i))
-            slot->u.i32 = static_cast<int32_t>(x.i);
-        else {
-            *issue = "integer " + std::to_string(x.i) + " does not fit a 32-bit integer parameter";
-            return false;
-        }
-        break;
-    case KP_T_INT64:
-    case KP_T_DURATION:
-        slot->u.i64 = x.kind == K::Real ? static_cast<int64_t>(x.r) : x.i;
-        break;
     case KP_T_CURRENCY:
-        if (x.kind == K::Variable && x.ref) {
+        if (x.kind == K::Variable && x.ref)
             std::memcpy(slot->u.currency, referenced_currency, 10);
-        } else if (x.kind == K::Currency) {
-            std::memcpy(slot->u.currency, x.cy, 10);
-        } else {
-            double millionths = x.kind == K::Real ? std::round(x.r * 1e6) : static_cast<double>(x.i) * 1e6;
-            if (!std::isfinite(millionths) || std::fabs(millionths) > 6.0e23) {
-                *issue = "value out of the currency range";
-                return false;
-            }
-            if (x.kind == K::Real)
-                currency_from_millionths(millionths, slot->u.currency);
-            else
-                currency_from_integer(x.i, 1000000, slot->u.currency);
-        }
-        break;
-    case KP_T_REAL:
-    case KP_T_REAL_ALT:
-        slot->u.real = x.kind == K::Real ? x.r : static_cast<double>(x.i);
-        break;
-    case KP_T_HANDLE_IN:
-    case KP_T_HANDLE_OUT:
-    case KP_T_WINDOW:
-    case KP_T_IMAGE:
-    case KP_T_CONTROL:
-        slot->u.handle = static_cast<uintptr_t>(x.i);
+        else if (!fill_scalar(*slot, x, issue))
+            return false;
         break;
     case KP_T_STRING:
     case KP_T_STRING_RESULT:
@@ -695,12 +521,66 @@ bool Marshalled::add(const Value& x, uint16_t param, std::string* issue) {
         slot->u.proc = slot->procedure.get();
         break;
     default:
+        if (!fill_scalar(*slot, x, issue)) return false;
+        break;
+    }
+    push(arg);
+    return true;
+}
+
+bool Marshalled::fill_scalar(Slot& slot, const Value& x, std::string* issue) {
+    using K = Value::Kind;
+    switch (slot.type & 0xFF) {
+    case KP_T_BOOL:
+        slot.u.i32 = x.kind == K::Bool ? x.b : x.i != 0;
+        return true;
+    case KP_T_INT:
+        if (x.kind == K::Real)
+            slot.u.i32 = static_cast<int32_t>(x.r);
+        else if (x.kind == K::Bool)
+            slot.u.i32 = x.b;
+        else if (fits_i32(x.i))
+            slot.u.i32 = static_cast<int32_t>(x.i);
+        else {
+            *issue = "integer " + std::to_string(x.i) + " does not fit a 32-bit integer parameter";
+            return false;
+        }
+        return true;
+    case KP_T_INT64:
+    case KP_T_DURATION:
+        slot.u.i64 = x.kind == K::Real ? static_cast<int64_t>(x.r) : x.i;
+        return true;
+    case KP_T_CURRENCY: {
+        if (x.kind == K::Currency) {
+            std::memcpy(slot.u.currency, x.cy, 10);
+            return true;
+        }
+        double millionths = x.kind == K::Real ? std::round(x.r * 1e6) : static_cast<double>(x.i) * 1e6;
+        if (!std::isfinite(millionths) || std::fabs(millionths) > 6.0e23) {
+            *issue = "value out of the currency range";
+            return false;
+        }
+        if (x.kind == K::Real)
+            currency_from_millionths(millionths, slot.u.currency);
+        else
+            currency_from_integer(x.i, 1000000, slot.u.currency);
+        return true;
+    }
+    case KP_T_REAL:
+    case KP_T_REAL_ALT:
+        slot.u.real = x.kind == K::Real ? x.r : static_cast<double>(x.i);
+        return true;
+    case KP_T_HANDLE_IN:
+    case KP_T_HANDLE_OUT:
+    case KP_T_WINDOW:
+    case KP_T_IMAGE:
+    case KP_T_CONTROL:
+        slot.u.handle = static_cast<uintptr_t>(x.i);
+        return true;
+    default:
         *issue = "unsupported parameter type";
         return false;
     }
-    push_arg(arg);
-    commit_slot();
-    return true;
 }
 
 void Marshalled::read_back(std::vector<Value>& args) {
@@ -755,146 +635,3 @@ int32_t call_host_procedure(kp_allocator* alloc, kp_procedure* proc, kp_variant*
 }
 
 } // namespace kp::host
-
-// ------------------------------------------------------------------------
-// Exports of the VM module, looked up by name by the component
-// ------------------------------------------------------------------------
-
-namespace {
-
-// Reads a decimal number as the VM does: optional blanks, sign, digits with
-// "." or "," as decimal separator, optional exponent.  Nothing else.
-bool parse_real(std::u16string_view s, double& out) {
-    std::string a;
-    for (char16_t c : s) {
-        if (c > 0x7F) return false;
-        a += static_cast<char>(c == u',' ? '.' : c);
-    }
-    std::size_t b = a.find_first_not_of(' '), e = a.find_last_not_of(' ');
-    if (b == std::string::npos) return false;
-    a = a.substr(b, e - b + 1);
-    for (char c : a)
-        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E'))
-            return false;
-    char* end = nullptr;
-    out = std::strtod(a.c_str(), &end);
-    return end && *end == 0 && std::isfinite(out);
-}
-
-constexpr int32_t kConversionFailed = 110;
-constexpr int32_t kConversionOverflow = 111;
-constexpr int32_t kConversionUnsupported = 112;
-
-int32_t convert(const kp_payload* value, uint32_t from, kp_payload* scratch, uint32_t to) {
-    using namespace kp::host;
-    from &= 0xFF;
-    to &= 0xFF;
-    // Read the source as a number or a text.
-    bool is_text = from == KP_T_STRING || from == KP_T_STRING_RESULT;
-    double real = 0;
-    int64_t integer = 0;
-    bool integral = true;
-    std::u16string text;
-    switch (from) {
-    case KP_T_BOOL:
-    case KP_T_INT:
-        integer = value->i32;
-        break;
-    case KP_T_INT64:
-        integer = value->i64;
-        break;
-    case KP_T_REAL:
-    case KP_T_REAL_ALT:
-        real = value->real;
-        integral = false;
-        break;
-    case KP_T_CURRENCY: {
-        uint8_t cy[10];
-        std::memcpy(cy, value->currency, 10);
-        text = utf16(currency_to_text(cy));
-        is_text = true;
-        break;
-    }
-    case KP_T_STRING:
-    case KP_T_STRING_RESULT:
-        if (value->str) text.assign(value->str, kp_string_header_of(value->str)->length);
-        break;
-    default:
-        return kConversionUnsupported;
-    }
-    if (is_text && to != KP_T_STRING && to != KP_T_STRING_RESULT) {
-        if (to == KP_T_CURRENCY) {
-            uint8_t cy[10];
-            if (!currency_from_text(utf8(text), cy)) return kConversionFailed;
-            std::memcpy(scratch->currency, cy, 10);
-            return 0;
-        }
-        if (!parse_real(text, real)) return kConversionFailed;
-        integral = false;
-    }
-    auto as_real = [&] { return integral ? static_cast<double>(integer) : real; };
-    switch (to) {
-    case KP_T_BOOL:
-        scratch->i32 = as_real() != 0;
-        return 0;
-    case KP_T_INT: {
-        double r = as_real();
-        if (!(r >= -2147483648.0 && r <= 2147483647.0)) return kConversionOverflow;
-        scratch->i32 = integral ? static_cast<int32_t>(integer) : static_cast<int32_t>(r);
-        return 0;
-    }
-    case KP_T_INT64: {
-        double r = as_real();
-        if (!integral && !(r >= -9.2e18 && r <= 9.2e18)) return kConversionOverflow;
-        scratch->i64 = integral ? integer : static_cast<int64_t>(r);
-        return 0;
-    }
-    case KP_T_REAL:
-    case KP_T_REAL_ALT:
-        scratch->real = as_real();
-        return 0;
-    case KP_T_CURRENCY: {
-        double r = as_real();
-        if (!std::isfinite(r) || std::fabs(r) > 6.0e17) return kConversionOverflow;
-        uint8_t cy[10];
-        if (!(integral ? kp::host::currency_from_integer(integer, 1000000, cy)
-                       : kp::host::currency_from_integer(std::llround(r * 1e6), 1, cy)))
-            return kConversionOverflow;
-        std::memcpy(scratch->currency, cy, 10);
-        return 0;
-    }
-    case KP_T_STRING:
-    case KP_T_STRING_RESULT: {
-        if (!is_text) {
-            char buf[64];
-            if (integral)
-                std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(integer));
-            else
-                std::snprintf(buf, sizeof buf, "%.15g", real);
-            text = utf16(buf);
-        }
-        scratch->str = make_text(current_allocator(), text);
-        return 0;
-    }
-    default:
-        return kConversionUnsupported;
-    }
-}
-} // namespace
-
-extern "C" {
-__attribute__((visibility("default"))) int32_t nConversionDepassement(const kp_payload* value, uint32_t from,
-                                                                      kp_payload* scratch, uint32_t to) {
-    return convert(value, from, scratch, to);
-}
-__attribute__((visibility("default"))) int32_t
-nConversionDepassementEx(const kp_payload* value, uint32_t from, kp_payload* scratch, uint32_t to, int32_t) {
-    return convert(value, from, scratch, to);
-}
-// A converted string belongs to the variant that received it: nothing to free.
-__attribute__((visibility("default"))) void FinConversion(kp_payload*) {}
-// The VM's peer entry point, called by the component's execution hooks.
-__attribute__((visibility("default"))) int32_t Execution(int32_t, uintptr_t*) noexcept {
-    return 1;
-}
-}

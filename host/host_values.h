@@ -17,6 +17,11 @@ struct kp_procedure {
 
 namespace kp::host {
 
+// Currency of value * scale millionths, or of a whole number of millionths;
+// false out of the 80-bit range.
+bool currency_from_integer(int64_t value, unsigned scale, uint8_t (&cy)[10]);
+bool currency_from_millionths(double millionths, uint8_t (&cy)[10]);
+
 // The allocator of the current host for the calling thread (conversions).
 kp_allocator* current_allocator();
 
@@ -78,6 +83,13 @@ class Marshalled {
     void pop_slot() { --slot_count_; }
     void push_arg(void* arg);
     void pop_arg();
+    // The filled slot's argument becomes the next one.
+    void push(void* arg) {
+        push_arg(arg);
+        commit_slot();
+    }
+    // A number, handle or currency value into a slot of its type.
+    static bool fill_scalar(Slot& slot, const Value& x, std::string* issue);
 
     kp_allocator* alloc_;
     // Built on first use (inline_built_ of them), so that a call pays for

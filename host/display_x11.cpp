@@ -26,7 +26,6 @@
 #include <X11/extensions/Xrandr.h>
 #include <X11/extensions/dpms.h>
 #include <xcb/xcb.h>
-#include <unicode/uchar.h>
 // clang-format on
 
 #include <algorithm>
@@ -38,9 +37,10 @@
 #include <system_error>
 #include <thread>
 #include <unordered_map>
-#include <unordered_set>
 
+#include "x11_keyboard.h"
 #include "x11_keys.h"
+#include "x11_titles.h"
 
 namespace kp::host {
 
@@ -93,29 +93,9 @@ std::string latin1_to_utf8(std::string_view s) {
     return out;
 }
 
-// A title as compared: each character upper-cased (simple case mapping),
-// as Win32 compares window titles and class names.
-std::u16string folded(std::string_view utf8_text) {
-    std::u16string u = utf16(utf8_text), out;
-    out.reserve(u.size());
-    for (std::size_t i = 0; i < u.size(); ++i) {
-        UChar32 c = u[i];
-        if (c >= 0xD800 && c < 0xDC00 && i + 1 < u.size() && u[i + 1] >= 0xDC00 && u[i + 1] < 0xE000)
-            c = 0x10000 + ((c - 0xD800) << 10) + (u[++i] - 0xDC00);
-        c = u_toupper(c);
-        if (c >= 0x10000) {
-            out.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
-        } else {
-            out.push_back(static_cast<char16_t>(c));
-        }
-    }
-    return out;
-}
-
 class X11Display final : public Display {
   public:
-    X11Display(::Display* dpy, xcb_connection_t* xcb) : dpy_(dpy), xcb_(xcb) {
+    X11Display(::Display* dpy, xcb_connection_t* xcb) : dpy_(dpy) {
         root_ = DefaultRootWindow(dpy_);
         screen_ = DefaultScreen(dpy_);
         XSetIOErrorExitHandler(dpy_, &X11Display::on_exit, this);
@@ -141,9 +121,17 @@ class X11Display final : public Display {
         int major = 0, minor = 0;
         have_xtest_ = XTestQueryExtension(dpy_, &ev, &err, &major, &minor);
         have_dpms_ = DPMSQueryExtension(dpy_, &ev, &err) && DPMSCapable(dpy_);
+        if (xcb)
+            titles_ = std::make_unique<x11::TitleCache>(
+                xcb, static_cast<xcb_window_t>(root_), static_cast<xcb_atom_t>(atom(kClientList)),
+                static_cast<xcb_atom_t>(atom(kNetWmName)), [this](xcb_atom_t type, std::string_view bytes) {
+                    // COMPOUND_TEXT goes through Xlib, under its lock.
+                    std::lock_guard<std::mutex> xlib(mutex_);
+                    return dead_ ? std::string() : title_text(static_cast<Atom>(type), bytes);
+                });
     }
     ~X11Display() override {
-        stop_restorer();
+        keyboard_.stop();
         if (!dead_) {
             for (auto& [id, gc] : gcs_)
                 XFreeGC(dpy_, gc.gc);
@@ -152,7 +140,6 @@ class X11Display final : public Display {
             if (icon_window_) XDestroyWindow(dpy_, icon_window_);
             XCloseDisplay(dpy_);
         }
-        if (xcb_) xcb_disconnect(xcb_);
     }
 
     const char* kind() const override { return "x11"; }
@@ -253,38 +240,13 @@ class X11Display final : public Display {
         return l.ok();
     }
 
-    // Titles and classes of the top-level windows are kept over the XCB
-    // connection, which listens to the windows' property changes: a lookup
-    // asks the server for the window list only (one round trip, after
-    // which every change made before it has arrived as an event), reads
-    // again the windows whose title or class changed and the new ones (all
-    // at once), and compares in memory.
+    // The titles and classes are kept by the title cache (see
+    // x11_titles.h), compared in memory.
     uintptr_t find_window(const char16_t* title, const char16_t* class_name) override {
-        if (dead_ || !xcb_) return 0;
-        const std::u16string t = title ? folded(to8(title)) : std::u16string(),
-                             c = class_name ? folded(to8(class_name)) : std::u16string();
-        std::lock_guard<std::mutex> guard(xcb_mutex_);
-        if (xcb_connection_has_error(xcb_)) return 0;
-        const std::vector<xcb_window_t> list = xcb_top_level_windows();
-        while (xcb_generic_event_t* e = xcb_poll_for_queued_event(xcb_)) {
-            if ((e->response_type & 0x7F) == XCB_PROPERTY_NOTIFY) {
-                const auto* p = reinterpret_cast<xcb_property_notify_event_t*>(e);
-                if (p->atom == atom(kNetWmName) || p->atom == XCB_ATOM_WM_NAME ||
-                    p->atom == XCB_ATOM_WM_CLASS)
-                    if (auto it = cache_.find(p->window); it != cache_.end()) it->second.fresh = false;
-            }
-            free(e);
-        }
-        refresh(list);
-        for (xcb_window_t w : list) {
-            auto it = cache_.find(w);
-            if (it == cache_.end()) continue;
-            const Cached& k = it->second;
-            if (title && k.title != t) continue;
-            if (class_name && k.instance != c && k.cls != c) continue;
-            return w;
-        }
-        return 0;
+        if (dead_ || !titles_) return 0;
+        const std::u16string t = title ? x11::folded(to8(title)) : std::u16string(),
+                             c = class_name ? x11::folded(to8(class_name)) : std::u16string();
+        return titles_->find(title ? &t : nullptr, class_name ? &c : nullptr);
     }
 
     bool is_window(uintptr_t w) override {
@@ -457,27 +419,13 @@ class X11Display final : public Display {
             const unsigned bit = vk == 1 ? Button1Mask : vk == 2 ? Button3Mask : Button2Mask;
             return (mask & bit) ? 0x8000 : 0;
         }
-        const std::vector<unsigned long> syms = x11::keysyms_of_virtual_key(vk);
-        if (syms.empty()) return 0;
-        // Every key that carries one of the symbols at a level that is the
-        // virtual key, in the server's map of now (another client may have
-        // changed it).
-        load_keymap();
-        char keys[32] = {};
-        XQueryKeymap(dpy_, keys);
-        for (KeySym s : syms)
-            for (int kc = min_keycode_; kc <= max_keycode_; ++kc) {
-                const int level = level_of(static_cast<KeyCode>(kc), s);
-                if (level >= 0 && x11::is_virtual_key_at_level(vk, level) && (keys[kc / 8] & (1 << (kc % 8))))
-                    return 0x8000;
-            }
-        return 0;
+        return keyboard_.key_down(vk) ? 0x8000 : 0;
     }
 
     bool type_text(std::u16string_view text, int32_t modifiers) override {
         Lock l(this);
         if (!l || !have_xtest_) return false;
-        load_keymap();
+        keyboard_.load_keymap();
         std::vector<KeyCode> held;
         auto press = [&](KeySym s) {
             if (KeyCode kc = XKeysymToKeycode(dpy_, s)) {
@@ -494,12 +442,12 @@ class X11Display final : public Display {
             if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
                 text[i + 1] < 0xE000)
                 c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
-            ok = type_char(c);
+            ok = keyboard_.type_char(c);
         }
         for (auto it = held.rbegin(); it != held.rend(); ++it)
             XTestFakeKeyEvent(dpy_, *it, False, 0);
         XSync(dpy_, False);
-        schedule_restore();
+        keyboard_.schedule_restore();
         return ok && l.ok();
     }
 
@@ -775,124 +723,6 @@ class X11Display final : public Display {
         return utf8(utf16(bytes));
     }
 
-    struct Cached {
-        std::u16string title, instance, cls; // folded
-        bool fresh = false;
-    };
-
-    // Reads the properties of the listed windows that are new or changed,
-    // all requests first; forgets the windows no longer listed.
-    void refresh(const std::vector<xcb_window_t>& list) {
-        std::unordered_map<xcb_window_t, Cached> kept;
-        kept.reserve(list.size());
-        struct Pending {
-            xcb_window_t w;
-            xcb_get_property_cookie_t net, wm, cls;
-        };
-        std::vector<Pending> pending;
-        const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
-        for (xcb_window_t w : list) {
-            auto it = cache_.find(w);
-            if (it != cache_.end() && it->second.fresh) {
-                kept.emplace(w, std::move(it->second));
-                continue;
-            }
-            if (it == cache_.end()) xcb_change_window_attributes(xcb_, w, XCB_CW_EVENT_MASK, &mask);
-            constexpr uint32_t kWords = 1 << 18; // titles up to a megabyte
-            pending.push_back(
-                {w, xcb_get_property(xcb_, 0, w, atom(kNetWmName), XCB_GET_PROPERTY_TYPE_ANY, 0, kWords),
-                 xcb_get_property(xcb_, 0, w, XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY, 0, kWords),
-                 xcb_get_property(xcb_, 0, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 1024)});
-        }
-        for (Pending& p : pending) {
-            Cached k;
-            bool gone = false;
-            std::string net, wm, all;
-            xcb_atom_t net_type = XCB_NONE, wm_type = XCB_NONE, cls_type = XCB_NONE;
-            const bool has_net = text_reply(p.net, net, net_type, &gone);
-            const bool has_wm = text_reply(p.wm, wm, wm_type, &gone);
-            text_reply(p.cls, all, cls_type, &gone);
-            if (has_net || has_wm) {
-                // COMPOUND_TEXT goes through Xlib, under its lock.
-                std::lock_guard<std::mutex> xlib(mutex_);
-                if (!dead_) k.title = folded(has_net ? title_text(net_type, net) : title_text(wm_type, wm));
-            }
-            // WM_CLASS: the instance name, NUL, the class name, NUL.
-            const std::size_t nul = all.find('\0');
-            k.instance = folded(all.substr(0, nul));
-            if (nul != std::string::npos) {
-                std::string cls = all.substr(nul + 1);
-                if (!cls.empty() && cls.back() == '\0') cls.pop_back();
-                k.cls = folded(cls);
-            }
-            k.fresh = true;
-            if (!gone) kept.emplace(p.w, std::move(k));
-        }
-        cache_ = std::move(kept);
-    }
-
-    // An 8-bit property's bytes and type; false when the window has no such
-    // property (*gone when the window no longer exists).
-    bool text_reply(xcb_get_property_cookie_t cookie, std::string& out, xcb_atom_t& type, bool* gone) {
-        xcb_generic_error_t* error = nullptr;
-        xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, cookie, &error);
-        if (error) {
-            *gone = true;
-            free(error);
-        }
-        if (!r) return false;
-        const bool present = r->type != XCB_NONE && r->format == 8;
-        if (present) {
-            const auto* v = static_cast<const unsigned char*>(xcb_get_property_value(r));
-            const std::size_t n = static_cast<std::size_t>(xcb_get_property_value_length(r));
-            out.assign(reinterpret_cast<const char*>(v), n);
-            type = r->type;
-        }
-        free(r);
-        return present;
-    }
-
-    // The windows of the window manager's client list, else (no window
-    // manager) the root's children; both asked for at once.
-    std::vector<xcb_window_t> xcb_top_level_windows() {
-        const xcb_window_t root = static_cast<xcb_window_t>(root_);
-        auto list_cookie =
-            xcb_get_property(xcb_, 0, root, atom(kClientList), XCB_GET_PROPERTY_TYPE_ANY, 0, 1 << 16);
-        auto tree_cookie = xcb_query_tree(xcb_, root);
-        std::vector<xcb_window_t> out;
-        if (xcb_get_property_reply_t* r = xcb_get_property_reply(xcb_, list_cookie, nullptr)) {
-            if (r->format == 32) {
-                const auto* v = static_cast<const xcb_window_t*>(xcb_get_property_value(r));
-                out.assign(v, v + xcb_get_property_value_length(r) / 4);
-            }
-            free(r);
-        }
-        if (xcb_query_tree_reply_t* r = xcb_query_tree_reply(xcb_, tree_cookie, nullptr)) {
-            const xcb_window_t* v = xcb_query_tree_children(r);
-            const int n = xcb_query_tree_children_length(r);
-            if (out.empty()) {
-                out.assign(v, v + n);
-            } else {
-                // A window manager lists the windows it manages; a hidden
-                // (withdrawn) window is an unmapped child of the root again,
-                // and is found as Win32 finds hidden windows.
-                const std::unordered_set<xcb_window_t> listed(out.begin(), out.end());
-                std::vector<std::pair<xcb_window_t, xcb_get_window_attributes_cookie_t>> asks;
-                for (int k = 0; k < n; ++k)
-                    if (!listed.count(v[k])) asks.emplace_back(v[k], xcb_get_window_attributes(xcb_, v[k]));
-                for (auto& [w, cookie] : asks) {
-                    if (xcb_get_window_attributes_reply_t* a =
-                            xcb_get_window_attributes_reply(xcb_, cookie, nullptr)) {
-                        if (a->map_state == XCB_MAP_STATE_UNMAPPED && !a->override_redirect) out.push_back(w);
-                        free(a);
-                    }
-                }
-            }
-            free(r);
-        }
-        return out;
-    }
-
     bool wm_present() {
         std::vector<long> check = cardinals(root_, atom(kWmCheck));
         return !check.empty() && check[0] != 0;
@@ -991,221 +821,16 @@ class X11Display final : public Display {
         }
     }
 
-    // One character through XTest: the key that carries it at the first or
-    // the second (shifted) level, else a spare key given the symbol.
-    bool type_char(char32_t c) {
-        KeySym sym;
-        if (c == u'\n' || c == u'\r')
-            sym = XK_Return;
-        else if (c == u'\t')
-            sym = XK_Tab;
-        else if (c == u'\b')
-            sym = XK_BackSpace;
-        else if (c < 0x20)
-            return true; // other control characters type nothing
-        else if (c < 0x100)
-            sym = c;
-        else
-            sym = 0x01000000 | c;
-        // A key of the map (not a spare) that carries the symbol at the
-        // first or the second level.
-        KeyCode kc = 0;
-        int level = -1;
-        for (int k = min_keycode_; k <= max_keycode_ && level < 0; ++k) {
-            const KeyCode key = static_cast<KeyCode>(k);
-            if (std::any_of(spares_.begin(), spares_.end(), [&](const Spare& s) { return s.key == key; }))
-                continue;
-            level = level_of(key, sym);
-            kc = key;
-        }
-        if (level < 0) {
-            kc = spare_key(sym);
-            if (!kc) return false;
-            level = 0;
-        }
-        const KeyCode shift = level == 1 ? shift_key_ : 0;
-        if (shift) XTestFakeKeyEvent(dpy_, shift, True, 0);
-        XTestFakeKeyEvent(dpy_, kc, True, 0);
-        XTestFakeKeyEvent(dpy_, kc, False, 0);
-        if (shift) XTestFakeKeyEvent(dpy_, shift, False, 0);
-        return true;
-    }
-
-    // The server's keyboard map of now (one request).
-    void load_keymap() {
-        XDisplayKeycodes(dpy_, &min_keycode_, &max_keycode_);
-        KeySym* map = XGetKeyboardMapping(dpy_, static_cast<KeyCode>(min_keycode_),
-                                          max_keycode_ - min_keycode_ + 1, &per_keycode_);
-        keymap_.clear();
-        if (map) {
-            keymap_.assign(map, map + (max_keycode_ - min_keycode_ + 1) * per_keycode_);
-            XFree(map);
-        } else {
-            max_keycode_ = min_keycode_ - 1;
-        }
-        shift_key_ = 0;
-        for (int k = min_keycode_; k <= max_keycode_ && !shift_key_; ++k)
-            if (level_of(static_cast<KeyCode>(k), XK_Shift_L) == 0) shift_key_ = static_cast<KeyCode>(k);
-    }
-
-    // The level (0 or 1, the shifted one) at which a key of the loaded map
-    // carries a symbol (a letter in either case at the level of its case);
-    // -1 when it does not.
-    int level_of(KeyCode key, KeySym sym) const {
-        if (per_keycode_ <= 0 || key < min_keycode_ || key > max_keycode_) return -1;
-        const KeySym* k = keymap_.data() + (key - min_keycode_) * per_keycode_;
-        KeySym lower = k[0], upper = per_keycode_ > 1 ? k[1] : NoSymbol;
-        if (upper == NoSymbol) XConvertCase(k[0], &lower, &upper);
-        if (sym == NoSymbol) return -1;
-        if (lower == sym) return 0;
-        if (upper == sym) return 1;
-        return -1;
-    }
-
-    // Keys without symbols lend themselves to the characters no key
-    // carries.  A client reads the symbol of a key when it handles the key's
-    // event, which may come well after the stroke: a spare key is given
-    // another symbol only once the server has delivered every stroke made
-    // since the spares were last settled (a round trip) and the clients have
-    // had a grace to read them, and the spares are given back their empty
-    // symbols a second after the last text (by the display's own thread,
-    // the caller does not wait), so that the keyboard is left as it was.
-    // A spare keeps its symbol until then: the next text that needs it
-    // types it at once.  With 64 spares, a text of many distinct characters
-    // waits once every 64 of them.
-    static constexpr std::size_t kMaxSpares = 64;
-    static constexpr auto kGrace = std::chrono::milliseconds(250);
-    static constexpr auto kRestoreAfter = std::chrono::milliseconds(1000);
-
-    KeyCode spare_key(KeySym sym) {
-        for (Spare& s : spares_)
-            if (s.sym == sym) {
-                s.used = true;
-                return s.key;
-            }
-        if (spares_.empty()) find_spares();
-        if (spares_.empty()) return 0;
-        auto it = std::find_if(spares_.begin(), spares_.end(), [](const Spare& s) { return !s.used; });
-        if (it == spares_.end()) {
-            XSync(dpy_, False);
-            std::this_thread::sleep_for(kGrace);
-            for (Spare& s : spares_)
-                s.used = false;
-            it = spares_.begin();
-        }
-        KeySym pair[2] = {sym, sym};
-        XChangeKeyboardMapping(dpy_, it->key, 2, pair, 1);
-        it->sym = sym;
-        it->used = true;
-        return it->key;
-    }
-
-    void find_spares() {
-        for (int k = max_keycode_; k >= min_keycode_ && spares_.size() < kMaxSpares; --k) {
-            bool empty = true;
-            for (int j = 0; j < per_keycode_; ++j)
-                if (keymap_[(k - min_keycode_) * per_keycode_ + j] != NoSymbol) empty = false;
-            if (empty) spares_.push_back({static_cast<KeyCode>(k), NoSymbol, false});
-        }
-    }
-
-    bool spares_hold_symbols() const {
-        return std::any_of(spares_.begin(), spares_.end(), [](const Spare& s) { return s.sym != NoSymbol; });
-    }
-
-    // Gives the spares back their empty symbols; called with the display's
-    // mutex held.
-    void restore_spares() {
-        for (Spare& s : spares_) {
-            if (s.sym != NoSymbol && !dead_) {
-                KeySym none[2] = {NoSymbol, NoSymbol};
-                XChangeKeyboardMapping(dpy_, s.key, 2, none, 1);
-            }
-            s.sym = NoSymbol;
-            s.used = false;
-        }
-        if (!dead_) XSync(dpy_, False);
-        restore_pending_ = false;
-    }
-
-    // Called with the display's mutex held, after a text.
-    void schedule_restore() {
-        for (Spare& s : spares_)
-            s.used = false; // delivered (the caller synced)
-        if (!spares_hold_symbols()) return;
-        restore_at_ = std::chrono::steady_clock::now() + kRestoreAfter;
-        restore_pending_ = true;
-        if (!restorer_.joinable()) {
-            try {
-                restorer_ = std::thread([this] { restorer(); });
-            } catch (const std::system_error&) {
-                // No thread: the caller waits the grace and restores now.
-                std::this_thread::sleep_for(kGrace);
-                restore_spares();
-                return;
-            }
-        }
-        restore_cv_.notify_all();
-    }
-
-    void restorer() noexcept {
-        std::unique_lock<std::mutex> lock(mutex_);
-        while (!stopping_) {
-            if (!restore_pending_) {
-                restore_cv_.wait(lock);
-            } else if (std::chrono::steady_clock::now() >= restore_at_) {
-                trapped_restore();
-            } else {
-                restore_cv_.wait_until(lock, restore_at_);
-            }
-        }
-    }
-
-    void stop_restorer() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stopping_ = true;
-        }
-        restore_cv_.notify_all();
-        if (restorer_.joinable()) restorer_.join();
-        if (spares_hold_symbols() && !dead_) {
-            std::this_thread::sleep_for(kGrace);
-            std::lock_guard<std::mutex> lock(mutex_);
-            trapped_restore();
-        }
-    }
-
-    // restore_spares() outside a Lock: protocol errors trapped too.
-    void trapped_restore() {
-        auto old = XSetErrorHandler(on_x_error);
-        restore_spares();
-        XSetErrorHandler(old);
-    }
-
     ::Display* dpy_;
-    xcb_connection_t* xcb_;
+    std::unique_ptr<x11::TitleCache> titles_;
     Window root_ = 0;
     int screen_ = 0;
     Atom atoms_[kAtomCount] = {};
     bool have_randr_ = false, have_xtest_ = false, have_dpms_ = false;
     std::atomic<bool> dead_{false};
     std::mutex mutex_;
-    std::mutex xcb_mutex_;
-    std::unordered_map<xcb_window_t, Cached> cache_;
     std::vector<Window> own_;
-    struct Spare {
-        KeyCode key;
-        KeySym sym;
-        bool used; // typed since the spares were last settled
-    };
-    std::vector<Spare> spares_;
-    std::vector<KeySym> keymap_;
-    int min_keycode_ = 0, max_keycode_ = -1, per_keycode_ = 0;
-    KeyCode shift_key_ = 0;
-    std::thread restorer_;
-    std::condition_variable restore_cv_;
-    std::chrono::steady_clock::time_point restore_at_;
-    bool restore_pending_ = false, stopping_ = false;
+    x11::Keyboard keyboard_{dpy_, mutex_, dead_, on_x_error};
     Window icon_window_ = 0;
     long balloon_id_ = 0;
     struct Gc {

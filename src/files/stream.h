@@ -61,6 +61,9 @@ class IXStream {
     // keeps only the stream's own last error.
     void bind(CXError* error) { error_ = error; }
 
+    // The operations are declared in the order of the stream's table of
+    // operations; the base_operation_N slots are the base class's, which
+    // the file functions never call.
     virtual void base_operation_1() {}
     // Opens `name` (CreateFileW arguments).  OPEN_ALWAYS runs as an
     // OPEN_EXISTING attempt (last error 183 when it succeeds) followed by

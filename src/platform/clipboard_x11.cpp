@@ -116,17 +116,22 @@ void unregister_display(Display* d) {
     g_handler_installed = false;
 }
 
+// Lone surrogates (a high one not followed by a low one, a low one not
+// preceded by a high one) become U+FFFD; pairs stay.
+void replace_lone_surrogates(std::u16string& s) {
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        const char16_t c = s[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF)
+            ++i;
+        else if (c >= 0xD800 && c <= 0xDFFF)
+            s[i] = u'\uFFFD';
+    }
+}
+
 // UTF-8 for other clients: lone surrogates become U+FFFD.
 std::string strict_utf8(std::u16string_view text) {
     std::u16string clean(text);
-    for (std::size_t i = 0; i < clean.size(); ++i) {
-        const char16_t c = clean[i];
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < clean.size() && clean[i + 1] >= 0xDC00 &&
-            clean[i + 1] <= 0xDFFF)
-            ++i;
-        else if (c >= 0xD800 && c <= 0xDFFF)
-            clean[i] = u'\uFFFD';
-    }
+    replace_lone_surrogates(clean);
     return to_utf8(clean);
 }
 
@@ -150,13 +155,7 @@ std::u16string lenient_utf16(std::string_view bytes) {
     std::u16string out = from_utf8(bytes);
     // from_utf8 keeps WTF-8 surrogates; a peer's text has none that are
     // paired, and a lone one is replaced.
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const char16_t c = out[i];
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < out.size() && out[i + 1] >= 0xDC00 && out[i + 1] <= 0xDFFF)
-            ++i;
-        else if (c >= 0xD800 && c <= 0xDFFF)
-            out[i] = u'\uFFFD';
-    }
+    replace_lone_surrogates(out);
     return out;
 }
 

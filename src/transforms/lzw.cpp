@@ -44,7 +44,6 @@ inline uint32_t next_probe(uint32_t slot, uint32_t k) {
 } // namespace
 
 void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
-    std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t n = in.size();
     if (n < kMinInput || n > 0xFFFFFFF0u) {
         append_stored_block(in, out);
@@ -244,7 +243,6 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
 // the next one, so it lies in the output already: the decoder keeps where
 // it was written and copies it, rather than walking prefix chains.
 bool LzwCoder::decode(std::span<const uint8_t> payload, uint32_t length, std::vector<uint8_t>& out) {
-    std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t base = out.size();
     if (length == 0) return true;
     if (offset_.size() < 512) {

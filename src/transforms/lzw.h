@@ -11,12 +11,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <vector>
 
 namespace kp::transforms {
 
+// A coder keeps its tables between blocks; it is used by one thread at a
+// time (each compression call makes its own).
 class LzwCoder {
   public:
     static constexpr uint32_t kClear = 0;
@@ -42,7 +43,6 @@ class LzwCoder {
     bool decode(std::span<const uint8_t> payload, uint32_t length, std::vector<uint8_t>& out);
 
   private:
-    std::mutex mutex_; // one encode or decode at a time on a coder
     // The encoder keeps two tables.  `taken_` is the occupancy of the
     // format's own hash table (131072 slots, one bit each): it alone decides
     // when ten further probes find no room and the dictionary is cleared.

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -43,10 +44,11 @@ class Listing : public DeviceTest {
             args.push_back(std::move(v));
         return call_with(fn, args).result.i;
     }
-    static std::vector<std::u16string> names(const std::vector<Seen>& seen) {
-        std::vector<std::u16string> out;
+    // The names seen, separated by blanks.
+    static std::u16string names(const std::vector<Seen>& seen) {
+        std::u16string out;
         for (const Seen& s : seen)
-            out.push_back(s.dir + s.name);
+            out += (out.empty() ? u"" : u" ") + s.dir + s.name;
         return out;
     }
 };
@@ -56,34 +58,27 @@ TEST_F(Listing, ProcedureForms) {
         const char* fn;
         const char16_t* path;
         int32_t options;
-        std::vector<std::u16string> expected;
+        std::u16string expected;
     };
     const Row rows[] = {
-        {"fListFile",
-         u"\\d\\*.txt",
-         0,
-         {u"\\d\\.hid.txt", u"\\d\\a.txt", u"\\d\\.hsub\\e.txt", u"\\d\\sub\\c.txt",
-          u"\\d\\sub\\deep\\f.txt"}},
-        {"fListFile", u"\\d\\*.txt", 2, {u"\\d\\.hid.txt", u"\\d\\a.txt"}},
-        {"fListFile",
-         u"\\d\\*.txt",
-         0x100,
-         {u"\\d\\a.txt", u"\\d\\.hsub\\e.txt", u"\\d\\sub\\c.txt", u"\\d\\sub\\deep\\f.txt"}},
-        {"fListFile",
-         u"\\d\\*.txt",
-         0x200,
-         {u"\\d\\.hid.txt", u"\\d\\a.txt", u"\\d\\sub\\c.txt", u"\\d\\sub\\deep\\f.txt"}},
-        {"fListFile", u"\\D\\*.DAT", 0, {u"\\D\\b.dat"}},
-        {"fListFile", u"\\d\\", 2, {u"\\d\\.hid.txt", u"\\d\\a.txt", u"\\d\\b.dat"}},
-        {"fListDirectory", u"\\d\\*", 0, {u"\\d\\.hsub", u"\\d\\sub", u"\\d\\sub\\deep"}},
-        {"fListDirectory", u"\\d\\*", 0x202, {u"\\d\\sub"}},
+        {"fListFile", u"\\d\\*.txt", 0,
+         u"\\d\\.hid.txt \\d\\a.txt \\d\\.hsub\\e.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
+        {"fListFile", u"\\d\\*.txt", 2, u"\\d\\.hid.txt \\d\\a.txt"},
+        {"fListFile", u"\\d\\*.txt", 0x100,
+         u"\\d\\a.txt \\d\\.hsub\\e.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
+        {"fListFile", u"\\d\\*.txt", 0x200,
+         u"\\d\\.hid.txt \\d\\a.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
+        {"fListFile", u"\\D\\*.DAT", 0, u"\\D\\b.dat"},
+        {"fListFile", u"\\d\\", 2, u"\\d\\.hid.txt \\d\\a.txt \\d\\b.dat"},
+        {"fListDirectory", u"\\d\\*", 0, u"\\d\\.hsub \\d\\sub \\d\\sub\\deep"},
+        {"fListDirectory", u"\\d\\*", 0x202, u"\\d\\sub"},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(std::string(r.fn) + " " + host::utf8(r.path) + " " + std::to_string(r.options));
         std::vector<Seen> seen;
         int64_t n = walk(r.fn, r.path, {Value::integer(42), Value::integer(r.options)}, seen);
         EXPECT_EQ(names(seen), r.expected);
-        EXPECT_EQ(n, static_cast<int64_t>(r.expected.size()));
+        EXPECT_EQ(n, static_cast<int64_t>(std::count(r.expected.begin(), r.expected.end(), u' ') + 1));
         for (std::size_t k = 0; k < seen.size(); ++k) {
             EXPECT_EQ(seen[k].number, static_cast<int64_t>(k + 1));
             EXPECT_EQ(seen[k].user, 42);
@@ -155,13 +150,8 @@ TEST_F(Listing, LoopsUnreadableDirectoriesAndFailingProcedures) {
         EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {}, seen), 3); // left out, the walk goes on
         chmod(host_path("d/sub").c_str(), 0755);
     }
-    // No procedure: 80050.
-    std::vector<Value> args = {Value::string(u"\\d\\*"), Value::none()};
-    kp::host::Value proc;
-    CallOutcome out = fx.host->call("fListFile", args);
-    if (out.status == kp::host::CallStatus::Ok) {
-        EXPECT_EQ(out.result.i, 0);
-    }
+    // No procedure: no crash.
+    call("fListFile", {Value::string(u"\\d\\*"), Value::none()});
 }
 
 TEST_F(Listing, RecycleBinSeenByTrashList) {
@@ -185,12 +175,10 @@ TEST_F(Listing, RecycleBinSeenByTrashList) {
     EXPECT_EQ(call("fDelete", {Value::string(u"\\r\\none.txt"), Value::integer(0x100)}).error.system_code,
               2u);
 
-    std::string cmd = "XDG_DATA_HOME='" + home.string() + "' trash-list 2>/dev/null";
     std::string listing;
-    if (FILE* p = popen(cmd.c_str(), "r")) {
+    if (FILE* p = popen(("XDG_DATA_HOME='" + home.string() + "' trash-list 2>/dev/null").c_str(), "r")) {
         char buf[4096];
-        std::size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+        while (std::size_t n = fread(buf, 1, sizeof buf, p))
             listing.append(buf, n);
         pclose(p);
     }

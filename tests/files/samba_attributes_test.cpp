@@ -19,13 +19,13 @@ using host::Value;
 // The Python of the system: Samba's bindings are packaged for it.
 constexpr const char* kPython = "/usr/bin/python3";
 
-std::string run_python(const std::string& script) {
+std::string run_python(const std::string& script, const std::string& args = "") {
     const std::string path =
         std::filesystem::temp_directory_path() / ("kp120-samba-" + std::to_string(getpid()));
     std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
                         << script;
     std::string out;
-    if (FILE* p = popen((std::string(kPython) + " " + path + " 2>/dev/null").c_str(), "r")) {
+    if (FILE* p = popen((std::string(kPython) + " " + path + " " + args + " 2>/dev/null").c_str(), "r")) {
         char buf[4096];
         while (std::size_t n = fread(buf, 1, sizeof buf, p))
             out.append(buf, n);
@@ -142,20 +142,7 @@ for h in sys.argv[1:]:
     print(repr(d.attrib_hex), d.version, i.valid_flags, hex(i.attrib), hex(i.create_time))
 )";
     // The records go to Python as arguments of the script.
-    const std::string path =
-        std::filesystem::temp_directory_path() / ("kp120-unpack-" + std::to_string(getpid()));
-    std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
-                        << read;
-    std::string out;
-    const std::string cmd =
-        std::string(kPython) + " " + path + " " + to_hex(stored("f.txt")) + " " + to_hex(stored("new.txt"));
-    if (FILE* p = popen(cmd.c_str(), "r")) {
-        char buf[1024];
-        while (std::size_t n = fread(buf, 1, sizeof buf, p))
-            out.append(buf, n);
-        pclose(p);
-    }
-    std::filesystem::remove(path);
+    const std::string out = run_python(read, to_hex(stored("f.txt")) + " " + to_hex(stored("new.txt")));
     EXPECT_EQ(out, "'' 5 17 0x2106 0x1d9000011112222\n'' 5 1 0x20 0x0\n");
 }
 

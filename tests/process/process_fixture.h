@@ -27,6 +27,10 @@ using kp::host::CallOutcome;
 using kp::host::Value;
 namespace fs = std::filesystem;
 
+inline Value I(int64_t v) {
+    return Value::integer(v);
+}
+
 // Waits up to `ms` for `done` to hold.
 inline bool eventually(const std::function<bool()>& done, int ms = 5000) {
     auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);

@@ -158,9 +158,11 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
         return text(call("fLoadText", {S(u"\\Data\\copy.txt")}));
     });
     // The listings, flat through a linked folder and recursive, name nothing of the canary.
-    for (const auto& [fn, pattern] :
+    for (const auto& listing :
          {std::pair{"fListFile", u"\\Data\\abs_dir\\*"}, std::pair{"fListFile", u"\\Data\\*"},
           std::pair{"fListDirectory", u"\\Data\\rel_dir\\*"}}) {
+        const char* fn = listing.first;
+        const char16_t* pattern = listing.second;
         check(fn, [&] {
             std::string seen;
             call(fn, {S(pattern), Value::procedure([&](std::vector<Value>& a) {

@@ -69,6 +69,12 @@ inline int children_of_this_process(char state = 0) {
     return count;
 }
 
+inline std::u16string upper(std::u16string s) {
+    for (char16_t& c : s)
+        if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - 32);
+    return s;
+}
+
 // A name no other process of the machine has.
 inline std::string unique_name(const char* stem) {
     static int serial = 0;
@@ -121,12 +127,9 @@ class ProcessTest : public ::testing::Test {
         ::chmod(p.c_str(), 0755);
         return p;
     }
-    // Whether `program` starts and ends well with the argument "0".  Under
-    // qemu-user (the tests of the ARM cross builds run so), the /bin/sleep
-    // this process copies is the target's, qemu looking paths up in the
-    // sysroot first, while a program it starts runs on the build machine
-    // as it is: without a binfmt_misc handler for the target such a copy
-    // cannot start, and the tests that need one skip.
+    // Whether `program` starts and ends well with the argument "0": under
+    // qemu-user without a binfmt_misc handler, the copy of the target's
+    // /bin/sleep cannot start, and the tests that need one skip.
     static bool starts(const fs::path& program) {
         const pid_t pid = fork();
         if (pid == 0) {

@@ -108,33 +108,31 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
         const char* fn;
         std::vector<Value> args;
     };
-    const Call calls[] = {
-        {"fLoadText", {S(u"\\Data\\abs_file")}},
-        {"fLoadText", {S(u"\\Data\\rel_file")}},
-        {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
-        {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
-        {"fSize", {S(u"\\Data\\abs_file")}},
-        {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-        {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-        {"fDirSize", {S(u"\\Data\\abs_dir")}},
-        {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
-        {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
-        {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
-        {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
-        {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
-        {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
-        {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
-        {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
-        {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
-        {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
-        {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
-        {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
-        {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
-        {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
-        {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
-        {"SysDir", {I(21)}},
-        {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}},
-    };
+    const Call calls[] = {{"fLoadText", {S(u"\\Data\\abs_file")}},
+                          {"fLoadText", {S(u"\\Data\\rel_file")}},
+                          {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
+                          {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
+                          {"fSize", {S(u"\\Data\\abs_file")}},
+                          {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
+                          {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
+                          {"fDirSize", {S(u"\\Data\\abs_dir")}},
+                          {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
+                          {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
+                          {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
+                          {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
+                          {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
+                          {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
+                          {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
+                          {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
+                          {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
+                          {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
+                          {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
+                          {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
+                          {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
+                          {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
+                          {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
+                          {"SysDir", {I(21)}},
+                          {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}}};
     auto check = [&](const std::string& what, const std::function<std::string()>& run) {
         const std::string before = snapshot();
         const std::string got = run();
@@ -190,12 +188,10 @@ TEST_F(Confinement, LinksInsideWork) {
         std::u16string name;
         std::string content;
     };
-    const Row rows[] = {
-        {u"\\Data\\in_rel", "inside"},
-        {u"\\Data\\in_abs", "windows"},
-        {u"\\Data\\in_dir\\deep.txt", "deep"},
-        {u"\\Data\\..\\..\\Data\\in_rel", "inside"},
-    };
+    const Row rows[] = {{u"\\Data\\in_rel", "inside"},
+                        {u"\\Data\\in_abs", "windows"},
+                        {u"\\Data\\in_dir\\deep.txt", "deep"},
+                        {u"\\Data\\..\\..\\Data\\in_rel", "inside"}};
     for (const Row& r : rows)
         EXPECT_EQ(kp::host::utf8(call("fLoadText", {S(r.name)}).result.s), r.content)
             << kp::host::utf8(r.name);
@@ -241,10 +237,8 @@ TEST(ProgramStart, ASwapAfterTheResolutionDoesNotRedirect) {
     const fs::path script = dir.path() / "exit3.sh";
     std::ofstream(script) << "#!/bin/sh\nexit 3\n";
     fs::permissions(script, fs::perms::owner_all);
-    const Row rows[] = {
-        {"binary", "/bin/false", "/bin/true", true, 1},
-        {"script", script, "/bin/true", false, pf::kErrorAccessDenied},
-    };
+    const Row rows[] = {{"binary", "/bin/false", "/bin/true", true, 1},
+                        {"script", script, "/bin/true", false, pf::kErrorAccessDenied}};
     for (const Row& r : rows) {
         fs::remove_all(d);
         fs::remove_all(other);

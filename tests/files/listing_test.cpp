@@ -60,19 +60,17 @@ TEST_F(Listing, ProcedureForms) {
         int32_t options;
         std::u16string expected;
     };
-    const Row rows[] = {
-        {"fListFile", u"\\d\\*.txt", 0,
-         u"\\d\\.hid.txt \\d\\a.txt \\d\\.hsub\\e.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
-        {"fListFile", u"\\d\\*.txt", 2, u"\\d\\.hid.txt \\d\\a.txt"},
-        {"fListFile", u"\\d\\*.txt", 0x100,
-         u"\\d\\a.txt \\d\\.hsub\\e.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
-        {"fListFile", u"\\d\\*.txt", 0x200,
-         u"\\d\\.hid.txt \\d\\a.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
-        {"fListFile", u"\\D\\*.DAT", 0, u"\\D\\b.dat"},
-        {"fListFile", u"\\d\\", 2, u"\\d\\.hid.txt \\d\\a.txt \\d\\b.dat"},
-        {"fListDirectory", u"\\d\\*", 0, u"\\d\\.hsub \\d\\sub \\d\\sub\\deep"},
-        {"fListDirectory", u"\\d\\*", 0x202, u"\\d\\sub"},
-    };
+    const Row rows[] = {{"fListFile", u"\\d\\*.txt", 0,
+                         u"\\d\\.hid.txt \\d\\a.txt \\d\\.hsub\\e.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
+                        {"fListFile", u"\\d\\*.txt", 2, u"\\d\\.hid.txt \\d\\a.txt"},
+                        {"fListFile", u"\\d\\*.txt", 0x100,
+                         u"\\d\\a.txt \\d\\.hsub\\e.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
+                        {"fListFile", u"\\d\\*.txt", 0x200,
+                         u"\\d\\.hid.txt \\d\\a.txt \\d\\sub\\c.txt \\d\\sub\\deep\\f.txt"},
+                        {"fListFile", u"\\D\\*.DAT", 0, u"\\D\\b.dat"},
+                        {"fListFile", u"\\d\\", 2, u"\\d\\.hid.txt \\d\\a.txt \\d\\b.dat"},
+                        {"fListDirectory", u"\\d\\*", 0, u"\\d\\.hsub \\d\\sub \\d\\sub\\deep"},
+                        {"fListDirectory", u"\\d\\*", 0x202, u"\\d\\sub"}};
     for (const Row& r : rows) {
         SCOPED_TRACE(std::string(r.fn) + " " + host::utf8(r.path) + " " + std::to_string(r.options));
         std::vector<Seen> seen;

@@ -90,8 +90,7 @@ TEST_F(Management, Failures) {
         {"fAttribute", {S(u"\\f.txt"), S(u"+H-")}, 0, kAny, 80043},
         {"fAttribute", {S(u"\\f.txt"), S(u"Q")}, 0, kAny, 80043},
         {"fDir", {S(u"\\t\\*.zip")}, 0, 1},
-        {"fDir", {S(u"\\nodir\\*")}, kAny, kAny, kAny, 3},
-    };
+        {"fDir", {S(u"\\nodir\\*")}, kAny, kAny, kAny, 3}};
     for (const Row& r : rows) {
         std::vector<Value> args = r.args;
         CallOutcome out = call_with(r.fn, args);
@@ -132,16 +131,14 @@ TEST_F(Management, Compare) {
         int64_t result;
         uint32_t id;
     };
-    const Row rows[] = {
-        {u"\\a", u"\\b", 0, 0},
-        {u"\\a", u"\\c", 1, 0},
-        {u"\\e1", u"\\e2", 0, 0},
-        {u"\\big1", u"\\big2", 1, 0},
-        {u"\\big1", u"\\BIG1", 0, 0},
-        {u"\\missing", u"\\MISSING", 0, 0},
-        {u"\\missing", u"\\a", -1, 80060},
-        {u"\\a", u"\\missing", -2, 80060},
-    };
+    const Row rows[] = {{u"\\a", u"\\b", 0, 0},
+                        {u"\\a", u"\\c", 1, 0},
+                        {u"\\e1", u"\\e2", 0, 0},
+                        {u"\\big1", u"\\big2", 1, 0},
+                        {u"\\big1", u"\\BIG1", 0, 0},
+                        {u"\\missing", u"\\MISSING", 0, 0},
+                        {u"\\missing", u"\\a", -1, 80060},
+                        {u"\\a", u"\\missing", -2, 80060}};
     for (const Row& r : rows) {
         CallOutcome out = call("fCompare", {S(r.a), S(r.b)});
         EXPECT_EQ(out.result.i, r.result) << host::utf8(r.a) << " " << host::utf8(r.b);
@@ -156,19 +153,17 @@ TEST_F(Management, ExtractPath) {
         const char16_t* result;
         uint32_t id;
     };
-    const Row rows[] = {
-        {u"\\Data\\file.txt", 2, u"\\Data\\", 0},
-        {u"\\Data\\file.txt", 4, u"file", 0},
-        {u"\\Data\\file.txt", 8, u".txt", 0},
-        {u"\\Data\\file.txt", 15, u"\\Data\\file.txt", 0},
-        {u"C:\\d\\f.e", 9, u"C:.e", 0},
-        {u"C:\\d\\f.e", 1, u"C:", 0},
-        {u"\\a.b\\c", 8, u"", 0},
-        {u"\\a\\b.tar.gz", 12, u"b.tar.gz", 0},
-        {u"/unix/style", 6, u"/unix/style", 0},
-        {u"\\d\\f", 16, u"", 80042},
-        {u"\\d\\f", -1, u"", 80042},
-    };
+    const Row rows[] = {{u"\\Data\\file.txt", 2, u"\\Data\\", 0},
+                        {u"\\Data\\file.txt", 4, u"file", 0},
+                        {u"\\Data\\file.txt", 8, u".txt", 0},
+                        {u"\\Data\\file.txt", 15, u"\\Data\\file.txt", 0},
+                        {u"C:\\d\\f.e", 9, u"C:.e", 0},
+                        {u"C:\\d\\f.e", 1, u"C:", 0},
+                        {u"\\a.b\\c", 8, u"", 0},
+                        {u"\\a\\b.tar.gz", 12, u"b.tar.gz", 0},
+                        {u"/unix/style", 6, u"/unix/style", 0},
+                        {u"\\d\\f", 16, u"", 80042},
+                        {u"\\d\\f", -1, u"", 80042}};
     for (const Row& r : rows) {
         CallOutcome out = call("fExtractPath", {S(r.path), I(r.parts)});
         EXPECT_EQ(out.result.s, std::u16string(r.result)) << host::utf8(r.path) << " " << r.parts;
@@ -196,9 +191,11 @@ TEST_F(Management, CopyFile) {
         uint32_t id;
     };
     const Row failures[] = {
-        {u"\\Temp\\a.txt", u"\\Out2\\*.txt", 80066}, {u"\\Temp\\none.txt", u"\\Out\\", 80067},
-        {u"\\Temp\\*.txt", u"\\Out\\", 80065},       {u"\\Temp", u"\\Out\\", 80065},
-        {u"\\Temp\\a.txt", u"\\Temp\\a.txt", 80065}, // onto itself
+        {u"\\Temp\\a.txt", u"\\Out2\\*.txt", 80066},
+        {u"\\Temp\\none.txt", u"\\Out\\", 80067},
+        {u"\\Temp\\*.txt", u"\\Out\\", 80065},
+        {u"\\Temp", u"\\Out\\", 80065},
+        {u"\\Temp\\a.txt", u"\\Temp\\a.txt", 80065} // onto itself
     };
     for (const Row& r : failures) {
         CallOutcome out = call("fCopyFile", {S(r.from), S(r.to)});
@@ -324,14 +321,12 @@ TEST_F(Management, Dates) {
         const char16_t* value;
         const char16_t* result;
     };
-    const Row rows[] = {
-        {"fDateTime", u"2020022912345600", u"2020022912345600"},
-        {"fDate", u"19991231", u"19991231"},
-        {"fDateTime", nullptr, u"1999123112345600"},
-        {"fTime", u"0102", u"01020000"},
-        {"fDateTime", nullptr, u"1999123101020000"},
-        {"fTime", nullptr, u"01020000"},
-    };
+    const Row rows[] = {{"fDateTime", u"2020022912345600", u"2020022912345600"},
+                        {"fDate", u"19991231", u"19991231"},
+                        {"fDateTime", nullptr, u"1999123112345600"},
+                        {"fTime", u"0102", u"01020000"},
+                        {"fDateTime", nullptr, u"1999123101020000"},
+                        {"fTime", nullptr, u"01020000"}};
     for (const Row& r : rows) {
         std::vector<Value> args = {S(u"\\f.txt")};
         if (r.value) args.push_back(S(r.value));

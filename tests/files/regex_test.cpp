@@ -47,36 +47,34 @@ TEST(RegexWholeString, MatchesAndGroups) {
         std::vector<std::u16string> groups;
         uint32_t id;
     };
-    const Row rows[] = {
-        {u"aaa", u"a+", 0, true, {}, 0},
-        {u"aaab", u"a+", 0, false, {}, 0},
-        {u"baaa", u"a+", 0, false, {}, 0},
-        {u"", u"", 0, true, {}, 0},
-        {u"x", u"", 0, false, {}, 0},
-        {u"abc", u"a|abc", 0, true, {}, 0}, // through the longest branch
-        {u"a\nb", u"a.b", 0, true, {}, 0},  // "." matches a newline
-        {u"x)", u"x)", 0, true, {}, 0},     // an unmatched ")" is ordinary
-        {u"aaa", u"a{3}", 0, true, {}, 0},  // intervals with plain braces
-        {u"a|b", u"a\\|b", 0, true, {}, 0}, // "\|" is a literal bar
-        {u"b", u"a|b", 0, true, {}, 0},
-        {u"abab", u"(ab)\\1", 1, true, {u"ab"}, 0},
-        {u"ab", u"ab?c?", 0, true, {}, 0},
-        {u"Q9", u"[[:upper:]][[:digit:]]", 0, true, {}, 0},
-        {u"\u00e9", u".", 0, true, {}, 0},
-        {u"\u00e9t\u00e9", u"...", 0, true, {}, 0},
-        {u"\u00e9", u"[[:alpha:]]", 0, false, {}, 0},
-        {u"\u00e9", u"[^[:alpha:]]", 0, true, {}, 0},
-        {std::u16string(u"a\0b", 3), std::u16string(u"a\0b", 3), 0, true, {}, 0},
-        {std::u16string(200000, u'x'), u"x*", 0, true, {}, 0},
-        {std::u16string(200000, u'x') + u"y", u"x*", 0, false, {}, 0},
-        {u"key=value", u"([a-z]+)=([a-z]*)", 2, true, {u"key", u"value"}, 0},
-        // Offsets in the 1252 bytes are offsets in the UTF-16 text.
-        {u"\u20ac\u00e9=\u4e2d", u"(..)=(.)", 2, true, {u"\u20ac\u00e9", u"\u4e2d"}, 0},
-        {u"ab", u"(a)(b)", 0, true, {}, 0},
-        {u"a", u"(a)(b)?", 2, false, {u"a"}, kErrGroupMissing},
-        {u"a", u"(a)", 3, false, {u"a"}, kErrGroupMissing},
-        {u"ab", u"(a)(b)", 1, false, {}, kErrTooManyGroups},
-    };
+    const Row rows[] = {{u"aaa", u"a+", 0, true, {}, 0},
+                        {u"aaab", u"a+", 0, false, {}, 0},
+                        {u"baaa", u"a+", 0, false, {}, 0},
+                        {u"", u"", 0, true, {}, 0},
+                        {u"x", u"", 0, false, {}, 0},
+                        {u"abc", u"a|abc", 0, true, {}, 0}, // through the longest branch
+                        {u"a\nb", u"a.b", 0, true, {}, 0},  // "." matches a newline
+                        {u"x)", u"x)", 0, true, {}, 0},     // an unmatched ")" is ordinary
+                        {u"aaa", u"a{3}", 0, true, {}, 0},  // intervals with plain braces
+                        {u"a|b", u"a\\|b", 0, true, {}, 0}, // "\|" is a literal bar
+                        {u"b", u"a|b", 0, true, {}, 0},
+                        {u"abab", u"(ab)\\1", 1, true, {u"ab"}, 0},
+                        {u"ab", u"ab?c?", 0, true, {}, 0},
+                        {u"Q9", u"[[:upper:]][[:digit:]]", 0, true, {}, 0},
+                        {u"\u00e9", u".", 0, true, {}, 0},
+                        {u"\u00e9t\u00e9", u"...", 0, true, {}, 0},
+                        {u"\u00e9", u"[[:alpha:]]", 0, false, {}, 0},
+                        {u"\u00e9", u"[^[:alpha:]]", 0, true, {}, 0},
+                        {std::u16string(u"a\0b", 3), std::u16string(u"a\0b", 3), 0, true, {}, 0},
+                        {std::u16string(200000, u'x'), u"x*", 0, true, {}, 0},
+                        {std::u16string(200000, u'x') + u"y", u"x*", 0, false, {}, 0},
+                        {u"key=value", u"([a-z]+)=([a-z]*)", 2, true, {u"key", u"value"}, 0},
+                        // Offsets in the 1252 bytes are offsets in the UTF-16 text.
+                        {u"\u20ac\u00e9=\u4e2d", u"(..)=(.)", 2, true, {u"\u20ac\u00e9", u"\u4e2d"}, 0},
+                        {u"ab", u"(a)(b)", 0, true, {}, 0},
+                        {u"a", u"(a)(b)?", 2, false, {u"a"}, kErrGroupMissing},
+                        {u"a", u"(a)", 3, false, {u"a"}, kErrGroupMissing},
+                        {u"ab", u"(a)(b)", 1, false, {}, kErrTooManyGroups}};
     const char* previous = std::setlocale(LC_ALL, nullptr);
     const std::string saved = previous ? previous : "C";
     for (const char* locale : {"C", "C.UTF-8"}) {
@@ -146,7 +144,7 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {"(^){2,155}", true}, // copies of an anchor
         {repeated("\\b", 67), true},
         {"^\\bfoo\\b.*\\bbar\\b$", false},
-        {"s" + repeated("?", 74) + "\x05" + repeated("?", 20) + "++", true}, // reach into loops
+        {"s" + repeated("?", 74) + "\x05" + repeated("?", 20) + "++", true} // reach into loops
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.pattern);

@@ -107,7 +107,7 @@ TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
         {"make(5, 0x06, 3)", u"HS"},
         {"make(5, 0x20)", u"A"},
         {"make(5, 0x00)", u""},
-        {"make(5, 0x02)", u"H"}, // stays: a hidden file is not listed by frNoHiddenFile
+        {"make(5, 0x02)", u"H"} // stays: a hidden file is not listed by frNoHiddenFile
     };
     std::string script = kMake;
     for (const Row& r : rows)
@@ -169,8 +169,7 @@ TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
         {"make(4, 0x20, " + kept + ")", u"2003040506070800"},
         {"make(5, 0x20, " + kept + ")", u"2003040506070800"},
         {"make(1, 0x20)", own},
-        {"make(5, 0x20)", own},
-    };
+        {"make(5, 0x20)", own}};
     std::string script = kMake;
     for (const auto& r : rows)
         script += r.first + "\n";

@@ -77,12 +77,10 @@ TEST_F(Sparse, CompareByContent) {
         off_t offset;
         const char* where;
     };
-    const Row rows[] = {
-        {10 * kMiB + 1000, "inside a data extent"},
-        {30 * kMiB, "inside a hole of both"},
-        {20 * kMiB + 5, "in zeros written facing a hole"},
-        {64 * kMiB - 1, "the last byte"},
-    };
+    const Row rows[] = {{10 * kMiB + 1000, "inside a data extent"},
+                        {30 * kMiB, "inside a hole of both"},
+                        {20 * kMiB + 5, "in zeros written facing a hole"},
+                        {64 * kMiB - 1, "the last byte"}};
     for (const Row& r : rows) {
         std::filesystem::copy_file(host_path("zeros.bin"), host_path("b.bin"),
                                    std::filesystem::copy_options::overwrite_existing);

@@ -16,13 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Value S(const std::u16string& s) {
-    return Value::string(s);
-}
-Value I(int64_t v) {
-    return Value::integer(v);
-}
-
 class Management : public DeviceTest {
   protected:
     bool xattrs_supported() {

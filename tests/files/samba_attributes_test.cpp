@@ -87,9 +87,7 @@ class SambaAttributes : public DeviceTest {
     void store(const std::string& rel, const std::string& value) {
         ASSERT_EQ(setxattr(host_path(rel).c_str(), "user.DOSATTRIB", value.data(), value.size(), 0), 0);
     }
-    std::u16string letters(const std::u16string& name) {
-        return call("fAttribute", {Value::string(name)}).result.s;
-    }
+    std::u16string letters(const std::u16string& name) { return call("fAttribute", {S(name)}).result.s; }
 };
 
 // Samba writes, the component reads: every version, and a record longer than
@@ -121,7 +119,7 @@ TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
         EXPECT_EQ(letters(u"\\f.txt"), r.letters) << r.make;
     }
     put("g.txt", "x");
-    EXPECT_EQ(call("fListFile", {Value::string(u"\\*.txt"), Value::integer(0x102)}).result.s, u"\\g.txt");
+    EXPECT_EQ(call("fListFile", {S(u"\\*.txt"), I(0x102)}).result.s, u"\\g.txt");
 }
 
 // The component writes, Samba reads: version 5 with an empty text, keeping the
@@ -131,9 +129,9 @@ TEST_F(SambaAttributes, RecordsTheComponentWritesAreReadBySamba) {
     std::string script = kMake;
     script += "make(4, 0x2100, 0x01d9000011112222)\n";
     store("f.txt", from_hex(run_python(script).substr(0, 64)));
-    ASSERT_EQ(call("fAttribute", {Value::string(u"\\f.txt"), Value::string(u"+HS")}).result.s, u"HS");
+    ASSERT_EQ(call("fAttribute", {S(u"\\f.txt"), S(u"+HS")}).result.s, u"HS");
     put("new.txt", "x");
-    ASSERT_EQ(call("fAttribute", {Value::string(u"\\new.txt"), Value::string(u"+A")}).result.s, u"A");
+    ASSERT_EQ(call("fAttribute", {S(u"\\new.txt"), S(u"+A")}).result.s, u"A");
     const std::string read = R"(
 import sys
 for h in sys.argv[1:]:
@@ -151,12 +149,9 @@ for h in sys.argv[1:]:
 // file system's.
 TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
     put("f.txt", "x");
-    auto created = [&] {
-        return call("fDateTime", {Value::string(u"\\f.txt"), Value::string(u""), Value::integer(1)}).result.s;
-    };
+    auto created = [&] { return call("fDateTime", {S(u"\\f.txt"), S(u""), I(1)}).result.s; };
     // The NT time of a local date: set as the modification time, read back.
-    ASSERT_EQ(call("fDateTime", {Value::string(u"\\f.txt"), Value::string(u"2003040506070800")}).result.s,
-              u"2003040506070800");
+    ASSERT_EQ(call("fDateTime", {S(u"\\f.txt"), S(u"2003040506070800")}).result.s, u"2003040506070800");
     const std::u16string own = created();
     struct stat st;
     ASSERT_EQ(::stat(host_path("f.txt").c_str(), &st), 0);

@@ -22,10 +22,6 @@ std::string utf16le(std::u16string_view s) {
     return out;
 }
 
-Value I(int64_t v) {
-    return Value::integer(v);
-}
-
 class Streams : public DeviceTest {
   protected:
     CallOutcome seek(int64_t h, int64_t offset, int32_t origin = 0) {
@@ -61,7 +57,7 @@ TEST_F(Streams, OpenFailures) {
                  {u"\\ro.txt", kReadWrite, 0, 5, 0},  {u"\\ro.txt", kReadWrite | kCreate, 0, 5, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(host::utf8(c.name) + " " + std::to_string(c.mode));
-        auto out = call("fOpen", {Value::string(c.name), I(c.mode)});
+        auto out = call("fOpen", {S(c.name), I(c.mode)});
         EXPECT_EQ(out.result.i, -1);
         EXPECT_EQ(out.error.severity, 2);
         EXPECT_EQ(out.error.id, c.id);
@@ -92,13 +88,13 @@ TEST_F(Streams, OpenModes) {
     auto out = call("fRead", {I(h), I(4)});
     EXPECT_EQ(out.result.kind, Value::Kind::None);
     EXPECT_EQ(out.error.system_code, 5u);
-    EXPECT_EQ(call("fWrite", {I(h), Value::string(u"ab")}).result.i, 4);
+    EXPECT_EQ(call("fWrite", {I(h), S(u"ab")}).result.i, 4);
     close(h);
     // Add positions at the end.
     put("log.txt", "one\r\n");
     h = open(u"\\log.txt", kReadWrite | kAdd);
     EXPECT_EQ(tell(h), 5);
-    call("fWriteLine", {I(h), Value::string(u"two")});
+    call("fWriteLine", {I(h), S(u"two")});
     close(h);
     EXPECT_EQ(get("log.txt"), "one\r\ntwo\r\n");
 }
@@ -109,7 +105,7 @@ TEST_F(Streams, OpenModes) {
 TEST_F(Streams, ByteOrderMark) {
     int64_t h = create(u"\\u.txt", kUnicode);
     EXPECT_EQ(tell(h), 2);
-    call("fWriteLine", {I(h), Value::string(u"h\u00e9")});
+    call("fWriteLine", {I(h), S(u"h\u00e9")});
     close(h);
     EXPECT_EQ(get("u.txt"), kMark + utf16le(u"h\u00e9\r\n"));
     close(open(u"\\new.txt", kReadWrite | kCreateIfNotExist | kUnicode));
@@ -198,11 +194,11 @@ TEST_F(Streams, LineEndsAtBlockBoundaries) {
 
 TEST_F(Streams, WritesThroughTheSameHandleAreSeenAtOnce) {
     int64_t h = create(u"\\rw.txt");
-    call("fWriteLine", {I(h), Value::string(u"one")});
+    call("fWriteLine", {I(h), S(u"one")});
     seek(h, 0);
     EXPECT_EQ(line(h), u"one");
     EXPECT_EQ(line(h), kEot);
-    call("fWriteLine", {I(h), Value::string(u"two")});
+    call("fWriteLine", {I(h), S(u"two")});
     seek(h, 5);
     EXPECT_EQ(line(h), u"two");
     // Overwrite inside a block that was read before.
@@ -219,23 +215,22 @@ TEST_F(Streams, PatternLines) {
     put("p.txt", "key=value\r\nno match here\r\n");
     int64_t h = open(u"\\p.txt", kRead);
     const std::u16string pattern = u"([a-z]+)=([a-z]+)";
-    std::vector<Value> args = {I(h), Value::string(pattern), Value::variable(), Value::variable(),
-                               Value::variable()};
+    std::vector<Value> args = {I(h), S(pattern), Value::variable(), Value::variable(), Value::variable()};
     auto out = call_with("fReadLine", args);
     ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
     EXPECT_TRUE(out.result.b);
     EXPECT_EQ(args[2].ref->s, u"key=value");
     EXPECT_EQ(args[3].ref->s, u"key");
     EXPECT_EQ(args[4].ref->s, u"value");
-    std::vector<Value> again = {I(h), Value::string(pattern), Value::variable(Value::string(u"old"))};
+    std::vector<Value> again = {I(h), S(pattern), Value::variable(S(u"old"))};
     EXPECT_TRUE(call_with("fReadLine", again).result.b);
     EXPECT_EQ(again[2].ref->s, u"");
-    std::vector<Value> at_end = {I(h), Value::string(u""), Value::variable()};
+    std::vector<Value> at_end = {I(h), S(u""), Value::variable()};
     EXPECT_FALSE(call_with("fReadLine", at_end).result.b);
     close(h);
     for (const char16_t* bad : {u"(x", u"((((a{1,255}){1,255}){1,255}){1,255})"}) {
         h = open(u"\\p.txt", kRead);
-        std::vector<Value> args = {I(h), Value::string(bad), Value::variable()};
+        std::vector<Value> args = {I(h), S(bad), Value::variable()};
         auto out = call_with("fReadLine", args);
         EXPECT_FALSE(out.result.b);
         EXPECT_EQ(out.error.id, 80500u);
@@ -245,10 +240,10 @@ TEST_F(Streams, PatternLines) {
 
 TEST_F(Streams, WriteForms) {
     int64_t h = create(u"\\out.txt");
-    EXPECT_TRUE(call("fWriteLine", {I(h), Value::string(u"caf\u00e9 \u20ac \u4e2d")}).result.b);
+    EXPECT_TRUE(call("fWriteLine", {I(h), S(u"caf\u00e9 \u20ac \u4e2d")}).result.b);
     // The string-and-length form writes the string's UTF-16 bytes as held
     // and a UTF-16 line end, even in an ANSI file.
-    EXPECT_TRUE(call("fWriteLine", {I(h), Value::string(u"AB"), I(3)}).result.b);
+    EXPECT_TRUE(call("fWriteLine", {I(h), S(u"AB"), I(3)}).result.b);
     EXPECT_EQ(call("fWrite", {I(h), Value::buffer({1, 2, 3})}).result.i, 3);
     EXPECT_EQ(call("fWrite", {I(h), Value::buffer({4, 5, 6}), I(2)}).result.i, 2);
     EXPECT_EQ(call("fWrite", {I(h), Value::buffer({7}), I(100)}).result.i, 1);
@@ -322,7 +317,7 @@ TEST_F(Streams, InvalidHandlesAreRefusedWith80022) {
         EXPECT_EQ(out.error.id, 80022u);
         EXPECT_EQ(seek(bad, 0).result.i, -1);
         EXPECT_EQ(call("fWrite", {I(bad), Value::buffer({1})}).result.i, -1);
-        EXPECT_FALSE(call("fWriteLine", {I(bad), Value::string(u"x")}).result.b);
+        EXPECT_FALSE(call("fWriteLine", {I(bad), S(u"x")}).result.b);
         EXPECT_FALSE(call("fChangeSize", {I(bad), Value::int64(0)}).result.b);
     }
 }
@@ -346,11 +341,11 @@ TEST_F(Streams, Names) {
         {std::u16string(u"\\a") + char16_t(0xD800) + u"b", 123},
         {u"\\wild*.txt", 123}};
     for (const auto& [name, code] : cases) {
-        auto out = call("fCreate", {Value::string(name)});
+        auto out = call("fCreate", {S(name)});
         EXPECT_EQ(out.result.i, -1);
         EXPECT_EQ(out.error.system_code, code);
     }
-    EXPECT_EQ(call("fCreate", {Value::string(u"\\" + std::u16string(300, u'c'))}).result.i, -1);
+    EXPECT_EQ(call("fCreate", {S(u"\\" + std::u16string(300, u'c'))}).result.i, -1);
 }
 
 // A host whose ANSI code page is 1251: text files are read and written in it.
@@ -366,9 +361,9 @@ TEST(AnsiCodePage, HostSettingDecidesTheTextEncoding) {
     ASSERT_TRUE(host.loaded()) << host.load_error();
     auto call = [&](const char* fn, std::vector<Value> args) { return host.call(fn, args); };
     const std::u16string word = u"\u0416\u0438\u0437\u043d\u044c";
-    int64_t h = call("fCreate", {Value::string(u"\\cp.txt")}).result.i;
+    int64_t h = call("fCreate", {S(u"\\cp.txt")}).result.i;
     ASSERT_GE(h, 2);
-    EXPECT_TRUE(call("fWriteLine", {I(h), Value::string(word)}).result.b);
+    EXPECT_TRUE(call("fWriteLine", {I(h), S(word)}).result.b);
     call("fSeek", {I(h), Value::int64(0), I(0)});
     EXPECT_EQ(call("fReadLine", {I(h)}).result.s, word);
     call("fClose", {I(h)});

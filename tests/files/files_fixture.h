@@ -17,6 +17,13 @@ namespace kp::files::test {
 using kp::host::CallOutcome;
 using kp::host::Value;
 
+inline Value S(const std::u16string& s) {
+    return Value::string(s);
+}
+inline Value I(int64_t v) {
+    return Value::integer(v);
+}
+
 class DeviceTest : public ::testing::Test {
   protected:
     kp::test::HostFixture fx;

@@ -19,13 +19,13 @@ using host::Value;
 // The Python of the system: Samba's bindings are packaged for it.
 constexpr const char* kPython = "/usr/bin/python3";
 
-std::string run_python(const std::string& script) {
+std::string run_python(const std::string& script, const std::string& args = "") {
     const std::string path =
         std::filesystem::temp_directory_path() / ("kp120-samba-" + std::to_string(getpid()));
     std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
                         << script;
     std::string out;
-    if (FILE* p = popen((std::string(kPython) + " " + path + " 2>/dev/null").c_str(), "r")) {
+    if (FILE* p = popen((std::string(kPython) + " " + path + " " + args + " 2>/dev/null").c_str(), "r")) {
         char buf[4096];
         while (std::size_t n = fread(buf, 1, sizeof buf, p))
             out.append(buf, n);
@@ -87,9 +87,7 @@ class SambaAttributes : public DeviceTest {
     void store(const std::string& rel, const std::string& value) {
         ASSERT_EQ(setxattr(host_path(rel).c_str(), "user.DOSATTRIB", value.data(), value.size(), 0), 0);
     }
-    std::u16string letters(const std::u16string& name) {
-        return call("fAttribute", {Value::string(name)}).result.s;
-    }
+    std::u16string letters(const std::u16string& name) { return call("fAttribute", {S(name)}).result.s; }
 };
 
 // Samba writes, the component reads: every version, and a record longer than
@@ -107,7 +105,7 @@ TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
         {"make(5, 0x06, 3)", u"HS"},
         {"make(5, 0x20)", u"A"},
         {"make(5, 0x00)", u""},
-        {"make(5, 0x02)", u"H"}, // stays: a hidden file is not listed by frNoHiddenFile
+        {"make(5, 0x02)", u"H"} // stays: a hidden file is not listed by frNoHiddenFile
     };
     std::string script = kMake;
     for (const Row& r : rows)
@@ -121,7 +119,7 @@ TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
         EXPECT_EQ(letters(u"\\f.txt"), r.letters) << r.make;
     }
     put("g.txt", "x");
-    EXPECT_EQ(call("fListFile", {Value::string(u"\\*.txt"), Value::integer(0x102)}).result.s, u"\\g.txt");
+    EXPECT_EQ(call("fListFile", {S(u"\\*.txt"), I(0x102)}).result.s, u"\\g.txt");
 }
 
 // The component writes, Samba reads: version 5 with an empty text, keeping the
@@ -131,9 +129,9 @@ TEST_F(SambaAttributes, RecordsTheComponentWritesAreReadBySamba) {
     std::string script = kMake;
     script += "make(4, 0x2100, 0x01d9000011112222)\n";
     store("f.txt", from_hex(run_python(script).substr(0, 64)));
-    ASSERT_EQ(call("fAttribute", {Value::string(u"\\f.txt"), Value::string(u"+HS")}).result.s, u"HS");
+    ASSERT_EQ(call("fAttribute", {S(u"\\f.txt"), S(u"+HS")}).result.s, u"HS");
     put("new.txt", "x");
-    ASSERT_EQ(call("fAttribute", {Value::string(u"\\new.txt"), Value::string(u"+A")}).result.s, u"A");
+    ASSERT_EQ(call("fAttribute", {S(u"\\new.txt"), S(u"+A")}).result.s, u"A");
     const std::string read = R"(
 import sys
 for h in sys.argv[1:]:
@@ -142,20 +140,7 @@ for h in sys.argv[1:]:
     print(repr(d.attrib_hex), d.version, i.valid_flags, hex(i.attrib), hex(i.create_time))
 )";
     // The records go to Python as arguments of the script.
-    const std::string path =
-        std::filesystem::temp_directory_path() / ("kp120-unpack-" + std::to_string(getpid()));
-    std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
-                        << read;
-    std::string out;
-    const std::string cmd =
-        std::string(kPython) + " " + path + " " + to_hex(stored("f.txt")) + " " + to_hex(stored("new.txt"));
-    if (FILE* p = popen(cmd.c_str(), "r")) {
-        char buf[1024];
-        while (std::size_t n = fread(buf, 1, sizeof buf, p))
-            out.append(buf, n);
-        pclose(p);
-    }
-    std::filesystem::remove(path);
+    const std::string out = run_python(read, to_hex(stored("f.txt")) + " " + to_hex(stored("new.txt")));
     EXPECT_EQ(out, "'' 5 17 0x2106 0x1d9000011112222\n'' 5 1 0x20 0x0\n");
 }
 
@@ -164,12 +149,9 @@ for h in sys.argv[1:]:
 // file system's.
 TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
     put("f.txt", "x");
-    auto created = [&] {
-        return call("fDateTime", {Value::string(u"\\f.txt"), Value::string(u""), Value::integer(1)}).result.s;
-    };
+    auto created = [&] { return call("fDateTime", {S(u"\\f.txt"), S(u""), I(1)}).result.s; };
     // The NT time of a local date: set as the modification time, read back.
-    ASSERT_EQ(call("fDateTime", {Value::string(u"\\f.txt"), Value::string(u"2003040506070800")}).result.s,
-              u"2003040506070800");
+    ASSERT_EQ(call("fDateTime", {S(u"\\f.txt"), S(u"2003040506070800")}).result.s, u"2003040506070800");
     const std::u16string own = created();
     struct stat st;
     ASSERT_EQ(::stat(host_path("f.txt").c_str(), &st), 0);
@@ -182,8 +164,7 @@ TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
         {"make(4, 0x20, " + kept + ")", u"2003040506070800"},
         {"make(5, 0x20, " + kept + ")", u"2003040506070800"},
         {"make(1, 0x20)", own},
-        {"make(5, 0x20)", own},
-    };
+        {"make(5, 0x20)", own}};
     std::string script = kMake;
     for (const auto& r : rows)
         script += r.first + "\n";

@@ -38,24 +38,22 @@ class Sparse : public DeviceTest {
         ::stat(host_path(rel).c_str(), &st);
         return st;
     }
-    int64_t compare(const char16_t* a, const char16_t* b) {
-        return call("fCompare", {Value::string(a), Value::string(b)}).result.i;
-    }
+    int64_t compare(const char16_t* a, const char16_t* b) { return call("fCompare", {S(a), S(b)}).result.i; }
 };
 
 TEST_F(Sparse, CopyKeepsHolesAndContent) {
     sparse("s.bin", {0, 10, 63});
     if (info("s.bin").st_blocks * 512 >= 16 * kMiB) GTEST_SKIP() << "the file system here keeps no holes";
-    ASSERT_TRUE(call("fCopyFile", {Value::string(u"\\s.bin"), Value::string(u"\\c.bin")}).result.b);
+    ASSERT_TRUE(call("fCopyFile", {S(u"\\s.bin"), S(u"\\c.bin")}).result.b);
     EXPECT_EQ(info("c.bin").st_size, 64 * kMiB);
     EXPECT_LE(info("c.bin").st_blocks, info("s.bin").st_blocks + 64) << "the holes were written out";
     EXPECT_EQ(get("c.bin"), get("s.bin"));
     // A file that ends with a hole, and an empty one.
     sparse("tail.bin", {1});
-    ASSERT_TRUE(call("fCopyFile", {Value::string(u"\\tail.bin"), Value::string(u"\\c2.bin")}).result.b);
+    ASSERT_TRUE(call("fCopyFile", {S(u"\\tail.bin"), S(u"\\c2.bin")}).result.b);
     EXPECT_EQ(get("c2.bin"), get("tail.bin"));
     put("empty.bin", "");
-    ASSERT_TRUE(call("fCopyFile", {Value::string(u"\\empty.bin"), Value::string(u"\\c3.bin")}).result.b);
+    ASSERT_TRUE(call("fCopyFile", {S(u"\\empty.bin"), S(u"\\c3.bin")}).result.b);
     EXPECT_EQ(info("c3.bin").st_size, 0);
 }
 
@@ -77,12 +75,10 @@ TEST_F(Sparse, CompareByContent) {
         off_t offset;
         const char* where;
     };
-    const Row rows[] = {
-        {10 * kMiB + 1000, "inside a data extent"},
-        {30 * kMiB, "inside a hole of both"},
-        {20 * kMiB + 5, "in zeros written facing a hole"},
-        {64 * kMiB - 1, "the last byte"},
-    };
+    const Row rows[] = {{10 * kMiB + 1000, "inside a data extent"},
+                        {30 * kMiB, "inside a hole of both"},
+                        {20 * kMiB + 5, "in zeros written facing a hole"},
+                        {64 * kMiB - 1, "the last byte"}};
     for (const Row& r : rows) {
         std::filesystem::copy_file(host_path("zeros.bin"), host_path("b.bin"),
                                    std::filesystem::copy_options::overwrite_existing);

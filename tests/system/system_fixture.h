@@ -81,4 +81,30 @@ inline kp::host::Value S(std::u16string v) {
     return kp::host::Value::string(std::move(v));
 }
 
+// A refused call: its result (an integer result's value; false and "" for
+// the others) and the system error of its record.
+struct Refusal {
+    const char* name;
+    int64_t failure;
+    uint32_t code;
+    std::vector<kp::host::Value> args;
+    template <typename... Args>
+    Refusal(const char* n, int64_t f, uint32_t c, Args... a) : name(n), failure(f), code(c), args{a...} {}
+};
+
+inline void expect_refusals(SystemHost& sys, const std::vector<Refusal>& rows) {
+    for (const Refusal& r : rows) {
+        SCOPED_TRACE(testing::Message() << r.name << ", row " << &r - rows.data());
+        const auto out = sys.call(r.name, r.args);
+        if (out.result.kind == kp::host::Value::Kind::String)
+            EXPECT_EQ(u"", out.result.s);
+        else if (out.result.kind == kp::host::Value::Kind::Bool)
+            EXPECT_FALSE(out.result.b);
+        else
+            EXPECT_EQ(r.failure, out.result.i);
+        EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity);
+        EXPECT_EQ(r.code, out.error.system_code);
+    }
+}
+
 } // namespace kp::test

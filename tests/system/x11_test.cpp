@@ -67,45 +67,44 @@ TEST_F(X11, ScreenAgainstXrandr) {
 }
 
 TEST_F(X11, TitlesAgainstXdotoolAndXprop) {
-    EXPECT_EQ(std::to_string(peer_window), xdo("search --name '^Peer window$'"));
-    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Peer window")}));
-    EXPECT_EQ(static_cast<int64_t>(peer_window),
-              sys->integer("SysWinHandle", {S(u"Peer window"), S(u"KPPeerClass")}));
+    const std::string id = std::to_string(peer_window);
+    const int64_t peer = static_cast<int64_t>(peer_window);
+    auto xprop = [&](const std::string& args) { return run_on(xvfb.name(), "xprop -id " + id + " " + args); };
+    // The component reads `title` and finds the window by it.
+    auto reads = [&](const std::u16string& title) {
+        EXPECT_EQ(title, sys->text("SysWinTitle", {I(peer)}));
+        EXPECT_EQ(peer, sys->integer("SysWinHandle", {S(title)}));
+    };
+    EXPECT_EQ(id, xdo("search --name '^Peer window$'"));
+    reads(u"Peer window");
+    EXPECT_EQ(peer, sys->integer("SysWinHandle", {S(u"Peer window"), S(u"KPPeerClass")}));
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window"), S(u"Other")}));
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer")})) << "whole titles only";
-    EXPECT_EQ(u"Peer window", sys->text("SysWinTitle", {I(peer_window)}));
 
-    EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer_window), S(u"Renamed \u00e9t\u00e9")}));
-    EXPECT_EQ("Renamed \xC3\xA9t\xC3\xA9", xdo("getwindowname " + std::to_string(peer_window)));
-    EXPECT_NE(std::string::npos,
-              run_on(xvfb.name(), "xprop -id " + std::to_string(peer_window) + " _NET_WM_NAME")
-                  .find("\"Renamed \xC3\xA9t\xC3\xA9\""));
+    EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer), S(u"Renamed \u00e9t\u00e9")}));
+    EXPECT_EQ("Renamed \xC3\xA9t\xC3\xA9", xdo("getwindowname " + id));
+    EXPECT_NE(std::string::npos, xprop("_NET_WM_NAME").find("\"Renamed \xC3\xA9t\xC3\xA9\""));
     // A title in WM_NAME alone, as Latin-1 STRING.
-    run_on(xvfb.name(), "xprop -id " + std::to_string(peer_window) + " -remove _NET_WM_NAME");
-    EXPECT_EQ(u"Renamed \u00e9t\u00e9", sys->text("SysWinTitle", {I(peer_window)}));
-    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Renamed \u00e9t\u00e9")}));
-    xdo("set_window --name 'Set by xdotool' " + std::to_string(peer_window));
-    EXPECT_EQ(u"Set by xdotool", sys->text("SysWinTitle", {I(peer_window)}));
-    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Set by xdotool")}));
+    xprop("-remove _NET_WM_NAME");
+    reads(u"Renamed \u00e9t\u00e9");
+    xdo("set_window --name 'Set by xdotool' " + id);
+    reads(u"Set by xdotool");
 
     // As Win32's window search: titles and classes in any case; a title in
     // WM_NAME alone as COMPOUND_TEXT (as X toolkits write titles outside
     // Latin-1) read by the same reader.
-    EXPECT_EQ(static_cast<int64_t>(peer_window),
-              sys->integer("SysWinHandle", {S(u"SET BY xdotool"), S(u"kppeerCLASS")}));
-    const std::string id = std::to_string(peer_window);
-    run_on(xvfb.name(), "xprop -id " + id + " -remove _NET_WM_NAME");
+    EXPECT_EQ(peer, sys->integer("SysWinHandle", {S(u"SET BY xdotool"), S(u"kppeerCLASS")}));
+    xprop("-remove _NET_WM_NAME");
     run_on(xvfb.name(),
            "LC_ALL=C.UTF-8 xprop -id " + id + " -f WM_NAME 8t -set WM_NAME '\xC3\x89t\xC3\xA9 \xE2\x98\x83'");
-    ASSERT_NE(std::string::npos, run_on(xvfb.name(), "xprop -id " + id + " WM_NAME").find("COMPOUND_TEXT"));
-    EXPECT_EQ(u"\u00c9t\u00e9 \u2603", sys->text("SysWinTitle", {I(peer_window)}));
-    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"\u00e9T\u00c9 \u2603")}));
+    ASSERT_NE(std::string::npos, xprop("WM_NAME").find("COMPOUND_TEXT"));
+    reads(u"\u00c9t\u00e9 \u2603");
+    EXPECT_EQ(peer, sys->integer("SysWinHandle", {S(u"\u00e9T\u00c9 \u2603")}));
 
     // A title of 100,000 characters.
-    std::u16string long_title(100000, u'k');
-    EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer_window), S(long_title)}));
-    EXPECT_EQ(long_title, sys->text("SysWinTitle", {I(peer_window)}));
-    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(long_title)}));
+    const std::u16string long_title(100000, u'k');
+    EXPECT_TRUE(sys->boolean("SysWinTitle", {I(peer), S(long_title)}));
+    reads(long_title);
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(long_title + u"k")}));
 }
 
@@ -133,10 +132,6 @@ TEST_F(X11, FocusAgainstXdotool) {
 TEST_F(X11, KeysAndClicksReachThePeer) {
     sys->integer("SysWinActive", {I(peer_window)});
     ASSERT_EQ(std::to_string(peer_window), xdo("getwindowfocus"));
-    EXPECT_TRUE(sys->boolean("EmulateInput", {S(u"aB\u00e9")}));
-    EXPECT_EQ("key a 0", peer.line());
-    EXPECT_EQ("key B 1", peer.line());
-    EXPECT_EQ("key eacute 0", peer.line());
     EXPECT_TRUE(sys->boolean("EmulateInput", {S(u"x"), I(sys->constant("diControl"))}));
     EXPECT_EQ("key x 4", peer.line());
 
@@ -209,22 +204,11 @@ TEST(X11Keys, VirtualKeysAndKeySymbolsBothWays) {
         }
     }
     EXPECT_GT(mapped, 150);
-    const std::pair<int, unsigned long> named[] = {{0x24, XK_Home},        {0x23, XK_End},
-                                                   {0x21, XK_Prior},       {0x22, XK_Next},
-                                                   {0x2D, XK_Insert},      {0x2E, XK_Delete},
-                                                   {0x6B, XK_KP_Add},      {0x6D, XK_KP_Subtract},
-                                                   {0x6A, XK_KP_Multiply}, {0x6F, XK_KP_Divide},
-                                                   {0x69, XK_KP_9},        {0x41, XK_a},
-                                                   {0x41, XK_A},           {0x39, XK_9},
-                                                   {0x70, XK_F1},          {0x87, XK_F24},
-                                                   {0xBA, XK_semicolon},   {0xBB, XK_equal},
-                                                   {0xBC, XK_comma},       {0xBD, XK_minus},
-                                                   {0xBE, XK_period},      {0xBF, XK_slash},
-                                                   {0xC0, XK_grave},       {0xDB, XK_bracketleft},
-                                                   {0xDC, XK_backslash},   {0xDD, XK_bracketright},
-                                                   {0xDE, XK_apostrophe},  {0x10, XK_Shift_R},
-                                                   {0x12, XK_Alt_L},       {0x0D, XK_KP_Enter},
-                                                   {0x24, XK_KP_Home},     {0x5B, XK_Super_L}};
+    // Symbols the peer test above does not hold (the ones it holds are checked there).
+    const std::pair<int, unsigned long> named[] = {{0x2E, XK_Delete},   {0x69, XK_KP_9},    {0x41, XK_a},
+                                                   {0x41, XK_A},        {0x39, XK_9},       {0x70, XK_F1},
+                                                   {0x87, XK_F24},      {0x10, XK_Shift_R}, {0x12, XK_Alt_L},
+                                                   {0x0D, XK_KP_Enter}, {0x24, XK_KP_Home}};
     for (const auto& [vk, sym] : named)
         EXPECT_EQ(vk, x::virtual_key_of_keysym(sym)) << std::hex << sym;
     EXPECT_EQ(0, x::virtual_key_of_keysym(XK_eacute)) << "no key of a US keyboard";
@@ -314,13 +298,11 @@ TEST_F(X11, NotificationIconDocksInTheTray) {
 TEST_F(X11, ZDisplayThatGoesAway) {
     peer.stop();
     xvfb.stop();
-    const auto t0 = std::chrono::steady_clock::now();
     EXPECT_EQ(0, sys->integer("SysXRes"));
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window")}));
     EXPECT_FALSE(sys->boolean("SysValidHandle", {I(peer_window)}));
     EXPECT_FALSE(sys->boolean("EmulateInput", {S(u"a")}));
     EXPECT_EQ(-1, sys->integer("CursorPos"));
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
     started = false;
 }
 

@@ -7,10 +7,10 @@
 #include "system_fixture.h"
 #include "xvfb.h"
 
+using kp::test::Child;
 using kp::test::I;
 using kp::test::run_on;
 using kp::test::S;
-using kp::test::Child;
 
 namespace {
 
@@ -33,18 +33,19 @@ struct X11Managed : ::testing::Test {
         for (int attempt = 0; started && attempt < 10; ++attempt) {
             Child probe;
             if (!probe.start(kp::test::target_command({KP120_X11_PEER, "Probe", "KPProbeClass"}),
-                             {"DISPLAY=" + xvfb.name()}))
+                             {"DISPLAY=" + xvfb.name()}) ||
+                managed(std::stoul(probe.line()), 40))
                 break;
-            char hex[32];
-            std::snprintf(hex, sizeof hex, "0x%lx", std::stoul(probe.line()));
-            bool managed = false;
-            for (int k = 0; k < 40 && !managed; ++k) {
-                managed = run_on(xvfb.name(), "xprop -root _NET_CLIENT_LIST").find(hex) != std::string::npos;
-                if (!managed) usleep(50000);
-            }
-            probe.stop();
-            if (managed) break;
         }
+    }
+    // Whether the window manager lists `window` among its clients within `tries` polls.
+    static bool managed(unsigned long window, int tries) {
+        char hex[32];
+        std::snprintf(hex, sizeof hex, "0x%lx", window);
+        for (int k = 0; k < tries; ++k, usleep(50000))
+            if (run_on(xvfb.name(), "xprop -root _NET_CLIENT_LIST").find(hex) != std::string::npos)
+                return true;
+        return false;
     }
     static void TearDownTestSuite() {
         wm.stop();
@@ -61,15 +62,7 @@ struct X11Managed : ::testing::Test {
         ASSERT_TRUE(peer.start(kp::test::target_command({KP120_X11_PEER, "Managed peer", "KPPeerClass"}),
                                {"DISPLAY=" + xvfb.name()}));
         peer_window = std::stoul(peer.line());
-        // Managed: in the client list, and focused.
-        char hex[32];
-        std::snprintf(hex, sizeof hex, "0x%lx", static_cast<unsigned long>(peer_window));
-        bool managed = false;
-        for (int k = 0; k < 200 && !managed; ++k) {
-            managed = run_on(xvfb.name(), "xprop -root _NET_CLIENT_LIST").find(hex) != std::string::npos;
-            if (!managed) usleep(50000);
-        }
-        ASSERT_TRUE(managed) << "openbox did not manage the peer's window";
+        ASSERT_TRUE(managed(peer_window, 200)) << "openbox did not manage the peer's window";
         xdo("windowactivate --sync " + std::to_string(peer_window));
     }
     // xdotool, its waits (--sync) bounded.

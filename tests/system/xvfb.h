@@ -37,27 +37,16 @@ class Child {
         posix_spawn_file_actions_adddup2(&fa, in[0], 0);
         posix_spawn_file_actions_adddup2(&fa, out[1], 1);
         if (quiet) posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
-        std::vector<char*> args;
+        // env(1) puts the extra entries in place of the inherited ones of the
+        // same name rather than before them: which of two entries a program
+        // sees is its own choice (qemu-user keeps the last).
+        std::vector<char*> args = {const_cast<char*>("env")};
+        for (const auto& e : env)
+            args.push_back(const_cast<char*>(e.c_str()));
         for (const auto& a : argv)
             args.push_back(const_cast<char*>(a.c_str()));
         args.push_back(nullptr);
-        // The extra entries replace the inherited ones of the same name
-        // rather than standing before them: which of two entries a program
-        // sees is its own choice (qemu-user keeps the last).
-        std::vector<std::string> envs(env);
-        for (char** e = environ; *e; ++e) {
-            const std::string entry(*e);
-            const std::string name = entry.substr(0, entry.find('=') + 1);
-            bool replaced = false;
-            for (const auto& x : env)
-                replaced = replaced || x.compare(0, name.size(), name) == 0;
-            if (!replaced) envs.push_back(entry);
-        }
-        std::vector<char*> envp;
-        for (auto& e : envs)
-            envp.push_back(e.data());
-        envp.push_back(nullptr);
-        const int r = posix_spawnp(&pid_, args[0], &fa, nullptr, args.data(), envp.data());
+        const int r = posix_spawnp(&pid_, "env", &fa, nullptr, args.data(), environ);
         posix_spawn_file_actions_destroy(&fa);
         close(in[0]);
         close(out[1]);

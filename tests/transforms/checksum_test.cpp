@@ -44,13 +44,12 @@ TEST(Crc32, AgreesWithBitwiseOverEveryAlignmentAndContinues) {
 }
 
 TEST(Crc16, LookupBeforeByteFormOverStringAndTerminator) {
-    EXPECT_EQ(crc16(u""), 0u);
-    EXPECT_EQ(crc16(u"A"), 0x3EFDu);
-    EXPECT_EQ(crc16(u"Hello"), 0x50DDu);
-    // Not the usual CRC-16/XMODEM (0x31C3) of the same characters.
-    EXPECT_EQ(crc16(u"123456789"), 0xDC05u);
-    // Only the low byte of a unit counts.
-    EXPECT_EQ(crc16(u"\u0141"), crc16(u"A"));
+    // 0xDC05 for "123456789": not the usual CRC-16/XMODEM (0x31C3).
+    const std::pair<const char16_t*, uint16_t> cases[] = {
+        {u"", 0}, {u"A", 0x3EFD}, {u"Hello", 0x50DD}, {u"123456789", 0xDC05}};
+    for (const auto& [text, crc] : cases)
+        EXPECT_EQ(crc16(text), crc) << crc;
+    EXPECT_EQ(crc16(u"\u0141"), crc16(u"A")); // only the low byte of a unit counts
     EXPECT_NE(crc16(u"AB"), crc16(u"BA"));
 }
 

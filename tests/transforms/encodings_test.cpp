@@ -6,37 +6,33 @@
 namespace kp::transforms {
 namespace {
 
-TEST(UrlEncode, EscapeSetJudgedByLowByte) {
-    EXPECT_EQ(url_encode(u"a b"), u"a%20b");
-    EXPECT_EQ(url_encode(u"100%"), u"100%25");
-    EXPECT_EQ(url_encode(u"+"), u"%2B");
-    EXPECT_EQ(url_encode(u""), u"");
-    EXPECT_EQ(url_encode(u"\u20AC"), u"%AC");    // the high byte is dropped
-    EXPECT_EQ(url_encode(u"\u0141"), u"\u0141"); // low byte 0x41 is a letter: copied whole
-    EXPECT_EQ(url_encode(u"az09@!#$&'()*,-./:;=?_"), u"az09@!#$&'()*,-./:;=?_");
-    EXPECT_EQ(url_encode(u"\"<>[\\]^`{}~\x7F\xE9"), u"%22%3C%3E%5B%5C%5D%5E%60%7B%7D%7E%7F%E9");
-}
-
-TEST(UrlDecode, EscapesPlusEuroAndQuirks) {
-    EXPECT_EQ(url_decode(u"a+b%41"), u"a bA");
-    EXPECT_EQ(url_decode(u"%e9"), std::u16string(1, u'\x09')); // lower-case e counts 0
-    EXPECT_EQ(url_decode(u"%a0"), std::u16string(1, u'\xA0')); // but "a" counts 10
-    EXPECT_EQ(url_decode(u"ab%4"), u"ab");                     // stops before a short escape
-    EXPECT_EQ(url_decode(u"%26%238364%3B"), u"\u20AC");
-    EXPECT_EQ(url_decode(u"x%26%238364%3By"), u"x\u20ACy");
-    EXPECT_EQ(url_decode(u"%26"), u"&");
-    EXPECT_EQ(url_decode(u"%%41"), u"A");                              // "%" inside an escape is skipped
-    EXPECT_EQ(url_decode(u"%G0"), std::u16string(1, char16_t(0x100))); // G counts 16
-    EXPECT_EQ(url_decode(u""), u"");
-    EXPECT_EQ(url_decode(std::u16string(u"ab\0cd", 5)), u"ab");
-    EXPECT_EQ(url_decode(url_encode(u"a b+c%d<e>")), u"a b+c%d<e>");
+TEST(UrlEncode, EscapeSetJudgedByLowByteAndDecodeQuirks) {
+    // clang-format off
+    const std::pair<std::u16string, std::u16string> encode[] = {
+        {u"a b", u"a%20b"}, {u"100%", u"100%25"}, {u"+", u"%2B"}, {u"", u""},
+        {u"\u20AC", u"%AC"},       // the high byte is dropped
+        {u"\u0141", u"\u0141"},    // low byte 0x41 is a letter: copied whole
+        {u"az09@!#$&'()*,-./:;=?_", u"az09@!#$&'()*,-./:;=?_"},
+        {u"\"<>[\\]^`{}~\x7F\xE9", u"%22%3C%3E%5B%5C%5D%5E%60%7B%7D%7E%7F%E9"}};
+    const std::pair<std::u16string, std::u16string> decode[] = {
+        {u"a+b%41", u"a bA"}, {u"%26%238364%3B", u"\u20AC"}, {u"x%26%238364%3By", u"x\u20ACy"}, {u"%26", u"&"},
+        {u"%e9", std::u16string(1, u'\x09')},          // lower-case e counts 0
+        {u"%a0", std::u16string(1, u'\xA0')},          // but "a" counts 10
+        {u"ab%4", u"ab"},                              // stops before a short escape
+        {u"%%41", u"A"},                               // "%" inside an escape is skipped
+        {u"%G0", std::u16string(1, char16_t(0x100))},  // G counts 16
+        {u"", u""}, {std::u16string(u"ab\0cd", 5), u"ab"}, {url_encode(u"a b+c%d<e>"), u"a b+c%d<e>"}};
+    // clang-format on
+    for (const auto& [in, out] : encode)
+        EXPECT_EQ(url_encode(in), out);
+    for (const auto& [in, out] : decode)
+        EXPECT_EQ(url_decode(in), out);
 }
 
 TEST(Base64Family, SingleByteAndPadding) {
-    const std::vector<uint8_t> zero = {0};
+    const std::vector<uint8_t> zero = {0}, two = {0xFB, 0xFF};
     EXPECT_EQ(make_encoder(kEncodeQrt)->encode(zero), u"AA");
     EXPECT_EQ(make_encoder(kEncodeBase64)->encode(zero), u"AA==");
-    const std::vector<uint8_t> two = {0xFB, 0xFF};
     EXPECT_EQ(make_encoder(kEncodeQrt)->encode(two), u"+/8");
     EXPECT_EQ(make_encoder(kEncodeBase64)->encode(two), u"+/8=");
     EXPECT_EQ(make_encoder(kEncodeBase64)->decode(u"AA=="), zero);
@@ -56,13 +52,6 @@ TEST(Base64Family, LineBreakAfterEveryTwentiethGroup) {
         EXPECT_EQ(more.substr(162, 2), u"\r\n");
         EXPECT_EQ(more.size(), 164u + (number == kEncodeQrt ? 2 : 4));
     }
-}
-
-TEST(Base64Family, ForeignCharactersReadAs63) {
-    // "*" is outside the alphabet: reads as "/" (63).
-    EXPECT_EQ(make_encoder(kEncodeQrt)->decode(u"****"), make_encoder(kEncodeQrt)->decode(u"////"));
-    EXPECT_EQ(make_encoder(kEncodeQrt)->decode(u"AB\r\nCD"), make_encoder(kEncodeQrt)->decode(u"ABCD"));
-    EXPECT_TRUE(make_encoder(kEncodeBase64)->decode(u"A").empty());
 }
 
 // The decoding rule written plainly: count the characters that are not
@@ -163,16 +152,6 @@ TEST(UuEncode, LengthCharacterIsDecodedAsData) {
     EXPECT_NE(uu->decode(uu->encode(data)), data);
     EXPECT_TRUE(uu->decode(u"begin 0666 uu\r\n").empty());
     EXPECT_TRUE(uu->decode(u"").empty());
-}
-
-TEST(Encoders, RoundTripAllSizes) {
-    for (int number : {kEncodeQrt, kEncodeBase64}) {
-        auto enc = make_encoder(number);
-        for (std::size_t n : test::round_trip_sizes()) {
-            const auto data = test::random_bytes(n, static_cast<uint32_t>(n));
-            ASSERT_EQ(enc->decode(enc->encode(data)), data) << number << " " << n;
-        }
-    }
 }
 
 TEST(Encoders, ArbitraryTextNeverOverruns) {

@@ -1,7 +1,9 @@
 // RGB packing, the HSL model both ways, and colour names.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
+#include <tuple>
 
 #include "numeric/colour.h"
 #include "support/error_record.h"
@@ -27,18 +29,15 @@ TEST(Hsl, KnownColours) {
         EXPECT_EQ(c[3], num::hsl_to_rgb(c[0], c[1], c[2], e.err)) << c[0] << "," << c[1] << "," << c[2];
     EXPECT_FALSE(e.err.failed());
 
-    num::Hsl blue = num::rgb_to_hsl(0xFF0000);
-    EXPECT_EQ(240, blue.hue);
-    EXPECT_EQ(50, blue.lightness);
-    EXPECT_EQ(100, blue.saturation);
-    num::Hsl orange = num::rgb_to_hsl(num::rgb(255, 128, 0));
-    EXPECT_EQ(30, orange.hue); // 30.1 rounds down
-    num::Hsl grey = num::rgb_to_hsl(num::rgb(128, 128, 128));
-    EXPECT_EQ(0, grey.hue);
-    EXPECT_EQ(0, grey.saturation);
-    EXPECT_EQ(50, grey.lightness);
-    // Only the three low bytes count.
-    EXPECT_EQ(240, num::rgb_to_hsl(int32_t(0xFFFF0000u)).hue);
+    // Orange's hue 30.1 rounds down; only the three low bytes count.
+    const std::pair<int32_t, std::array<int, 3>> back[] = {{0xFF0000, {240, 100, 50}},
+                                                           {num::rgb(255, 128, 0), {30, 100, 50}},
+                                                           {num::rgb(128, 128, 128), {0, 0, 50}},
+                                                           {int32_t(0xFFFF0000u), {240, 100, 50}}};
+    for (const auto& [rgb, hsl] : back) {
+        const num::Hsl h = num::rgb_to_hsl(rgb);
+        EXPECT_EQ((std::array{h.hue, h.saturation, h.lightness}), hsl) << rgb;
+    }
 }
 
 TEST(Hsl, HueNear360RoundsBackToZero) {
@@ -72,12 +71,8 @@ TEST(Hsl, RoundTripOverTheColourCube) {
             for (int b = 0; b <= 255; b += 5) {
                 int32_t c = num::rgb(r, g, b);
                 num::Hsl h = num::rgb_to_hsl(c);
-                ASSERT_GE(h.hue, 0);
-                ASSERT_LE(h.hue, 359);
-                ASSERT_GE(h.saturation, 0);
-                ASSERT_LE(h.saturation, 100);
-                ASSERT_GE(h.lightness, 0);
-                ASSERT_LE(h.lightness, 100);
+                ASSERT_TRUE(h.hue >= 0 && h.hue <= 359 && h.saturation >= 0 && h.saturation <= 100 &&
+                            h.lightness >= 0 && h.lightness <= 100);
                 Err e;
                 int32_t back = num::hsl_to_rgb(h.hue, h.saturation, h.lightness, e.err);
                 ASSERT_FALSE(e.err.failed());
@@ -116,32 +111,27 @@ TEST(ColourNames, NamesInBothLanguagesWithoutCase) {
 }
 
 TEST(ColourNames, HexadecimalIsRedGreenBlue) {
-    EXPECT_EQ(33023u, num::colour_from_name(u"#FF8000"));
-    EXPECT_EQ(0x0000FFu, num::colour_from_name(u"#ff0000"));
-    EXPECT_EQ(0x563412u, num::colour_from_name(u"#123456 trailing"));
-    EXPECT_EQ(0u, num::colour_from_name(u"#"));
-    EXPECT_EQ(0u, num::colour_from_name(u"#zz"));
-    EXPECT_EQ(0x800F00u, num::colour_from_name(u"#F80")); // read as the number 0xF80
-    // Long digit runs keep their last digits; no overflow.
-    EXPECT_EQ(0x563412u, num::colour_from_name(u"#FFFFFFFFFFFF123456"));
+    // "#F80" reads as the number 0xF80; long digit runs keep their last
+    // digits, without overflow.
+    const std::pair<const char16_t*, uint32_t> cases[] = {
+        {u"#FF8000", 33023u}, {u"#ff0000", 0x0000FFu}, {u"#123456 trailing", 0x563412u},   {u"#", 0u},
+        {u"#zz", 0u},         {u"#F80", 0x800F00u},    {u"#FFFFFFFFFFFF123456", 0x563412u}};
+    for (const auto& [name, colour] : cases)
+        EXPECT_EQ(colour, num::colour_from_name(name)) << colour;
 }
 
 TEST(ColourNames, MaskColourIsTakenOut) {
-    std::u16string mask = u"[Red]#,##0.00";
-    EXPECT_EQ(255u, num::take_mask_colour(mask));
-    EXPECT_EQ(u"#,##0.00", mask);
-
-    mask = u"0.00[#0000FF] [Blue]";
-    EXPECT_EQ(0xFF0000u, num::take_mask_colour(mask));
-    EXPECT_EQ(u"0.00 [Blue]", mask);
-
-    mask = u"[Mauve]0";
-    EXPECT_EQ(num::kNoColour, num::take_mask_colour(mask));
-    EXPECT_EQ(u"0", mask); // an unknown name is still taken out
-
-    for (std::u16string plain : {u"#,##0", u"[Red", u"Red]", u""}) {
-        std::u16string copy = plain;
-        EXPECT_EQ(num::kNoColour, num::take_mask_colour(copy));
-        EXPECT_EQ(plain, copy);
+    // An unknown name is still taken out; only the first bracket goes.
+    const std::tuple<std::u16string, uint32_t, std::u16string> cases[] = {
+        {u"[Red]#,##0.00", 255u, u"#,##0.00"},
+        {u"0.00[#0000FF] [Blue]", 0xFF0000u, u"0.00 [Blue]"},
+        {u"[Mauve]0", num::kNoColour, u"0"},
+        {u"#,##0", num::kNoColour, u"#,##0"},
+        {u"[Red", num::kNoColour, u"[Red"},
+        {u"Red]", num::kNoColour, u"Red]"},
+        {u"", num::kNoColour, u""}};
+    for (auto [mask, colour, rest] : cases) {
+        EXPECT_EQ(colour, num::take_mask_colour(mask));
+        EXPECT_EQ(rest, mask);
     }
 }

@@ -46,31 +46,24 @@ struct Gen {
     }
     // Values of every size: full 128 bits, 80 bits, 64, 32, small, edges.
     N value() {
-        static const N edges[] = {0,
-                                  1,
-                                  -1,
-                                  2,
-                                  -2,
-                                  static_cast<N>(kOnes),
-                                  static_cast<N>(kOnes) + 1,
-                                  static_cast<N>(NU(1) << 127),
-                                  static_cast<N>((NU(1) << 127) - 1)};
+        const N edges[] = {0,
+                           1,
+                           -1,
+                           2,
+                           -2,
+                           static_cast<N>(kOnes),
+                           static_cast<N>(kOnes) + 1,
+                           static_cast<N>(NU(1) << 127),
+                           static_cast<N>((NU(1) << 127) - 1)};
         const uint64_t pick = next() % 6;
         const N full = static_cast<N>((static_cast<NU>(next()) << 64) | next());
-        switch (pick) {
-        case 0:
-            return full;
-        case 1:
-            return full >> 48;
-        case 2:
-            return full >> 64;
-        case 3:
-            return full >> 96;
-        case 4:
-            return static_cast<N>(next() % 2001) - 1000;
-        default:
-            return edges[next() % (sizeof(edges) / sizeof(edges[0]))];
-        }
+        const N sizes[] = {full,
+                           full >> 48,
+                           full >> 64,
+                           full >> 96,
+                           static_cast<N>(next() % 2001) - 1000,
+                           edges[next() % 9]};
+        return sizes[pick];
     }
 };
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "datetime/calendar.h"
 #include "datetime/now.h"
@@ -72,32 +74,25 @@ TEST(CurrentTime, SmoothingResynchronises) {
 TEST(SetClock, DateAndTimeReplaceTheirFieldsOnly) {
     FakeClock c;
     Err e;
+    auto fields = [&] {
+        const auto& w = c.written;
+        return std::vector<int>{w.year, w.month, w.day, w.hour, w.minute, w.second, w.milliseconds};
+    };
     EXPECT_TRUE(set_date_sys(u"20231225", c, e.err));
-    EXPECT_EQ(c.written.year, 2023);
-    EXPECT_EQ(c.written.month, 12);
-    EXPECT_EQ(c.written.day, 25);
-    EXPECT_EQ(c.written.hour, 13);
-    EXPECT_EQ(c.written.milliseconds, 378);
+    EXPECT_EQ(fields(), (std::vector<int>{2023, 12, 25, 13, 5, 42, 378}));
     EXPECT_TRUE(set_time_sys(u"07080999", c, e.err));
-    EXPECT_EQ(c.written.year, 2024);
-    EXPECT_EQ(c.written.hour, 7);
-    EXPECT_EQ(c.written.minute, 8);
-    EXPECT_EQ(c.written.second, 9);
-    EXPECT_EQ(c.written.milliseconds, 99); // hundredths written unscaled
+    EXPECT_EQ(fields(), (std::vector<int>{2024, 2, 29, 7, 8, 9, 99})); // hundredths written unscaled
     EXPECT_EQ(e.rec.severity, 1);
 }
 
 TEST(SetClock, InvalidValuesNeverReachTheClock) {
     FakeClock c;
-    Err e;
+    Err e, e2, e3;
     EXPECT_FALSE(set_date_sys(u"20230229", c, e.err));
-    EXPECT_EQ(e.rec.id, kErrFebruary29);
-    Err e2;
     EXPECT_FALSE(set_time_sys(u"2500", c, e2.err));
-    EXPECT_EQ(e2.rec.id, kErrHours);
-    Err e3;
     EXPECT_FALSE(set_date_sys(u"", c, e3.err));
-    EXPECT_EQ(e3.rec.id, kErrDateLength);
+    EXPECT_EQ(std::tuple(e.id(), e2.id(), e3.id()),
+              (std::tuple<uint32_t, uint32_t, uint32_t>(kErrFebruary29, kErrHours, kErrDateLength)));
     EXPECT_EQ(c.writes, 0);
 }
 

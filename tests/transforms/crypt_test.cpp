@@ -23,17 +23,12 @@ std::vector<uint8_t> nonzero_bytes(std::size_t n, uint32_t seed) {
 
 TEST(Crypt, ModeAndArgumentErrors) {
     const std::vector<uint8_t> data = {1, 2, 3};
-    struct Case {
-        int32_t mode;
-        int32_t encoding;
-        const char16_t* password;
-        uint32_t id;
-    } cases[] = {{4, 0, u"pw", kErrCipherMode},
-                 {0x30001, 0, u"pw", kErrCompressionMode},
-                 {1, 0, u"", kErrEmptyPassword},
-                 {2 | kCryptAnsi, 0, u"", kErrEmptyPassword},
-                 {3 | kCryptAnsi, 0, u"", kErrEmptyPassword},
-                 {1, 7, u"pw", kErrCreateObject}};
+    // clang-format off
+    struct Case { int32_t mode; int32_t encoding; const char16_t* password; uint32_t id; } cases[] = {
+        {4, 0, u"pw", kErrCipherMode}, {0x30001, 0, u"pw", kErrCompressionMode},
+        {1, 0, u"", kErrEmptyPassword}, {2 | kCryptAnsi, 0, u"", kErrEmptyPassword},
+        {3 | kCryptAnsi, 0, u"", kErrEmptyPassword}, {1, 7, u"pw", kErrCreateObject}};
+    // clang-format on
     for (const auto& c : cases) {
         ErrorBox e;
         EXPECT_TRUE(crypt(data, false, c.password, c.mode, c.encoding, e.err).empty()) << c.mode;

@@ -47,13 +47,11 @@ TEST(Hsl, HueNear360RoundsBackToZero) {
 }
 
 TEST(Hsl, ChecksHueThenSaturationThenLightness) {
-    struct Case {
-        int h, s, l;
-        uint32_t id;
-    } cases[] = {
-        {361, 50, 50, 80202}, {-1, 50, 50, 80202},  {361, 101, 101, 80202}, {10, 101, 101, 80204},
-        {10, -1, 50, 80204},  {10, 50, 101, 80203}, {10, 50, -5, 80203},
-    };
+    // clang-format off
+    struct Case { int h, s, l; uint32_t id; } cases[] = {
+        {361, 50, 50, 80202}, {-1, 50, 50, 80202}, {361, 101, 101, 80202}, {10, 101, 101, 80204},
+        {10, -1, 50, 80204}, {10, 50, 101, 80203}, {10, 50, -5, 80203}};
+    // clang-format on
     for (const Case& c : cases) {
         Err e;
         EXPECT_EQ(0, num::hsl_to_rgb(c.h, c.s, c.l, e.err));

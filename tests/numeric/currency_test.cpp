@@ -23,11 +23,8 @@ struct Table {
     kp_currency_table t{};
     Table() {
         std::memset(&t, 0, sizeof t);
-        const struct {
-            const char16_t* name;
-            int32_t rate;
-            // clang-format off
-        } rows[] = {
+        // clang-format off
+        const struct { const char16_t* name; int32_t rate; } rows[] = {
             {u"EUR", 1000000}, {u"FRF", 6559570}, {u"ITL", 1936270000}, {u"IEP", 787564},
             {u"PTE", 200482000}};
         // clang-format on
@@ -81,12 +78,8 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
     num::init_currency(t, 0, u"EUR", m("1"), ok.err);
     EXPECT_FALSE(ok.err.failed());
 
-    struct Case {
-        int32_t index;
-        const char* rate;
-        uint32_t id;
-        // clang-format off
-    } cases[] = {
+    // clang-format off
+    struct Case { int32_t index; const char* rate; uint32_t id; } cases[] = {
         {0, "1.000001", 80191}, {0, "2", 80191}, {5, "1", 80191}, {-1, "1", 80191}, {0xFFFF, "1", 80191},
         {kFRF, "2148", 80192}, {kFRF, "2147.483648", 80192}, {kFRF, "2147.999999", 80192}, {kFRF, "0", 80192},
         {kFRF, "-5", 80192}, {kFRF, "100000000000", 80192}};

@@ -61,6 +61,17 @@ std::string flags_text(const Flags& f) {
     return s;
 }
 
+// An integer of any magnitude and sign; a real of 53 random bits scaled by
+// 2^-offset to 2^(span - offset), of either sign.
+int64_t any_int64(std::mt19937_64& rng) {
+    uint64_t u = rng() >> (rng() % 64);
+    return static_cast<int64_t>((rng() & 1) ? 0 - u : u);
+}
+double any_real(std::mt19937_64& rng, int span, int offset) {
+    return std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % span) - offset) *
+           ((rng() & 1) ? -1 : 1);
+}
+
 } // namespace
 
 TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
@@ -77,28 +88,15 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
         if (precision >= 0) conversion += "." + std::to_string(precision);
         const bool integer_type = type == 'd' || type == 'u' || type == 'x' || type == 'X' || type == 'o';
         // The value: a 4-byte or 8-byte integer or a real of any magnitude.
-        NumberValue v;
-        const int kind = static_cast<int>(rng() % 3);
-        if (kind == 0) {
-            v = NumberValue::int32(static_cast<int32_t>(rng()));
-        } else if (kind == 1) {
-            uint64_t u = rng() >> (rng() % 64);
-            if (rng() & 1) u = 0 - u;
-            v = NumberValue::int64(static_cast<int64_t>(u));
-        } else {
-            const int pick = static_cast<int>(rng() % 20);
-            double d;
-            if (pick == 0)
-                d = std::numeric_limits<double>::infinity() * ((rng() & 1) ? -1 : 1);
-            else if (pick == 1)
-                d = std::nan("");
-            else if (pick == 2)
-                d = static_cast<double>(rng() % 2000) / 8 - 125; // halves and eighths: rounding ties
-            else
-                d = std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 200) - 150) *
-                    ((rng() & 1) ? -1 : 1);
-            v = NumberValue::real(d);
-        }
+        // Reals: infinities, NaN, halves and eighths (rounding ties), any magnitude.
+        const int kind = static_cast<int>(rng() % 3), pick = static_cast<int>(rng() % 20);
+        const double d = pick == 0   ? std::numeric_limits<double>::infinity() * ((rng() & 1) ? -1 : 1)
+                         : pick == 1 ? std::nan("")
+                         : pick == 2 ? static_cast<double>(rng() % 2000) / 8 - 125
+                                     : any_real(rng, 200, 150);
+        const NumberValue v = kind == 0   ? NumberValue::int32(static_cast<int32_t>(rng()))
+                              : kind == 1 ? NumberValue::int64(any_int64(rng))
+                                          : NumberValue::real(d);
         const std::string prefix = "<", suffix = "> 100%% sure";
         const std::string format = prefix + "%" + conversion + type + suffix;
         char expect[8192];
@@ -164,15 +162,11 @@ TEST(NumToString, GroupingAgreesWithPython) {
                      (fl.zero && !fl.left ? "0" : "") + (width ? std::to_string(width) : "") + "," +
                      (precision >= 0 ? "." + std::to_string(precision) : "") + type;
         if (type == 'd') {
-            uint64_t u = rng() >> (rng() % 64);
-            if (rng() & 1) u = 0 - u;
-            const int64_t i = static_cast<int64_t>(u);
+            const int64_t i = any_int64(rng);
             c.v = NumberValue::int64(i);
             c.pyvalue = std::to_string(i);
         } else {
-            const double d =
-                std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 120) - 70) *
-                ((rng() & 1) ? -1 : 1);
+            const double d = any_real(rng, 120, 70);
             c.v = NumberValue::real(d);
             char hex[64];
             std::snprintf(hex, sizeof hex, "%a", d);
@@ -204,10 +198,8 @@ TEST(NumToString, GroupingAgreesWithPython) {
 // grouping, text around; the integer part for the integer conversions;
 // without a conversion the exact value without trailing zeros.
 TEST(NumToString, CurrencyDigitForDigit) {
-    struct Case {
-        const char *value, *format, *expect;
-    };
     // clang-format off
+    struct Case { const char *value, *format, *expect; };
     const Case cases[] = {
         {"0.3", "%.20f", "0.30000000000000000000"}, {"123456789012.345678", "%f", "123456789012.345678"},
         {"123456789012.345678", "%.3f", "123456789012.346"}, {"604462909807.314587", "%.0f", "604462909807"},
@@ -238,11 +230,8 @@ TEST(NumToString, CurrencyDigitForDigit) {
 
 // The first bracketed colour name leaves the mask, known or not.
 TEST(NumToString, DefaultTextAndSmallCases) {
-    struct Case {
-        NumberValue v;
-        const char *format, *expect;
-    };
     // clang-format off
+    struct Case { NumberValue v; const char *format, *expect; };
     const Case cases[] = {
         {NumberValue::real(0.1), "", "0.1"}, {NumberValue::real(1e20), "", "1e+20"},
         {NumberValue::real(-0.0), "", "-0"},
@@ -266,11 +255,8 @@ TEST(NumToString, DefaultTextAndSmallCases) {
 }
 
 TEST(NumToString, WrongFormatsAreRefusedWithTheirPosition) {
-    struct Case {
-        std::string format;
-        std::size_t position;
-    };
     // clang-format off
+    struct Case { std::string format; std::size_t position; };
     std::vector<Case> cases = {
         {"%n", 2}, {"%i", 2}, {"%s", 2}, {"%c", 2}, {"%p", 2}, {"%a", 2}, {"%A", 2}, {"%F", 2}, {"%ld", 2},
         {"%lld", 2}, {"%hd", 2}, {"%I64d", 2}, {"%*d", 2}, {"%.*f", 3}, {"%#x", 2}, {"%'d", 2}, {"%", 1},
@@ -310,15 +296,12 @@ TEST(NumToString, WrongFormatsAreRefusedWithTheirPosition) {
 TEST(MinMax, LeastAndGreatestOfTheGivenValues) {
     const double nan = std::nan("");
     const double inf = std::numeric_limits<double>::infinity();
-    struct Case {
-        std::vector<double> v;
-        double min, max;
-    };
+    // clang-format off
+    struct Case { std::vector<double> v; double min, max; };
     const std::vector<Case> cases = {
-        {{1, 2}, 1, 2},      {{3, -1, 7, 7, 0.5, -8, 2, 9, 4, 1}, -8, 9},
-        {{nan, 2, 1}, 1, 2}, {{-inf, inf}, -inf, inf},
-        {{5}, 5, 5},         {{}, 0, 0},
-    };
+        {{1, 2}, 1, 2}, {{3, -1, 7, 7, 0.5, -8, 2, 9, 4, 1}, -8, 9}, {{nan, 2, 1}, 1, 2},
+        {{-inf, inf}, -inf, inf}, {{5}, 5, 5}, {{}, 0, 0}};
+    // clang-format on
     for (const Case& c : cases) {
         EXPECT_EQ(c.min, kp::numeric::min_of(c.v));
         EXPECT_EQ(c.max, kp::numeric::max_of(c.v));

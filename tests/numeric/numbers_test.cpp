@@ -46,11 +46,10 @@ TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
             return ok;
         };
     };
-    EXPECT_TRUE(num::is_numeric_text(u"0", conv(0)));
-    EXPECT_TRUE(num::is_numeric_text(u"0.0", conv(0)));
-    EXPECT_TRUE(num::is_numeric_text(u" -0", conv(0)));
-    EXPECT_FALSE(num::is_numeric_text(u"", conv(0)));
-    EXPECT_FALSE(num::is_numeric_text(u"abc", conv(0)));
+    for (const char16_t* zero : {u"0", u"0.0", u" -0"})
+        EXPECT_TRUE(num::is_numeric_text(zero, conv(0)));
+    for (const char16_t* no_digit : {u"", u"abc"})
+        EXPECT_FALSE(num::is_numeric_text(no_digit, conv(0)));
     EXPECT_TRUE(num::is_numeric_text(u"12", conv(12)));
     EXPECT_FALSE(num::is_numeric_text(u"12", conv(0, false))); // the VM could not convert
     // 100 characters or more: not numeric, and the VM is not even asked.
@@ -66,30 +65,17 @@ TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
 }
 
 // Unit 0 chooses the unit (terabytes are the last one); 1 to 5 fix it.
+// 1023.999 KB rounds up in the text only; bytes are the whole 64-bit size.
 TEST(LengthToString, AutomaticAndFixedUnits) {
-    struct Case {
-        int64_t n;
-        int32_t unit;
-        const char16_t* text;
-    } cases[] = {
-        {0, 0, u"0 bytes"},
-        {1023, 0, u"1023 bytes"},
-        {1024, 0, u"1.00 KB"},
-        {1536, 0, u"1.50 KB"},
-        {1048575, 0, u"1024.00 KB"}, // 1023.999 rounds up in the text only
-        {1048576, 0, u"1.00 MB"},
-        {2LL << 30, 0, u"2.00 GB"},
-        {3LL << 40, 0, u"3.00 TB"},
-        {2LL << 50, 0, u"2048.00 TB"},
-        {-5, 0, u"-5 bytes"},
-        {5000000000LL, 1, u"5000000000 bytes"}, // the whole 64-bit size
-        {512, 2, u"0.50 KB"},
-        {1536, 3, u"0.00 MB"},
-        {1536LL << 20, 3, u"1536.00 MB"},
-        {1536LL << 20, 4, u"1.50 GB"},
-        {1, 5, u"0.00 TB"},
-        {INT64_MAX, 5, u"8388608.00 TB"},
-    };
+    // clang-format off
+    struct Case { int64_t n; int32_t unit; const char16_t* text; } cases[] = {
+        {0, 0, u"0 bytes"}, {1023, 0, u"1023 bytes"}, {1024, 0, u"1.00 KB"}, {1536, 0, u"1.50 KB"},
+        {1048575, 0, u"1024.00 KB"}, {1048576, 0, u"1.00 MB"}, {2LL << 30, 0, u"2.00 GB"},
+        {3LL << 40, 0, u"3.00 TB"}, {2LL << 50, 0, u"2048.00 TB"}, {-5, 0, u"-5 bytes"},
+        {5000000000LL, 1, u"5000000000 bytes"}, {512, 2, u"0.50 KB"}, {1536, 3, u"0.00 MB"},
+        {1536LL << 20, 3, u"1536.00 MB"}, {1536LL << 20, 4, u"1.50 GB"}, {1, 5, u"0.00 TB"},
+        {INT64_MAX, 5, u"8388608.00 TB"}};
+    // clang-format on
     for (const Case& c : cases)
         EXPECT_EQ(size(c.n, c.unit), c.text) << c.n << " unit " << c.unit;
     EXPECT_EQ(u"1,50 KB", size(1536, 0, u','));

@@ -17,16 +17,13 @@ int32_t as_int(const num::RandomValue& v) {
 
 TEST(RandomGenerator, MatchesTheDeviceSequence) {
     num::rand_seed(1);
-    EXPECT_EQ(41, num::rand_next());
-    EXPECT_EQ(18467, num::rand_next());
-    EXPECT_EQ(6334, num::rand_next());
-    EXPECT_EQ(26500, num::rand_next());
+    for (int32_t draw : {41, 18467, 6334, 26500})
+        EXPECT_EQ(draw, num::rand_next());
     // Results stay 15-bit whatever the seed.
     num::rand_seed(0xFFFFFFFFu);
     for (int i = 0; i < 10000; ++i) {
-        int32_t r = num::rand_next();
-        ASSERT_GE(r, 0);
-        ASSERT_LE(r, 32767);
+        const int32_t r = num::rand_next();
+        ASSERT_TRUE(r >= 0 && r <= 32767) << r;
     }
 }
 
@@ -90,9 +87,8 @@ TEST(RandomDraws, BetweenCoversBothBoundsAndChecksOrder) {
     num::rand_seed(7);
     std::set<int32_t> seen;
     for (int i = 0; i < 2000; ++i) {
-        int32_t v = as_int(num::random_between(-3, 3, e.err));
-        ASSERT_GE(v, -3);
-        ASSERT_LE(v, 3);
+        const int32_t v = as_int(num::random_between(-3, 3, e.err));
+        ASSERT_TRUE(v >= -3 && v <= 3) << v;
         seen.insert(v);
     }
     EXPECT_EQ(7u, seen.size());

@@ -158,11 +158,8 @@ TEST(DayNumber, SixtyFourBitExtremesHaveNoDate) {
 }
 
 TEST(DateValidation, EachRuleRecordsItsIdentifier) {
-    struct Case {
-        const char16_t* date;
-        uint32_t id;
-        // clang-format off
-    } cases[] = {
+    // clang-format off
+    struct Case { const char16_t* date; uint32_t id; } cases[] = {
         {u"2024010", kErrDateLength}, {u"202401011", kErrDateLength}, {u"", kErrDateLength},
         {u"2024a101", kErrDateDigit}, {u"2024\xD800\x31\x30\x31", kErrDateDigit}, {u"00000101", kErrYearZero},
         {u"15820805", kErrReformGap}, {u"15820814", kErrReformGap}, {u"20241301", kErrMonth},
@@ -187,14 +184,12 @@ TEST(DateValidation, EachRuleRecordsItsIdentifier) {
 }
 
 TEST(TimeValidation, SecondsAreCheckedBeforeMinutesAndHours) {
-    struct Case {
-        const char16_t* time;
-        uint32_t id;
-    } cases[] = {
-        {u"126000", kErrMinutes},     {u"00006000", kErrSeconds}, {u"24000000", kErrHours},
-        {u"99996099", kErrSeconds},   {u"99590000", kErrHours},   {u"12:30", kErrTimeDigit},
-        {u"1230000x", kErrTimeDigit},
-    };
+    // clang-format off
+    struct Case { const char16_t* time; uint32_t id; } cases[] = {
+        {u"126000", kErrMinutes}, {u"00006000", kErrSeconds}, {u"24000000", kErrHours},
+        {u"99996099", kErrSeconds}, {u"99590000", kErrHours}, {u"12:30", kErrTimeDigit},
+        {u"1230000x", kErrTimeDigit}};
+    // clang-format on
     for (const auto& c : cases) {
         Err e;
         Time t;

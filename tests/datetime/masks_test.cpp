@@ -61,16 +61,13 @@ void check(Conversion f, std::initializer_list<Row> rows) {
             << std::string(r.mask.begin(), r.mask.end()) << " " << std::string(r.in.begin(), r.in.end());
 }
 
-TEST(Abbreviation, ThreeLettersOrFourForJui) {
+TEST(DateToString, AbbreviationsTokensDefaultFormAndInvalidDates) {
     const std::pair<const char16_t*, const char16_t*> cases[] = {
         {u"juin", u"juin"}, {u"juillet", u"juil."}, {u"Juillet", u"Juil."},
         {u"mai", u"mai"},   {u"février", u"fév."},  {u"Wednesday", u"Wed."},
         {u"", u""}};
     for (const auto& [name, abbreviation] : cases)
         EXPECT_EQ(abbreviate(name), abbreviation);
-}
-
-TEST(DateToString, TokensAndTheirOrder) {
     // JJ found: DD stays literal; AAAA found: AA and YY stay literal.  Every
     // occurrence of the matched spelling is replaced.
     // clang-format off
@@ -85,9 +82,6 @@ TEST(DateToString, TokensAndTheirOrder) {
         {u"20240105", u"Le JJ", u"Le 05"}, {u"20240105", u"", u""}, {u"19990105", u"AA", u"99"},
         {u"20240105", u"[JJJJ][JJJ][MMMM][MMM]", u"[][][][]", &kNoNames}});
     // clang-format on
-}
-
-TEST(DateToString, DefaultFormInvalidAndEmptyDates) {
     Err e;
     EXPECT_EQ(date_to_string(u"20240105", nullptr, kFrench, e.err), u"05/01/2024");
     EXPECT_EQ(date_to_string(u"", nullptr, kFrench, e.err), u"");
@@ -100,7 +94,7 @@ TEST(DateToString, DefaultFormInvalidAndEmptyDates) {
     EXPECT_EQ(e2.rec.id, kErrDateLength);
 }
 
-TEST(TimeToString, TwelveHourRule) {
+TEST(Masks, TimesAndParsedDates) {
     // clang-format off
     check(time_mask, {
         {u"00000000", u"HH:MM AP", u"00:00 AM"}, {u"12300000", u"HH:MM AP", u"12:30 PM"},
@@ -115,9 +109,6 @@ TEST(TimeToString, TwelveHourRule) {
     std::u16string_view mask = u"HH:MM";
     EXPECT_EQ(time_to_string(u"126000", &mask, kFrench, e.err), u"");
     EXPECT_EQ(e.rec.id, kErrMinutes);
-}
-
-TEST(StringToDate, FieldsSeparatorsAndMissingFields) {
     // Followed by MM the two-digit year is not checked as a number; fields
     // are copied as they stand; a two-digit year that does not read as a
     // number up to 99 is no year.
@@ -137,7 +128,7 @@ TEST(StringToDate, FieldsSeparatorsAndMissingFields) {
     EXPECT_EQ(parse(surrogates, u"JJMMAAAA").size(), 8u);
 }
 
-TEST(Durations, FixedForms) {
+TEST(Durations, FixedFormsAndMasks) {
     const int64_t min = std::numeric_limits<int64_t>::min(), max = std::numeric_limits<int64_t>::max();
     // The hundredths form prints the milliseconds.
     // clang-format off
@@ -165,31 +156,28 @@ TEST(Durations, FixedForms) {
         EXPECT_FALSE(duration_to_string(v, u"+J HH MM SS LLL", l).empty());
     }
     EXPECT_FALSE(duration_to_string(min, u"+J HH MM SS LLL", l).empty());
-}
-
-TEST(Durations, Masks) {
-    DurationLetters l, en{u"D", u"H", u"M", u"S", u"L"}, none{u"", u"", u"", u"", u""};
+    DurationLetters en{u"D", u"H", u"M", u"S", u"L"}, none{u"", u"", u"", u"", u""};
     // clang-format off
     const struct {
         int64_t v;
         const char16_t* mask;
         const DurationLetters* letters;
         const char16_t* text;
-    } out[] = {
+    } out2[] = {
         {90061234, u"J j HH:MM:SS.LLL", &l, u"1 j 01:01:01.234"},
         {90061234, u"HH:MM:SS.LL", &l, u"01:01:01.23"}, {90061234, u"SS.L", &l, u"01.2"},
         {-90061234, u"+J H M S", &l, u"-1 H M S"}, {90061234, u"+HH", &l, u"01"},
         {90061234, u"text", &l, u"text"}, {3 * 86400000LL, u"JJ", &l, u"33"},
         {90061234, u"D days HH:MM", &en, u"1 days 01:01"}, {90061234, u"J HH", &none, u"J HH"}};
-    const struct { const char16_t *text, *mask; int64_t v; } in[] = {
+    const struct { const char16_t *text, *mask; int64_t v; } in2[] = {
         {u"01:02:03", u"HH:MM:SS", 3723000},
         {u"2 j 01:02:03.456", u"J j HH:MM:SS.LLL", 2 * 86400000LL + 3723456}, {u"-01:00", u"HH:MM", -3600000},
         {u"x-01:00", u"X+HH:MM", -3600000}, {u"00:00.45", u"MM:SS.LL", 450}, {u"00:00.4", u"MM:SS.L", 400},
         {u"", u"HH:MM", 0}, {u"999999999999999999 j", u"J j", 0}};
     // clang-format on
-    for (const auto& c : out)
+    for (const auto& c : out2)
         EXPECT_EQ(duration_to_string(c.v, c.mask, *c.letters), c.text) << c.v;
-    for (const auto& c : in)
+    for (const auto& c : in2)
         EXPECT_EQ(string_to_duration(c.text, c.mask, l), c.v) << c.v;
     for (int64_t v : {int64_t{0}, int64_t{90061234}, int64_t{-5 * 86400000LL - 1}}) {
         std::u16string_view mask = u"+J HH:MM:SS.LLL";

@@ -37,41 +37,35 @@ class FakeClock : public platform::Clock {
 
 using kp::test::Err;
 
-TEST(CurrentTime, PlainReading) {
+TEST(CurrentTime, PlainAndSmoothedReadings) {
     FakeClock c;
     Smoother s;
     EXPECT_EQ(date_sys(c), u"20240229");
     EXPECT_EQ(time_sys(c, false, s), u"13054237");
-}
-
-TEST(CurrentTime, SmoothedHundredthsFollowTheTick) {
-    FakeClock c;
-    c.now.milliseconds = 0;
-    Smoother s;
-    EXPECT_EQ(time_sys(c, true, s), u"13054200");
-    c.tick += 456; // the clock still reads the same second
-    EXPECT_EQ(time_sys(c, true, s), u"13054245");
-    c.tick += 1000;
-    c.now.second = 43;
-    EXPECT_EQ(time_sys(c, true, s), u"13054345");
-}
-
-TEST(CurrentTime, SmoothingResynchronises) {
-    Smoother s;
+    FakeClock c2;
+    c2.now.milliseconds = 0;
+    Smoother s2;
+    EXPECT_EQ(time_sys(c2, true, s2), u"13054200");
+    c2.tick += 456; // the clock still reads the same second
+    EXPECT_EQ(time_sys(c2, true, s2), u"13054245");
+    c2.tick += 1000;
+    c2.now.second = 43;
+    EXPECT_EQ(time_sys(c2, true, s2), u"13054345");
+    Smoother s3;
     const int64_t base = 3600000;
-    EXPECT_EQ(s.next(base, 0xFFFFFF00u), base);
+    EXPECT_EQ(s3.next(base, 0xFFFFFF00u), base);
     // The tick wraps around 2^32 without a jump.
-    EXPECT_EQ(s.next(base, 0x100u), base + 512);
-    // More than two seconds of drift: the clock's reading wins.
-    EXPECT_EQ(s.next(base + 10000, 0x200u), base + 10000);
-    EXPECT_EQ(s.next(base + 10000, 0x200u + 2000), base + 12000);
+    EXPECT_EQ(s3.next(base, 0x100u), base + 512);
+    // More than two seconds of drift: the clock's3 reading wins.
+    EXPECT_EQ(s3.next(base + 10000, 0x200u), base + 10000);
+    EXPECT_EQ(s3.next(base + 10000, 0x200u + 2000), base + 12000);
     // Past midnight: taken again from the clock.
     Smoother late;
     EXPECT_EQ(late.next(86399000, 0), 86399000);
     EXPECT_EQ(late.next(86399000, 1500), 86399000);
 }
 
-TEST(SetClock, DateAndTimeReplaceTheirFieldsOnly) {
+TEST(SetClock, FieldsInvalidValuesAndRefusal) {
     FakeClock c;
     Err e;
     auto fields = [&] {
@@ -83,32 +77,26 @@ TEST(SetClock, DateAndTimeReplaceTheirFieldsOnly) {
     EXPECT_TRUE(set_time_sys(u"07080999", c, e.err));
     EXPECT_EQ(fields(), (std::vector<int>{2024, 2, 29, 7, 8, 9, 99})); // hundredths written unscaled
     EXPECT_EQ(e.rec.severity, 1);
-}
-
-TEST(SetClock, InvalidValuesNeverReachTheClock) {
-    FakeClock c;
-    Err e, e2, e3;
-    EXPECT_FALSE(set_date_sys(u"20230229", c, e.err));
-    EXPECT_FALSE(set_time_sys(u"2500", c, e2.err));
-    EXPECT_FALSE(set_date_sys(u"", c, e3.err));
-    EXPECT_EQ(std::tuple(e.id(), e2.id(), e3.id()),
+    FakeClock c2;
+    Err i1, i2, i3;
+    EXPECT_FALSE(set_date_sys(u"20230229", c2, i1.err));
+    EXPECT_FALSE(set_time_sys(u"2500", c2, i2.err));
+    EXPECT_FALSE(set_date_sys(u"", c2, i3.err));
+    EXPECT_EQ(std::tuple(i1.id(), i2.id(), i3.id()),
               (std::tuple<uint32_t, uint32_t, uint32_t>(kErrFebruary29, kErrHours, kErrDateLength)));
-    EXPECT_EQ(c.writes, 0);
-}
-
-TEST(SetClock, RefusalRecordsTheSystemError) {
-    FakeClock c;
-    c.refuse = true;
-    Err e;
-    EXPECT_FALSE(set_date_sys(u"20231225", c, e.err));
-    EXPECT_EQ(e.rec.severity, 2);
-    EXPECT_EQ(e.rec.system_code, platform::kErrorPrivilegeNotHeld);
-    std::u16string msg(e.rec.message, e.rec.message_length);
+    EXPECT_EQ(c2.writes, 0);
+    // A refusal records the system error.
+    FakeClock c3;
+    c3.refuse = true;
+    Err r1, r2;
+    EXPECT_FALSE(set_date_sys(u"20231225", c3, r1.err));
+    EXPECT_EQ(r1.rec.severity, 2);
+    EXPECT_EQ(r1.rec.system_code, platform::kErrorPrivilegeNotHeld);
+    std::u16string msg(r1.rec.message, r1.rec.message_length);
     EXPECT_NE(msg.find(u" (1314)"), std::u16string::npos);
-    Err e2;
-    EXPECT_FALSE(set_time_sys(u"1200", c, e2.err));
-    EXPECT_EQ(e2.rec.system_code, platform::kErrorPrivilegeNotHeld);
-    EXPECT_EQ(c.writes, 0);
+    EXPECT_FALSE(set_time_sys(u"1200", c3, r2.err));
+    EXPECT_EQ(r2.rec.system_code, platform::kErrorPrivilegeNotHeld);
+    EXPECT_EQ(c3.writes, 0);
 }
 
 } // namespace

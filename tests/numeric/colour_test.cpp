@@ -12,15 +12,12 @@ namespace num = kp::numeric;
 
 using kp::test::Err;
 
-TEST(Rgb, PacksWithoutMaskingAndUnpacks) {
+TEST(Colour, PackingKnownColoursAndHueNear360) {
     EXPECT_EQ(0x123456, num::rgb(0x56, 0x34, 0x12));
     EXPECT_EQ(num::rgb(0, 1, 0), num::rgb(256, 0, 0));
     EXPECT_EQ(-1, num::rgb(-1, 0, 0));                      // a negative red is not masked either
     EXPECT_EQ(int32_t(0x80000000u), num::rgb(0, 0, 32768)); // wraps, no overflow trap
     EXPECT_EQ(255, num::rgb_blue(-1));
-}
-
-TEST(Hsl, KnownColours) {
     Err e;
     const int cases[][4] = {{0, 0, 100, 16777215},    {0, 0, 0, 0},
                             {0, 100, 50, 255},        {360, 100, 50, 255},
@@ -38,9 +35,6 @@ TEST(Hsl, KnownColours) {
         const num::Hsl h = num::rgb_to_hsl(rgb);
         EXPECT_EQ((std::array{h.hue, h.saturation, h.lightness}), hsl) << rgb;
     }
-}
-
-TEST(Hsl, HueNear360RoundsBackToZero) {
     // r = 255, b = 1: H = 359.76..., rounded to 360, reported as 0.
     EXPECT_EQ(0, num::rgb_to_hsl(num::rgb(255, 0, 1)).hue);
     EXPECT_EQ(359, num::rgb_to_hsl(num::rgb(255, 0, 3)).hue);
@@ -96,7 +90,7 @@ TEST(Hsl, RoundTripFromHslKeepsTheTriple) {
             }
 }
 
-TEST(ColourNames, NamesInBothLanguagesWithoutCase) {
+TEST(ColourNames, NamesHexadecimalAndMaskColours) {
     const std::pair<const char16_t*, uint32_t> known[] = {
         {u"Rouge", 255},      {u"RED", 255},        {u"vert", 65280},  {u"Green", 65280},
         {u"bLeU", 0xFF0000},  {u"Blue", 0xFF0000},  {u"Noir", 0},      {u"black", 0},
@@ -106,9 +100,6 @@ TEST(ColourNames, NamesInBothLanguagesWithoutCase) {
         EXPECT_EQ(colour, num::colour_from_name(name));
     for (const char16_t* unknown : {u"", u"Redd", u"Re", u"purple", u"R\u00e9d", u"rouge "})
         EXPECT_EQ(num::kNoColour, num::colour_from_name(unknown));
-}
-
-TEST(ColourNames, HexadecimalIsRedGreenBlue) {
     // "#F80" reads as the number 0xF80; long digit runs keep their last
     // digits, without overflow.
     const std::pair<const char16_t*, uint32_t> cases[] = {
@@ -116,11 +107,8 @@ TEST(ColourNames, HexadecimalIsRedGreenBlue) {
         {u"#zz", 0u},         {u"#F80", 0x800F00u},    {u"#FFFFFFFFFFFF123456", 0x563412u}};
     for (const auto& [name, colour] : cases)
         EXPECT_EQ(colour, num::colour_from_name(name)) << colour;
-}
-
-TEST(ColourNames, MaskColourIsTakenOut) {
     // An unknown name is still taken out; only the first bracket goes.
-    const std::tuple<std::u16string, uint32_t, std::u16string> cases[] = {
+    const std::tuple<std::u16string, uint32_t, std::u16string> masks[] = {
         {u"[Red]#,##0.00", 255u, u"#,##0.00"},
         {u"0.00[#0000FF] [Blue]", 0xFF0000u, u"0.00 [Blue]"},
         {u"[Mauve]0", num::kNoColour, u"0"},
@@ -128,7 +116,7 @@ TEST(ColourNames, MaskColourIsTakenOut) {
         {u"[Red", num::kNoColour, u"[Red"},
         {u"Red]", num::kNoColour, u"Red]"},
         {u"", num::kNoColour, u""}};
-    for (auto [mask, colour, rest] : cases) {
+    for (auto [mask, colour, rest] : masks) {
         EXPECT_EQ(colour, num::take_mask_colour(mask));
         EXPECT_EQ(rest, mask);
     }

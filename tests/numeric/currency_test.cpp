@@ -101,7 +101,7 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
     EXPECT_EQ(80190u, none.err.id());
 }
 
-TEST(CurrencyRate, RealRateNameAndFailures) {
+TEST(CurrencyRate, RealRateNameDefaultsAndFailures) {
     Table t;
     Err e;
     EXPECT_DOUBLE_EQ(6.55957, num::exchange_rate(t, kFRF, e.err));
@@ -118,27 +118,25 @@ TEST(CurrencyRate, RealRateNameAndFailures) {
         EXPECT_EQ(u"", num::currency_name(t, index, name.err));
         EXPECT_EQ(80191u, name.err.id());
     }
-}
-
-TEST(CurrencyDefaults, ReturnPreviousAndIgnoreBadIndexes) {
-    Table t;
-    Err e;
-    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::Memory, kFRF, e.err));
+    Table t2;
+    Err e2;
+    EXPECT_EQ(0, num::default_currency(t2, num::DefaultOf::Memory, kFRF, e2.err));
     for (std::optional<int32_t> ignored : {std::optional<int32_t>(), std::optional(-1), std::optional(5),
                                            std::optional(0xFFFF), std::optional(kPTE)})
-        EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, ignored, e.err)); // kPTE is set last
-    EXPECT_EQ(kPTE, t->default_memory);
-    EXPECT_EQ(0, t->default_view); // the other default is left alone
-    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::View, kIEP, e.err));
-    EXPECT_EQ(u"IEP", num::currency_name(t, 0xFFFF, e.err)); // names follow the display default
-    EXPECT_FALSE(e.err.failed());
-    Err none;
-    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none.err));
-    EXPECT_EQ(80190u, none.err.id());
+        EXPECT_EQ(kFRF,
+                  num::default_currency(t2, num::DefaultOf::Memory, ignored, e2.err)); // kPTE is set last
+    EXPECT_EQ(kPTE, t2->default_memory);
+    EXPECT_EQ(0, t2->default_view); // the other default is left alone
+    EXPECT_EQ(0, num::default_currency(t2, num::DefaultOf::View, kIEP, e2.err));
+    EXPECT_EQ(u"IEP", num::currency_name(t2, 0xFFFF, e2.err)); // names follow the display default
+    EXPECT_FALSE(e2.err.failed());
+    Err none2;
+    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none2.err));
+    EXPECT_EQ(80190u, none2.err.id());
 }
 
 // Expected values from exact decimal arithmetic, truncated at the sixth decimal.
-TEST(CurrencyConversion, ExactToTheMillionth) {
+TEST(CurrencyConversion, ExactChangeAndRounding) {
     Table t;
     Err e;
     auto euro = [&](const char* v, int32_t i) {
@@ -162,42 +160,36 @@ TEST(CurrencyConversion, ExactToTheMillionth) {
     for (const auto& [v, i, expected] : to_currency)
         EXPECT_EQ(expected, cur(v, i));
     EXPECT_FALSE(e.err.failed());
-}
-
-TEST(CurrencyConversion, ChangeGoesThroughTheEuroAndDefaults) {
-    Table t;
-    Err e;
+    Table t2;
+    Err e2;
     // 100 FRF -> 15.244901 EUR -> 12.006335 IEP (truncated at each step).
-    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), kFRF, kIEP, 6, nullptr, e.err).to_text());
+    EXPECT_EQ("12.006335", num::change_currency(t2, m("100"), kFRF, kIEP, 6, nullptr, e2.err).to_text());
     // Equal indexes copy the value: no round trip through the euro.
     EXPECT_EQ("100.000001",
-              num::change_currency(t, m("100.000001"), kITL, kITL, 6, nullptr, e.err).to_text());
+              num::change_currency(t2, m("100.000001"), kITL, kITL, 6, nullptr, e2.err).to_text());
     // The source of a conversion is the memory currency, the target the display one.
-    t->default_memory = kFRF;
-    t->default_view = kIEP;
-    EXPECT_EQ("15.244901", num::to_euro(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
-    EXPECT_EQ("78.756400", num::to_currency(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
-    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e.err).to_text());
-    t->default_memory = kITL;
+    t2->default_memory = kFRF;
+    t2->default_view = kIEP;
+    EXPECT_EQ("15.244901", num::to_euro(t2, m("100"), 0xFFFF, 6, nullptr, e2.err).to_text());
+    EXPECT_EQ("78.756400", num::to_currency(t2, m("100"), 0xFFFF, 6, nullptr, e2.err).to_text());
+    EXPECT_EQ("12.006335", num::change_currency(t2, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e2.err).to_text());
+    t2->default_memory = kITL;
     EXPECT_EQ("100.000001",
-              num::change_currency(t, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e.err).to_text());
-    EXPECT_FALSE(e.err.failed());
-}
-
-TEST(CurrencyConversion, RoundingAndItsDifference) {
-    Table t;
-    Err e;
+              num::change_currency(t2, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e2.err).to_text());
+    EXPECT_FALSE(e2.err.failed());
+    Table t3;
+    Err e3;
     Money diff = m("99");
     auto rounded = [&](Money r) { return std::pair(r.to_text(), diff.to_text()); };
     using P = std::pair<std::string, std::string>;
-    EXPECT_EQ(rounded(num::to_euro(t, m("100"), kFRF, 2, &diff, e.err)), P("15.240000", "0.004901"));
-    EXPECT_EQ(rounded(num::to_euro(t, m("-100"), kFRF, 2, &diff, e.err)), P("-15.240000", "-0.004901"));
-    EXPECT_EQ(rounded(num::to_currency(t, m("2.5"), 0, 0, &diff, e.err)), P("3.000000", "-0.500000"));
-    EXPECT_EQ(rounded(num::change_currency(t, m("1.005"), 0, 0, 2, &diff, e.err)),
+    EXPECT_EQ(rounded(num::to_euro(t3, m("100"), kFRF, 2, &diff, e3.err)), P("15.240000", "0.004901"));
+    EXPECT_EQ(rounded(num::to_euro(t3, m("-100"), kFRF, 2, &diff, e3.err)), P("-15.240000", "-0.004901"));
+    EXPECT_EQ(rounded(num::to_currency(t3, m("2.5"), 0, 0, &diff, e3.err)), P("3.000000", "-0.500000"));
+    EXPECT_EQ(rounded(num::change_currency(t3, m("1.005"), 0, 0, 2, &diff, e3.err)),
               P("1.010000", "-0.005000"));
-    num::to_euro(t, m("100"), kFRF, 6, &diff, e.err);
+    num::to_euro(t3, m("100"), kFRF, 6, &diff, e3.err);
     EXPECT_TRUE(diff.is_zero());
-    EXPECT_FALSE(e.err.failed());
+    EXPECT_FALSE(e3.err.failed());
 }
 
 TEST(CurrencyConversion, FailuresGiveZero) {

@@ -45,7 +45,7 @@ TEST(Money, BytesAreLittleEndianTwosComplementOfMillionths) {
     EXPECT_EQ(0x80, b[9]);
 }
 
-TEST(Money, TextHasSixDecimalsAndReadsBack) {
+TEST(Money, TextAndIntegerPart) {
     EXPECT_EQ("0.000000", Money().to_text());
     EXPECT_EQ("-2.500000", m("-2.5").to_text());
     EXPECT_EQ("-0.000001", m("-0.000001").to_text());
@@ -56,17 +56,11 @@ TEST(Money, TextHasSixDecimalsAndReadsBack) {
     EXPECT_EQ("1.999999", m("1.9999999").to_text());
     EXPECT_EQ("5.000000", m("+5.").to_text());
     EXPECT_EQ("0.500000", m(".5").to_text());
-}
-
-TEST(Money, TextRejectsGarbageAndOutOfRange) {
     for (const char* bad : {"", "-", ".", "1e5", "12a", " 1", "1 ", "--1", "1.2.3", "0x10"})
         EXPECT_FALSE(Money::from_text(bad).has_value()) << bad;
     EXPECT_FALSE(Money::from_text("604462909807314587.353088").has_value());
     EXPECT_FALSE(Money::from_text("-604462909807314587.353089").has_value());
     EXPECT_FALSE(Money::from_text("99999999999999999999999999999999999999999").has_value());
-}
-
-TEST(Money, IntegerPartTruncatesTowardZero) {
     EXPECT_EQ(2147, m("2147.999999").integer_part());
     EXPECT_EQ(-3, m("-3.7").integer_part());
     EXPECT_EQ(0, m("-0.5").integer_part());
@@ -75,7 +69,7 @@ TEST(Money, IntegerPartTruncatesTowardZero) {
 
 // Expected values computed with exact decimal arithmetic, truncated at the
 // sixth decimal.
-TEST(Money, MultiplyAndDivideAreExactToTheMillionth) {
+TEST(Money, ArithmeticIsExactAndOverflowIsDetected) {
     EXPECT_EQ("655.957000", txt(num::multiply(m("100"), m("6.55957"))));
     EXPECT_EQ("0.065595", txt(num::multiply(m("0.01"), m("6.55957"))));
     EXPECT_EQ("-1643.172285", txt(num::multiply(m("-250.5"), m("6.55957"))));
@@ -88,9 +82,6 @@ TEST(Money, MultiplyAndDivideAreExactToTheMillionth) {
     EXPECT_EQ("402975273204876391.568724", txt(num::divide(kMax, m("1.5"))));
     EXPECT_EQ(kMin, num::multiply(kMin, m("1")));
     EXPECT_EQ(kMax, num::divide(kMax, m("1")));
-}
-
-TEST(Money, OverflowIsDetectedNotWrapped) {
     EXPECT_FALSE(num::add(kMax, m("0.000001")));
     EXPECT_FALSE(num::subtract(kMin, m("0.000001")));
     EXPECT_FALSE(num::negate(kMin));
@@ -103,7 +94,7 @@ TEST(Money, OverflowIsDetectedNotWrapped) {
     EXPECT_EQ(kMax, num::negate(*Money::from_millionths(-Money::kMax)));
 }
 
-TEST(Money, RoundingHalfAwayFromZero) {
+TEST(Money, RoundingHalfAwayFromZeroAndAtTheEdges) {
     // clang-format off
     struct Case { const char* value; int decimals; const char* expected; } cases[] = {
         {"2.5", 0, "3.000000"}, {"-2.5", 0, "-3.000000"}, {"1.005", 2, "1.010000"},
@@ -115,6 +106,10 @@ TEST(Money, RoundingHalfAwayFromZero) {
     for (const Case& c : cases)
         EXPECT_EQ(c.expected, txt(num::round_decimals(m(c.value), c.decimals)))
             << c.value << " " << c.decimals;
+    EXPECT_FALSE(num::round_decimals(kMax, 5));
+    EXPECT_FALSE(num::round_decimals(kMin, 5));
+    EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
+    EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
 }
 
 // The rounding adds the half unit and cuts the decimal text after d digits;
@@ -134,13 +129,6 @@ TEST(Money, RoundingAgreesWithTheTextCut) {
         if (v.negative()) expect = *num::negate(expect);
         ASSERT_EQ(expect, num::round_decimals(v, d)) << v.to_text() << " d=" << d;
     }
-}
-
-TEST(Money, RoundingAtTheEdgesOfTheRangeOverflowsCleanly) {
-    EXPECT_FALSE(num::round_decimals(kMax, 5));
-    EXPECT_FALSE(num::round_decimals(kMin, 5));
-    EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
-    EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
 }
 
 // Random 80-bit values: bytes and text round trips, and multiplication by a

@@ -17,14 +17,11 @@ std::u16string size(int64_t n, int32_t unit, char16_t dec = u'.') {
 }
 } // namespace
 
-TEST(Parity, NegativesKeepTheirSign) {
+TEST(Parity, AndTheNumberAtTheStart) {
     for (int32_t n : {-4, 0, INT32_MIN})
         EXPECT_TRUE(num::is_even(n) && !num::is_odd(n)) << n;
     for (int32_t n : {-3, -1, INT32_MAX})
         EXPECT_TRUE(num::is_odd(n) && !num::is_even(n)) << n;
-}
-
-TEST(Wcstod, ConsumesTheNumberAtTheStart) {
     struct Case {
         const char16_t* text;
         std::size_t length;
@@ -66,7 +63,7 @@ TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
 
 // Unit 0 chooses the unit (terabytes are the last one); 1 to 5 fix it.
 // 1023.999 KB rounds up in the text only; bytes are the whole 64-bit size.
-TEST(LengthToString, AutomaticAndFixedUnits) {
+TEST(LengthToString, UnitsAndShortLists) {
     // clang-format off
     struct Case { int64_t n; int32_t unit; const char16_t* text; } cases[] = {
         {0, 0, u"0 bytes"}, {1023, 0, u"1023 bytes"}, {1024, 0, u"1.00 KB"}, {1536, 0, u"1.50 KB"},
@@ -79,18 +76,15 @@ TEST(LengthToString, AutomaticAndFixedUnits) {
     for (const Case& c : cases)
         EXPECT_EQ(size(c.n, c.unit), c.text) << c.n << " unit " << c.unit;
     EXPECT_EQ(u"1,50 KB", size(1536, 0, u','));
-}
-
-TEST(LengthToString, UnitOutOfRangeAndShortLists) {
     for (int32_t unit : {-1, 6, INT32_MIN, INT32_MAX}) {
-        Err e;
-        EXPECT_EQ(u"", num::length_to_string(100, unit, kUnits, u'.', e.err));
-        EXPECT_EQ(81507u, e.err.id());
-        EXPECT_EQ(2, e.err.severity());
+        Err e2;
+        EXPECT_EQ(u"", num::length_to_string(100, unit, kUnits, u'.', e2.err));
+        EXPECT_EQ(81507u, e2.err.id());
+        EXPECT_EQ(2, e2.err.severity());
     }
-    Err e;
-    EXPECT_EQ(u"2.00 ", num::length_to_string(2048, 0, u"o;", u'.', e.err));
-    EXPECT_EQ(u"3 o", num::length_to_string(3, 0, u"o", u'.', e.err));
-    EXPECT_EQ(u"1.00 To", num::length_to_string(1LL << 40, 0, u"o;Ko;Mo;Go;To;extra", u'.', e.err));
-    EXPECT_FALSE(e.err.failed());
+    Err e2;
+    EXPECT_EQ(u"2.00 ", num::length_to_string(2048, 0, u"o;", u'.', e2.err));
+    EXPECT_EQ(u"3 o", num::length_to_string(3, 0, u"o", u'.', e2.err));
+    EXPECT_EQ(u"1.00 To", num::length_to_string(1LL << 40, 0, u"o;Ko;Mo;Go;To;extra", u'.', e2.err));
+    EXPECT_FALSE(e2.err.failed());
 }

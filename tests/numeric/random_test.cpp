@@ -15,7 +15,7 @@ int32_t as_int(const num::RandomValue& v) {
 }
 } // namespace
 
-TEST(RandomGenerator, MatchesTheDeviceSequence) {
+TEST(RandomGenerator, SequenceAndSeeds) {
     num::rand_seed(1);
     for (int32_t draw : {41, 18467, 6334, 26500})
         EXPECT_EQ(draw, num::rand_next());
@@ -25,9 +25,6 @@ TEST(RandomGenerator, MatchesTheDeviceSequence) {
         const int32_t r = num::rand_next();
         ASSERT_TRUE(r >= 0 && r <= 32767) << r;
     }
-}
-
-TEST(RandomGenerator, InitRandomWithASeedDiscardsOneDraw) {
     num::init_random(1);
     EXPECT_EQ(18467, num::rand_next());
     num::init_random(-1); // the seed is taken as 32 unsigned bits
@@ -35,9 +32,6 @@ TEST(RandomGenerator, InitRandomWithASeedDiscardsOneDraw) {
     num::rand_seed(0xFFFFFFFFu);
     num::rand_next();
     EXPECT_EQ(num::rand_next(), after_init);
-}
-
-TEST(RandomGenerator, InitRandomWithoutSeedWaitsForTheTickToChange) {
     uint32_t ticks[] = {500, 500, 500, 501};
     int calls = 0;
     num::rand_seed(1); // draw(10) then gives 41 * 10 / 32768 = 0
@@ -49,7 +43,7 @@ TEST(RandomGenerator, InitRandomWithoutSeedWaitsForTheTickToChange) {
     EXPECT_EQ(num::rand_next(), got);
 }
 
-TEST(RandomDraws, UnitRealUsesTheDivisor32767) {
+TEST(RandomDraws, UnitRealAndUpToN) {
     // Find a seed whose first draw is 32767: the real is then exactly 1.0.
     uint32_t seed = 0;
     for (;; ++seed) {
@@ -60,9 +54,6 @@ TEST(RandomDraws, UnitRealUsesTheDivisor32767) {
     EXPECT_EQ(1.0, std::get<double>(num::random_unit()));
     num::rand_seed(1);
     EXPECT_DOUBLE_EQ(41 * (1.0 / 32767), std::get<double>(num::random_unit()));
-}
-
-TEST(RandomDraws, UpToNScalesTheDrawAndChecksN) {
     num::rand_seed(1); // draws 41, 18467, 6334
     Err e;
     EXPECT_EQ(41 * 100 / 32768 + 1, as_int(num::random_upto(100, e.err)));

@@ -23,14 +23,11 @@ uint32_t crc32_bitwise(std::span<const uint8_t> d) {
     return ~c;
 }
 
-TEST(Crc32, KnownAnswersAndEmptyInput) {
+TEST(Crc32, KnownAnswersEveryAlignmentAndContinuation) {
     EXPECT_EQ(crc32(ascii("123456789")), 0xCBF43926u);
     EXPECT_EQ(crc32(ascii("The quick brown fox jumps over the lazy dog")), 0x414FA339u);
     EXPECT_EQ(crc32({}), 0u);
     EXPECT_EQ(crc32({}, 0x12345678u), 0x12345678u);
-}
-
-TEST(Crc32, AgreesWithBitwiseOverEveryAlignmentAndContinues) {
     const auto data = test::random_bytes(4133, 7);
     for (std::size_t n :
          {1u, 15u, 16u, 17u, 31u, 33u, 63u, 64u, 65u, 79u, 80u, 127u, 128u, 129u, 255u, 1000u, 4133u}) {

@@ -43,7 +43,7 @@ TEST(Rc5, PublishedVectors) {
 
 // With SHA-1's own schedule and word order the compression function is
 // SHA-1's: this checks its rounds, constants and initial values.
-TEST(KeyDigest, CompressionFunctionMatchesSha1) {
+TEST(KeyDigest, CompressionFunctionAndPadding) {
     auto sha1_one_block = [](const std::string& msg) {
         uint8_t block[64] = {};
         std::memcpy(block, msg.data(), msg.size());
@@ -58,11 +58,8 @@ TEST(KeyDigest, CompressionFunctionMatchesSha1) {
               (std::vector<uint32_t>{0xA9993E36, 0x4706816A, 0xBA3E2571, 0x7850C26C, 0x9CD0D89D}));
     EXPECT_EQ(sha1_one_block(""),
               (std::vector<uint32_t>{0xDA39A3EE, 0x5E6B4B0D, 0x3255BFEF, 0x95601890, 0xAFD80709}));
-}
-
-// The key: the first four words of the digest of the password, 0x01 (while
-// it fits before the length), zeros, the length in the last four bytes.
-TEST(KeyDigest, PaddingLayoutAndLengthOverMarker) {
+    // The key: the first four words of the digest of the password, 0x01 (while
+    // it fits before the length), zeros, the length in the last four bytes.
     auto expected = [](std::size_t n, std::size_t blocks, bool marker) {
         std::vector<uint8_t> m(n, 'p');
         m.resize(64 * blocks, 0);
@@ -83,7 +80,7 @@ TEST(KeyDigest, PaddingLayoutAndLengthOverMarker) {
     EXPECT_EQ(rc5_key_digest(std::vector<uint8_t>(61, 'p')), expected(61, 2, true));
 }
 
-TEST(Scramble, SingleByteAndMiddleByteRules) {
+TEST(Scramble, RulesPasswordsAndFactory) {
     std::vector<uint8_t> one = {0x10}, three = {1, 2, 3};
     ScrambleCipher::scramble(one, Key16{});
     EXPECT_EQ(one[0], 0xDB); // + 203, fold of the zero key is 0
@@ -92,6 +89,23 @@ TEST(Scramble, SingleByteAndMiddleByteRules) {
     EXPECT_EQ(three, (std::vector<uint8_t>{34, 23, 30}));
     // Words 0x10001, 2, 0, 0xFF: s = 0x10102; (s + (s >> 16)) & 0xFFFF = 0x0103.
     EXPECT_EQ(ScrambleCipher::fold(key_of({1, 0, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0xFF})), 0x03);
+    ScrambleCipher a, b, c;
+    EXPECT_TRUE(a.set_password(u""));
+    EXPECT_EQ(a.key(), Key16{}); // an empty password leaves the zero key
+    b.set_password(u"secret");
+    c.set_password(u"secreu");
+    EXPECT_NE(b.key(), c.key());
+    // Passwords are taken in code page 1252: "é" is one byte 0xE9, with a
+    // negative remainder for the first byte.
+    a.set_password(u"\u00E9t\u00E9");
+    Key16 k2{};
+    b.derive(std::vector<uint8_t>{0xE9, 't', 0xE9}, k2);
+    EXPECT_EQ(a.key(), k2);
+    EXPECT_EQ(make_cipher(0), nullptr);
+    EXPECT_EQ(make_cipher(4), nullptr);
+    EXPECT_NE(dynamic_cast<ScrambleCipher*>(make_cipher(1).get()), nullptr);
+    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(2).get())->rounds(), 8);
+    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(3).get())->rounds(), 16);
 }
 
 TEST(Scramble, InverseForEverySizeAndEveryByteDependsOnTheOthers) {
@@ -109,21 +123,6 @@ TEST(Scramble, InverseForEverySizeAndEveryByteDependsOnTheOthers) {
             EXPECT_NE(changed[0], c[0]) << n;
         }
     }
-}
-
-TEST(Scramble, PasswordDerivation) {
-    ScrambleCipher a, b, c;
-    EXPECT_TRUE(a.set_password(u""));
-    EXPECT_EQ(a.key(), Key16{}); // an empty password leaves the zero key
-    b.set_password(u"secret");
-    c.set_password(u"secreu");
-    EXPECT_NE(b.key(), c.key());
-    // Passwords are taken in code page 1252: "é" is one byte 0xE9, with a
-    // negative remainder for the first byte.
-    a.set_password(u"\u00E9t\u00E9");
-    Key16 k2{};
-    b.derive(std::vector<uint8_t>{0xE9, 't', 0xE9}, k2);
-    EXPECT_EQ(a.key(), k2);
 }
 
 TEST(Rc5Cbc, BlocksTailAndChaining) {
@@ -174,14 +173,6 @@ TEST(Rc5Cbc, InverseForEverySizeAndCbcPropagation) {
     d.encrypt(p);
     c.encrypt(q, &k);
     EXPECT_EQ(p, q);
-}
-
-TEST(Ciphers, Factory) {
-    EXPECT_EQ(make_cipher(0), nullptr);
-    EXPECT_EQ(make_cipher(4), nullptr);
-    EXPECT_NE(dynamic_cast<ScrambleCipher*>(make_cipher(1).get()), nullptr);
-    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(2).get())->rounds(), 8);
-    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(3).get())->rounds(), 16);
 }
 
 } // namespace

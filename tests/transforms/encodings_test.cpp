@@ -30,7 +30,7 @@ TEST(UrlEncode, EscapeSetJudgedByLowByteAndDecodeQuirks) {
         EXPECT_EQ(url_decode(in), out);
 }
 
-TEST(Base64Family, SingleByteAndPadding) {
+TEST(Base64Family, SingleBytePaddingAndLineBreaks) {
     const std::vector<uint8_t> zero = {0}, two = {0xFB, 0xFF};
     EXPECT_EQ(make_encoder(kEncodeQrt)->encode(zero), u"AA");
     EXPECT_EQ(make_encoder(kEncodeBase64)->encode(zero), u"AA==");
@@ -40,9 +40,6 @@ TEST(Base64Family, SingleByteAndPadding) {
     EXPECT_EQ(make_encoder(kEncodeQrt)->decode(u"AA"), zero);
     EXPECT_EQ(make_encoder(0), nullptr);
     EXPECT_EQ(make_encoder(4), nullptr);
-}
-
-TEST(Base64Family, LineBreakAfterEveryTwentiethGroup) {
     for (int number : {kEncodeQrt, kEncodeBase64}) {
         auto enc = make_encoder(number);
         const auto sixty = enc->encode(test::random_bytes(60, 2));
@@ -129,7 +126,7 @@ TEST(Base64Family, VectorCodeAgreesWithPortable) {
     }
 }
 
-TEST(UuEncode, FramingOfShortAndLongTexts) {
+TEST(UuEncode, FramingAndLengthCharacter) {
     auto uu = make_encoder(kEncodeUu);
     EXPECT_EQ(uu->encode(std::vector<uint8_t>{}), u"begin 0666 uu\r\n\r\nend\r\n");
     EXPECT_EQ(uu->encode(std::vector<uint8_t>{0}), u"begin 0666 uu\r\n  \r\nend\r\n");
@@ -141,18 +138,15 @@ TEST(UuEncode, FramingOfShortAndLongTexts) {
     EXPECT_EQ(text136.substr(16 + 180, 2), u"\r\n"); // after the 45th group
     EXPECT_EQ(text136.substr(198, 2), u"00");        // one-byte tail, no "_" (1 byte left)
     EXPECT_EQ(text136.substr(200), u"\r\nend\r\n");
-}
-
-TEST(UuEncode, LengthCharacterIsDecodedAsData) {
-    auto uu = make_encoder(kEncodeUu);
+    auto uu2 = make_encoder(kEncodeUu);
     for (std::size_t n : {0u, 1u, 2u, 3u, 44u, 45u}) {
-        const auto data = test::random_bytes(n, 8);
-        EXPECT_EQ(uu->decode(uu->encode(data)), data) << n;
+        const auto data2 = test::random_bytes(n, 8);
+        EXPECT_EQ(uu2->decode(uu2->encode(data2)), data2) << n;
     }
-    const auto data = test::random_bytes(46, 8);
-    EXPECT_NE(uu->decode(uu->encode(data)), data);
-    EXPECT_TRUE(uu->decode(u"begin 0666 uu\r\n").empty());
-    EXPECT_TRUE(uu->decode(u"").empty());
+    const auto data2 = test::random_bytes(46, 8);
+    EXPECT_NE(uu2->decode(uu2->encode(data2)), data2);
+    EXPECT_TRUE(uu2->decode(u"begin 0666 uu\r\n").empty());
+    EXPECT_TRUE(uu2->decode(u"").empty());
 }
 
 TEST(Encoders, ArbitraryTextNeverOverruns) {

@@ -27,16 +27,13 @@ std::vector<uint8_t> bytes(const char* s) {
     return std::vector<uint8_t>(s, s + std::strlen(s));
 }
 
-TEST_F(TransformsAbi, ChecksumsAndSmallFunctions) {
+TEST_F(TransformsAbi, ChecksumsCompressionAndCrypt) {
     EXPECT_EQ(static_cast<uint32_t>(call("sComputeCrc32", {Value::buffer(bytes("123456789"))}).result.i),
               0xCBF43926u);
     EXPECT_EQ(call("sCalculeCrc32", {Value::buffer({}), Value::integer(1234)}).result.i, 1234);
     EXPECT_EQ(call("sComputeCrc16", {Value::string(u"A")}).result.i, 0x3EFD);
     EXPECT_EQ(call("URLDécode", {Value::string(u"a+b%41")}).result.s, u"a bA");
     EXPECT_EQ(call("Phonétique", {Value::string(u"Dupont")}).result.s, u"DUPO");
-}
-
-TEST_F(TransformsAbi, CompressAndUncompress) {
     const auto data = bytes("a buffer that repeats, a buffer that repeats, a buffer that repeats");
     auto packed = call("Compress", {Value::buffer(data)});
     ASSERT_EQ(packed.result.kind, Value::Kind::Buffer);
@@ -53,9 +50,6 @@ TEST_F(TransformsAbi, CompressAndUncompress) {
     EXPECT_EQ(refused.error.id, 80550u);
     EXPECT_EQ(refused.error.severity, 2);
     EXPECT_TRUE(refused.result.bytes.empty());
-}
-
-TEST_F(TransformsAbi, CryptDefaultsAndErrors) {
     auto c = call("Crypt", {Value::string(u"secret message"), Value::string(u"pw")});
     ASSERT_EQ(c.result.kind, Value::Kind::Buffer);
     const std::u16string qrt = text_of(c.result.bytes); // default encodeQRT

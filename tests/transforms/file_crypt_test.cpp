@@ -88,7 +88,7 @@ TEST_F(FileCrypt, RoundTripsEveryModeAndEncoding) {
     }
 }
 
-TEST_F(FileCrypt, NoneCopiesEncodingWritesTextWrongPasswordFails) {
+TEST_F(FileCrypt, CopiesTextWrongPasswordAndErrors) {
     const auto data = test::random_bytes(100, 2);
     put("a.bin", data);
     ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\copy.bin", u"", 0, 0).result.b);
@@ -106,9 +106,6 @@ TEST_F(FileCrypt, NoneCopiesEncodingWritesTextWrongPasswordFails) {
     EXPECT_NE(out.error.message.find(kp::catalogue_text(28279, false)), std::u16string::npos);
     EXPECT_EQ(get("a.out").size(), data2.size()); // left in place, deliberately
     EXPECT_NE(get("a.out"), data2);
-}
-
-TEST_F(FileCrypt, Errors) {
     put("a.bin", {1, 2, 3});
     auto bad_mode = run("fCrypt", u"\\a.bin", u"\\b", u"pw", 5, 0);
     EXPECT_FALSE(bad_mode.result.b);

@@ -197,7 +197,7 @@ TEST(NumToString, GroupingAgreesWithPython) {
 // here); half away from zero; exponent and shortest forms; flags, width,
 // grouping, text around; the integer part for the integer conversions;
 // without a conversion the exact value without trailing zeros.
-TEST(NumToString, CurrencyDigitForDigit) {
+TEST(NumToString, CurrencyDigitsAndDefaultText) {
     // clang-format off
     struct Case { const char *value, *format, *expect; };
     const Case cases[] = {
@@ -226,13 +226,10 @@ TEST(NumToString, CurrencyDigitForDigit) {
     EXPECT_EQ("-604462909807314587.353088", run(NumberValue::currency(min), "%f"));
     EXPECT_EQ("-604,462,909,807,314,587", run(NumberValue::currency(min), "%,.0f"));
     EXPECT_EQ("6.0446290980731458735309e+17", run(NumberValue::currency(max), "%.22e"));
-}
-
-// The first bracketed colour name leaves the mask, known or not.
-TEST(NumToString, DefaultTextAndSmallCases) {
+    // The first bracketed colour name leaves the mask, known or not.
     // clang-format off
-    struct Case { NumberValue v; const char *format, *expect; };
-    const Case cases[] = {
+    struct Case2 { NumberValue v; const char *format, *expect; };
+    const Case2 defaults[] = {
         {NumberValue::real(0.1), "", "0.1"}, {NumberValue::real(1e20), "", "1e+20"},
         {NumberValue::real(-0.0), "", "-0"},
         {NumberValue::real(std::numeric_limits<double>::infinity()), "", "inf"},
@@ -250,7 +247,7 @@ TEST(NumToString, DefaultTextAndSmallCases) {
         {NumberValue::int32(7), "[#FF8000]%03d[", "007["}, {NumberValue::int32(7), "[nothing known]%d", "7"},
         {NumberValue::int32(7), "[%d]", "7"}, {NumberValue::int32(7), "[%d", "[7"}};
     // clang-format on
-    for (const Case& c : cases)
+    for (const Case2& c : defaults)
         EXPECT_EQ(c.expect, run(c.v, c.format)) << c.format;
 }
 

@@ -26,7 +26,7 @@ const Money kMin = *Money::from_millionths(Money::kMin);
 
 } // namespace
 
-TEST(Money, BytesAreLittleEndianTwosComplementOfMillionths) {
+TEST(Money, BytesTextAndIntegerPart) {
     uint8_t b[10];
     Money::from_int(1).to_bytes(b);
     const uint8_t one[10] = {0x40, 0x42, 0x0F, 0, 0, 0, 0, 0, 0, 0};
@@ -43,9 +43,6 @@ TEST(Money, BytesAreLittleEndianTwosComplementOfMillionths) {
     }
     kMin.to_bytes(b);
     EXPECT_EQ(0x80, b[9]);
-}
-
-TEST(Money, TextAndIntegerPart) {
     EXPECT_EQ("0.000000", Money().to_text());
     EXPECT_EQ("-2.500000", m("-2.5").to_text());
     EXPECT_EQ("-0.000001", m("-0.000001").to_text());
@@ -94,7 +91,7 @@ TEST(Money, ArithmeticIsExactAndOverflowIsDetected) {
     EXPECT_EQ(kMax, num::negate(*Money::from_millionths(-Money::kMax)));
 }
 
-TEST(Money, RoundingHalfAwayFromZeroAndAtTheEdges) {
+TEST(Money, RoundingEdgesAndTheTextCut) {
     // clang-format off
     struct Case { const char* value; int decimals; const char* expected; } cases[] = {
         {"2.5", 0, "3.000000"}, {"-2.5", 0, "-3.000000"}, {"1.005", 2, "1.010000"},
@@ -110,11 +107,8 @@ TEST(Money, RoundingHalfAwayFromZeroAndAtTheEdges) {
     EXPECT_FALSE(num::round_decimals(kMin, 5));
     EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
     EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
-}
-
-// The rounding adds the half unit and cuts the decimal text after d digits;
-// the arithmetic must agree with that text procedure everywhere.
-TEST(Money, RoundingAgreesWithTheTextCut) {
+    // The rounding adds the half unit and cuts the decimal text after d digits;
+    // the arithmetic must agree with that text procedure everywhere.
     const int64_t half[6] = {500000, 50000, 5000, 500, 50, 5};
     uint64_t seed = 12345;
     for (int i = 0; i < 20000; ++i) {

@@ -17,7 +17,7 @@ std::u16string size(int64_t n, int32_t unit, char16_t dec = u'.') {
 }
 } // namespace
 
-TEST(Parity, AndTheNumberAtTheStart) {
+TEST(Parity, NumberAtTheStartAndNumericTexts) {
     for (int32_t n : {-4, 0, INT32_MIN})
         EXPECT_TRUE(num::is_even(n) && !num::is_odd(n)) << n;
     for (int32_t n : {-3, -1, INT32_MAX})
@@ -34,9 +34,6 @@ TEST(Parity, AndTheNumberAtTheStart) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.length, num::wcstod_length(c.text)) << "case " << (&c - cases);
-}
-
-TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
     auto conv = [](double v, bool ok = true) {
         return [=](double& out) {
             out = v;

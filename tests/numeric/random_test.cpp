@@ -15,7 +15,7 @@ int32_t as_int(const num::RandomValue& v) {
 }
 } // namespace
 
-TEST(RandomGenerator, SequenceAndSeeds) {
+TEST(RandomGenerator, SequenceSeedsAndDraws) {
     num::rand_seed(1);
     for (int32_t draw : {41, 18467, 6334, 26500})
         EXPECT_EQ(draw, num::rand_next());
@@ -41,9 +41,6 @@ TEST(RandomGenerator, SequenceAndSeeds) {
     int32_t got = num::rand_next();
     num::rand_seed(501);
     EXPECT_EQ(num::rand_next(), got);
-}
-
-TEST(RandomDraws, UnitRealAndUpToN) {
     // Find a seed whose first draw is 32767: the real is then exactly 1.0.
     uint32_t seed = 0;
     for (;; ++seed) {
@@ -71,29 +68,26 @@ TEST(RandomDraws, UnitRealAndUpToN) {
     Err one;
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(1, as_int(num::random_upto(1, one.err)));
-}
-
-TEST(RandomDraws, BetweenCoversBothBoundsAndChecksOrder) {
-    Err e;
+    Err e3;
     num::rand_seed(7);
     std::set<int32_t> seen;
     for (int i = 0; i < 2000; ++i) {
-        const int32_t v = as_int(num::random_between(-3, 3, e.err));
+        const int32_t v = as_int(num::random_between(-3, 3, e3.err));
         ASSERT_TRUE(v >= -3 && v <= 3) << v;
         seen.insert(v);
     }
     EXPECT_EQ(7u, seen.size());
     for (int i = 0; i < 50; ++i)
-        ASSERT_EQ(5, as_int(num::random_between(5, 5, e.err)));
+        ASSERT_EQ(5, as_int(num::random_between(5, 5, e3.err)));
     // The whole 32-bit range: the span of 2^32 values does not overflow.
     for (int i = 0; i < 1000; ++i)
-        (void)as_int(num::random_between(INT32_MIN, INT32_MAX, e.err));
+        (void)as_int(num::random_between(INT32_MIN, INT32_MAX, e3.err));
     num::rand_seed(1);
     EXPECT_EQ(INT32_MIN + int32_t(41LL * 4294967296LL / 32768),
-              as_int(num::random_between(INT32_MIN, INT32_MAX, e.err)));
-    EXPECT_FALSE(e.err.failed());
+              as_int(num::random_between(INT32_MIN, INT32_MAX, e3.err)));
+    EXPECT_FALSE(e3.err.failed());
 
-    Err bad;
-    EXPECT_EQ(0, as_int(num::random_between(2, 1, bad.err)));
-    EXPECT_EQ(80210u, bad.err.id());
+    Err bad3;
+    EXPECT_EQ(0, as_int(num::random_between(2, 1, bad3.err)));
+    EXPECT_EQ(80210u, bad3.err.id());
 }

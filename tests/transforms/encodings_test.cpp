@@ -1,7 +1,12 @@
+// The URL, Base64 and uu encodings, the checksums and the phonetic code.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "test_util.h"
+#include "transforms/checksum.h"
 #include "transforms/encodings.h"
+#include "transforms/phonetic.h"
 
 namespace kp::transforms {
 namespace {
@@ -155,6 +160,77 @@ TEST(UuEncode, FramingLengthCharacterAndArbitraryText) {
         auto enc = make_encoder(number);
         EXPECT_EQ(enc->decode(text).size(), enc->decode(text, nullptr));
     }
+}
+
+std::span<const uint8_t> ascii(const char* s) {
+    return {reinterpret_cast<const uint8_t*>(s), std::strlen(s)};
+}
+
+// Bit-at-a-time CRC-32, independent of the sliced tables.
+uint32_t crc32_bitwise(std::span<const uint8_t> d) {
+    uint32_t c = 0xFFFFFFFFu;
+    for (uint8_t b : d) {
+        c ^= b;
+        for (int k = 0; k < 8; ++k)
+            c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
+    }
+    return ~c;
+}
+
+TEST(Crc32, KnownAnswersEveryAlignmentAndContinuation) {
+    EXPECT_EQ(crc32(ascii("123456789")), 0xCBF43926u);
+    EXPECT_EQ(crc32(ascii("The quick brown fox jumps over the lazy dog")), 0x414FA339u);
+    EXPECT_EQ(crc32({}), 0u);
+    EXPECT_EQ(crc32({}, 0x12345678u), 0x12345678u);
+    const auto data = test::random_bytes(4133, 7);
+    for (std::size_t n :
+         {1u, 15u, 16u, 17u, 31u, 33u, 63u, 64u, 65u, 79u, 80u, 127u, 128u, 129u, 255u, 1000u, 4133u}) {
+        const auto s = std::span<const uint8_t>(data).subspan(0, n);
+        ASSERT_EQ(crc32(s), crc32_bitwise(s)) << n;
+        for (std::size_t cut : {std::size_t{0}, n / 3, n - 1, n}) {
+            const uint32_t first = crc32(s.subspan(0, cut));
+            EXPECT_EQ(crc32(s.subspan(cut), first), crc32(s)) << n << " cut " << cut;
+        }
+    }
+}
+
+TEST(Crc16, LookupBeforeByteFormOverStringAndTerminator) {
+    // 0xDC05 for "123456789": not the usual CRC-16/XMODEM (0x31C3).
+    const std::pair<const char16_t*, uint16_t> cases[] = {
+        {u"", 0}, {u"A", 0x3EFD}, {u"Hello", 0x50DD}, {u"123456789", 0xDC05}};
+    for (const auto& [text, crc] : cases)
+        EXPECT_EQ(crc16(text), crc) << crc;
+    EXPECT_EQ(crc16(u"\u0141"), crc16(u"A")); // only the low byte of a unit counts
+    EXPECT_NE(crc16(u"AB"), crc16(u"BA"));
+}
+
+TEST(Phonetic, WordsSpacesAndEndRules) {
+    // clang-format off
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"Dupont", u"DUPO"}, {u"Dupond", u"DUPO"}, {u"Martin", u"MARTIN"}, {u"Chapeau", u"KAPO"},
+        {u"Philippe", u"FILIP"}, {u"Pierre", u"PIER"}, {u"Renaud", u"RENO"}, {u"Reno", u"RENO"},
+        {u"Gauthier", u"GOTI"}, {u"", u""}, {u"    ", u""}, {u"  Martin  ", u"MARTIN"},
+        {u"Jean-Pierre", u"JEA PIER"}, {u"Jean Pierre", u"JEA PIER"}, {u"Loi", u"LOA"}, {u"Maire", u"MER"},
+        {u"chat", u"KA"},        // CH becomes K, never CH or SH
+        {u"Chose", u"KOS"},      // final E goes after the final-S rule ran
+        {u"Bordeaux", u"BORDO"}, // final X after U, EAU
+        {u"Dumas", u"DUMA"},     // final S
+        {u"Quentin", u"KATIN"},  // QU, EN before a consonant
+        {u"Lambert", u"LABERT"}, // M before B after a vowel, then AN; T after R stays
+        {u"Rollet", u"ROL"},     // final T after a vowel, final E, doubles
+        {u"Camp", u"KAP"},       // P after M stays; M to N, then AN to A
+        {u"Trop", u"TRO"},       // final P after O
+        {u"Nez", u"N"},          // final EZ, then final E
+        {u"Maison", u"MEZO"},    // S between vowels, ON at the end, AI
+        {u"AHHA", u"AHA"},       // the H pass moves on after a deletion
+        {u"R2D2", u"R2D2"}, {u"A11..B", u"A1.B"}};
+    // clang-format on
+    for (const auto& [in, out] : cases)
+        EXPECT_EQ(phonetic(in), out) << std::u16string_view(in).size();
+    EXPECT_EQ(phonetic(u"éçàÈ"), phonetic(u"ECAE"));
+    EXPECT_EQ(phonetic(u"Cœur"), phonetic(u"CEUR"));
+    for (const char16_t* s : {u"Zoé", u"x", u"Hh", u"EUUU", u"AUAU", u"QQQUUU", u"---"})
+        EXPECT_LE(phonetic(s).size(), std::u16string_view(s).size()) << std::u16string_view(s).size();
 }
 
 } // namespace

@@ -1,13 +1,20 @@
-// Calendar arithmetic, validation and the functions without masks.
+// Calendar arithmetic, validation and the functions without masks, the
+// clock, and bad input of any length and content.
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "datetime/calendar.h"
+#include "datetime/durations.h"
+#include "datetime/masks.h"
+#include "datetime/now.h"
+#include "platform/win32_error.h"
 #include "support/error_record.h"
 
 namespace kp::datetime {
@@ -336,6 +343,185 @@ TEST_F(TimeZone, UtcToLocalFollowsDaylightSavingAndFailuresRecord80051) {
         EXPECT_EQ(date_time_utc_to_local(bad, e.err), u"");
         EXPECT_EQ(date_time_local_to_utc(bad, e2.err), u"");
         EXPECT_EQ(std::pair(e.id(), e2.id()), (std::pair<uint32_t, uint32_t>(kErrTimeZone, kErrTimeZone)));
+    }
+}
+
+// Current date and time, the smoothed hundredths and setting the clock,
+// over a clock the test drives.
+
+class FakeClock : public platform::Clock {
+  public:
+    platform::SystemTime now{2024, 2, 29, 13, 5, 42, 378, 4};
+    uint32_t tick = 1000;
+    bool refuse = false;
+    mutable int writes = 0;
+    mutable platform::SystemTime written{};
+
+    platform::SystemTime local_time() const override { return now; }
+    bool set_local_time(const platform::SystemTime& t, uint32_t* error) const override {
+        if (refuse) {
+            *error = platform::kErrorPrivilegeNotHeld;
+            return false;
+        }
+        ++writes;
+        written = t;
+        return true;
+    }
+    uint32_t tick_ms() const override { return tick; }
+};
+
+TEST(CurrentTime, PlainAndSmoothedReadings) {
+    FakeClock c;
+    Smoother s;
+    EXPECT_EQ(date_sys(c), u"20240229");
+    EXPECT_EQ(time_sys(c, false, s), u"13054237");
+    FakeClock c2;
+    c2.now.milliseconds = 0;
+    Smoother s2;
+    EXPECT_EQ(time_sys(c2, true, s2), u"13054200");
+    c2.tick += 456; // the clock still reads the same second
+    EXPECT_EQ(time_sys(c2, true, s2), u"13054245");
+    c2.tick += 1000;
+    c2.now.second = 43;
+    EXPECT_EQ(time_sys(c2, true, s2), u"13054345");
+    Smoother s3;
+    const int64_t base = 3600000;
+    EXPECT_EQ(s3.next(base, 0xFFFFFF00u), base);
+    // The tick wraps around 2^32 without a jump.
+    EXPECT_EQ(s3.next(base, 0x100u), base + 512);
+    // More than two seconds of drift: the clock's3 reading wins.
+    EXPECT_EQ(s3.next(base + 10000, 0x200u), base + 10000);
+    EXPECT_EQ(s3.next(base + 10000, 0x200u + 2000), base + 12000);
+    // Past midnight: taken again from the clock.
+    Smoother late;
+    EXPECT_EQ(late.next(86399000, 0), 86399000);
+    EXPECT_EQ(late.next(86399000, 1500), 86399000);
+}
+
+TEST(SetClock, FieldsInvalidValuesAndRefusal) {
+    FakeClock c;
+    Err e;
+    auto fields = [&] {
+        const auto& w = c.written;
+        return std::vector<int>{w.year, w.month, w.day, w.hour, w.minute, w.second, w.milliseconds};
+    };
+    EXPECT_TRUE(set_date_sys(u"20231225", c, e.err));
+    EXPECT_EQ(fields(), (std::vector<int>{2023, 12, 25, 13, 5, 42, 378}));
+    EXPECT_TRUE(set_time_sys(u"07080999", c, e.err));
+    EXPECT_EQ(fields(), (std::vector<int>{2024, 2, 29, 7, 8, 9, 99})); // hundredths written unscaled
+    EXPECT_EQ(e.rec.severity, 1);
+    FakeClock c2;
+    Err i1, i2, i3;
+    EXPECT_FALSE(set_date_sys(u"20230229", c2, i1.err));
+    EXPECT_FALSE(set_time_sys(u"2500", c2, i2.err));
+    EXPECT_FALSE(set_date_sys(u"", c2, i3.err));
+    EXPECT_EQ(std::tuple(i1.id(), i2.id(), i3.id()),
+              (std::tuple<uint32_t, uint32_t, uint32_t>(kErrFebruary29, kErrHours, kErrDateLength)));
+    EXPECT_EQ(c2.writes, 0);
+    // A refusal records the system error.
+    FakeClock c3;
+    c3.refuse = true;
+    Err r1, r2;
+    EXPECT_FALSE(set_date_sys(u"20231225", c3, r1.err));
+    EXPECT_EQ(r1.rec.severity, 2);
+    EXPECT_EQ(r1.rec.system_code, platform::kErrorPrivilegeNotHeld);
+    std::u16string msg(r1.rec.message, r1.rec.message_length);
+    EXPECT_NE(msg.find(u" (1314)"), std::u16string::npos);
+    EXPECT_FALSE(set_time_sys(u"1200", c3, r2.err));
+    EXPECT_EQ(r2.rec.system_code, platform::kErrorPrivilegeNotHeld);
+    EXPECT_EQ(c3.writes, 0);
+}
+
+// Inputs of any length and content: every function gives its documented
+// failure value or a well-formed result, never a crash or a read out of
+// bounds (worth running under the address sanitizer too).
+
+const kp_regional_settings kNoNames{};
+
+struct Gen {
+    uint64_t state = 0x9E3779B97F4A7C15ull;
+    uint32_t next() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return static_cast<uint32_t>(state);
+    }
+    std::u16string text() {
+        static const char16_t pool[] = u"0123456789JDMAYjdmayHSCLP+-/: x\xD800\xDC00\xFFFF\x00E9";
+        size_t len = next() % 4 == 0 ? next() % 300 : next() % 20;
+        std::u16string s;
+        for (size_t i = 0; i < len; ++i)
+            s.push_back(pool[next() % (sizeof(pool) / sizeof(pool[0]) - 1)]);
+        return s;
+    }
+};
+
+bool digits_only(const std::u16string& s) {
+    for (char16_t c : s)
+        if (c < u'0' || c > u'9') return false;
+    return true;
+}
+
+TEST(BadInput, RandomTextNeverBreaksAFunction) {
+    Gen g;
+    kp_regional_settings rs = kNoNames;
+    for (int i = 0; i < 20000; ++i) {
+        std::u16string a = g.text(), b = g.text();
+        kp_error_record rec{};
+        rec.severity = 1;
+        CXError err(&rec);
+        int32_t dn = date_to_integer(a, false, err);
+        EXPECT_TRUE(dn == -1 || date_valid(a));
+        int32_t t = time_to_integer(a, err);
+        EXPECT_TRUE(t == -1 || (t >= 0 && t < 8640000));
+        EXPECT_GE(date_week_number(a, err), -1);
+        int32_t wd = date_to_day(a, err);
+        EXPECT_TRUE(wd == -1 || (wd >= 1 && wd <= 7));
+        date_difference(a, b, err);
+        time_difference(a, b, err);
+        std::u16string diff = date_time_difference(a, b, err);
+        EXPECT_TRUE(diff.empty() || diff.size() == 16);
+        std::u16string ag = age(a, b);
+        EXPECT_TRUE(ag.empty() || ag.size() == 8);
+        EXPECT_TRUE(easter(a).empty() || easter(a).size() == 8);
+        std::u16string_view mask = b;
+        date_to_string(a, &mask, rs, err);
+        time_to_string(a, &mask, rs, err);
+        std::u16string d = string_to_date(a, &mask, rs);
+        EXPECT_TRUE(d.empty() || d.size() == 8);
+        string_to_date(a, &kSystemMask, rs);
+        DurationLetters letters;
+        duration_to_string(static_cast<int64_t>(g.next()) << 32 | g.next(), b, letters);
+        string_to_duration(a, b, letters);
+        string_to_duration(a, static_cast<int32_t>(g.next() % 3));
+        date_time_utc_to_local(a, err);
+        date_time_local_to_utc(a, err);
+        date_to_day_in_alpha(a, rs, err);
+        date_to_month_in_alpha(a, rs, err);
+    }
+}
+
+// The whole 32-bit range of day numbers in strides (a prime, so every
+// residue of the month and week arithmetic comes up): a date exactly from
+// 1 January of year 0 on, and a week number and names wherever there is one.
+TEST(BadInput, DayNumbersAcrossTheWholeRange) {
+    kp_error_record rec{};
+    rec.severity = 1;
+    CXError err(&rec);
+    int failures = 0;
+    for (int64_t v = INT32_MIN; v <= INT32_MAX && failures < 5; v += 4099) {
+        const auto n = static_cast<int32_t>(v);
+        const bool has_date = n >= -657413;
+        const std::u16string d = integer_to_date(n, u"", err);
+        const int32_t week = integer_week_number(n, err);
+        const std::u16string month = integer_to_month_in_alpha(n, kNoNames, err);
+        const int32_t day = integer_to_day(n);
+        if (d.empty() == has_date ||
+            (has_date && (d.size() < 8 || !digits_only(d) || week < 0 || week > 54)) ||
+            (!has_date && week != -1) || !month.empty() || day < -6 || day > 7 || day == 0) {
+            ADD_FAILURE() << n << " -> \"" << std::string(d.begin(), d.end()) << "\" week " << week;
+            ++failures;
+        }
     }
 }
 

@@ -82,7 +82,7 @@ struct Abi : ::testing::Test {
 
 } // namespace
 
-TEST_F(Abi, ValuesOfEveryKind) {
+TEST_F(Abi, ValuesTablesAndByReference) {
     // Random draws the second value of seed 1; IsNumeric takes a variant:
     // every kind of value the VM may pass.
     call("InitRandom", {n(1)});
@@ -108,11 +108,8 @@ TEST_F(Abi, ValuesOfEveryKind) {
     call("InitRandom", {}); // seeds from the clock; just returns
     fx.host->set_language(0);
     EXPECT_EQ(u"1,50 Ko", call("TailleVersChaîne", {Value::int64(1536)}).result.s);
-}
-
-// Without an index the memory currency is the source of a conversion;
-// window 4242 is unknown.
-TEST_F(Abi, CurrencyTableOfTheHost) {
+    // Without an index the memory currency is the source of a conversion;
+    // window 4242 is unknown.
     // clang-format off
     check({
         {"eExchangeRate", {n(kFRF)}, 6.55957}, {"eExchangeRate", {}, 1.0}, {"eCurrencyName", {n(20)}, u"HRK"},
@@ -131,10 +128,8 @@ TEST_F(Abi, CurrencyTableOfTheHost) {
     auto over = call("eToCurrency", {money("604462909807314587"), n(kITL)});
     EXPECT_EQ("0.000000", text(over.result));
     EXPECT_EQ(534u, over.error.system_code);
-}
-
-TEST_F(Abi, ByReferenceAndTheWindowsDifference) {
     // The rounding difference goes to the argument passed by reference.
+    kp::host::reset_currency_table(); // the franc's own rate again
     std::vector<Value> args = {money("100"), n(kFRF), n(2), Value::variable(money("99"))};
     auto out = fx.host->call("eToEuro", args);
     ASSERT_EQ(CallStatus::Ok, out.status) << out.detail;

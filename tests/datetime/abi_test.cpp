@@ -71,7 +71,7 @@ class DateTimeAbi : public ::testing::Test {
 // are tried, a valid one would move the machine's clock.  Validation is
 // silent.  The mask letters are the VM's: D for days in English, J in French.
 // Left-out parameters mean the short form.
-TEST_F(DateTimeAbi, ResultsAndFailureValues) {
+TEST_F(DateTimeAbi, ResultsFailureValuesLanguageAndToday) {
     // clang-format off
     const std::vector<Row> rows = {
         {"DateSys", {s(u"20230229")}, u"", 80127}, {"TimeSys", {s(u"126000")}, u"", 80130},
@@ -111,22 +111,16 @@ TEST_F(DateTimeAbi, ResultsAndFailureValues) {
     // Results that depend on today.
     EXPECT_EQ(text("Age", {s(u"18000101")}).size(), 8u);
     EXPECT_EQ(call("Age", {s(u"18000101")}, 1).result.s.size(), 8u);
-}
-
-TEST_F(DateTimeAbi, FrenchInterface) {
     fx.host->set_language(0);
     // clang-format off
-    const std::vector<Row> rows = {
+    const std::vector<Row> rows2 = {
         {"DateToString", {s(u"20240705"), s(u"JJJ JJ MMM AAAA")}, u"ven. 05 juil. 2024"},
         {"DateToString", {s(u"20240105"), s(u"UseSystemMask")}, u"05/01/2024"},
         {"StringToDate", {s(u"05/01/2024"), s(u"UseSystemMask")}, u"20240105"},
         {"DateToMonthInAlpha", {s(u"20240815")}, u"août"},
         {"DurationToString", {Value::int64(90061234), s(u"J j, HHhMM")}, u"1 j, 01h01"}};
     // clang-format on
-    check(rows);
-}
-
-TEST_F(DateTimeAbi, CurrentDateAndTimeAndTheZone) {
+    check(rows2);
     for (const char* name : {"DateSys", "Today"}) {
         std::u16string d = text(name, {});
         ASSERT_EQ(d.size(), 8u) << name;

@@ -1,7 +1,9 @@
 // RGB packing, the HSL model both ways, and colour names.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
+#include <tuple>
 
 #include "numeric/colour.h"
 #include "support/error_record.h"
@@ -10,15 +12,12 @@ namespace num = kp::numeric;
 
 using kp::test::Err;
 
-TEST(Rgb, PacksWithoutMaskingAndUnpacks) {
+TEST(Colour, PackingKnownColoursAndHueNear360) {
     EXPECT_EQ(0x123456, num::rgb(0x56, 0x34, 0x12));
     EXPECT_EQ(num::rgb(0, 1, 0), num::rgb(256, 0, 0));
     EXPECT_EQ(-1, num::rgb(-1, 0, 0));                      // a negative red is not masked either
     EXPECT_EQ(int32_t(0x80000000u), num::rgb(0, 0, 32768)); // wraps, no overflow trap
     EXPECT_EQ(255, num::rgb_blue(-1));
-}
-
-TEST(Hsl, KnownColours) {
     Err e;
     const int cases[][4] = {{0, 0, 100, 16777215},    {0, 0, 0, 0},
                             {0, 100, 50, 255},        {360, 100, 50, 255},
@@ -27,83 +26,65 @@ TEST(Hsl, KnownColours) {
         EXPECT_EQ(c[3], num::hsl_to_rgb(c[0], c[1], c[2], e.err)) << c[0] << "," << c[1] << "," << c[2];
     EXPECT_FALSE(e.err.failed());
 
-    num::Hsl blue = num::rgb_to_hsl(0xFF0000);
-    EXPECT_EQ(240, blue.hue);
-    EXPECT_EQ(50, blue.lightness);
-    EXPECT_EQ(100, blue.saturation);
-    num::Hsl orange = num::rgb_to_hsl(num::rgb(255, 128, 0));
-    EXPECT_EQ(30, orange.hue); // 30.1 rounds down
-    num::Hsl grey = num::rgb_to_hsl(num::rgb(128, 128, 128));
-    EXPECT_EQ(0, grey.hue);
-    EXPECT_EQ(0, grey.saturation);
-    EXPECT_EQ(50, grey.lightness);
-    // Only the three low bytes count.
-    EXPECT_EQ(240, num::rgb_to_hsl(int32_t(0xFFFF0000u)).hue);
-}
-
-TEST(Hsl, HueNear360RoundsBackToZero) {
+    // Orange's hue 30.1 rounds down; only the three low bytes count.
+    const std::pair<int32_t, std::array<int, 3>> back[] = {{0xFF0000, {240, 100, 50}},
+                                                           {num::rgb(255, 128, 0), {30, 100, 50}},
+                                                           {num::rgb(128, 128, 128), {0, 0, 50}},
+                                                           {int32_t(0xFFFF0000u), {240, 100, 50}}};
+    for (const auto& [rgb, hsl] : back) {
+        const num::Hsl h = num::rgb_to_hsl(rgb);
+        EXPECT_EQ((std::array{h.hue, h.saturation, h.lightness}), hsl) << rgb;
+    }
     // r = 255, b = 1: H = 359.76..., rounded to 360, reported as 0.
     EXPECT_EQ(0, num::rgb_to_hsl(num::rgb(255, 0, 1)).hue);
     EXPECT_EQ(359, num::rgb_to_hsl(num::rgb(255, 0, 3)).hue);
 }
 
-TEST(Hsl, ChecksHueThenSaturationThenLightness) {
-    struct Case {
-        int h, s, l;
-        uint32_t id;
-    } cases[] = {
-        {361, 50, 50, 80202}, {-1, 50, 50, 80202},  {361, 101, 101, 80202}, {10, 101, 101, 80204},
-        {10, -1, 50, 80204},  {10, 50, 101, 80203}, {10, 50, -5, 80203},
-    };
+TEST(Hsl, ErrorsAndRoundTrips) {
+    // clang-format off
+    struct Case { int h, s, l; uint32_t id; } cases[] = {
+        {361, 50, 50, 80202}, {-1, 50, 50, 80202}, {361, 101, 101, 80202}, {10, 101, 101, 80204},
+        {10, -1, 50, 80204}, {10, 50, 101, 80203}, {10, 50, -5, 80203}};
+    // clang-format on
     for (const Case& c : cases) {
         Err e;
         EXPECT_EQ(0, num::hsl_to_rgb(c.h, c.s, c.l, e.err));
         EXPECT_EQ(c.id, e.err.id()) << c.h << "," << c.s << "," << c.l;
         EXPECT_EQ(2, e.err.severity());
     }
-}
-
-// Whole cube sampled every 5 levels (52^3 colours): RGB -> HSL -> RGB stays
-// within the quantisation of whole degrees and percents.
-TEST(Hsl, RoundTripOverTheColourCube) {
+    // Whole cube sampled every 5 levels (52^3 colours): RGB -> HSL -> RGB stays
+    // within the quantisation of whole degrees and percents.
     int worst = 0;
     for (int r = 0; r <= 255; r += 5)
         for (int g = 0; g <= 255; g += 5)
             for (int b = 0; b <= 255; b += 5) {
                 int32_t c = num::rgb(r, g, b);
                 num::Hsl h = num::rgb_to_hsl(c);
-                ASSERT_GE(h.hue, 0);
-                ASSERT_LE(h.hue, 359);
-                ASSERT_GE(h.saturation, 0);
-                ASSERT_LE(h.saturation, 100);
-                ASSERT_GE(h.lightness, 0);
-                ASSERT_LE(h.lightness, 100);
-                Err e;
-                int32_t back = num::hsl_to_rgb(h.hue, h.saturation, h.lightness, e.err);
-                ASSERT_FALSE(e.err.failed());
+                ASSERT_TRUE(h.hue >= 0 && h.hue <= 359 && h.saturation >= 0 && h.saturation <= 100 &&
+                            h.lightness >= 0 && h.lightness <= 100);
+                Err e2;
+                int32_t back = num::hsl_to_rgb(h.hue, h.saturation, h.lightness, e2.err);
+                ASSERT_FALSE(e2.err.failed());
                 int d = std::max({std::abs(num::rgb_red(back) - r), std::abs(num::rgb_green(back) - g),
                                   std::abs(num::rgb_blue(back) - b)});
                 worst = std::max(worst, d);
                 ASSERT_LE(d, 5) << r << "," << g << "," << b;
             }
     EXPECT_GE(worst, 1); // the truncations do show
-}
-
-TEST(Hsl, RoundTripFromHslKeepsTheTriple) {
     for (int h = 0; h <= 360; h += 5)
         for (int s = 30; s <= 100; s += 10)
             for (int l = 30; l <= 70; l += 10) {
-                Err e;
-                num::Hsl back = num::rgb_to_hsl(num::hsl_to_rgb(h, s, l, e.err));
-                int dh = std::abs(back.hue - h);
+                Err e3;
+                num::Hsl back3 = num::rgb_to_hsl(num::hsl_to_rgb(h, s, l, e3.err));
+                int dh = std::abs(back3.hue - h);
                 dh = std::min(dh, 360 - dh);
                 ASSERT_LE(dh, 1) << h << "," << s << "," << l;
-                ASSERT_LE(std::abs(back.saturation - s), 1) << h << "," << s << "," << l;
-                ASSERT_EQ(back.lightness, l) << h << "," << s << "," << l;
+                ASSERT_LE(std::abs(back3.saturation - s), 1) << h << "," << s << "," << l;
+                ASSERT_EQ(back3.lightness, l) << h << "," << s << "," << l;
             }
 }
 
-TEST(ColourNames, NamesInBothLanguagesWithoutCase) {
+TEST(ColourNames, NamesHexadecimalAndMaskColours) {
     const std::pair<const char16_t*, uint32_t> known[] = {
         {u"Rouge", 255},      {u"RED", 255},        {u"vert", 65280},  {u"Green", 65280},
         {u"bLeU", 0xFF0000},  {u"Blue", 0xFF0000},  {u"Noir", 0},      {u"black", 0},
@@ -113,35 +94,24 @@ TEST(ColourNames, NamesInBothLanguagesWithoutCase) {
         EXPECT_EQ(colour, num::colour_from_name(name));
     for (const char16_t* unknown : {u"", u"Redd", u"Re", u"purple", u"R\u00e9d", u"rouge "})
         EXPECT_EQ(num::kNoColour, num::colour_from_name(unknown));
-}
-
-TEST(ColourNames, HexadecimalIsRedGreenBlue) {
-    EXPECT_EQ(33023u, num::colour_from_name(u"#FF8000"));
-    EXPECT_EQ(0x0000FFu, num::colour_from_name(u"#ff0000"));
-    EXPECT_EQ(0x563412u, num::colour_from_name(u"#123456 trailing"));
-    EXPECT_EQ(0u, num::colour_from_name(u"#"));
-    EXPECT_EQ(0u, num::colour_from_name(u"#zz"));
-    EXPECT_EQ(0x800F00u, num::colour_from_name(u"#F80")); // read as the number 0xF80
-    // Long digit runs keep their last digits; no overflow.
-    EXPECT_EQ(0x563412u, num::colour_from_name(u"#FFFFFFFFFFFF123456"));
-}
-
-TEST(ColourNames, MaskColourIsTakenOut) {
-    std::u16string mask = u"[Red]#,##0.00";
-    EXPECT_EQ(255u, num::take_mask_colour(mask));
-    EXPECT_EQ(u"#,##0.00", mask);
-
-    mask = u"0.00[#0000FF] [Blue]";
-    EXPECT_EQ(0xFF0000u, num::take_mask_colour(mask));
-    EXPECT_EQ(u"0.00 [Blue]", mask);
-
-    mask = u"[Mauve]0";
-    EXPECT_EQ(num::kNoColour, num::take_mask_colour(mask));
-    EXPECT_EQ(u"0", mask); // an unknown name is still taken out
-
-    for (std::u16string plain : {u"#,##0", u"[Red", u"Red]", u""}) {
-        std::u16string copy = plain;
-        EXPECT_EQ(num::kNoColour, num::take_mask_colour(copy));
-        EXPECT_EQ(plain, copy);
+    // "#F80" reads as the number 0xF80; long digit runs keep their last
+    // digits, without overflow.
+    const std::pair<const char16_t*, uint32_t> cases[] = {
+        {u"#FF8000", 33023u}, {u"#ff0000", 0x0000FFu}, {u"#123456 trailing", 0x563412u},   {u"#", 0u},
+        {u"#zz", 0u},         {u"#F80", 0x800F00u},    {u"#FFFFFFFFFFFF123456", 0x563412u}};
+    for (const auto& [name, colour] : cases)
+        EXPECT_EQ(colour, num::colour_from_name(name)) << colour;
+    // An unknown name is still taken out; only the first bracket goes.
+    const std::tuple<std::u16string, uint32_t, std::u16string> masks[] = {
+        {u"[Red]#,##0.00", 255u, u"#,##0.00"},
+        {u"0.00[#0000FF] [Blue]", 0xFF0000u, u"0.00 [Blue]"},
+        {u"[Mauve]0", num::kNoColour, u"0"},
+        {u"#,##0", num::kNoColour, u"#,##0"},
+        {u"[Red", num::kNoColour, u"[Red"},
+        {u"Red]", num::kNoColour, u"Red]"},
+        {u"", num::kNoColour, u""}};
+    for (auto [mask, colour, rest] : masks) {
+        EXPECT_EQ(colour, num::take_mask_colour(mask));
+        EXPECT_EQ(rest, mask);
     }
 }

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
+#include <tuple>
 
 #include "numeric/currency.h"
 #include "support/error_record.h"
@@ -21,14 +23,11 @@ struct Table {
     kp_currency_table t{};
     Table() {
         std::memset(&t, 0, sizeof t);
-        const struct {
-            const char16_t* name;
-            int32_t rate;
-        } rows[] = {{u"EUR", 1000000},
-                    {u"FRF", 6559570},
-                    {u"ITL", 1936270000},
-                    {u"IEP", 787564},
-                    {u"PTE", 200482000}};
+        // clang-format off
+        const struct { const char16_t* name; int32_t rate; } rows[] = {
+            {u"EUR", 1000000}, {u"FRF", 6559570}, {u"ITL", 1936270000}, {u"IEP", 787564},
+            {u"PTE", 200482000}};
+        // clang-format on
         for (const auto& r : rows) {
             t.rates[t.count] = r.rate;
             std::memcpy(t.names[t.count], r.name, std::char_traits<char16_t>::length(r.name) * 2);
@@ -79,23 +78,12 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
     num::init_currency(t, 0, u"EUR", m("1"), ok.err);
     EXPECT_FALSE(ok.err.failed());
 
-    struct Case {
-        int32_t index;
-        const char* rate;
-        uint32_t id;
-    } cases[] = {
-        {0, "1.000001", 80191},
-        {0, "2", 80191},
-        {5, "1", 80191},
-        {-1, "1", 80191},
-        {0xFFFF, "1", 80191},
-        {kFRF, "2148", 80192},
-        {kFRF, "2147.483648", 80192},
-        {kFRF, "2147.999999", 80192},
-        {kFRF, "0", 80192},
-        {kFRF, "-5", 80192},
-        {kFRF, "100000000000", 80192},
-    };
+    // clang-format off
+    struct Case { int32_t index; const char* rate; uint32_t id; } cases[] = {
+        {0, "1.000001", 80191}, {0, "2", 80191}, {5, "1", 80191}, {-1, "1", 80191}, {0xFFFF, "1", 80191},
+        {kFRF, "2148", 80192}, {kFRF, "2147.483648", 80192}, {kFRF, "2147.999999", 80192}, {kFRF, "0", 80192},
+        {kFRF, "-5", 80192}, {kFRF, "100000000000", 80192}};
+    // clang-format on
     const Table pristine;
     for (const Case& c : cases) {
         Table fresh;
@@ -113,7 +101,7 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
     EXPECT_EQ(80190u, none.err.id());
 }
 
-TEST(CurrencyRate, RealRateNameAndFailures) {
+TEST(CurrencyRate, RealRateNameDefaultsAndFailures) {
     Table t;
     Err e;
     EXPECT_DOUBLE_EQ(6.55957, num::exchange_rate(t, kFRF, e.err));
@@ -130,29 +118,25 @@ TEST(CurrencyRate, RealRateNameAndFailures) {
         EXPECT_EQ(u"", num::currency_name(t, index, name.err));
         EXPECT_EQ(80191u, name.err.id());
     }
-}
-
-TEST(CurrencyDefaults, ReturnPreviousAndIgnoreBadIndexes) {
-    Table t;
-    Err e;
-    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::Memory, kFRF, e.err));
-    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, std::nullopt, e.err));
-    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, -1, e.err));
-    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, 5, e.err));
-    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, 0xFFFF, e.err));
-    EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, kPTE, e.err));
-    EXPECT_EQ(kPTE, t->default_memory);
-    EXPECT_EQ(0, t->default_view); // the other default is left alone
-    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::View, kIEP, e.err));
-    EXPECT_EQ(u"IEP", num::currency_name(t, 0xFFFF, e.err)); // names follow the display default
-    EXPECT_FALSE(e.err.failed());
-    Err none;
-    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none.err));
-    EXPECT_EQ(80190u, none.err.id());
+    Table t2;
+    Err e2;
+    EXPECT_EQ(0, num::default_currency(t2, num::DefaultOf::Memory, kFRF, e2.err));
+    for (std::optional<int32_t> ignored : {std::optional<int32_t>(), std::optional(-1), std::optional(5),
+                                           std::optional(0xFFFF), std::optional(kPTE)})
+        EXPECT_EQ(kFRF,
+                  num::default_currency(t2, num::DefaultOf::Memory, ignored, e2.err)); // kPTE is set last
+    EXPECT_EQ(kPTE, t2->default_memory);
+    EXPECT_EQ(0, t2->default_view); // the other default is left alone
+    EXPECT_EQ(0, num::default_currency(t2, num::DefaultOf::View, kIEP, e2.err));
+    EXPECT_EQ(u"IEP", num::currency_name(t2, 0xFFFF, e2.err)); // names follow the display default
+    EXPECT_FALSE(e2.err.failed());
+    Err none2;
+    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none2.err));
+    EXPECT_EQ(80190u, none2.err.id());
 }
 
 // Expected values from exact decimal arithmetic, truncated at the sixth decimal.
-TEST(CurrencyConversion, ExactToTheMillionth) {
+TEST(CurrencyConversion, ExactChangeAndRounding) {
     Table t;
     Err e;
     auto euro = [&](const char* v, int32_t i) {
@@ -161,59 +145,51 @@ TEST(CurrencyConversion, ExactToTheMillionth) {
     auto cur = [&](const char* v, int32_t i) {
         return num::to_currency(t, m(v), i, 6, nullptr, e.err).to_text();
     };
-    EXPECT_EQ("15.244901", euro("100", kFRF));
-    EXPECT_EQ("-38.188478", euro("-250.5", kFRF));
-    EXPECT_EQ("152449017237.410378", euro("999999999999.999999", kFRF));
-    EXPECT_EQ("0.000516", euro("1", kITL));
-    EXPECT_EQ("156757.786049", euro("123456.789012", kIEP));
-    EXPECT_EQ("655.957000", cur("100", kFRF));
-    EXPECT_EQ("1936269999999999.998063", cur("999999999999.999999", kITL));
-    EXPECT_EQ("-197.284782", cur("-250.5", kIEP));
-    EXPECT_EQ("24750863.974703", cur("123456.789012", kPTE));
     // The euro's own rate copies the value.
-    EXPECT_EQ("0.000001", euro("0.000001", 0));
+    // clang-format off
+    const std::tuple<const char*, int32_t, const char*> to_euro[] = {
+        {"100", kFRF, "15.244901"}, {"-250.5", kFRF, "-38.188478"},
+        {"999999999999.999999", kFRF, "152449017237.410378"}, {"1", kITL, "0.000516"},
+        {"123456.789012", kIEP, "156757.786049"}, {"0.000001", 0, "0.000001"}};
+    const std::tuple<const char*, int32_t, const char*> to_currency[] = {
+        {"100", kFRF, "655.957000"}, {"999999999999.999999", kITL, "1936269999999999.998063"},
+        {"-250.5", kIEP, "-197.284782"}, {"123456.789012", kPTE, "24750863.974703"}};
+    // clang-format on
+    for (const auto& [v, i, expected] : to_euro)
+        EXPECT_EQ(expected, euro(v, i));
+    for (const auto& [v, i, expected] : to_currency)
+        EXPECT_EQ(expected, cur(v, i));
     EXPECT_FALSE(e.err.failed());
-}
-
-TEST(CurrencyConversion, ChangeGoesThroughTheEuroAndDefaults) {
-    Table t;
-    Err e;
+    Table t2;
+    Err e2;
     // 100 FRF -> 15.244901 EUR -> 12.006335 IEP (truncated at each step).
-    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), kFRF, kIEP, 6, nullptr, e.err).to_text());
+    EXPECT_EQ("12.006335", num::change_currency(t2, m("100"), kFRF, kIEP, 6, nullptr, e2.err).to_text());
     // Equal indexes copy the value: no round trip through the euro.
     EXPECT_EQ("100.000001",
-              num::change_currency(t, m("100.000001"), kITL, kITL, 6, nullptr, e.err).to_text());
+              num::change_currency(t2, m("100.000001"), kITL, kITL, 6, nullptr, e2.err).to_text());
     // The source of a conversion is the memory currency, the target the display one.
-    t->default_memory = kFRF;
-    t->default_view = kIEP;
-    EXPECT_EQ("15.244901", num::to_euro(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
-    EXPECT_EQ("78.756400", num::to_currency(t, m("100"), 0xFFFF, 6, nullptr, e.err).to_text());
-    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e.err).to_text());
-    t->default_memory = kITL;
+    t2->default_memory = kFRF;
+    t2->default_view = kIEP;
+    EXPECT_EQ("15.244901", num::to_euro(t2, m("100"), 0xFFFF, 6, nullptr, e2.err).to_text());
+    EXPECT_EQ("78.756400", num::to_currency(t2, m("100"), 0xFFFF, 6, nullptr, e2.err).to_text());
+    EXPECT_EQ("12.006335", num::change_currency(t2, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e2.err).to_text());
+    t2->default_memory = kITL;
     EXPECT_EQ("100.000001",
-              num::change_currency(t, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e.err).to_text());
-    EXPECT_FALSE(e.err.failed());
-}
-
-TEST(CurrencyConversion, RoundingAndItsDifference) {
-    Table t;
-    Err e;
+              num::change_currency(t2, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e2.err).to_text());
+    EXPECT_FALSE(e2.err.failed());
+    Table t3;
+    Err e3;
     Money diff = m("99");
-    Money r = num::to_euro(t, m("100"), kFRF, 2, &diff, e.err);
-    EXPECT_EQ("15.240000", r.to_text());
-    EXPECT_EQ("0.004901", diff.to_text());
-    r = num::to_euro(t, m("-100"), kFRF, 2, &diff, e.err);
-    EXPECT_EQ("-15.240000", r.to_text());
-    EXPECT_EQ("-0.004901", diff.to_text());
-    r = num::to_currency(t, m("2.5"), 0, 0, &diff, e.err);
-    EXPECT_EQ("3.000000", r.to_text());
-    EXPECT_EQ("-0.500000", diff.to_text());
-    r = num::change_currency(t, m("1.005"), 0, 0, 2, &diff, e.err);
-    EXPECT_EQ("1.010000", r.to_text());
-    EXPECT_EQ("-0.005000", diff.to_text());
-    r = num::to_euro(t, m("100"), kFRF, 6, &diff, e.err);
+    auto rounded = [&](Money r) { return std::pair(r.to_text(), diff.to_text()); };
+    using P = std::pair<std::string, std::string>;
+    EXPECT_EQ(rounded(num::to_euro(t3, m("100"), kFRF, 2, &diff, e3.err)), P("15.240000", "0.004901"));
+    EXPECT_EQ(rounded(num::to_euro(t3, m("-100"), kFRF, 2, &diff, e3.err)), P("-15.240000", "-0.004901"));
+    EXPECT_EQ(rounded(num::to_currency(t3, m("2.5"), 0, 0, &diff, e3.err)), P("3.000000", "-0.500000"));
+    EXPECT_EQ(rounded(num::change_currency(t3, m("1.005"), 0, 0, 2, &diff, e3.err)),
+              P("1.010000", "-0.005000"));
+    num::to_euro(t3, m("100"), kFRF, 6, &diff, e3.err);
     EXPECT_TRUE(diff.is_zero());
-    EXPECT_FALSE(e.err.failed());
+    EXPECT_FALSE(e3.err.failed());
 }
 
 TEST(CurrencyConversion, FailuresGiveZero) {
@@ -234,12 +210,11 @@ TEST(CurrencyConversion, FailuresGiveZero) {
 
     // Overflow: the largest value in lire does not fit.
     const Money big = *Money::from_millionths(Money::kMax);
-    Err over;
+    Err over, over2;
     EXPECT_TRUE(num::to_currency(t, big, kITL, 6, &diff, over.err).is_zero());
+    EXPECT_TRUE(num::to_euro(t, big, kIEP, 6, nullptr, over2.err).is_zero());
     EXPECT_EQ(534u, over.err.system_code());
     EXPECT_EQ(2, over.err.severity());
-    Err over2;
-    EXPECT_TRUE(num::to_euro(t, big, kIEP, 6, nullptr, over2.err).is_zero());
     EXPECT_EQ(534u, over2.err.system_code());
     // A zero rate stored in the table by its owner cannot divide.
     t->rates[kFRF] = 0;

@@ -15,6 +15,7 @@
 
 #include "component/error.h"
 #include "numeric/format.h"
+#include "support/error_record.h"
 #include "support/test_host.h"
 
 using kp::numeric::Money;
@@ -22,11 +23,7 @@ using kp::numeric::NumberValue;
 
 namespace {
 
-struct Rec {
-    kp_error_record rec{};
-    kp::CXError e{&rec};
-    Rec() { rec.severity = KP_SEVERITY_NONE; }
-};
+using kp::test::Err;
 
 std::u16string u16(const std::string& s) {
     return std::u16string(s.begin(), s.end());
@@ -39,8 +36,8 @@ std::string narrow(const std::u16string& s) {
 }
 
 std::string run(const NumberValue& v, const std::string& format, uint32_t* id = nullptr) {
-    Rec r;
-    std::string out = narrow(kp::numeric::num_to_string(v, u16(format), r.e));
+    Err r;
+    std::string out = narrow(kp::numeric::num_to_string(v, u16(format), r.err));
     if (id) *id = r.rec.id;
     return out;
 }
@@ -64,6 +61,17 @@ std::string flags_text(const Flags& f) {
     return s;
 }
 
+// An integer of any magnitude and sign; a real of 53 random bits scaled by
+// 2^-offset to 2^(span - offset), of either sign.
+int64_t any_int64(std::mt19937_64& rng) {
+    uint64_t u = rng() >> (rng() % 64);
+    return static_cast<int64_t>((rng() & 1) ? 0 - u : u);
+}
+double any_real(std::mt19937_64& rng, int span, int offset) {
+    return std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % span) - offset) *
+           ((rng() & 1) ? -1 : 1);
+}
+
 } // namespace
 
 TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
@@ -80,28 +88,15 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
         if (precision >= 0) conversion += "." + std::to_string(precision);
         const bool integer_type = type == 'd' || type == 'u' || type == 'x' || type == 'X' || type == 'o';
         // The value: a 4-byte or 8-byte integer or a real of any magnitude.
-        NumberValue v;
-        const int kind = static_cast<int>(rng() % 3);
-        if (kind == 0) {
-            v = NumberValue::int32(static_cast<int32_t>(rng()));
-        } else if (kind == 1) {
-            uint64_t u = rng() >> (rng() % 64);
-            if (rng() & 1) u = 0 - u;
-            v = NumberValue::int64(static_cast<int64_t>(u));
-        } else {
-            const int pick = static_cast<int>(rng() % 20);
-            double d;
-            if (pick == 0)
-                d = std::numeric_limits<double>::infinity() * ((rng() & 1) ? -1 : 1);
-            else if (pick == 1)
-                d = std::nan("");
-            else if (pick == 2)
-                d = static_cast<double>(rng() % 2000) / 8 - 125; // halves and eighths: rounding ties
-            else
-                d = std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 200) - 150) *
-                    ((rng() & 1) ? -1 : 1);
-            v = NumberValue::real(d);
-        }
+        // Reals: infinities, NaN, halves and eighths (rounding ties), any magnitude.
+        const int kind = static_cast<int>(rng() % 3), pick = static_cast<int>(rng() % 20);
+        const double d = pick == 0   ? std::numeric_limits<double>::infinity() * ((rng() & 1) ? -1 : 1)
+                         : pick == 1 ? std::nan("")
+                         : pick == 2 ? static_cast<double>(rng() % 2000) / 8 - 125
+                                     : any_real(rng, 200, 150);
+        const NumberValue v = kind == 0   ? NumberValue::int32(static_cast<int32_t>(rng()))
+                              : kind == 1 ? NumberValue::int64(any_int64(rng))
+                                          : NumberValue::real(d);
         const std::string prefix = "<", suffix = "> 100%% sure";
         const std::string format = prefix + "%" + conversion + type + suffix;
         char expect[8192];
@@ -167,15 +162,11 @@ TEST(NumToString, GroupingAgreesWithPython) {
                      (fl.zero && !fl.left ? "0" : "") + (width ? std::to_string(width) : "") + "," +
                      (precision >= 0 ? "." + std::to_string(precision) : "") + type;
         if (type == 'd') {
-            uint64_t u = rng() >> (rng() % 64);
-            if (rng() & 1) u = 0 - u;
-            const int64_t i = static_cast<int64_t>(u);
+            const int64_t i = any_int64(rng);
             c.v = NumberValue::int64(i);
             c.pyvalue = std::to_string(i);
         } else {
-            const double d =
-                std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 120) - 70) *
-                ((rng() & 1) ? -1 : 1);
+            const double d = any_real(rng, 120, 70);
             c.v = NumberValue::real(d);
             char hex[64];
             std::snprintf(hex, sizeof hex, "%a", d);
@@ -202,53 +193,30 @@ TEST(NumToString, GroupingAgreesWithPython) {
     }
 }
 
-TEST(NumToString, CurrencyDigitForDigit) {
-    struct Case {
-        const char *value, *format, *expect;
-    };
+// Exact digits, never through a real (0.1 + 0.2 is not 0.30000000000000004
+// here); half away from zero; exponent and shortest forms; flags, width,
+// grouping, text around; the integer part for the integer conversions;
+// without a conversion the exact value without trailing zeros.
+TEST(NumToString, CurrencyDigitsAndDefaultText) {
+    // clang-format off
+    struct Case { const char *value, *format, *expect; };
     const Case cases[] = {
-        // Exact digits, never through a real (0.1 + 0.2 is not 0.30000000000000004 here).
-        {"0.3", "%.20f", "0.30000000000000000000"},
-        {"123456789012.345678", "%f", "123456789012.345678"},
-        {"123456789012.345678", "%.3f", "123456789012.346"},
-        {"604462909807.314587", "%.0f", "604462909807"},
-        {"-604462909807.314588", "%.6f", "-604462909807.314588"},
-        // Half away from zero.
-        {"2.5", "%.0f", "3"},
-        {"-2.5", "%.0f", "-3"},
-        {"0.125", "%.2f", "0.13"},
-        {"-0.004", "%.2f", "-0.00"},
-        {"9.999999", "%.5f", "10.00000"},
-        // Exponent and shortest forms.
-        {"123456789012.345678", "%e", "1.234568e+11"},
-        {"123456789012.345678", "%.17E", "1.23456789012345678E+11"},
-        {"0.000001", "%e", "1.000000e-06"},
-        {"999999.9999995", "%.3e", "1.000e+06"},
-        {"0", "%e", "0.000000e+00"},
-        {"0", "%g", "0"},
-        {"100000", "%g", "100000"},
-        {"1000000", "%g", "1e+06"},
-        {"0.0001", "%g", "0.0001"},
-        {"0.00001", "%G", "1E-05"},
-        {"1234.5", "%.2g", "1.2e+03"},
-        {"2.5", "%.1g", "3"},
-        {"123456789012.345678", "%.18g", "123456789012.345678"},
-        // Flags, width, grouping, text around.
-        {"-1234567.891", "%,.2f", "-1,234,567.89"},
-        {"1234.5", "%+012.2f", "+00001234.50"},
-        {"1234.5", "%0,12.2f", "0,001,234.50"},
-        {"1234.5", "%-10.1f|", "1234.5    |"},
-        {"1234.5", "% .1f", " 1234.5"},
-        {"1234.5", "Total: %.2f EUR", "Total: 1234.50 EUR"},
-        // Integer conversions: the integer part.
-        {"-1234.99", "%d", "-1234"},
-        {"255.9", "%x", "ff"},
-        {"-1", "%u", "18446744073709551615"},
-        // No conversion: the exact value without trailing zeros.
-        {"-2.500000", "", "-2.5"},
-        {"3", "abc %% def", "3"},
-        {"0.000001", "", "0.000001"},
-    };
+        {"0.3", "%.20f", "0.30000000000000000000"}, {"123456789012.345678", "%f", "123456789012.345678"},
+        {"123456789012.345678", "%.3f", "123456789012.346"}, {"604462909807.314587", "%.0f", "604462909807"},
+        {"-604462909807.314588", "%.6f", "-604462909807.314588"}, {"2.5", "%.0f", "3"},
+        {"-2.5", "%.0f", "-3"}, {"0.125", "%.2f", "0.13"}, {"-0.004", "%.2f", "-0.00"},
+        {"9.999999", "%.5f", "10.00000"}, {"123456789012.345678", "%e", "1.234568e+11"},
+        {"123456789012.345678", "%.17E", "1.23456789012345678E+11"}, {"0.000001", "%e", "1.000000e-06"},
+        {"999999.9999995", "%.3e", "1.000e+06"}, {"0", "%e", "0.000000e+00"}, {"0", "%g", "0"},
+        {"100000", "%g", "100000"}, {"1000000", "%g", "1e+06"}, {"0.0001", "%g", "0.0001"},
+        {"0.00001", "%G", "1E-05"}, {"1234.5", "%.2g", "1.2e+03"}, {"2.5", "%.1g", "3"},
+        {"123456789012.345678", "%.18g", "123456789012.345678"}, {"-1234567.891", "%,.2f", "-1,234,567.89"},
+        {"1234.5", "%+012.2f", "+00001234.50"}, {"1234.5", "%0,12.2f", "0,001,234.50"},
+        {"1234.5", "%-10.1f|", "1234.5    |"}, {"1234.5", "% .1f", " 1234.5"},
+        {"1234.5", "Total: %.2f EUR", "Total: 1234.50 EUR"}, {"-1234.99", "%d", "-1234"},
+        {"255.9", "%x", "ff"}, {"-1", "%u", "18446744073709551615"}, {"-2.500000", "", "-2.5"},
+        {"3", "abc %% def", "3"}, {"0.000001", "", "0.000001"}};
+    // clang-format on
     for (const Case& c : cases)
         EXPECT_EQ(c.expect, run(money(c.value), c.format)) << c.value << " " << c.format;
     // The ends of the 80-bit range.
@@ -258,88 +226,46 @@ TEST(NumToString, CurrencyDigitForDigit) {
     EXPECT_EQ("-604462909807314587.353088", run(NumberValue::currency(min), "%f"));
     EXPECT_EQ("-604,462,909,807,314,587", run(NumberValue::currency(min), "%,.0f"));
     EXPECT_EQ("6.0446290980731458735309e+17", run(NumberValue::currency(max), "%.22e"));
-}
-
-TEST(NumToString, DefaultTextAndSmallCases) {
-    struct Case {
-        NumberValue v;
-        const char *format, *expect;
-    };
-    const Case cases[] = {
-        {NumberValue::real(0.1), "", "0.1"},
-        {NumberValue::real(1e20), "", "1e+20"},
+    // The first bracketed colour name leaves the mask, known or not.
+    // clang-format off
+    struct Case2 { NumberValue v; const char *format, *expect; };
+    const Case2 defaults[] = {
+        {NumberValue::real(0.1), "", "0.1"}, {NumberValue::real(1e20), "", "1e+20"},
         {NumberValue::real(-0.0), "", "-0"},
         {NumberValue::real(std::numeric_limits<double>::infinity()), "", "inf"},
         {NumberValue::int32(-2147483647 - 1), "", "-2147483648"},
         {NumberValue::int64(INT64_MIN), "", "-9223372036854775808"},
-        {NumberValue::int32(-1), "%x", "ffffffff"},
-        {NumberValue::int64(-1), "%x", "ffffffffffffffff"},
-        {NumberValue::real(-2.9), "%d", "-2"},
-        {NumberValue::real(2.9), "%05d", "00002"},
-        {NumberValue::int32(1234), "%0,8d", "0,001,234"},
-        {NumberValue::int32(1234), "%0,6d", "01,234"},
-        {NumberValue::int32(-1234), "%0,7d", "-01,234"},
-        {NumberValue::int32(1234567), "%,d", "1,234,567"},
-        {NumberValue::int32(123), "%,d", "123"},
-        {NumberValue::int32(1234), "%,.6d", "001,234"},
-        {NumberValue::real(std::nan("")), "%0,10f", "       nan"},
-        {NumberValue::int32(5), "%%%d%%", "%5%"},
+        {NumberValue::int32(-1), "%x", "ffffffff"}, {NumberValue::int64(-1), "%x", "ffffffffffffffff"},
+        {NumberValue::real(-2.9), "%d", "-2"}, {NumberValue::real(2.9), "%05d", "00002"},
+        {NumberValue::int32(1234), "%0,8d", "0,001,234"}, {NumberValue::int32(1234), "%0,6d", "01,234"},
+        {NumberValue::int32(-1234), "%0,7d", "-01,234"}, {NumberValue::int32(1234567), "%,d", "1,234,567"},
+        {NumberValue::int32(123), "%,d", "123"}, {NumberValue::int32(1234), "%,.6d", "001,234"},
+        {NumberValue::real(std::nan("")), "%0,10f", "       nan"}, {NumberValue::int32(5), "%%%d%%", "%5%"},
         {NumberValue::int32(5), "\xc3\xa9%d", "??5"}, // text outside ASCII is kept (shown as ? here)
-        // The first bracketed colour name leaves the mask, known or not.
         {NumberValue::real(-1234.5), "[Red]%.2f", "-1234.50"},
         {NumberValue::int32(7), "%d [Vert] [Bleu]", "7  [Bleu]"},
-        {NumberValue::int32(7), "[#FF8000]%03d[", "007["},
-        {NumberValue::int32(7), "[nothing known]%d", "7"},
-        {NumberValue::int32(7), "[%d]", "7"},
-        {NumberValue::int32(7), "[%d", "[7"},
-    };
-    for (const Case& c : cases)
+        {NumberValue::int32(7), "[#FF8000]%03d[", "007["}, {NumberValue::int32(7), "[nothing known]%d", "7"},
+        {NumberValue::int32(7), "[%d]", "7"}, {NumberValue::int32(7), "[%d", "[7"}};
+    // clang-format on
+    for (const Case2& c : defaults)
         EXPECT_EQ(c.expect, run(c.v, c.format)) << c.format;
 }
 
 TEST(NumToString, WrongFormatsAreRefusedWithTheirPosition) {
-    struct Case {
-        std::string format;
-        std::size_t position;
-    };
+    // clang-format off
+    struct Case { std::string format; std::size_t position; };
     std::vector<Case> cases = {
-        {"%n", 2},
-        {"%i", 2},
-        {"%s", 2},
-        {"%c", 2},
-        {"%p", 2},
-        {"%a", 2},
-        {"%A", 2},
-        {"%F", 2},
-        {"%ld", 2},
-        {"%lld", 2},
-        {"%hd", 2},
-        {"%I64d", 2},
-        {"%*d", 2},
-        {"%.*f", 3},
-        {"%#x", 2},
-        {"%'d", 2},
-        {"%", 1},
-        {"abc%", 4},
-        {"%5", 1},
-        {"%-", 1},
-        {"%d%d", 3},
-        {"%f and %e", 8},
-        {"%,x", 3},
-        {"%,o", 3},
-        {"%1$d", 3},
-        {"%2147483648d", 5},
-        {"%.2147483648f", 6},
-        {"%2001d", 5},
-        {"%.2001f", 6},
-        {"%q", 2},
-        {"%\xc3\xa9", 2},
-    };
+        {"%n", 2}, {"%i", 2}, {"%s", 2}, {"%c", 2}, {"%p", 2}, {"%a", 2}, {"%A", 2}, {"%F", 2}, {"%ld", 2},
+        {"%lld", 2}, {"%hd", 2}, {"%I64d", 2}, {"%*d", 2}, {"%.*f", 3}, {"%#x", 2}, {"%'d", 2}, {"%", 1},
+        {"abc%", 4}, {"%5", 1}, {"%-", 1}, {"%d%d", 3}, {"%f and %e", 8}, {"%,x", 3}, {"%,o", 3}, {"%1$d", 3},
+        {"%2147483648d", 5}, {"%.2147483648f", 6}, {"%2001d", 5}, {"%.2001f", 6}, {"%q", 2},
+        {"%\xc3\xa9", 2}};
+    // clang-format on
     for (const Case& c : cases) {
-        Rec r;
+        Err r;
         std::u16string f = u16(c.format);
         if (c.format == "%\xc3\xa9") f = u"%\u00e9";
-        EXPECT_EQ(u"", kp::numeric::num_to_string(NumberValue::int32(5), f, r.e)) << c.format;
+        EXPECT_EQ(u"", kp::numeric::num_to_string(NumberValue::int32(5), f, r.err)) << c.format;
         EXPECT_EQ(80001u, r.rec.id) << c.format;
         EXPECT_EQ(KP_SEVERITY_ERROR, r.rec.severity);
         kp::numeric::NumberFormat nf;
@@ -367,15 +293,12 @@ TEST(NumToString, WrongFormatsAreRefusedWithTheirPosition) {
 TEST(MinMax, LeastAndGreatestOfTheGivenValues) {
     const double nan = std::nan("");
     const double inf = std::numeric_limits<double>::infinity();
-    struct Case {
-        std::vector<double> v;
-        double min, max;
-    };
+    // clang-format off
+    struct Case { std::vector<double> v; double min, max; };
     const std::vector<Case> cases = {
-        {{1, 2}, 1, 2},      {{3, -1, 7, 7, 0.5, -8, 2, 9, 4, 1}, -8, 9},
-        {{nan, 2, 1}, 1, 2}, {{-inf, inf}, -inf, inf},
-        {{5}, 5, 5},         {{}, 0, 0},
-    };
+        {{1, 2}, 1, 2}, {{3, -1, 7, 7, 0.5, -8, 2, 9, 4, 1}, -8, 9}, {{nan, 2, 1}, 1, 2},
+        {{-inf, inf}, -inf, inf}, {{5}, 5, 5}, {{}, 0, 0}};
+    // clang-format on
     for (const Case& c : cases) {
         EXPECT_EQ(c.min, kp::numeric::min_of(c.v));
         EXPECT_EQ(c.max, kp::numeric::max_of(c.v));
@@ -386,34 +309,4 @@ TEST(MinMax, LeastAndGreatestOfTheGivenValues) {
     const double zeros[] = {0.0, -0.0};
     EXPECT_FALSE(std::signbit(kp::numeric::min_of(zeros)));
     EXPECT_FALSE(std::signbit(kp::numeric::max_of(zeros)));
-}
-
-TEST(MinMaxAbi, TwoToTenArgumentsThroughTheInterface) {
-    kp::test::HostFixture fx;
-    ASSERT_TRUE(fx.host->loaded());
-    using kp::host::Value;
-    std::vector<Value> two{Value::real(2.5), Value::integer(-3)};
-    auto r = fx.host->call("Min", two);
-    ASSERT_EQ(kp::host::CallStatus::Ok, r.status) << r.detail;
-    EXPECT_EQ(-3.0, r.result.r);
-    std::vector<Value> ten;
-    for (int i = 0; i < 10; ++i)
-        ten.push_back(Value::real(i == 6 ? 99 : i));
-    r = fx.host->call("Max", ten);
-    ASSERT_EQ(kp::host::CallStatus::Ok, r.status) << r.detail;
-    EXPECT_EQ(99.0, r.result.r);
-    std::vector<Value> args{Value::real(1234.5), Value::string(u"%,.2f")};
-    r = fx.host->call("NumToString", args);
-    ASSERT_EQ(kp::host::CallStatus::Ok, r.status) << r.detail;
-    EXPECT_EQ(u"1,234.50", r.result.s);
-    uint8_t cy[10];
-    ASSERT_TRUE(kp::host::currency_from_text("0.125", cy));
-    args = {Value::currency(cy), Value::string(u"%.2f")};
-    EXPECT_EQ(u"0.13", fx.host->call("NumériqueVersChaîne", args).result.s);
-    args = {Value::string(u"12.5"), Value::string(u"%.1f")};
-    EXPECT_EQ(u"12.5", fx.host->call("NumToString", args).result.s);
-    args = {Value::string(u"douze"), Value::string(u"%.1f")};
-    r = fx.host->call("NumToString", args);
-    EXPECT_EQ(u"", r.result.s);
-    EXPECT_EQ(80205u, r.error.id);
 }

@@ -1,8 +1,11 @@
 // The 10-byte monetary value: bytes, text, exact arithmetic, overflow, rounding.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
+#include "numeric/int128.h"
 #include "numeric/money.h"
 
 using kp::numeric::int128;
@@ -26,7 +29,7 @@ const Money kMin = *Money::from_millionths(Money::kMin);
 
 } // namespace
 
-TEST(Money, BytesAreLittleEndianTwosComplementOfMillionths) {
+TEST(Money, BytesTextAndIntegerPart) {
     uint8_t b[10];
     Money::from_int(1).to_bytes(b);
     const uint8_t one[10] = {0x40, 0x42, 0x0F, 0, 0, 0, 0, 0, 0, 0};
@@ -43,9 +46,6 @@ TEST(Money, BytesAreLittleEndianTwosComplementOfMillionths) {
     }
     kMin.to_bytes(b);
     EXPECT_EQ(0x80, b[9]);
-}
-
-TEST(Money, TextHasSixDecimalsAndReadsBack) {
     EXPECT_EQ("0.000000", Money().to_text());
     EXPECT_EQ("-2.500000", m("-2.5").to_text());
     EXPECT_EQ("-0.000001", m("-0.000001").to_text());
@@ -56,17 +56,11 @@ TEST(Money, TextHasSixDecimalsAndReadsBack) {
     EXPECT_EQ("1.999999", m("1.9999999").to_text());
     EXPECT_EQ("5.000000", m("+5.").to_text());
     EXPECT_EQ("0.500000", m(".5").to_text());
-}
-
-TEST(Money, TextRejectsGarbageAndOutOfRange) {
     for (const char* bad : {"", "-", ".", "1e5", "12a", " 1", "1 ", "--1", "1.2.3", "0x10"})
         EXPECT_FALSE(Money::from_text(bad).has_value()) << bad;
     EXPECT_FALSE(Money::from_text("604462909807314587.353088").has_value());
     EXPECT_FALSE(Money::from_text("-604462909807314587.353089").has_value());
     EXPECT_FALSE(Money::from_text("99999999999999999999999999999999999999999").has_value());
-}
-
-TEST(Money, IntegerPartTruncatesTowardZero) {
     EXPECT_EQ(2147, m("2147.999999").integer_part());
     EXPECT_EQ(-3, m("-3.7").integer_part());
     EXPECT_EQ(0, m("-0.5").integer_part());
@@ -75,7 +69,7 @@ TEST(Money, IntegerPartTruncatesTowardZero) {
 
 // Expected values computed with exact decimal arithmetic, truncated at the
 // sixth decimal.
-TEST(Money, MultiplyAndDivideAreExactToTheMillionth) {
+TEST(Money, ArithmeticIsExactAndOverflowIsDetected) {
     EXPECT_EQ("655.957000", txt(num::multiply(m("100"), m("6.55957"))));
     EXPECT_EQ("0.065595", txt(num::multiply(m("0.01"), m("6.55957"))));
     EXPECT_EQ("-1643.172285", txt(num::multiply(m("-250.5"), m("6.55957"))));
@@ -88,9 +82,6 @@ TEST(Money, MultiplyAndDivideAreExactToTheMillionth) {
     EXPECT_EQ("402975273204876391.568724", txt(num::divide(kMax, m("1.5"))));
     EXPECT_EQ(kMin, num::multiply(kMin, m("1")));
     EXPECT_EQ(kMax, num::divide(kMax, m("1")));
-}
-
-TEST(Money, OverflowIsDetectedNotWrapped) {
     EXPECT_FALSE(num::add(kMax, m("0.000001")));
     EXPECT_FALSE(num::subtract(kMin, m("0.000001")));
     EXPECT_FALSE(num::negate(kMin));
@@ -103,26 +94,24 @@ TEST(Money, OverflowIsDetectedNotWrapped) {
     EXPECT_EQ(kMax, num::negate(*Money::from_millionths(-Money::kMax)));
 }
 
-TEST(Money, RoundingHalfAwayFromZero) {
-    struct Case {
-        const char* value;
-        int decimals;
-        const char* expected;
-    } cases[] = {
-        {"2.5", 0, "3.000000"},      {"-2.5", 0, "-3.000000"},     {"1.005", 2, "1.010000"},
-        {"-1.005", 2, "-1.010000"},  {"1.004999", 2, "1.000000"},  {"2.4999995", 0, "2.000000"},
-        {"0.000005", 5, "0.000010"}, {"0.000004", 5, "0.000000"},  {"123.456789", 3, "123.457000"},
-        {"-0.4", 0, "0.000000"},     {"9.99995", 4, "10.000000"},  {"1.234567", 6, "1.234567"},
-        {"1.234567", 9, "1.234567"}, {"1.234567", -1, "1.234567"},
-    };
+TEST(Money, RoundingEdgesAndTheTextCut) {
+    // clang-format off
+    struct Case { const char* value; int decimals; const char* expected; } cases[] = {
+        {"2.5", 0, "3.000000"}, {"-2.5", 0, "-3.000000"}, {"1.005", 2, "1.010000"},
+        {"-1.005", 2, "-1.010000"}, {"1.004999", 2, "1.000000"}, {"2.4999995", 0, "2.000000"},
+        {"0.000005", 5, "0.000010"}, {"0.000004", 5, "0.000000"}, {"123.456789", 3, "123.457000"},
+        {"-0.4", 0, "0.000000"}, {"9.99995", 4, "10.000000"}, {"1.234567", 6, "1.234567"},
+        {"1.234567", 9, "1.234567"}, {"1.234567", -1, "1.234567"}};
+    // clang-format on
     for (const Case& c : cases)
         EXPECT_EQ(c.expected, txt(num::round_decimals(m(c.value), c.decimals)))
             << c.value << " " << c.decimals;
-}
-
-// The rounding adds the half unit and cuts the decimal text after d digits;
-// the arithmetic must agree with that text procedure everywhere.
-TEST(Money, RoundingAgreesWithTheTextCut) {
+    EXPECT_FALSE(num::round_decimals(kMax, 5));
+    EXPECT_FALSE(num::round_decimals(kMin, 5));
+    EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
+    EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
+    // The rounding adds the half unit and cuts the decimal text after d digits;
+    // the arithmetic must agree with that text procedure everywhere.
     const int64_t half[6] = {500000, 50000, 5000, 500, 50, 5};
     uint64_t seed = 12345;
     for (int i = 0; i < 20000; ++i) {
@@ -137,13 +126,6 @@ TEST(Money, RoundingAgreesWithTheTextCut) {
         if (v.negative()) expect = *num::negate(expect);
         ASSERT_EQ(expect, num::round_decimals(v, d)) << v.to_text() << " d=" << d;
     }
-}
-
-TEST(Money, RoundingAtTheEdgesOfTheRangeOverflowsCleanly) {
-    EXPECT_FALSE(num::round_decimals(kMax, 5));
-    EXPECT_FALSE(num::round_decimals(kMin, 5));
-    EXPECT_EQ("604462909807314587.000000", txt(num::round_decimals(kMax, 0)));
-    EXPECT_EQ("-604462909807314587.000000", txt(num::round_decimals(kMin, 0)));
 }
 
 // Random 80-bit values: bytes and text round trips, and multiplication by a
@@ -175,3 +157,122 @@ TEST(Money, RandomValuesRoundTripAndScaleExactly) {
             ASSERT_EQ(exact, product->millionths()) << v.to_text() << " x " << k;
     }
 }
+
+// The two-halves 128-bit integer that the monetary arithmetic uses on 32-bit
+// x86, against the compiler's native 128-bit integer on random operands and
+// on the carries, borrows and sign edges.
+namespace {
+
+using kp::numeric::Wide128;
+using S = Wide128<true>;
+using U = Wide128<false>;
+
+constexpr uint64_t kOnes = ~uint64_t{0};
+
+// Compile-time checks hold in every build.
+static_assert((S(1) << 79) - S(1) == S::from_halves(0x7FFF, kOnes));
+static_assert(-(S(1) << 79) < S(0));
+static_assert(S(-7) / S(2) == S(-3) && S(-7) % S(2) == S(-1) && S(7) % S(-2) == S(1));
+static_assert((S(-1) >> 100) == S(-1) && (U(S(-1)) >> 127) == U(1));
+static_assert(static_cast<int64_t>(S(-5) * S(1000000)) == -5000000);
+static_assert(U(S(-1)) > U(0) && S(-1) < S(0));
+
+#if defined(__SIZEOF_INT128__)
+
+using N = __int128;
+using NU = unsigned __int128;
+
+N native(S v) {
+    return static_cast<N>((static_cast<NU>(v.hi) << 64) | v.lo);
+}
+S wide(N v) {
+    return S::from_halves(static_cast<uint64_t>(static_cast<NU>(v) >> 64), static_cast<uint64_t>(v));
+}
+
+struct Gen {
+    uint64_t state = 0x9E3779B97F4A7C15ull;
+    uint64_t next() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    }
+    // Values of every size: full 128 bits, 80 bits, 64, 32, small, edges.
+    N value() {
+        const N edges[] = {0,
+                           1,
+                           -1,
+                           2,
+                           -2,
+                           static_cast<N>(kOnes),
+                           static_cast<N>(kOnes) + 1,
+                           static_cast<N>(NU(1) << 127),
+                           static_cast<N>((NU(1) << 127) - 1)};
+        const uint64_t pick = next() % 6;
+        const N full = static_cast<N>((static_cast<NU>(next()) << 64) | next());
+        const N sizes[] = {full,
+                           full >> 48,
+                           full >> 64,
+                           full >> 96,
+                           static_cast<N>(next() % 2001) - 1000,
+                           edges[next() % 9]};
+        return sizes[pick];
+    }
+};
+
+TEST(Wide128, ArithmeticMatchesTheNativeType) {
+    Gen g;
+    for (int i = 0; i < 200000; ++i) {
+        const N a = g.value(), b = g.value();
+        const S x = wide(a), y = wide(b);
+        const NU ua = static_cast<NU>(a), ub = static_cast<NU>(b);
+        ASSERT_EQ(native(x + y), static_cast<N>(ua + ub));
+        ASSERT_EQ(native(x - y), static_cast<N>(ua - ub));
+        ASSERT_EQ(native(x * y), static_cast<N>(ua * ub));
+        ASSERT_EQ(native(-x), static_cast<N>(NU(0) - ua));
+        ASSERT_EQ(native(x & y), a & b);
+        ASSERT_EQ(native(x | y), a | b);
+        ASSERT_EQ(x < y, a < b);
+        ASSERT_EQ(x == y, a == b);
+        ASSERT_EQ(U(x) < U(y), ua < ub);
+        const int n = static_cast<int>(g.next() % 128);
+        ASSERT_EQ(native(x << n), static_cast<N>(ua << n));
+        ASSERT_EQ(native(x >> n), a >> n);
+        ASSERT_EQ(native(S(U(x) >> n)), static_cast<N>(ua >> n));
+        // Division where the native type defines it (no zero divisor, no
+        // overflow of the most negative value by -1).
+        if (b != 0 && !(b == -1 && a == static_cast<N>(NU(1) << 127))) {
+            ASSERT_EQ(native(x / y), a / b);
+            ASSERT_EQ(native(x % y), a % b);
+        }
+        if (ub != 0) {
+            ASSERT_EQ(native(S(U(x) / U(y))), static_cast<N>(ua / ub));
+            ASSERT_EQ(native(S(U(x) % U(y))), static_cast<N>(ua % ub));
+        }
+        ASSERT_EQ(static_cast<int64_t>(x), static_cast<int64_t>(a));
+        ASSERT_EQ(static_cast<uint8_t>(x), static_cast<uint8_t>(a));
+    }
+}
+
+TEST(Wide128, ConversionsFromBuiltInIntegers) {
+    for (int64_t v : {int64_t{0}, int64_t{-1}, INT64_MIN, INT64_MAX, int64_t{-1000000}})
+        EXPECT_EQ(native(S(v)), static_cast<N>(v));
+    EXPECT_EQ(native(S(kOnes)), static_cast<N>(kOnes)); // unsigned: no sign extension
+    EXPECT_EQ(native(S(int32_t{-3})), -3);
+    EXPECT_EQ(native(S(uint32_t{0xFFFFFFFFu})), static_cast<N>(0xFFFFFFFFu));
+    for (double d : {0.0, -0.9, 1.5, -2.5e6, 6.0e23, -6.0e23, 1.8446744073709552e19, -3.4e38 / 2})
+        EXPECT_EQ(native(S(d)), static_cast<N>(d)) << d;
+    EXPECT_TRUE(static_cast<bool>(S::from_halves(1, 0)));
+    EXPECT_FALSE(static_cast<bool>(S(0)));
+}
+
+#else
+
+TEST(Wide128, ArithmeticMatchesTheNativeType) {
+    GTEST_SKIP() << "32-bit x86 has no native 128-bit integer to compare with: Wide128 is the int128 of this "
+                    "build, checked here by the compile-time cases and by the monetary tests";
+}
+
+#endif
+
+} // namespace

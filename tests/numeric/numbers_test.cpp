@@ -1,7 +1,11 @@
-// Parity, the numeric test of strings, and sizes as text.
+// Parity, the numeric test of strings, sizes as text, and the device
+// generator's sequence with the Random / InitRandom draws.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "numeric/numbers.h"
+#include "numeric/random.h"
 #include "support/error_record.h"
 
 namespace num = kp::numeric;
@@ -17,14 +21,11 @@ std::u16string size(int64_t n, int32_t unit, char16_t dec = u'.') {
 }
 } // namespace
 
-TEST(Parity, NegativesKeepTheirSign) {
+TEST(Parity, NumberAtTheStartAndNumericTexts) {
     for (int32_t n : {-4, 0, INT32_MIN})
         EXPECT_TRUE(num::is_even(n) && !num::is_odd(n)) << n;
     for (int32_t n : {-3, -1, INT32_MAX})
         EXPECT_TRUE(num::is_odd(n) && !num::is_even(n)) << n;
-}
-
-TEST(Wcstod, ConsumesTheNumberAtTheStart) {
     struct Case {
         const char16_t* text;
         std::size_t length;
@@ -37,20 +38,16 @@ TEST(Wcstod, ConsumesTheNumberAtTheStart) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.length, num::wcstod_length(c.text)) << "case " << (&c - cases);
-}
-
-TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
     auto conv = [](double v, bool ok = true) {
         return [=](double& out) {
             out = v;
             return ok;
         };
     };
-    EXPECT_TRUE(num::is_numeric_text(u"0", conv(0)));
-    EXPECT_TRUE(num::is_numeric_text(u"0.0", conv(0)));
-    EXPECT_TRUE(num::is_numeric_text(u" -0", conv(0)));
-    EXPECT_FALSE(num::is_numeric_text(u"", conv(0)));
-    EXPECT_FALSE(num::is_numeric_text(u"abc", conv(0)));
+    for (const char16_t* zero : {u"0", u"0.0", u" -0"})
+        EXPECT_TRUE(num::is_numeric_text(zero, conv(0)));
+    for (const char16_t* no_digit : {u"", u"abc"})
+        EXPECT_FALSE(num::is_numeric_text(no_digit, conv(0)));
     EXPECT_TRUE(num::is_numeric_text(u"12", conv(12)));
     EXPECT_FALSE(num::is_numeric_text(u"12", conv(0, false))); // the VM could not convert
     // 100 characters or more: not numeric, and the VM is not even asked.
@@ -66,45 +63,112 @@ TEST(IsNumeric, ZeroNeedsADigitNonZeroIsEnough) {
 }
 
 // Unit 0 chooses the unit (terabytes are the last one); 1 to 5 fix it.
-TEST(LengthToString, AutomaticAndFixedUnits) {
-    struct Case {
-        int64_t n;
-        int32_t unit;
-        const char16_t* text;
-    } cases[] = {
-        {0, 0, u"0 bytes"},
-        {1023, 0, u"1023 bytes"},
-        {1024, 0, u"1.00 KB"},
-        {1536, 0, u"1.50 KB"},
-        {1048575, 0, u"1024.00 KB"}, // 1023.999 rounds up in the text only
-        {1048576, 0, u"1.00 MB"},
-        {2LL << 30, 0, u"2.00 GB"},
-        {3LL << 40, 0, u"3.00 TB"},
-        {2LL << 50, 0, u"2048.00 TB"},
-        {-5, 0, u"-5 bytes"},
-        {5000000000LL, 1, u"5000000000 bytes"}, // the whole 64-bit size
-        {512, 2, u"0.50 KB"},
-        {1536, 3, u"0.00 MB"},
-        {1536LL << 20, 3, u"1536.00 MB"},
-        {1536LL << 20, 4, u"1.50 GB"},
-        {1, 5, u"0.00 TB"},
-        {INT64_MAX, 5, u"8388608.00 TB"},
-    };
+// 1023.999 KB rounds up in the text only; bytes are the whole 64-bit size.
+TEST(LengthToString, UnitsAndShortLists) {
+    // clang-format off
+    struct Case { int64_t n; int32_t unit; const char16_t* text; } cases[] = {
+        {0, 0, u"0 bytes"}, {1023, 0, u"1023 bytes"}, {1024, 0, u"1.00 KB"}, {1536, 0, u"1.50 KB"},
+        {1048575, 0, u"1024.00 KB"}, {1048576, 0, u"1.00 MB"}, {2LL << 30, 0, u"2.00 GB"},
+        {3LL << 40, 0, u"3.00 TB"}, {2LL << 50, 0, u"2048.00 TB"}, {-5, 0, u"-5 bytes"},
+        {5000000000LL, 1, u"5000000000 bytes"}, {512, 2, u"0.50 KB"}, {1536, 3, u"0.00 MB"},
+        {1536LL << 20, 3, u"1536.00 MB"}, {1536LL << 20, 4, u"1.50 GB"}, {1, 5, u"0.00 TB"},
+        {INT64_MAX, 5, u"8388608.00 TB"}};
+    // clang-format on
     for (const Case& c : cases)
         EXPECT_EQ(size(c.n, c.unit), c.text) << c.n << " unit " << c.unit;
     EXPECT_EQ(u"1,50 KB", size(1536, 0, u','));
+    for (int32_t unit : {-1, 6, INT32_MIN, INT32_MAX}) {
+        Err e2;
+        EXPECT_EQ(u"", num::length_to_string(100, unit, kUnits, u'.', e2.err));
+        EXPECT_EQ(81507u, e2.err.id());
+        EXPECT_EQ(2, e2.err.severity());
+    }
+    Err e2;
+    EXPECT_EQ(u"2.00 ", num::length_to_string(2048, 0, u"o;", u'.', e2.err));
+    EXPECT_EQ(u"3 o", num::length_to_string(3, 0, u"o", u'.', e2.err));
+    EXPECT_EQ(u"1.00 To", num::length_to_string(1LL << 40, 0, u"o;Ko;Mo;Go;To;extra", u'.', e2.err));
+    EXPECT_FALSE(e2.err.failed());
 }
 
-TEST(LengthToString, UnitOutOfRangeAndShortLists) {
-    for (int32_t unit : {-1, 6, INT32_MIN, INT32_MAX}) {
-        Err e;
-        EXPECT_EQ(u"", num::length_to_string(100, unit, kUnits, u'.', e.err));
-        EXPECT_EQ(81507u, e.err.id());
-        EXPECT_EQ(2, e.err.severity());
+namespace {
+int32_t as_int(const num::RandomValue& v) {
+    return std::get<int32_t>(v);
+}
+} // namespace
+
+TEST(RandomGenerator, SequenceSeedsAndDraws) {
+    num::rand_seed(1);
+    for (int32_t draw : {41, 18467, 6334, 26500})
+        EXPECT_EQ(draw, num::rand_next());
+    // Results stay 15-bit whatever the seed.
+    num::rand_seed(0xFFFFFFFFu);
+    for (int i = 0; i < 10000; ++i) {
+        const int32_t r = num::rand_next();
+        ASSERT_TRUE(r >= 0 && r <= 32767) << r;
     }
+    num::init_random(1);
+    EXPECT_EQ(18467, num::rand_next());
+    num::init_random(-1); // the seed is taken as 32 unsigned bits
+    int32_t after_init = num::rand_next();
+    num::rand_seed(0xFFFFFFFFu);
+    num::rand_next();
+    EXPECT_EQ(num::rand_next(), after_init);
+    uint32_t ticks[] = {500, 500, 500, 501};
+    int calls = 0;
+    num::rand_seed(1); // draw(10) then gives 41 * 10 / 32768 = 0
+    num::init_random_from_clock([&] { return ticks[std::min(calls++, 3)]; });
+    EXPECT_EQ(4, calls);
+    // Seeded with (0 + 1) * 501.
+    int32_t got = num::rand_next();
+    num::rand_seed(501);
+    EXPECT_EQ(num::rand_next(), got);
+    // Find a seed whose first draw is 32767: the real is then exactly 1.0.
+    uint32_t seed = 0;
+    for (;; ++seed) {
+        num::rand_seed(seed);
+        if (num::rand_next() == 32767) break;
+    }
+    num::rand_seed(seed);
+    EXPECT_EQ(1.0, std::get<double>(num::random_unit()));
+    num::rand_seed(1);
+    EXPECT_DOUBLE_EQ(41 * (1.0 / 32767), std::get<double>(num::random_unit()));
+    num::rand_seed(1); // draws 41, 18467, 6334
     Err e;
-    EXPECT_EQ(u"2.00 ", num::length_to_string(2048, 0, u"o;", u'.', e.err));
-    EXPECT_EQ(u"3 o", num::length_to_string(3, 0, u"o", u'.', e.err));
-    EXPECT_EQ(u"1.00 To", num::length_to_string(1LL << 40, 0, u"o;Ko;Mo;Go;To;extra", u'.', e.err));
+    EXPECT_EQ(41 * 100 / 32768 + 1, as_int(num::random_upto(100, e.err)));
+    EXPECT_EQ(18467 * 100 / 32768 + 1, as_int(num::random_upto(100, e.err)));
+    // n of 65536 and more is scaled in 64 bits.
+    EXPECT_EQ(int32_t(6334LL * 2000000000 / 32768 + 1), as_int(num::random_upto(2000000000, e.err)));
     EXPECT_FALSE(e.err.failed());
+
+    for (int32_t n : {0, -1, INT32_MIN}) {
+        Err bad;
+        EXPECT_EQ(0, as_int(num::random_upto(n, bad.err)));
+        EXPECT_EQ(80260u, bad.err.id());
+        EXPECT_EQ(2, bad.err.severity());
+    }
+    Err one;
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(1, as_int(num::random_upto(1, one.err)));
+    Err e3;
+    num::rand_seed(7);
+    std::set<int32_t> seen;
+    for (int i = 0; i < 2000; ++i) {
+        const int32_t v = as_int(num::random_between(-3, 3, e3.err));
+        ASSERT_TRUE(v >= -3 && v <= 3) << v;
+        seen.insert(v);
+    }
+    EXPECT_EQ(7u, seen.size());
+    for (int i = 0; i < 50; ++i)
+        ASSERT_EQ(5, as_int(num::random_between(5, 5, e3.err)));
+    // The whole 32-bit range: the span of 2^32 values does not overflow.
+    for (int i = 0; i < 1000; ++i)
+        (void)as_int(num::random_between(INT32_MIN, INT32_MAX, e3.err));
+    num::rand_seed(1);
+    EXPECT_EQ(INT32_MIN + int32_t(41LL * 4294967296LL / 32768),
+              as_int(num::random_between(INT32_MIN, INT32_MAX, e3.err)));
+    EXPECT_FALSE(e3.err.failed());
+
+    Err bad3;
+    EXPECT_EQ(0, as_int(num::random_between(2, 1, bad3.err)));
+    EXPECT_EQ(80210u, bad3.err.id());
 }

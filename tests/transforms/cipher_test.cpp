@@ -15,59 +15,58 @@ std::vector<uint8_t> hex(const char* s) {
         v.push_back(static_cast<uint8_t>(std::stoi(std::string(s, 2), nullptr, 16)));
     return v;
 }
-Key16 key_of(const char* s) {
+Key16 key_of(const std::vector<uint8_t>& v) {
     Key16 k{};
-    const auto v = hex(s);
     std::copy(v.begin(), v.end(), k.begin());
     return k;
 }
+constexpr uint32_t kSha1Start[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
 
-// The published RC5-32/12/16 vectors, in RC5's own word order (A first).
+// The published RC5-32/12/16 vectors, in RC5's own word order (A first);
+// each vector's plain text is the previous one's cipher text.
 TEST(Rc5, PublishedVectors) {
-    struct Vector {
-        const char *key, *plain, *cipher;
-    } vectors[] = {
-        {"00000000000000000000000000000000", "0000000000000000", "21A5DBEE154B8F6D"},
-        {"915F4619BE41B2516355A50110A9CE91", "21A5DBEE154B8F6D", "F7C013AC5B2B8952"},
-        {"783348E75AEB0F2FD7B169BB8DC16787", "F7C013AC5B2B8952", "2F42B3B70369FC92"},
-        {"DC49DB1375A5584F6485B413B5F12BAF", "2F42B3B70369FC92", "65C178B284D197CC"},
-        {"5269F149D41BA0152497574D7F153125", "65C178B284D197CC", "EB44E415DA319824"},
-    };
-    for (const auto& v : vectors) {
-        const auto s = rc5_expand(key_of(v.key), 12);
-        const auto p = hex(v.plain), c = hex(v.cipher);
+    const char* keys[] = {"00000000000000000000000000000000", "915F4619BE41B2516355A50110A9CE91",
+                          "783348E75AEB0F2FD7B169BB8DC16787", "DC49DB1375A5584F6485B413B5F12BAF",
+                          "5269F149D41BA0152497574D7F153125"};
+    const char* texts[] = {"0000000000000000", "21A5DBEE154B8F6D", "F7C013AC5B2B8952",
+                           "2F42B3B70369FC92", "65C178B284D197CC", "EB44E415DA319824"};
+    for (int k = 0; k < 5; ++k) {
+        const auto s = rc5_expand(key_of(hex(keys[k])), 12);
+        const auto p = hex(texts[k]), c = hex(texts[k + 1]);
         uint32_t a = get_u32(&p[0]), b = get_u32(&p[4]);
         rc5_encrypt_words(a, b, s.data(), 12);
-        EXPECT_EQ(a, get_u32(&c[0])) << v.key;
-        EXPECT_EQ(b, get_u32(&c[4])) << v.key;
+        EXPECT_EQ(std::pair(a, b), std::pair(get_u32(&c[0]), get_u32(&c[4]))) << keys[k];
         rc5_decrypt_words(a, b, s.data(), 12);
-        EXPECT_EQ(a, get_u32(&p[0]));
-        EXPECT_EQ(b, get_u32(&p[4]));
+        EXPECT_EQ(std::pair(a, b), std::pair(get_u32(&p[0]), get_u32(&p[4])));
     }
 }
 
 // With SHA-1's own schedule and word order the compression function is
 // SHA-1's: this checks its rounds, constants and initial values.
-TEST(KeyDigest, CompressionFunctionMatchesSha1) {
+TEST(KeyDigest, CompressionFunctionAndPadding) {
     auto sha1_one_block = [](const std::string& msg) {
         uint8_t block[64] = {};
         std::memcpy(block, msg.data(), msg.size());
         block[msg.size()] = 0x80;
         block[63] = static_cast<uint8_t>(msg.size() * 8);
         block[62] = static_cast<uint8_t>((msg.size() * 8) >> 8);
-        uint32_t h[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
-        digest_compress(h, block, true);
-        return std::vector<uint32_t>(h, h + 5);
+        std::vector<uint32_t> h(kSha1Start, kSha1Start + 5);
+        digest_compress(h.data(), block, true);
+        return h;
     };
     EXPECT_EQ(sha1_one_block("abc"),
               (std::vector<uint32_t>{0xA9993E36, 0x4706816A, 0xBA3E2571, 0x7850C26C, 0x9CD0D89D}));
     EXPECT_EQ(sha1_one_block(""),
               (std::vector<uint32_t>{0xDA39A3EE, 0x5E6B4B0D, 0x3255BFEF, 0x95601890, 0xAFD80709}));
-}
-
-TEST(KeyDigest, PaddingLayoutAndLengthOverMarker) {
-    auto digest_of_blocks = [](std::vector<uint8_t> m) {
-        uint32_t h[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
+    // The key: the first four words of the digest of the password, 0x01 (while
+    // it fits before the length), zeros, the length in the last four bytes.
+    auto expected = [](std::size_t n, std::size_t blocks, bool marker) {
+        std::vector<uint8_t> m(n, 'p');
+        m.resize(64 * blocks, 0);
+        if (marker) m[n] = 1;
+        m[m.size() - 4] = static_cast<uint8_t>(n);
+        uint32_t h[5];
+        std::copy(kSha1Start, kSha1Start + 5, h);
         for (std::size_t off = 0; off < m.size(); off += 64)
             digest_compress(h, &m[off]);
         Key16 k;
@@ -75,126 +74,92 @@ TEST(KeyDigest, PaddingLayoutAndLengthOverMarker) {
             put_u32(&k[4 * i], h[i]);
         return k;
     };
-    // 3 bytes: password, 0x01, zeros, length 3 in the last four bytes.
-    std::vector<uint8_t> m(64, 0);
-    m[0] = 'k', m[1] = 'e', m[2] = 'y', m[3] = 1, m[60] = 3;
-    EXPECT_EQ(rc5_key_digest(std::vector<uint8_t>{'k', 'e', 'y'}), digest_of_blocks(m));
-    // 60 bytes: the length covers the 0x01 marker; one block only.
-    const std::vector<uint8_t> pw(60, 'p');
-    m.assign(pw.begin(), pw.end());
-    m.resize(64, 0);
-    m[60] = 60;
-    EXPECT_EQ(rc5_key_digest(pw), digest_of_blocks(m));
-    // 61 bytes: two blocks, the marker kept.
-    const std::vector<uint8_t> pw61(61, 'p');
-    m.assign(pw61.begin(), pw61.end());
-    m.resize(128, 0);
-    m[61] = 1;
-    m[124] = 61;
-    EXPECT_EQ(rc5_key_digest(pw61), digest_of_blocks(m));
+    EXPECT_EQ(rc5_key_digest(std::vector<uint8_t>(3, 'p')), expected(3, 1, true));
+    EXPECT_EQ(rc5_key_digest(std::vector<uint8_t>(60, 'p')),
+              expected(60, 1, false)); // length over the marker
+    EXPECT_EQ(rc5_key_digest(std::vector<uint8_t>(61, 'p')), expected(61, 2, true));
 }
 
-TEST(Scramble, SingleByteAndMiddleByteRules) {
-    Key16 zero{};
-    std::vector<uint8_t> one = {0x10};
-    ScrambleCipher::scramble(one, zero);
+TEST(Scramble, RulesPasswordsAndFactory) {
+    std::vector<uint8_t> one = {0x10}, three = {1, 2, 3};
+    ScrambleCipher::scramble(one, Key16{});
     EXPECT_EQ(one[0], 0xDB); // + 203, fold of the zero key is 0
-    std::vector<uint8_t> three = {1, 2, 3};
-    ScrambleCipher::scramble(three, zero);
+    ScrambleCipher::scramble(three, Key16{});
     // d0 = 3 + 1; middle d1 = (4 + 2) + 17; d2 = 23 + 4 + 3; d0 = 4 + 30.
     EXPECT_EQ(three, (std::vector<uint8_t>{34, 23, 30}));
-    Key16 k{};
-    k[0] = 0x01, k[4] = 0x02, k[8] = 0x00, k[12] = 0xFF, k[2] = 0x01; // words 0x10001, 2, 0, 0xFF
-    // s = 0x10102; (s + (s >> 16)) & 0xFFFF = 0x0103.
-    EXPECT_EQ(ScrambleCipher::fold(k), 0x03);
-}
-
-TEST(Scramble, InverseForEverySizeAndEveryByteDependsOnTheOthers) {
-    for (std::size_t n : {1u, 2u, 3u, 4u, 5u, 16u, 17u, 33u, 4095u, 64000u}) {
-        const auto data = test::random_bytes(n, static_cast<uint32_t>(n));
-        Key16 k;
-        const auto kb = test::random_bytes(16, 99);
-        std::copy(kb.begin(), kb.end(), k.begin());
-        auto c = data;
-        ScrambleCipher::scramble(c, k);
-        auto d = c;
-        ScrambleCipher::unscramble(d, k);
-        ASSERT_EQ(d, data) << n;
-        if (n >= 2) {
-            auto changed = data;
-            changed[n - 1] ^= 1; // the last byte feeds the first
-            ScrambleCipher::scramble(changed, k);
-            EXPECT_NE(changed[0], c[0]) << n;
-        }
-    }
-}
-
-TEST(Scramble, PasswordDerivation) {
+    // Words 0x10001, 2, 0, 0xFF: s = 0x10102; (s + (s >> 16)) & 0xFFFF = 0x0103.
+    EXPECT_EQ(ScrambleCipher::fold(key_of({1, 0, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0xFF})), 0x03);
     ScrambleCipher a, b, c;
     EXPECT_TRUE(a.set_password(u""));
     EXPECT_EQ(a.key(), Key16{}); // an empty password leaves the zero key
     b.set_password(u"secret");
     c.set_password(u"secreu");
     EXPECT_NE(b.key(), c.key());
-    ScrambleCipher d;
-    d.set_password(u"secret");
-    EXPECT_EQ(b.key(), d.key());
     // Passwords are taken in code page 1252: "é" is one byte 0xE9, with a
     // negative remainder for the first byte.
-    ScrambleCipher e1, e2;
-    e1.set_password(u"\u00E9t\u00E9");
+    a.set_password(u"\u00E9t\u00E9");
     Key16 k2{};
-    e2.derive(std::vector<uint8_t>{0xE9, 't', 0xE9}, k2);
-    EXPECT_EQ(e1.key(), k2);
+    b.derive(std::vector<uint8_t>{0xE9, 't', 0xE9}, k2);
+    EXPECT_EQ(a.key(), k2);
+    EXPECT_EQ(make_cipher(0), nullptr);
+    EXPECT_EQ(make_cipher(4), nullptr);
+    EXPECT_NE(dynamic_cast<ScrambleCipher*>(make_cipher(1).get()), nullptr);
+    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(2).get())->rounds(), 8);
+    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(3).get())->rounds(), 16);
 }
 
-TEST(Rc5Cbc, BlocksTailAndChaining) {
+TEST(Scramble, InverseForEverySizeAndEveryByteDependsOnTheOthers) {
+    const Key16 k = key_of(test::random_bytes(16, 99));
+    for (std::size_t n : {1u, 2u, 3u, 4u, 5u, 16u, 17u, 33u, 4095u, 64000u}) {
+        const auto data = test::random_bytes(n, static_cast<uint32_t>(n));
+        auto c = data, changed = data;
+        ScrambleCipher::scramble(c, k);
+        auto d = c;
+        ScrambleCipher::unscramble(d, k);
+        ASSERT_EQ(d, data) << n;
+        changed[n - 1] ^= 1; // the last byte feeds the first
+        ScrambleCipher::scramble(changed, k);
+        if (n >= 2) {
+            EXPECT_NE(changed[0], c[0]) << n;
+        }
+    }
+}
+
+TEST(Rc5Cbc, BlocksTailChainingAndInverse) {
     for (int rounds : {8, 16}) {
         Rc5CbcCipher c(rounds);
         ASSERT_TRUE(c.set_password(u"pw"));
         const auto data = test::random_bytes(13, 1);
-        auto full = data;
-        c.encrypt(full);
-        auto head = std::vector<uint8_t>(data.begin(), data.begin() + 8);
-        c.encrypt(head);
-        EXPECT_TRUE(std::equal(head.begin(), head.end(), full.begin())); // one CBC block ...
-        auto other = data;
-        other[12] ^= 0x40;
-        c.encrypt(other);
+        // Variants: the first block alone, then one bit changed in the tail,
+        // at the tail's start and in byte 0 of the block.
+        auto full = data, head = std::vector<uint8_t>(data.begin(), data.begin() + 8);
+        auto other = data, again = data, shifted = data;
+        other[12] ^= 0x40, again[8] ^= 1, shifted[0] ^= 0x80;
+        for (auto* v : {&full, &head, &other, &again, &shifted})
+            c.encrypt(*v);
+        EXPECT_TRUE(std::equal(head.begin(), head.end(), full.begin()));         // one CBC block ...
         EXPECT_TRUE(std::equal(full.begin(), full.begin() + 12, other.begin())); // ... and a byte-wise tail
         EXPECT_NE(full[12], other[12]);
-        auto again = data;
-        again[8] ^= 1;
-        c.encrypt(again);
         EXPECT_NE(again[8], full[8]);
         EXPECT_FALSE(std::equal(again.begin() + 9, again.end(), full.begin() + 9));
-        // The first tail byte is chained on byte 0 of the block's ciphertext.
-        auto shifted = data;
-        shifted[0] ^= 0x80;
-        c.encrypt(shifted);
-        EXPECT_NE(shifted[8], full[8]);
-        auto back = full;
-        c.decrypt(back);
-        EXPECT_EQ(back, data);
+        EXPECT_NE(shifted[8], full[8]); // the first tail byte is chained on byte 0 of the block
+        c.decrypt(full);
+        EXPECT_EQ(full, data);
     }
-}
-
-TEST(Rc5Cbc, InverseForEverySizeAndCbcPropagation) {
-    Rc5CbcCipher c(8);
-    c.set_password(u"another password");
+    Rc5CbcCipher c2(8);
+    c2.set_password(u"another password");
     for (std::size_t n : {0u, 1u, 7u, 8u, 9u, 15u, 16u, 17u, 64000u, 64001u}) {
-        const auto data = test::random_bytes(n, static_cast<uint32_t>(n) + 1);
-        auto x = data;
-        c.encrypt(x);
-        auto y = x;
-        c.decrypt(y);
-        ASSERT_EQ(y, data) << n;
+        const auto data2 = test::random_bytes(n, static_cast<uint32_t>(n) + 1);
+        auto x = data2;
+        c2.encrypt(x);
+        c2.decrypt(x);
+        ASSERT_EQ(x, data2) << n;
     }
     // A changed first block changes every later block.
     auto a = test::random_bytes(32, 4), b = a;
     b[0] ^= 1;
-    c.encrypt(a);
-    c.encrypt(b);
+    c2.encrypt(a);
+    c2.encrypt(b);
     for (int blk = 0; blk < 4; ++blk)
         EXPECT_NE(get_u32(&a[8 * blk]), get_u32(&b[8 * blk]));
     // The per-call key replaces the object's key.
@@ -203,17 +168,8 @@ TEST(Rc5Cbc, InverseForEverySizeAndCbcPropagation) {
     d.set_key(k);
     auto p = test::random_bytes(20, 2), q = p;
     d.encrypt(p);
-    c.encrypt(q, &k);
+    c2.encrypt(q, &k);
     EXPECT_EQ(p, q);
-}
-
-TEST(Ciphers, Factory) {
-    EXPECT_EQ(make_cipher(0), nullptr);
-    EXPECT_EQ(make_cipher(4), nullptr);
-    EXPECT_NE(dynamic_cast<ScrambleCipher*>(make_cipher(1).get()), nullptr);
-    auto c2 = make_cipher(2), c3 = make_cipher(3);
-    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(c2.get())->rounds(), 8);
-    EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(c3.get())->rounds(), 16);
 }
 
 } // namespace

@@ -53,7 +53,7 @@ std::vector<uint8_t> value_header(uint8_t kind, uint32_t mode) {
     return v;
 }
 
-TEST(Compress, TenByteBufferIsAStoredBlockBehindTheHeader) {
+TEST(Compress, StoredAndLzwBlocksBehindTheHeader) {
     ErrorBox e;
     const std::vector<uint8_t> data = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     const auto out = compress(data, false, e.err);
@@ -67,6 +67,18 @@ TEST(Compress, TenByteBufferIsAStoredBlockBehindTheHeader) {
     EXPECT_EQ(compress(data, true, e.err)[0], 2);
     EXPECT_EQ(uncompress(out, e.err), data);
     EXPECT_FALSE(e.err.failed());
+    ErrorBox e2;
+    const auto text = test::mixed_bytes(1 << 20, 11);
+    const auto out2 = compress(text, false, e2.err);
+    EXPECT_EQ(out2[5], kMethodLzw);
+    EXPECT_EQ(get_u32(&out2[6]), out2.size() - 5 - 11);
+    EXPECT_EQ(get_u32(&out2[10]), text.size() + 4);
+    EXPECT_LT(out2.size(), text.size() * 3 / 4);
+    for (std::size_t n : {20u, 64u, 64000u}) {
+        const auto noise = compress(test::random_bytes(n, 5), false, e2.err);
+        EXPECT_EQ(noise[5], kMethodStored) << n;
+        EXPECT_EQ(noise.size(), 5 + 5 + 4 + n);
+    }
 }
 
 TEST(Compress, RoundTripsEveryModeAndSize) {
@@ -88,27 +100,7 @@ TEST(Compress, RoundTripsEveryModeAndSize) {
     }
 }
 
-TEST(Compress, CompressibleDataUsesLzwAndShrinks) {
-    ErrorBox e;
-    const auto data = test::mixed_bytes(1 << 20, 11);
-    const auto out = compress(data, false, e.err);
-    EXPECT_EQ(out[5], kMethodLzw);
-    EXPECT_EQ(get_u32(&out[6]), out.size() - 5 - 11);
-    EXPECT_EQ(get_u32(&out[10]), data.size() + 4);
-    EXPECT_LT(out.size(), data.size() * 3 / 4);
-}
-
-TEST(Compress, IncompressibleDataFallsBackToStored) {
-    ErrorBox e;
-    for (std::size_t n : {20u, 64u, 64000u}) {
-        const auto data = test::random_bytes(n, 5);
-        const auto out = compress(data, false, e.err);
-        EXPECT_EQ(out[5], kMethodStored) << n;
-        EXPECT_EQ(out.size(), 5 + 5 + 4 + n);
-    }
-}
-
-TEST(Lzw, ByteFFIsTheLiteralCode256) {
+TEST(Lzw, LiteralCodesOfKnownInputs) {
     const std::vector<uint8_t> data(40, 0xFF);
     std::vector<uint8_t> out;
     LzwCoder().encode(data, out);
@@ -118,22 +110,19 @@ TEST(Lzw, ByteFFIsTheLiteralCode256) {
     std::vector<uint8_t> back;
     ASSERT_TRUE(LzwCoder().decode(std::span(out).subspan(11), 40, back));
     EXPECT_EQ(back, data);
-}
-
-TEST(Lzw, EncoderCodesOfAKnownInput) {
     // a b ab aba ba bab abab ababa b, then the end code; all 9 bits wide.
     const std::string text = "ababababababababababab";
-    std::vector<uint8_t> out;
-    LzwCoder().encode(std::vector<uint8_t>(text.begin(), text.end()), out);
+    std::vector<uint8_t> out2;
+    LzwCoder().encode(std::vector<uint8_t>(text.begin(), text.end()), out2);
     const auto a = 'a' + 1u, b = 'b' + 1u;
     const auto codes =
         pack({{a, 9}, {b, 9}, {258, 9}, {260, 9}, {259, 9}, {262, 9}, {261, 9}, {264, 9}, {b, 9}, {257, 9}},
              false);
-    ASSERT_EQ(out.size(), 11 + codes.size());
-    EXPECT_EQ(out[0], kMethodLzw);
-    EXPECT_EQ(get_u32(&out[1]), codes.size());
-    EXPECT_EQ(get_u32(&out[5]), text.size());
-    EXPECT_EQ(std::vector<uint8_t>(out.begin() + 11, out.end()), codes);
+    ASSERT_EQ(out2.size(), 11 + codes.size());
+    EXPECT_EQ(out2[0], kMethodLzw);
+    EXPECT_EQ(get_u32(&out2[1]), codes.size());
+    EXPECT_EQ(get_u32(&out2[5]), text.size());
+    EXPECT_EQ(std::vector<uint8_t>(out2.begin() + 11, out2.end()), codes);
 }
 
 // The encoder's blocks are a stored format: these inputs (short, filling
@@ -251,23 +240,18 @@ TEST(Lzw, EncoderMatchesThePlainOneOnRandomInputs) {
     }
 }
 
-TEST(Lzw, RunsAndShortPeriodsRoundTrip) {
+TEST(Lzw, PeriodsHandMadeAndForgedStreams) {
     // Strings that repeat themselves (code = next free code) and overlapping
     // copies at every short distance.
     for (std::size_t period : {1u, 2u, 3u, 15u, 16u, 17u, 250u}) {
-        std::vector<uint8_t> data(1 << 20);
+        std::vector<uint8_t> data(1 << 20), packed, back;
         for (std::size_t i = 0; i < data.size(); ++i)
             data[i] = static_cast<uint8_t>(i % period * 7);
-        std::vector<uint8_t> packed;
         LzwCoder().encode(data, packed);
         ASSERT_EQ(packed[0], kMethodLzw);
-        std::vector<uint8_t> back;
         ASSERT_TRUE(decode_block(packed, false, back)) << period;
         ASSERT_EQ(back, data) << period;
     }
-}
-
-TEST(Lzw, HandMadeStreamsWithRepeatAndClearCodes) {
     // a, b (258 = "ab"), 258, then 260 before it exists: the previous string
     // followed by its own first byte ("ab" + "a").
     const auto a = 'a' + 1u, b = 'b' + 1u;
@@ -281,24 +265,21 @@ TEST(Lzw, HandMadeStreamsWithRepeatAndClearCodes) {
     out.clear();
     ASSERT_TRUE(LzwCoder().decode(p, 6, out));
     EXPECT_EQ(std::string(out.begin(), out.end()), "abbaba");
-}
-
-TEST(Lzw, RejectsForgedStreamsWithoutTouchingTheOutput) {
     const std::vector<uint8_t> keep = {7, 7};
     auto check = [&](const std::vector<uint8_t>& payload, uint32_t length) {
-        std::vector<uint8_t> out = keep;
-        EXPECT_FALSE(LzwCoder().decode(payload, length, out));
-        EXPECT_EQ(out, keep);
+        std::vector<uint8_t> out2 = keep;
+        EXPECT_FALSE(LzwCoder().decode(payload, length, out2));
+        EXPECT_EQ(out2, keep);
     };
     check(pack({{300, 9}}, false), 4);                                         // first code is not a byte
     check(pack({{'a' + 1u, 9}, {400, 9}}, false), 4);                          // beyond the dictionary
     check(pack({{'a' + 1u, 9}, {257, 9}}, false), 4);                          // ends early
-    check(pack({{'a' + 1u, 9}, {'b' + 1u, 9}}, false), 4);                     // payload runs out
+    check(pack({{'a' + 1u, 9}, {'b' + 1u, 9}}, false), 4);                     // payload runs out2
     check({}, 0xFFFFFFFFu);                                                    // 4 GB promised, nothing given
     check(pack({{'a' + 1u, 9}, {'a' + 1u, 9}, {258, 9}, {259, 9}}, false), 3); // overruns the length
 }
 
-TEST(Dictionary, HandMadeBlockDecodes) {
+TEST(Dictionary, HandMadeBlocksAndEncoder) {
     // a, b (adds 256 = "ab"), escape 0 = code 256 (adds 257 = "ba"), a, end.
     const auto payload = pack({{'a', 9}, {'b', 9}, {256, 9}, {0, 9}, {'a', 9}, {256, 9}, {3, 9}}, true);
     std::vector<uint8_t> out;
@@ -311,77 +292,55 @@ TEST(Dictionary, HandMadeBlockDecodes) {
     out.clear();
     ASSERT_TRUE(decode_block(block(kMethodDictionary, wide, 5), false, out));
     EXPECT_EQ(std::string(out.begin(), out.end()), "ababa");
-}
-
-TEST(Dictionary, EncoderRoundTripsAndFallsBack) {
-    for (std::size_t n : {0u, 1u, 21u, 4095u, 64001u, 1u << 20}) {
-        const auto data = test::mixed_bytes(n, 9);
-        std::vector<uint8_t> b;
+    for (std::size_t n : {0u, 1u, 21u, 4095u, 64001u, 1u << 20, 5000u}) {
+        const auto data = n == 5000 ? test::random_bytes(n, 1) : test::mixed_bytes(n, 9);
+        std::vector<uint8_t> b, back;
         encode_block(kMethodDictionary, data, b);
         if (n > 1000) {
-            EXPECT_EQ(b[0], kMethodDictionary);
+            EXPECT_EQ(b[0], n == 5000 ? kMethodStored : kMethodDictionary) << n;
         }
-        std::vector<uint8_t> back;
         ASSERT_TRUE(decode_block(b, false, back)) << n;
         EXPECT_EQ(back, data) << n;
     }
-    const auto noise = test::random_bytes(5000, 1);
-    std::vector<uint8_t> b;
-    encode_block(kMethodDictionary, noise, b);
-    EXPECT_EQ(b[0], kMethodStored);
 }
 
-TEST(Uncompress, BadInputGivesEmptyResults) {
+TEST(Uncompress, BadInputAndCorruptShortStrings) {
     ErrorBox e;
     EXPECT_TRUE(uncompress({}, e.err).empty());
     EXPECT_FALSE(e.err.failed());
-
-    // Mode field 7.
+    // Mode field 7, and mode 3 asked of the compression.
     auto v = value_header(0, 7);
     append_u32(v, 0);
     EXPECT_TRUE(uncompress(v, e.err).empty());
     EXPECT_EQ(e.err.id(), kErrCompressionMode);
+    ErrorBox three;
+    EXPECT_TRUE(compress_value(std::vector<uint8_t>{1, 2}, 0, 3, three.err).empty());
+    EXPECT_EQ(three.err.id(), kErrCompressionMode);
+    EXPECT_EQ(three.err.severity(), 2);
 
-    auto expect_empty = [](const std::vector<uint8_t>& value) {
+    // Behind a header of mode 1: an unknown method, a stored length beyond
+    // the data, 4 GB promised by an LZW block, a payload length beyond the data.
+    std::vector<uint8_t> unknown(26, 0), stored(35, 1);
+    unknown[0] = 9;
+    stored[0] = 0;
+    put_u32(&stored[1], 0xFFFFFFFFu);
+    auto beyond = block(kMethodLzw, {1, 2, 3}, 10);
+    put_u32(&beyond[1], 1000);
+    for (const auto& body :
+         {std::vector<uint8_t>{}, unknown, stored,
+          block(kMethodLzw, pack({{'a' + 1u, 9}, {257, 9}}, false), 0xFFFFFFFFu), beyond}) {
+        auto value =
+            body.empty() ? std::vector<uint8_t>{0, 1, 0} : value_header(0, 1); // or a truncated header
+        value.insert(value.end(), body.begin(), body.end());
         ErrorBox e2;
-        EXPECT_TRUE(uncompress(value, e2.err).empty());
+        EXPECT_TRUE(uncompress(value, e2.err).empty()) << value.size();
         EXPECT_FALSE(e2.err.failed());
-    };
-    expect_empty({0, 1, 0}); // truncated header
-    auto u = value_header(0, 1);
-    u.push_back(9); // unknown method
-    u.resize(30, 0);
-    expect_empty(u);
-    u = value_header(0, 1);
-    u.push_back(0);
-    append_u32(u, 0xFFFFFFFFu); // stored length beyond the data
-    u.resize(40, 1);
-    expect_empty(u);
-    u = value_header(0, 1);
-    auto blk = block(kMethodLzw, pack({{'a' + 1u, 9}, {257, 9}}, false), 0xFFFFFFFFu); // 4 GB promised
-    u.insert(u.end(), blk.begin(), blk.end());
-    expect_empty(u);
-    u = value_header(0, 1);
-    blk = block(kMethodLzw, {1, 2, 3}, 10);
-    put_u32(&blk[1], 1000); // payload length beyond the data
-    u.insert(u.end(), blk.begin(), blk.end());
-    expect_empty(u);
-
+    }
     // A count beyond the data gives the bytes present.
     auto s = value_header(0, 0);
     append_u32(s, 100);
     s.insert(s.end(), {1, 2, 3});
     EXPECT_EQ(uncompress(s, e.err), (std::vector<uint8_t>{1, 2, 3}));
-}
-
-TEST(CompressValue, ModeThreeIsRefused) {
-    ErrorBox e;
-    EXPECT_TRUE(compress_value(std::vector<uint8_t>{1, 2}, 0, 3, e.err).empty());
-    EXPECT_EQ(e.err.id(), kErrCompressionMode);
-    EXPECT_EQ(e.err.severity(), 2);
-}
-
-TEST(ShortString, CorruptBlocksAreRejected) {
     std::vector<uint8_t> out;
     EXPECT_FALSE(short_string::decode(std::vector<uint8_t>{5, 0xFF, 0xFF, 0xFF, 0xFF, 0x0F}, out));
     EXPECT_FALSE(short_string::decode(std::vector<uint8_t>{5, 4, 0x80, 0x05}, out)); // copy before the start

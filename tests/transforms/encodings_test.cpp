@@ -1,51 +1,50 @@
+// The URL, Base64 and uu encodings, the checksums and the phonetic code.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "test_util.h"
+#include "transforms/checksum.h"
 #include "transforms/encodings.h"
+#include "transforms/phonetic.h"
 
 namespace kp::transforms {
 namespace {
 
-TEST(UrlEncode, EscapeSetJudgedByLowByte) {
-    EXPECT_EQ(url_encode(u"a b"), u"a%20b");
-    EXPECT_EQ(url_encode(u"100%"), u"100%25");
-    EXPECT_EQ(url_encode(u"+"), u"%2B");
-    EXPECT_EQ(url_encode(u""), u"");
-    EXPECT_EQ(url_encode(u"\u20AC"), u"%AC");    // the high byte is dropped
-    EXPECT_EQ(url_encode(u"\u0141"), u"\u0141"); // low byte 0x41 is a letter: copied whole
-    EXPECT_EQ(url_encode(u"az09@!#$&'()*,-./:;=?_"), u"az09@!#$&'()*,-./:;=?_");
-    EXPECT_EQ(url_encode(u"\"<>[\\]^`{}~\x7F\xE9"), u"%22%3C%3E%5B%5C%5D%5E%60%7B%7D%7E%7F%E9");
+TEST(UrlEncode, EscapeSetJudgedByLowByteAndDecodeQuirks) {
+    // clang-format off
+    const std::pair<std::u16string, std::u16string> encode[] = {
+        {u"a b", u"a%20b"}, {u"100%", u"100%25"}, {u"+", u"%2B"}, {u"", u""},
+        {u"\u20AC", u"%AC"},       // the high byte is dropped
+        {u"\u0141", u"\u0141"},    // low byte 0x41 is a letter: copied whole
+        {u"az09@!#$&'()*,-./:;=?_", u"az09@!#$&'()*,-./:;=?_"},
+        {u"\"<>[\\]^`{}~\x7F\xE9", u"%22%3C%3E%5B%5C%5D%5E%60%7B%7D%7E%7F%E9"}};
+    const std::pair<std::u16string, std::u16string> decode[] = {
+        {u"a+b%41", u"a bA"}, {u"%26%238364%3B", u"\u20AC"}, {u"x%26%238364%3By", u"x\u20ACy"},
+        {u"%26", u"&"},
+        {u"%e9", std::u16string(1, u'\x09')},          // lower-case e counts 0
+        {u"%a0", std::u16string(1, u'\xA0')},          // but "a" counts 10
+        {u"ab%4", u"ab"},                              // stops before a short escape
+        {u"%%41", u"A"},                               // "%" inside an escape is skipped
+        {u"%G0", std::u16string(1, char16_t(0x100))},  // G counts 16
+        {u"", u""}, {std::u16string(u"ab\0cd", 5), u"ab"}, {url_encode(u"a b+c%d<e>"), u"a b+c%d<e>"}};
+    // clang-format on
+    for (const auto& [in, out] : encode)
+        EXPECT_EQ(url_encode(in), out);
+    for (const auto& [in, out] : decode)
+        EXPECT_EQ(url_decode(in), out);
 }
 
-TEST(UrlDecode, EscapesPlusEuroAndQuirks) {
-    EXPECT_EQ(url_decode(u"a+b%41"), u"a bA");
-    EXPECT_EQ(url_decode(u"%e9"), std::u16string(1, u'\x09')); // lower-case e counts 0
-    EXPECT_EQ(url_decode(u"%a0"), std::u16string(1, u'\xA0')); // but "a" counts 10
-    EXPECT_EQ(url_decode(u"ab%4"), u"ab");                     // stops before a short escape
-    EXPECT_EQ(url_decode(u"%26%238364%3B"), u"\u20AC");
-    EXPECT_EQ(url_decode(u"x%26%238364%3By"), u"x\u20ACy");
-    EXPECT_EQ(url_decode(u"%26"), u"&");
-    EXPECT_EQ(url_decode(u"%%41"), u"A");                              // "%" inside an escape is skipped
-    EXPECT_EQ(url_decode(u"%G0"), std::u16string(1, char16_t(0x100))); // G counts 16
-    EXPECT_EQ(url_decode(u""), u"");
-    EXPECT_EQ(url_decode(std::u16string(u"ab\0cd", 5)), u"ab");
-    EXPECT_EQ(url_decode(url_encode(u"a b+c%d<e>")), u"a b+c%d<e>");
-}
-
-TEST(Base64Family, SingleByteAndPadding) {
-    const std::vector<uint8_t> zero = {0};
+TEST(Base64Family, SingleBytePaddingAndLineBreaks) {
+    const std::vector<uint8_t> zero = {0}, two = {0xFB, 0xFF};
     EXPECT_EQ(make_encoder(kEncodeQrt)->encode(zero), u"AA");
     EXPECT_EQ(make_encoder(kEncodeBase64)->encode(zero), u"AA==");
-    const std::vector<uint8_t> two = {0xFB, 0xFF};
     EXPECT_EQ(make_encoder(kEncodeQrt)->encode(two), u"+/8");
     EXPECT_EQ(make_encoder(kEncodeBase64)->encode(two), u"+/8=");
     EXPECT_EQ(make_encoder(kEncodeBase64)->decode(u"AA=="), zero);
     EXPECT_EQ(make_encoder(kEncodeQrt)->decode(u"AA"), zero);
     EXPECT_EQ(make_encoder(0), nullptr);
     EXPECT_EQ(make_encoder(4), nullptr);
-}
-
-TEST(Base64Family, LineBreakAfterEveryTwentiethGroup) {
     for (int number : {kEncodeQrt, kEncodeBase64}) {
         auto enc = make_encoder(number);
         const auto sixty = enc->encode(test::random_bytes(60, 2));
@@ -56,13 +55,6 @@ TEST(Base64Family, LineBreakAfterEveryTwentiethGroup) {
         EXPECT_EQ(more.substr(162, 2), u"\r\n");
         EXPECT_EQ(more.size(), 164u + (number == kEncodeQrt ? 2 : 4));
     }
-}
-
-TEST(Base64Family, ForeignCharactersReadAs63) {
-    // "*" is outside the alphabet: reads as "/" (63).
-    EXPECT_EQ(make_encoder(kEncodeQrt)->decode(u"****"), make_encoder(kEncodeQrt)->decode(u"////"));
-    EXPECT_EQ(make_encoder(kEncodeQrt)->decode(u"AB\r\nCD"), make_encoder(kEncodeQrt)->decode(u"ABCD"));
-    EXPECT_TRUE(make_encoder(kEncodeBase64)->decode(u"A").empty());
 }
 
 // The decoding rule written plainly: count the characters that are not
@@ -139,7 +131,7 @@ TEST(Base64Family, VectorCodeAgreesWithPortable) {
     }
 }
 
-TEST(UuEncode, FramingOfShortAndLongTexts) {
+TEST(UuEncode, FramingLengthCharacterAndArbitraryText) {
     auto uu = make_encoder(kEncodeUu);
     EXPECT_EQ(uu->encode(std::vector<uint8_t>{}), u"begin 0666 uu\r\n\r\nend\r\n");
     EXPECT_EQ(uu->encode(std::vector<uint8_t>{0}), u"begin 0666 uu\r\n  \r\nend\r\n");
@@ -151,31 +143,15 @@ TEST(UuEncode, FramingOfShortAndLongTexts) {
     EXPECT_EQ(text136.substr(16 + 180, 2), u"\r\n"); // after the 45th group
     EXPECT_EQ(text136.substr(198, 2), u"00");        // one-byte tail, no "_" (1 byte left)
     EXPECT_EQ(text136.substr(200), u"\r\nend\r\n");
-}
-
-TEST(UuEncode, LengthCharacterIsDecodedAsData) {
-    auto uu = make_encoder(kEncodeUu);
+    auto uu2 = make_encoder(kEncodeUu);
     for (std::size_t n : {0u, 1u, 2u, 3u, 44u, 45u}) {
-        const auto data = test::random_bytes(n, 8);
-        EXPECT_EQ(uu->decode(uu->encode(data)), data) << n;
+        const auto data2 = test::random_bytes(n, 8);
+        EXPECT_EQ(uu2->decode(uu2->encode(data2)), data2) << n;
     }
-    const auto data = test::random_bytes(46, 8);
-    EXPECT_NE(uu->decode(uu->encode(data)), data);
-    EXPECT_TRUE(uu->decode(u"begin 0666 uu\r\n").empty());
-    EXPECT_TRUE(uu->decode(u"").empty());
-}
-
-TEST(Encoders, RoundTripAllSizes) {
-    for (int number : {kEncodeQrt, kEncodeBase64}) {
-        auto enc = make_encoder(number);
-        for (std::size_t n : test::round_trip_sizes()) {
-            const auto data = test::random_bytes(n, static_cast<uint32_t>(n));
-            ASSERT_EQ(enc->decode(enc->encode(data)), data) << number << " " << n;
-        }
-    }
-}
-
-TEST(Encoders, ArbitraryTextNeverOverruns) {
+    const auto data2 = test::random_bytes(46, 8);
+    EXPECT_NE(uu2->decode(uu2->encode(data2)), data2);
+    EXPECT_TRUE(uu2->decode(u"begin 0666 uu\r\n").empty());
+    EXPECT_TRUE(uu2->decode(u"").empty());
     const auto noise = test::random_bytes(5000, 12);
     std::u16string text;
     for (std::size_t i = 0; i + 1 < noise.size(); i += 2)
@@ -184,6 +160,77 @@ TEST(Encoders, ArbitraryTextNeverOverruns) {
         auto enc = make_encoder(number);
         EXPECT_EQ(enc->decode(text).size(), enc->decode(text, nullptr));
     }
+}
+
+std::span<const uint8_t> ascii(const char* s) {
+    return {reinterpret_cast<const uint8_t*>(s), std::strlen(s)};
+}
+
+// Bit-at-a-time CRC-32, independent of the sliced tables.
+uint32_t crc32_bitwise(std::span<const uint8_t> d) {
+    uint32_t c = 0xFFFFFFFFu;
+    for (uint8_t b : d) {
+        c ^= b;
+        for (int k = 0; k < 8; ++k)
+            c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
+    }
+    return ~c;
+}
+
+TEST(Crc32, KnownAnswersEveryAlignmentAndContinuation) {
+    EXPECT_EQ(crc32(ascii("123456789")), 0xCBF43926u);
+    EXPECT_EQ(crc32(ascii("The quick brown fox jumps over the lazy dog")), 0x414FA339u);
+    EXPECT_EQ(crc32({}), 0u);
+    EXPECT_EQ(crc32({}, 0x12345678u), 0x12345678u);
+    const auto data = test::random_bytes(4133, 7);
+    for (std::size_t n :
+         {1u, 15u, 16u, 17u, 31u, 33u, 63u, 64u, 65u, 79u, 80u, 127u, 128u, 129u, 255u, 1000u, 4133u}) {
+        const auto s = std::span<const uint8_t>(data).subspan(0, n);
+        ASSERT_EQ(crc32(s), crc32_bitwise(s)) << n;
+        for (std::size_t cut : {std::size_t{0}, n / 3, n - 1, n}) {
+            const uint32_t first = crc32(s.subspan(0, cut));
+            EXPECT_EQ(crc32(s.subspan(cut), first), crc32(s)) << n << " cut " << cut;
+        }
+    }
+}
+
+TEST(Crc16, LookupBeforeByteFormOverStringAndTerminator) {
+    // 0xDC05 for "123456789": not the usual CRC-16/XMODEM (0x31C3).
+    const std::pair<const char16_t*, uint16_t> cases[] = {
+        {u"", 0}, {u"A", 0x3EFD}, {u"Hello", 0x50DD}, {u"123456789", 0xDC05}};
+    for (const auto& [text, crc] : cases)
+        EXPECT_EQ(crc16(text), crc) << crc;
+    EXPECT_EQ(crc16(u"\u0141"), crc16(u"A")); // only the low byte of a unit counts
+    EXPECT_NE(crc16(u"AB"), crc16(u"BA"));
+}
+
+TEST(Phonetic, WordsSpacesAndEndRules) {
+    // clang-format off
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"Dupont", u"DUPO"}, {u"Dupond", u"DUPO"}, {u"Martin", u"MARTIN"}, {u"Chapeau", u"KAPO"},
+        {u"Philippe", u"FILIP"}, {u"Pierre", u"PIER"}, {u"Renaud", u"RENO"}, {u"Reno", u"RENO"},
+        {u"Gauthier", u"GOTI"}, {u"", u""}, {u"    ", u""}, {u"  Martin  ", u"MARTIN"},
+        {u"Jean-Pierre", u"JEA PIER"}, {u"Jean Pierre", u"JEA PIER"}, {u"Loi", u"LOA"}, {u"Maire", u"MER"},
+        {u"chat", u"KA"},        // CH becomes K, never CH or SH
+        {u"Chose", u"KOS"},      // final E goes after the final-S rule ran
+        {u"Bordeaux", u"BORDO"}, // final X after U, EAU
+        {u"Dumas", u"DUMA"},     // final S
+        {u"Quentin", u"KATIN"},  // QU, EN before a consonant
+        {u"Lambert", u"LABERT"}, // M before B after a vowel, then AN; T after R stays
+        {u"Rollet", u"ROL"},     // final T after a vowel, final E, doubles
+        {u"Camp", u"KAP"},       // P after M stays; M to N, then AN to A
+        {u"Trop", u"TRO"},       // final P after O
+        {u"Nez", u"N"},          // final EZ, then final E
+        {u"Maison", u"MEZO"},    // S between vowels, ON at the end, AI
+        {u"AHHA", u"AHA"},       // the H pass moves on after a deletion
+        {u"R2D2", u"R2D2"}, {u"A11..B", u"A1.B"}};
+    // clang-format on
+    for (const auto& [in, out] : cases)
+        EXPECT_EQ(phonetic(in), out) << std::u16string_view(in).size();
+    EXPECT_EQ(phonetic(u"éçàÈ"), phonetic(u"ECAE"));
+    EXPECT_EQ(phonetic(u"Cœur"), phonetic(u"CEUR"));
+    for (const char16_t* s : {u"Zoé", u"x", u"Hh", u"EUUU", u"AUAU", u"QQQUUU", u"---"})
+        EXPECT_LE(phonetic(s).size(), std::u16string_view(s).size()) << std::u16string_view(s).size();
 }
 
 } // namespace

@@ -88,7 +88,7 @@ TEST_F(FileCrypt, RoundTripsEveryModeAndEncoding) {
     }
 }
 
-TEST_F(FileCrypt, NoneCopiesAndEncodingWritesText) {
+TEST_F(FileCrypt, CopiesTextWrongPasswordAndErrors) {
     const auto data = test::random_bytes(100, 2);
     put("a.bin", data);
     ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\copy.bin", u"", 0, 0).result.b);
@@ -97,21 +97,15 @@ TEST_F(FileCrypt, NoneCopiesAndEncodingWritesText) {
     const auto text = get("a.b64");
     const auto expected = make_encoder(2)->encode(data);
     EXPECT_EQ(std::u16string(text.begin(), text.end()), expected);
-}
-
-TEST_F(FileCrypt, WrongPasswordWritesThenFails) {
-    const auto data = test::random_bytes(5000, 3);
-    put("a.bin", data);
+    const auto data2 = test::random_bytes(5000, 3);
+    put("a.bin", data2);
     ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.enc", u"right", 1, 0).result.b);
     auto out = run("fUncrypt", u"\\a.enc", u"\\a.out", u"wrong", 1, 0);
     EXPECT_FALSE(out.result.b);
     EXPECT_EQ(out.error.severity, 2);
     EXPECT_NE(out.error.message.find(kp::catalogue_text(28279, false)), std::u16string::npos);
-    EXPECT_EQ(get("a.out").size(), data.size()); // left in place, deliberately
-    EXPECT_NE(get("a.out"), data);
-}
-
-TEST_F(FileCrypt, Errors) {
+    EXPECT_EQ(get("a.out").size(), data2.size()); // left in place, deliberately
+    EXPECT_NE(get("a.out"), data2);
     put("a.bin", {1, 2, 3});
     auto bad_mode = run("fCrypt", u"\\a.bin", u"\\b", u"pw", 5, 0);
     EXPECT_FALSE(bad_mode.result.b);

@@ -6,16 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "component/error.h"
+#include "support/error_record.h"
 
 namespace kp::transforms::test {
 
-// Fresh error object over a local record.
-struct ErrorBox {
-    kp_error_record rec{};
-    kp::CXError err{&rec};
-    ErrorBox() { rec.severity = 1; }
-};
+using ErrorBox = kp::test::Err;
+
+// The UTF-16 text whose little-endian units are the bytes.
+inline std::u16string text_of(const std::vector<uint8_t>& b) {
+    std::u16string s(b.size() / 2, u'\0');
+    for (std::size_t i = 0; i < s.size(); ++i)
+        s[i] = static_cast<char16_t>(b[2 * i] | b[2 * i + 1] << 8);
+    return s;
+}
 
 inline std::vector<uint8_t> random_bytes(std::size_t n, uint32_t seed) {
     std::mt19937 rng(seed);

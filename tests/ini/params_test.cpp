@@ -4,10 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <functional>
-
 #include <cmath>
-#include <limits>
 
 #include "files/files_fixture.h"
 #include "files/params.h"
@@ -54,14 +51,7 @@ TEST(ParamRules, EscapingAndSections) {
 }
 
 TEST(ParamRules, RealsAsTheShortestTextThatReadsBack) {
-    const double values[] = {0.1,
-                             -0.0,
-                             1e300,
-                             5e-324,
-                             3.141592653589793,
-                             123456789012345678.0,
-                             std::numeric_limits<double>::infinity()};
-    for (double v : values) {
+    for (double v : {0.1, -0.0, 1e300, 5e-324, 3.141592653589793, 123456789012345678.0, HUGE_VAL}) {
         Param out;
         ASSERT_TRUE(convert_to(Param::string(real_text(v)), Param::Kind::Real, out));
         EXPECT_EQ(std::signbit(out.r), std::signbit(v));
@@ -215,32 +205,35 @@ TEST_F(Params, RegistryLayoutAndRoots) {
 
     namespace reg = platform::registry;
     reg::use_database((fx.dir.path() / "registry.sqlite3").string());
-    auto value = [](reg::Key root, std::u16string_view key, std::u16string_view name, uint32_t* type) {
-        reg::Key k = 0;
-        std::vector<uint8_t> data(256);
-        uint32_t size = 256;
-        if (reg::open_key(root, key, reg::kQueryValue, &k) != 0) return std::vector<uint8_t>{0xEE};
-        uint32_t rc = reg::query_value(k, name, type, data.data(), &size);
-        reg::close_key(k);
-        if (rc != 0) return std::vector<uint8_t>{0xEE};
-        data.resize(size);
-        return data;
+    using Bytes = std::vector<uint8_t>;
+    struct Case {
+        reg::Key root;
+        std::u16string key, name;
+        Bytes data;
+        uint32_t type;
+    } cases[] = {
+        {reg::kLocalMachine, u"Software\\Acme\\win\\pos", u"x", {7, 0, 0, 0}, reg::kDword},
+        {reg::kCurrentUser, u"Software\\kp120", u"top", {'t', 0, 0, 0}, reg::kSz},
+        {reg::kCurrentUser, u"Software\\kp120", u"b", {1, 0, 0, 0}, reg::kDword},
+        {reg::kCurrentUser, u"Software\\kp120", u"r", {'2', 0, '.', 0, '5', 0, 0, 0}, reg::kSz},
+        {reg::kCurrentUser,
+         u"Software\\kp120",
+         u"q",
+         {0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+         kRegQword},
     };
-    uint32_t type = 0;
-    EXPECT_EQ(value(reg::kLocalMachine, u"Software\\Acme\\win\\pos", u"x", &type),
-              (std::vector<uint8_t>{7, 0, 0, 0}));
-    EXPECT_EQ(type, reg::kDword);
-    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"top", &type),
-              (std::vector<uint8_t>{'t', 0, 0, 0}));
-    EXPECT_EQ(type, reg::kSz);
-    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"b", &type), (std::vector<uint8_t>{1, 0, 0, 0}));
-    EXPECT_EQ(type, reg::kDword);
-    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"r", &type),
-              (std::vector<uint8_t>{'2', 0, '.', 0, '5', 0, 0, 0}));
-    EXPECT_EQ(type, reg::kSz);
-    EXPECT_EQ(value(reg::kCurrentUser, u"Software\\kp120", u"q", &type),
-              (std::vector<uint8_t>{0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(type, kRegQword);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.name.begin(), c.name.end()));
+        reg::Key k = 0;
+        Bytes data(256);
+        uint32_t size = 256, type = 0;
+        ASSERT_EQ(reg::open_key(c.root, c.key, reg::kQueryValue, &k), 0u);
+        EXPECT_EQ(reg::query_value(k, c.name, &type, data.data(), &size), 0u);
+        reg::close_key(k);
+        data.resize(size);
+        EXPECT_EQ(data, c.data);
+        EXPECT_EQ(type, c.type);
+    }
     reg::use_database("");
 }
 
@@ -303,23 +296,24 @@ TEST_F(Params, DeleteTakesADeepGroupOnASmallStack) {
         group += u"/d";
     save(group + u"/v", Value::integer(1));
     ASSERT_EQ(load(group + u"/v", Value::integer(-1)).i, 1);
-    bool removed = false;
-    std::function<void()> job = [&] { removed = remove(u"deep").result.b; };
+    auto* self = this;
+    struct Job {
+        decltype(self) t;
+        bool removed = false;
+    } job{this};
     pthread_attr_t attr;
     pthread_attr_init(&attr);
     pthread_attr_setstacksize(&attr, 192 * 1024);
     pthread_t th;
-    ASSERT_EQ(pthread_create(
-                  &th, &attr,
-                  [](void* p) -> void* {
-                      (*static_cast<std::function<void()>*>(p))();
-                      return nullptr;
-                  },
-                  &job),
-              0);
+    auto run = [](void* p) -> void* {
+        auto* j = static_cast<Job*>(p);
+        j->removed = j->t->remove(u"deep").result.b;
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&th, &attr, run, &job), 0);
     pthread_join(th, nullptr);
     pthread_attr_destroy(&attr);
-    EXPECT_TRUE(removed);
+    EXPECT_TRUE(job.removed);
     EXPECT_EQ(load(group + u"/v", Value::integer(-1)).i, -1);
 }
 

@@ -99,7 +99,7 @@ T.group("bad command lines", function()
   end
 end)
 
-T.group("functions and constants listings", function()
+T.group("functions and constants listings, describe", function()
   local cases = { -- arguments, pattern the output must match
     { "functions", "\n?0%s+DateSys%s+DateSys%s+2%s+[a-z ]+\n" },
     { "functions datevers", "DateVersChaîne%s+DateToString%s+2" }, -- substring, any case
@@ -112,11 +112,20 @@ T.group("functions and constants listings", function()
     { "constants 'fo*'", "foBloqueLecture%s+foReadLock%s+%(not provided%)" },
     { "constants orient9", '^Orient90%s+Orient90%s+"90"\n$' },
     { "constants exeName", "exeNom%s+exeName%s+%(not provided%)" },
+    { "describe fopen", "^fOuvre / fOpen: Files, provided\n  Opens a file" },
+    { "describe fopen", "\n  fOpen%(file: string, mode: integer%) %-> integer\n" },
+    { "describe fopen", "On failure: %-1; errors it may record: 0 80021 80600" },
+    { "describe DateVersChaine", "^DateVersChaîne / DateToString: Dates and times" },
+    { "describe 'DATEVERSCHAÎNE'", "mask: string%) %-> string" },
+    { "describe MatchRegularExpression", "variables: any by reference" },
+    { "describe TwainToBMP", "not provided" },
+    { "describe fLockEmptyFile", "constant, %-2" },
   }
   for _, c in ipairs(cases) do
     local out, _, code = run(base .. " " .. c[1])
     T.eq(code, 0, c[1] .. ": exit code")
     T.ok(out:find(c[2]), c[1] .. ": " .. c[2] .. " in " .. out)
+    T.ok(not out:find("[0x", 1, true), c[1] .. ": codes as words")
   end
   for line in run(base .. " functions datevers"):gmatch("[^\n]+") do
     T.ok(line:lower():find("datevers", 1, true), line)
@@ -128,25 +137,6 @@ T.group("functions and constants listings", function()
     .. " functions Max")
   T.eq(code, 0, "exit code")
   T.eq(io.open(untouched .. "/", "r"), nil, "a listing creates no device root")
-end)
-
-T.group("describe", function()
-  local cases = { -- name as typed, what the entry must hold
-    { "fopen", "^fOuvre / fOpen: Files, provided\n  Opens a file" },
-    { "fopen", "\n  fOpen%(file: string, mode: integer%) %-> integer\n" },
-    { "fopen", "On failure: %-1; errors it may record: 0 80021 80600" },
-    { "DateVersChaine", "^DateVersChaîne / DateToString: Dates and times" },
-    { "DATEVERSCHAÎNE", "mask: string%) %-> string" },
-    { "MatchRegularExpression", "variables: any by reference" },
-    { "TwainToBMP", "not provided" },
-    { "fLockEmptyFile", "constant, %-2" },
-  }
-  for _, c in ipairs(cases) do
-    local out, _, code = run(base .. " describe " .. q(c[1]))
-    T.eq(code, 0, c[1] .. ": exit code")
-    T.ok(out:find(c[2]), c[1] .. ": " .. c[2] .. " in " .. out)
-    T.ok(not out:find("[0x", 1, true), c[1] .. ": codes as words")
-  end
 end)
 
 T.group("error records, kp.strict and system texts", function()

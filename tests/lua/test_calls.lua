@@ -46,17 +46,11 @@ T.group("overload choice and its errors", function()
   T.raises("argument 1: a nil value has no component type", z, nil)
   T.eq(z(-(1 << 31)), 24053, "smallest 32-bit integer fits")
   T.eq(z(3.0), 24053, "whole float to integer")
+  -- A refusal names the caller's line.
+  local msg = T.raises("ZigouigouiARoulette", function() local r = z(1, 2) return r end)
+  T.ok(msg:find("test_calls.lua:%d+:") ~= nil, "position in '" .. msg .. "'")
   -- The scanner functions are left without a handler in this edition.
   T.raises("not provided", kp.TwainToBMP, "\\scan.bmp", true)
-end)
-
-T.group("error messages carry the caller's line", function()
-  if not T.provided("ZigouigouiARoulette", 0) then T.skip("ZigouigouiARoulette not provided") end
-  local msg = T.raises("ZigouigouiARoulette", function()
-    local r = kp.ZigouigouiARoulette(1, 2)
-    return r
-  end)
-  T.ok(msg:find("test_calls.lua:%d+:") ~= nil, "position in '" .. msg .. "'")
 end)
 
 T.group("overload by argument type", function()
@@ -66,8 +60,7 @@ T.group("overload by argument type", function()
 end)
 
 T.group("error records: cleared by a good call, a failure is not a Lua error", function()
-  T.raises("expects \"fr\" or \"en\"", kp.setlang, "de")
-  T.raises("expects \"fr\" or \"en\"", kp.setlang)
+  for _, args in ipairs({ { "de" }, {} }) do T.raises("expects \"fr\" or \"en\"", kp.setlang, table.unpack(args)) end
   if not T.provided("DateToString", "20240101") then T.skip("DateToString not provided") end
   kp.DateToString("20240101")
   local e = kp.lasterror()
@@ -95,9 +88,7 @@ T.group("variables passed by reference", function()
   if T.provided("MatchRegularExpression", "a", "a") then
     local y, m, d = kp.var(), kp.var("old"), kp.var(0)
     T.eq(kp.MatchRegularExpression("2024-11-21", "([0-9]+)-([0-9]+)-([0-9]+)", y, m, d), true, "match")
-    T.eq(y.value, "2024", "first variable filled")
-    T.eq(m.value, "11", "second variable replaced")
-    T.eq(d.value, "21", "third variable")
+    T.eq(y.value .. " " .. m.value .. " " .. d.value, "2024 11 21", "variables filled or replaced")
     T.eq(kp.MatchRegularExpression("abc", "x(.)", y), false, "no match")
   end
   if T.provided("eToEuro", kp.currency("1"), 1) then

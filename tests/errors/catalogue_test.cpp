@@ -113,9 +113,9 @@ TEST(Catalogue, InsertsMatchTheCallers) {
             // release-check texts (numbers print in decimal in text inserts).
             std::u16string out;
             ASSERT_TRUE(kp::format_message(text, {1001, 1002, 1003, 1004, 1005, 1006, 1007}, out)) << number;
-            for (char16_t k = u'1'; k < u'1' + expected.size(); ++k)
-                EXPECT_NE(out.find(std::u16string(u"100") + k), std::u16string::npos)
-                    << number << " insert " << char(k);
+            for (std::size_t k = 1; k <= expected.size(); ++k)
+                EXPECT_NE(out.find(u"100" + std::u16string(1, char16_t(u'0' + k))), std::u16string::npos)
+                    << number << " insert " << k;
         }
     }
 }

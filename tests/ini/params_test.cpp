@@ -170,14 +170,12 @@ TEST_F(Params, InitParameterKeepsModeAndLocationAndRefusesOtherModes) {
     EXPECT_EQ(init(0), u"0\t") << "a refused mode changes nothing";
 }
 
-TEST_F(Params, EveryKindRoundTripsInTheRegistry) {
-    init(0);
-    round_trips(true);
-}
-
-TEST_F(Params, EveryKindRoundTripsInAnIniFile) {
-    init(3);
-    round_trips(false);
+TEST_F(Params, EveryKindRoundTripsInTheRegistryAndInAnIniFile) {
+    for (int32_t mode : {0, 3}) {
+        SCOPED_TRACE(mode);
+        init(mode);
+        round_trips(mode == 0);
+    }
     // The default file is named after the project, at the root of the device.
     std::string file = get("kp120.ini");
     EXPECT_NE(file.find("[Global]\r\nint = -2147483648\r\n"), std::string::npos) << file;
@@ -200,6 +198,8 @@ TEST_F(Params, RegistryLayoutAndRoots) {
     namespace reg = platform::registry;
     reg::use_database((fx.dir.path() / "registry.sqlite3").string());
     using Bytes = std::vector<uint8_t>;
+    const reg::Key cu = reg::kCurrentUser;
+    const std::u16string user = u"Software\\kp120";
     struct Case {
         reg::Key root;
         std::u16string key, name;
@@ -207,14 +207,10 @@ TEST_F(Params, RegistryLayoutAndRoots) {
         uint32_t type;
     } cases[] = {
         {reg::kLocalMachine, u"Software\\Acme\\win\\pos", u"x", {7, 0, 0, 0}, reg::kDword},
-        {reg::kCurrentUser, u"Software\\kp120", u"top", {'t', 0, 0, 0}, reg::kSz},
-        {reg::kCurrentUser, u"Software\\kp120", u"b", {1, 0, 0, 0}, reg::kDword},
-        {reg::kCurrentUser, u"Software\\kp120", u"r", {'2', 0, '.', 0, '5', 0, 0, 0}, reg::kSz},
-        {reg::kCurrentUser,
-         u"Software\\kp120",
-         u"q",
-         {0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-         kRegQword},
+        {cu, user, u"top", {'t', 0, 0, 0}, reg::kSz},
+        {cu, user, u"b", {1, 0, 0, 0}, reg::kDword},
+        {cu, user, u"r", {'2', 0, '.', 0, '5', 0, 0, 0}, reg::kSz},
+        {cu, user, u"q", {0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, kRegQword},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.name.begin(), c.name.end()));

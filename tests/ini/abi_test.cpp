@@ -26,6 +26,14 @@ class IniAbi : public DeviceTest {
         EXPECT_EQ(r.status, CallStatus::Ok) << r.detail;
         return r;
     }
+    // The four-argument forms on an explicit file.
+    std::u16string read4(const std::u16string& sec, const std::u16string& key, const std::u16string& file) {
+        return read({s(sec), s(key), s(u"dflt"), s(file)});
+    }
+    CallOutcome write4(const std::u16string& sec, const std::u16string& key, const std::u16string& value,
+                       const std::u16string& file) {
+        return write({s(sec), s(key), s(value), s(file)});
+    }
 };
 
 TEST_F(IniAbi, ShortFormsUseTheWindowsIniOfTheDevice) {
@@ -44,123 +52,90 @@ TEST_F(IniAbi, ShortFormsUseTheWindowsIniOfTheDevice) {
     EXPECT_EQ(get("Windows/win.ini"), "[Fonts]\r\nTimes = times.ttf\r\n");
 }
 
-TEST_F(IniAbi, LowerCaseFileReadInUpperCaseAndWrittenAsASecondSection) {
-    put("a.ini", "[colours]\r\nred=1\r\n");
-    EXPECT_EQ(read({s(u"COLOURS"), s(u"RED"), s(u""), s(u"\\a.ini")}), u"1");
-    EXPECT_TRUE(write({s(u"COLOURS"), s(u"RED"), s(u"2"), s(u"\\a.ini")}).result.b);
-    EXPECT_EQ(get("a.ini"), "[colours]\r\nred=1\r\n[COLOURS]\r\nRED = 2\r\n");
-    // The reader still finds the first spelling.
-    EXPECT_EQ(read({s(u"COLOURS"), s(u"RED"), s(u""), s(u"\\a.ini")}), u"1");
-}
-
 TEST_F(IniAbi, IntegerFormsDeleteWithZeroAndRefuseAnythingElse) {
-    const std::string file = "[s]\r\nk=1\r\n[t]\r\nx=2\r\n";
+    const std::string file = "[s]\r\nk=1\r\n[t]\r\nx=2\r\n", no_key = "[s]\r\n[t]\r\nx=2\r\n",
+                      no_s = "[t]\r\nx=2\r\n";
+    const Value sec = s(u"s"), k = s(u"k"), zero = i(0);
     struct Case {
-        const char* what;
-        std::vector<Value> args;
-        bool result;
-        uint32_t error;
-        std::string after;
+        Value section, key, value;
+        const std::string* after; // nullptr: refused with 80290, the file unchanged
     } cases[] = {
-        {"(s, k, 0, file) deletes the key",
-         {s(u"s"), s(u"k"), i(0), s(u"\\i.ini")},
-         true,
-         0,
-         "[s]\r\n[t]\r\nx=2\r\n"},
-        {"(s, k, 7, file) is refused", {s(u"s"), s(u"k"), i(7), s(u"\\i.ini")}, false, 80290, file},
-        {"(s, 0, 0, file) deletes the section",
-         {s(u"s"), i(0), i(0), s(u"\\i.ini")},
-         true,
-         0,
-         "[t]\r\nx=2\r\n"},
-        {"(s, 3, 0, file) is refused", {s(u"s"), i(3), i(0), s(u"\\i.ini")}, false, 80290, file},
-        {"(s, 0, -1, file) is refused", {s(u"s"), i(0), i(-1), s(u"\\i.ini")}, false, 80290, file},
-        {"(0, 0, 0, file) does nothing", {i(0), i(0), i(0), s(u"\\i.ini")}, true, 0, file},
-        {"(1, 0, 0, file) is refused", {i(1), i(0), i(0), s(u"\\i.ini")}, false, 80290, file},
-        {"(s, k, '', file) deletes the key",
-         {s(u"s"), s(u"k"), s(u""), s(u"\\i.ini")},
-         true,
-         0,
-         "[s]\r\n[t]\r\nx=2\r\n"},
-        {"(s, '', v, file) deletes the section",
-         {s(u"s"), s(u""), s(u"v"), s(u"\\i.ini")},
-         true,
-         0,
-         "[t]\r\nx=2\r\n"},
+        {sec, k, zero, &no_key},     {sec, k, i(7), nullptr},     {sec, zero, zero, &no_s},
+        {sec, i(3), zero, nullptr},  {sec, zero, i(-1), nullptr}, {zero, zero, zero, &file}, // does nothing
+        {i(1), zero, zero, nullptr}, {sec, k, s(u""), &no_key},   {sec, s(u""), s(u"v"), &no_s},
     };
-    for (Case& c : cases) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
         put("i.ini", file);
-        CallOutcome r = write(c.args);
-        EXPECT_EQ(r.result.b, c.result) << c.what;
-        EXPECT_EQ(r.error.id, c.error) << c.what;
-        EXPECT_EQ(get("i.ini"), c.after) << c.what;
+        CallOutcome r = write({c.section, c.key, c.value, s(u"\\i.ini")});
+        EXPECT_EQ(r.result.b, c.after != nullptr);
+        EXPECT_EQ(r.error.id, c.after ? 0u : 80290u);
+        EXPECT_EQ(get("i.ini"), c.after ? *c.after : file);
     }
     put("i.ini", file);
-    CallOutcome r = write({s(u"s"), s(u"k"), i(7), s(u"\\i.ini")});
+    CallOutcome r = write({sec, k, i(7), s(u"\\i.ini")});
     EXPECT_NE(r.error.message.find(u"\"k\""), std::u16string::npos);
     EXPECT_NE(r.error.message.find(u"(7)"), std::u16string::npos);
 }
 
 TEST_F(IniAbi, ExplicitFilesThatCannotBeWrittenReport80294) {
-    CallOutcome r = write({s(u"s"), s(u"k"), s(u"v"), s(u"\\no such dir\\a.ini")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80294u);
-    EXPECT_EQ(r.error.system_code, 3u);
-    EXPECT_NE(r.error.message.find(u"\\no such dir\\a.ini"), std::u16string::npos);
-
-    r = write({s(u""), s(u"k"), s(u"v"), s(u"\\a.ini")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80294u) << "no section, explicit file";
-    EXPECT_FALSE(std::filesystem::exists(host_path("a.ini")));
-
-    r = write({s(u"s"), s(u"k"), s(u"v"), s(u"relative.ini")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80294u);
-
     put("ro.ini", "[s]\r\n");
     std::filesystem::permissions(host_path("ro.ini"), std::filesystem::perms::owner_read);
-    r = write({s(u"s"), s(u"k"), s(u"v"), s(u"\\ro.ini")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80294u);
-    EXPECT_EQ(r.error.system_code, 5u);
+    struct Case {
+        std::u16string section, file;
+        uint32_t system_code; // 0: any
+    } cases[] = {
+        {u"s", u"\\no such dir\\a.ini", 3},
+        {u"", u"\\a.ini", 0}, // no section, explicit file
+        {u"s", u"relative.ini", 0},
+        {u"s", u"\\ro.ini", 5},
+    };
+    for (const Case& c : cases) {
+        CallOutcome r = write4(c.section, u"k", u"v", c.file);
+        EXPECT_FALSE(r.result.b);
+        EXPECT_EQ(r.error.id, 80294u);
+        EXPECT_TRUE(!c.system_code || r.error.system_code == c.system_code) << r.error.system_code;
+    }
+    EXPECT_NE(write4(u"s", u"k", u"v", u"\\no such dir\\a.ini").error.message.find(u"\\no such dir\\a.ini"),
+              std::u16string::npos);
+    EXPECT_FALSE(std::filesystem::exists(host_path("a.ini")));
     EXPECT_EQ(get("ro.ini"), "[s]\r\n");
-
     // The default file fails quietly (no \Windows folder on this device).
-    r = write({s(u"s"), s(u"k"), s(u"v")});
+    CallOutcome r = write({s(u"s"), s(u"k"), s(u"v")});
     EXPECT_FALSE(r.result.b);
     EXPECT_EQ(r.error.severity, 1);
 }
 
 TEST_F(IniAbi, ReadingAMissingOrUnreadableFileGivesTheDefault) {
-    EXPECT_EQ(read({s(u"s"), s(u"k"), s(u"dflt"), s(u"\\none.ini")}), u"dflt");
-    EXPECT_EQ(read({s(u"s"), s(u"k"), s(u"dflt"), s(u"relative.ini")}), u"dflt");
-    EXPECT_EQ(read({s(u""), s(u""), s(u"dflt"), s(u"\\none.ini")}), u"dflt");
     put("empty.ini", "");
-    EXPECT_EQ(read({s(u""), s(u""), s(u"dflt"), s(u"\\empty.ini")}), u"dflt");
     put("s.ini", "[s]\r\nnokeys\r\n");
-    EXPECT_EQ(read({s(u"s"), s(u""), s(u"dflt"), s(u"\\s.ini")}), u"dflt");
+    EXPECT_EQ(read4(u"s", u"k", u"\\none.ini"), u"dflt");
+    EXPECT_EQ(read4(u"s", u"k", u"relative.ini"), u"dflt");
+    EXPECT_EQ(read4(u"", u"", u"\\none.ini"), u"dflt");
+    EXPECT_EQ(read4(u"", u"", u"\\empty.ini"), u"dflt");
+    EXPECT_EQ(read4(u"s", u"", u"\\s.ini"), u"dflt");
 }
 
 TEST_F(IniAbi, TextIsConvertedAndNulBecomesCrLf) {
     put("n.ini", std::string("[s]\r\nk=a\0b\0\r\nacc=caf\xE9\r\n", 23));
-    EXPECT_EQ(read({s(u"s"), s(u"k"), s(u""), s(u"\\n.ini")}), u"a\r\nb\r\n");
-    EXPECT_EQ(read({s(u"s"), s(u"acc"), s(u""), s(u"\\n.ini")}), u"caf\u00e9");
+    EXPECT_EQ(read4(u"s", u"k", u"\\n.ini"), u"a\r\nb\r\n");
+    EXPECT_EQ(read4(u"s", u"acc", u"\\n.ini"), u"caf\u00e9");
     // Written as ANSI: é is one byte, a character outside the code page a "?".
-    EXPECT_TRUE(write({s(u"s"), s(u"new"), s(u"\u00e9t\u00e9 \u4e2d"), s(u"\\n.ini")}).result.b);
+    EXPECT_TRUE(write4(u"s", u"new", u"\u00e9t\u00e9 \u4e2d", u"\\n.ini").result.b);
     EXPECT_NE(get("n.ini").find("new = \xE9t\xE9 ?\r\n"), std::string::npos);
     // A host string ends at its first NUL character.
-    EXPECT_TRUE(write({s(u"s"), s(u"cut"), s(std::u16string(u"ab\0cd", 5)), s(u"\\n.ini")}).result.b);
+    EXPECT_TRUE(write4(u"s", u"cut", std::u16string(u"ab\0cd", 5), u"\\n.ini").result.b);
     EXPECT_NE(get("n.ini").find("cut = ab\r\n"), std::string::npos);
 }
 
 TEST_F(IniAbi, ValuesAreCutAt8191Characters) {
     std::u16string big(10000, u'z');
-    EXPECT_TRUE(write({s(u"s"), s(u"k"), s(big), s(u"\\big.ini")}).result.b);
+    EXPECT_TRUE(write4(u"s", u"k", big, u"\\big.ini").result.b);
     EXPECT_EQ(get("big.ini").size(), 5 + 4 + 10000 + 2u);
-    EXPECT_EQ(read({s(u"s"), s(u"k"), s(u""), s(u"\\big.ini")}), big.substr(0, 8191));
+    EXPECT_EQ(read4(u"s", u"k", u"\\big.ini"), big.substr(0, 8191));
     big.resize(8191);
-    EXPECT_TRUE(write({s(u"s"), s(u"k"), s(big), s(u"\\big.ini")}).result.b);
-    EXPECT_EQ(read({s(u"s"), s(u"k"), s(u""), s(u"\\big.ini")}), big);
+    EXPECT_TRUE(write4(u"s", u"k", big, u"\\big.ini").result.b);
+    EXPECT_EQ(read4(u"s", u"k", u"\\big.ini"), big);
 }
 
 TEST_F(IniAbi, BadFilesNeverCrash) {
@@ -179,12 +154,12 @@ TEST_F(IniAbi, BadFilesNeverCrash) {
     };
     for (const std::string& f : files) {
         put("bad.ini", f);
-        read({s(u""), s(u""), s(u""), s(u"\\bad.ini")});
-        read({s(u"s"), s(u""), s(u""), s(u"\\bad.ini")});
-        read({s(u"s"), s(u"k"), s(u""), s(u"\\bad.ini")});
-        EXPECT_TRUE(write({s(u"s"), s(u"k"), s(u"v"), s(u"\\bad.ini")}).result.b);
-        EXPECT_TRUE(write({s(u"s"), s(u"k"), s(u""), s(u"\\bad.ini")}).result.b);
-        EXPECT_TRUE(write({s(u"s"), s(u""), s(u""), s(u"\\bad.ini")}).result.b);
+        for (const char16_t* sec : {u"", u"s"})
+            for (const char16_t* key : {u"", u"k"})
+                read4(sec, key, u"\\bad.ini");
+        for (const char16_t* value : {u"v", u""})
+            EXPECT_TRUE(write4(u"s", u"k", value, u"\\bad.ini").result.b);
+        EXPECT_TRUE(write4(u"s", u"", u"", u"\\bad.ini").result.b);
     }
 }
 

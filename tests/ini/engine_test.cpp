@@ -35,6 +35,12 @@ class Engine : public ::testing::Test {
         std::ifstream f(path(), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
     }
+    // The text with "|" standing for CR LF.
+    static std::string crlf(std::string s) {
+        for (std::size_t i = 0; (i = s.find('|', i)) != std::string::npos; i += 2)
+            s.replace(i, 1, "\r\n");
+        return s;
+    }
     // The reader's answer, or nullopt when it finds nothing.
     Opt read(const Opt& section, const Opt& key, std::size_t max = kReadMax) {
         std::string out;
@@ -104,38 +110,29 @@ TEST_F(Engine, LineReaderTakesLinesOfAMegabyte) {
 // --- Reader --------------------------------------------------------------------
 
 TEST_F(Engine, ReaderTrimsIgnoresCaseAndKeepsKeysApart) {
-    put("top=before any section\r\n"
-        "; a comment\r\n"
-        "  [Colours]  \r\n"
-        "red = 1 \r\n"
-        "\tGreen\t=\t 2\t\r\n"
-        "blue2=no\r\n"
-        "blues=no\r\n"
-        "blue = a=b = c\r\n"
-        ";grey=commented\r\n"
-        "  ;white=commented too\r\n"
-        "bare line\r\n"
-        "black\t= \r\n"
-        "[other]\r\n"
-        "red=9\r\n");
+    put(crlf("top=before any section|; a comment|  [Colours]  |red = 1 |\tGreen\t=\t 2\t|blue2=no|blues=no|"
+             "blue = a=b = c|;grey=commented|  ;white=commented too|bare line|black\t= |[other]|red=9|"));
+    // A value runs from after the first "=", a key can be found with an
+    // empty value; no section or no key lists the names.
+    const Opt none;
     struct Case {
         Opt section, key, want;
     } cases[] = {
         {"colours", "RED", "1"},
         {"COLOURS", "green", "2"},
-        {"Colours", "blue", "a=b = c"}, // value: after the first "="
-        {"Colours", "blu", std::nullopt},
-        {"Colours", "grey", std::nullopt},
-        {"Colours", "white", std::nullopt},
-        {"Colours", "black", ""}, // found, empty value
-        {"Colours", "bare", std::nullopt},
-        {"Colours", "top", std::nullopt},
+        {"Colours", "blue", "a=b = c"},
+        {"Colours", "blu", none},
+        {"Colours", "grey", none},
+        {"Colours", "white", none},
+        {"Colours", "black", ""},
+        {"Colours", "bare", none},
+        {"Colours", "top", none},
         {"other", "red", "9"},
-        {"nothing", "red", std::nullopt},
-        {"Colour", "red", std::nullopt},
-        {"Colours", std::nullopt, "red\r\nGreen\r\nblue2\r\nblues\r\nblue\r\nblack\r\n"},
-        {"other", std::nullopt, "red\r\n"},
-        {std::nullopt, std::nullopt, "Colours\r\nother\r\n"},
+        {"nothing", "red", none},
+        {"Colour", "red", none},
+        {"Colours", none, crlf("red|Green|blue2|blues|blue|black|")},
+        {"other", none, "red\r\n"},
+        {none, none, "Colours\r\nother\r\n"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(read(c.section, c.key), c.want)
@@ -146,12 +143,7 @@ TEST_F(Engine, ReaderTrimsIgnoresCaseAndKeepsKeysApart) {
 }
 
 TEST_F(Engine, ReaderMatchesTheStartOfTheHeaderAndStopsAtTheNextOne) {
-    put("[s]junk after\r\n"
-        "a=1\r\n"
-        "[t\r\n" // no "]": no header for the reader
-        "b=2\r\n"
-        "[u]\r\n"
-        "c=3\r\n");
+    put(crlf("[s]junk after|a=1|[t|b=2|[u]|c=3|")); // "[t" without "]": no header for the reader
     EXPECT_EQ(read("s", "a"), "1");
     EXPECT_EQ(read("s", "b"), "2");
     EXPECT_EQ(read("s", "c"), std::nullopt);
@@ -182,67 +174,53 @@ TEST_F(Engine, ListsStopAtTheResultLimit) {
 
 TEST_F(Engine, WriterLeavesTheseBytes) {
     struct Case {
-        const char* what;
-        std::string before;
-        std::string section;
+        std::string before, section; // "|" stands for CR LF in before and after
         Opt key, value;
         std::string after;
     } cases[] = {
-        {"new file", "", "s", "k", "v", "[s]\r\nk = v\r\n"},
-        {"new key at the end of the last section", "[s]\r\na=1\r\n", "s", "k", "v",
-         "[s]\r\na=1\r\nk = v\r\n"},
-        {"replaced in the writer's form, others kept", "[s]\r\na=1\r\nk=old\r\nz = 2\r\n", "s", "k", "new",
-         "[s]\r\na=1\r\nk = new\r\nz = 2\r\n"},
-        {"replaced by a longer line", "[s]\r\nk=1\r\n[t]\r\nx=y\r\n", "s", "k", "a long value",
-         "[s]\r\nk = a long value\r\n[t]\r\nx=y\r\n"},
-        {"inserted before the next header", "[s]\r\na=1\r\n[t]\r\nb=2\r\n", "s", "k", "v",
-         "[s]\r\na=1\r\nk = v\r\n[t]\r\nb=2\r\n"},
-        {"a line starting with [ ends the section", "[s]\r\na=1\r\n[broken\r\n", "s", "k", "v",
-         "[s]\r\na=1\r\nk = v\r\n[broken\r\n"},
-        {"a line starting with LF ends the section", "[s]\r\n\nx\r\n", "s", "k", "v",
-         "[s]\r\nk = v\r\n\nx\r\n"},
-        {"header match regards case", "[S]\r\nk=1\r\n", "s", "k", "2", "[S]\r\nk=1\r\n[s]\r\nk = 2\r\n"},
-        {"key match regards case", "[s]\r\nK=1\r\n", "s", "k", "2", "[s]\r\nK=1\r\nk = 2\r\n"},
-        {"key followed by letters is another key", "[s]\r\nkey2=1\r\nkeys=1\r\n", "s", "key", "v",
-         "[s]\r\nkey2=1\r\nkeys=1\r\nkey = v\r\n"},
-        {"untrimmed: an indented key is another line", "[s]\r\n  k=1\r\n", "s", "k", "2",
-         "[s]\r\n  k=1\r\nk = 2\r\n"},
-        {"the first of two equal keys", "[s]\r\nk=1\r\nk=2\r\n", "s", "k", "3", "[s]\r\nk = 3\r\nk=2\r\n"},
-        {"deleting a key", "[s]\r\na=1\r\nk = v\r\nb=2\r\n", "s", "k", std::nullopt, "[s]\r\na=1\r\nb=2\r\n"},
-        {"deleting a missing key", "[s]\r\na=1\r\n", "s", "k", std::nullopt, "[s]\r\na=1\r\n"},
-        {"deleting a key of a missing section adds the header", "[t]\r\n", "s", "k", std::nullopt,
-         "[t]\r\n[s]\r\n"},
-        {"deleting a section, header included", "[a]\r\nx=1\r\n[s]\r\nk=1\r\n;c\r\n\r\n[b]\r\ny=2\r\n", "s",
-         std::nullopt, std::nullopt, "[a]\r\nx=1\r\n[b]\r\ny=2\r\n"},
-        {"deleting the last section", "[a]\r\nx=1\r\n[s]\r\nk=1\r\n", "s", std::nullopt, std::nullopt,
-         "[a]\r\nx=1\r\n"},
-        {"deleting a missing section", "[a]\r\n", "s", std::nullopt, std::nullopt, "[a]\r\n"},
-        {"appended text runs on after a last line without CR LF", "[t]\r\nx=1", "s", "k", "v",
-         "[t]\r\nx=1[s]\r\nk = v\r\n"},
-        {"a last key line without CR LF is replaced whole", "[s]\r\nk=1", "s", "k", "2", "[s]\r\nk = 2\r\n"},
-        {"NUL bytes are data", std::string("[s]\r\nk=\0\0\r\n", 11), "s", "j", "v",
-         std::string("[s]\r\nk=\0\0\r\nj = v\r\n", 18)},
+        {"", "s", "k", "v", "[s]|k = v|"}, // a new file
+        {"[s]|a=1|", "s", "k", "v", "[s]|a=1|k = v|"},
+        {"[s]|a=1|k=old|z = 2|", "s", "k", "new", "[s]|a=1|k = new|z = 2|"}, // the writer's form
+        {"[s]|k=1|[t]|x=y|", "s", "k", "a long value", "[s]|k = a long value|[t]|x=y|"},
+        {"[s]|a=1|[t]|b=2|", "s", "k", "v", "[s]|a=1|k = v|[t]|b=2|"}, // before the next header
+        {"[s]|a=1|[broken|", "s", "k", "v", "[s]|a=1|k = v|[broken|"}, // "[" ends the section
+        {"[s]|\nx|", "s", "k", "v", "[s]|k = v|\nx|"},                 // and so does LF
+        {"[S]|k=1|", "s", "k", "2", "[S]|k=1|[s]|k = 2|"},             // header and key match regard case
+        {"[s]|K=1|", "s", "k", "2", "[s]|K=1|k = 2|"},
+        {"[s]|key2=1|keys=1|", "s", "key", "v", "[s]|key2=1|keys=1|key = v|"}, // followed by letters
+        {"[s]|  k=1|", "s", "k", "2", "[s]|  k=1|k = 2|"},                     // indented: untrimmed
+        {"[s]|k=1|k=2|", "s", "k", "3", "[s]|k = 3|k=2|"},                     // the first of two
+        {"[s]|a=1|k = v|b=2|", "s", "k", std::nullopt, "[s]|a=1|b=2|"},        // deleting a key
+        {"[s]|a=1|", "s", "k", std::nullopt, "[s]|a=1|"},                      // a missing key
+        {"[t]|", "s", "k", std::nullopt, "[t]|[s]|"}, // a key of a missing section adds the header
+        {"[a]|x=1|[s]|k=1|;c||[b]|y=2|", "s", std::nullopt, std::nullopt, "[a]|x=1|[b]|y=2|"}, // a section
+        {"[a]|x=1|[s]|k=1|", "s", std::nullopt, std::nullopt, "[a]|x=1|"}, // the last section
+        {"[a]|", "s", std::nullopt, std::nullopt, "[a]|"},                 // a missing section
+        {"[t]|x=1", "s", "k", "v", "[t]|x=1[s]|k = v|"}, // runs on after a last line without CR LF
+        {"[s]|k=1", "s", "k", "2", "[s]|k = 2|"},        // such a last key line is replaced whole
+        {std::string("[s]|k=\0\0|", 9), "s", "j", "v", std::string("[s]|k=\0\0|j = v|", 15)}, // NUL is data
     };
     for (const Case& c : cases) {
-        put(c.before);
-        EXPECT_TRUE(write(c.section, c.key, c.value)) << c.what;
-        EXPECT_EQ(get(), c.after) << c.what;
+        SCOPED_TRACE(c.before);
+        put(crlf(c.before));
+        EXPECT_TRUE(write(c.section, c.key, c.value));
+        EXPECT_EQ(get(), crlf(c.after));
     }
 }
 
 TEST_F(Engine, WhatTheWriterWritesTheReaderReads) {
     put("");
+    auto sec = [](int i) { return "sec" + std::to_string(i % 7); };
+    auto key = [](int i) { return "key" + std::to_string(i); };
+    auto value = [](int i) { return "value " + std::to_string(i); };
     for (int i = 0; i < 50; ++i)
-        ASSERT_TRUE(
-            write("sec" + std::to_string(i % 7), "key" + std::to_string(i), "value " + std::to_string(i)));
+        ASSERT_TRUE(write(sec(i), key(i), value(i)));
     for (int i = 0; i < 50; ++i)
-        EXPECT_EQ(read("SEC" + std::to_string(i % 7), "KEY" + std::to_string(i)),
-                  "value " + std::to_string(i));
+        EXPECT_EQ(read("SEC" + std::to_string(i % 7), "KEY" + std::to_string(i)), value(i));
     for (int i = 0; i < 50; i += 2)
-        ASSERT_TRUE(write("sec" + std::to_string(i % 7), "key" + std::to_string(i), std::nullopt));
+        ASSERT_TRUE(write(sec(i), key(i), std::nullopt));
     for (int i = 0; i < 50; ++i)
-        EXPECT_EQ(read("sec" + std::to_string(i % 7), "key" + std::to_string(i)),
-                  i % 2 ? Opt("value " + std::to_string(i)) : std::nullopt);
+        EXPECT_EQ(read(sec(i), key(i)), i % 2 ? Opt(value(i)) : std::nullopt);
 }
 
 // --- Rewrite under a file-size limit ------------------------------------------------
@@ -270,35 +248,29 @@ TEST_F(Engine, FileSizeLimitHitInARewriteLeavesTheFileAsItWas) {
     file += "[b]\r\nlast = 1\r\n";
     const std::string value(3000, 'V');
     struct Case {
-        const char* what;
         rlim_t limit;
-        std::string section, key;
+        std::string section, key, value;
+        int rc; // 0: written, 1: refused with disk full (112)
     } cases[] = {
-        {"growing key in the first section", file.size() + 100, "a", "key3"},
-        {"new key before the next header", file.size() + 10, "a", "new"},
-        {"new section at the end", file.size() + 1, "c", "k"},
-        {"file already over the limit, shrinking rewrite", file.size() / 2, "a", "key150"},
+        {file.size() + 100, "a", "key3", value, 1},  // a growing key in the first section
+        {file.size() + 10, "a", "new", value, 1},    // a new key before the next header
+        {file.size() + 1, "c", "k", value, 1},       // a new section at the end
+        {file.size() / 2, "a", "key150", "v", 1},    // a file already over the limit, shrinking
+        {file.size() + 4000, "a", "key3", value, 0}, // room to spare
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.key);
         put(file);
-        const std::string v = std::string(c.what).find("shrinking") != std::string::npos ? "v" : value;
         int rc = limited(c.limit, [&] {
             uint32_t code = 0;
-            bool ok = write_file(name(), c.section, &c.key, &v, kCp, &code);
+            bool ok = write_file(name(), c.section, &c.key, &c.value, kCp, &code);
             return ok ? 0 : code == 112 ? 1 : 2;
         });
-        EXPECT_EQ(rc, 1) << c.what << ": refused with disk full (112)";
-        EXPECT_EQ(get(), file) << c.what;
+        EXPECT_EQ(rc, c.rc);
+        EXPECT_EQ(get() == file, rc == 1) << "the file is left as it was when refused";
     }
-    // Under a limit with room to spare the same rewrites succeed.
-    put(file);
-    EXPECT_EQ(limited(file.size() + 4000,
-                      [&] {
-                          uint32_t code = 0;
-                          std::string k = "key3";
-                          return write_file(name(), "a", &k, &value, kCp, &code) ? 0 : 1;
-                      }),
-              0);
+    EXPECT_EQ(read("a", "key3"), value);
+    EXPECT_EQ(read("b", "last"), "1");
     EXPECT_EQ(read("a", "key3"), value);
     EXPECT_EQ(read("b", "last"), "1");
 }

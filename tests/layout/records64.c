@@ -11,10 +11,6 @@ _Static_assert(offsetof(kp_value_interface_ops, set_result) == 149 * sizeof(void
 _Static_assert(offsetof(kp_call_context_ops, error) == 17 * sizeof(void*), "error record at index 17");
 _Static_assert(offsetof(kp_allocator_ops, create) == 5 * sizeof(void*), "sixth allocator operation");
 _Static_assert(offsetof(kp_allocator_ops, free_buffer) == 7 * sizeof(void*), "eighth allocator operation");
-_Static_assert(offsetof(kp_services, setting) == 17 * sizeof(void*), "services slots of the first release stay put");
-_Static_assert(offsetof(kp_services, select) == 18 * sizeof(void*), "appended services slots follow the first release's");
-_Static_assert(offsetof(kp_services, table_interface) == 23 * sizeof(void*), "services slots in the order they were appended");
-_Static_assert(offsetof(kp_table_interface, self) == 11 * sizeof(void*), "the table interface's self follows the first release's slots");
-_Static_assert(KP_SLOT_END(kp_services, setting) == 18 * sizeof(void*), "the size of a services block of the first release");
+#include "slots.h"
 
 int main(void) { return 0; }

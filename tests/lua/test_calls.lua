@@ -1,5 +1,5 @@
 -- Calls through kp: names in both languages and any case, constants,
--- overload choice and its errors, error records, procedure parameters.
+-- overload choice and its errors, error records, variables.
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 
 T.group("names in both languages, any case", function()
@@ -7,11 +7,7 @@ T.group("names in both languages, any case", function()
   T.eq(kp.ZigouigouiARoulette(1), 24053, "exact name")
   T.eq(kp.zigouigouiaroulette(-5), 24053, "lower case")
   T.eq(kp["ZIGOUIGOUIAROULETTE"](7), 24053, "upper case")
-  if T.provided("EstPair", 4) then
-    T.eq(kp["EstPair"](4), true, "French name")
-    T.eq(kp.IsEven(-3), false, "English name")
-    T.eq(kp["estpair"](-4), true, "French name, lower case")
-  end
+  if T.provided("EstPair", 4) then T.eq(tostring(kp.IsEven(-3)) .. " " .. tostring(kp["estpair"](-4)), "false true", "both names") end
   if T.provided("DateVersChaîne", "20240229") then
     T.eq(kp["DateVersChaîne"]("20240229"), kp.DateToString("20240229"), "accented French name")
     T.eq(kp["DATEVERSCHAÎNE"]("20240229"), kp.DateToString("20240229"), "accented capital")
@@ -26,44 +22,35 @@ T.group("unknown names", function()
 end)
 
 T.group("constants", function()
-  T.eq(kp.foRead, 1, "English name")
-  T.eq(kp.foLecture, 1, "French name")
-  T.eq(kp.FOLECTUREECRITURE, 3, "case ignored")
-  T.eq(kp.foUnicode, 4096, "value")
-  T.eq(kp.fLockEmptyFile, -2, "0xFFFFFFFE is the 32-bit integer -2")
-  T.eq(kp.scActiveBorder, 0x4000000A, "large value")
-  T.eq(kp.Orient90, "90", "string constant")
+  local cases = { -- value, expected, what
+    { kp.foRead, 1, "English name" }, { kp.foLecture, 1, "French name" }, { kp.FOLECTUREECRITURE, 3, "any case" },
+    { kp.foUnicode, 4096, "value" }, { kp.fLockEmptyFile, -2, "0xFFFFFFFE is the 32-bit integer -2" },
+    { kp.scActiveBorder, 0x4000000A, "large value" }, { kp.Orient90, "90", "string constant" },
+    { kp["fRépertoire"], 2, "accented name" }, { kp.MciAudioCD, "cdaudio", "string constant, English" },
+  }
+  for _, c in ipairs(cases) do T.eq(c[1], c[2], c[3]) end
   T.raises("constant exeName is not provided", function() return kp.exeName end)
-  T.eq(kp["fRépertoire"], 2, "accented name")
-  T.eq(kp.MciAudioCD, "cdaudio", "string constant, English")
   T.raises("constant foReadLock is not provided", function() return kp.foReadLock end)
   T.raises("not provided", function() return kp.schedDaily end)
 end)
 
 T.group("overload choice and its errors", function()
   if not T.provided("ZigouigouiARoulette", 0) then T.skip("ZigouigouiARoulette not provided") end
-  T.raises("ZigouigouiARoulette", kp.ZigouigouiARoulette)
-  T.raises("takes 2 arguments", kp.ZigouigouiARoulette, 1, 2)
-  T.raises("does not fit a 32-bit integer", kp.ZigouigouiARoulette, 1 << 31)
-  T.raises("does not fit a 32-bit integer", kp.ZigouigouiARoulette, -(1 << 31) - 1)
-  T.eq(kp.ZigouigouiARoulette(-(1 << 31)), 24053, "smallest 32-bit integer fits")
-  T.eq(kp.ZigouigouiARoulette(3.0), 24053, "whole float to integer")
-  T.raises("ZigouigouiARoulette", kp.ZigouigouiARoulette, 3.5)
-  T.raises("ZigouigouiARoulette", kp.ZigouigouiARoulette, "3")
-  T.raises("argument 1: a nil value has no component type", kp.ZigouigouiARoulette, nil)
-  T.raises("argument 1: a table value has no component type", kp.ZigouigouiARoulette, {})
-  T.raises("argument 1: invalid UTF-8", kp.ZigouigouiARoulette, "\255")
+  local z = kp.ZigouigouiARoulette
+  local cases = { -- message, arguments
+    { "ZigouigouiARoulette" }, { "takes 2 arguments", 1, 2 }, { "does not fit a 32-bit integer", 1 << 31 },
+    { "does not fit a 32-bit integer", -(1 << 31) - 1 }, { "ZigouigouiARoulette", 3.5 }, { "ZigouigouiARoulette", "3" },
+    { "argument 1: a table value has no component type", {} }, { "argument 1: invalid UTF-8", "\255" },
+  }
+  for _, c in ipairs(cases) do T.raises(c[1], z, table.unpack(c, 2)) end
+  T.raises("argument 1: a nil value has no component type", z, nil)
+  T.eq(z(-(1 << 31)), 24053, "smallest 32-bit integer fits")
+  T.eq(z(3.0), 24053, "whole float to integer")
+  -- A refusal names the caller's line.
+  local msg = T.raises("ZigouigouiARoulette", function() local r = z(1, 2) return r end)
+  T.ok(msg:find("test_calls.lua:%d+:") ~= nil, "position in '" .. msg .. "'")
   -- The scanner functions are left without a handler in this edition.
   T.raises("not provided", kp.TwainToBMP, "\\scan.bmp", true)
-end)
-
-T.group("error messages carry the caller's line", function()
-  if not T.provided("ZigouigouiARoulette", 0) then T.skip("ZigouigouiARoulette not provided") end
-  local msg = T.raises("ZigouigouiARoulette", function()
-    local r = kp.ZigouigouiARoulette(1, 2)
-    return r
-  end)
-  T.ok(msg:find("test_calls.lua:%d+:") ~= nil, "position in '" .. msg .. "'")
 end)
 
 T.group("overload by argument type", function()
@@ -73,8 +60,7 @@ T.group("overload by argument type", function()
 end)
 
 T.group("error records: cleared by a good call, a failure is not a Lua error", function()
-  T.raises("expects \"fr\" or \"en\"", kp.setlang, "de")
-  T.raises("expects \"fr\" or \"en\"", kp.setlang)
+  for _, args in ipairs({ { "de" }, {} }) do T.raises("expects \"fr\" or \"en\"", kp.setlang, table.unpack(args)) end
   if not T.provided("DateToString", "20240101") then T.skip("DateToString not provided") end
   kp.DateToString("20240101")
   local e = kp.lasterror()
@@ -94,27 +80,6 @@ T.group("error records: cleared by a good call, a failure is not a Lua error", f
   T.eq(kp.lasterror().severity, 1, "cleared by a good call")
 end)
 
-T.group("procedure parameters", function()
-  local dir = "\\cb"
-  if not T.provided("fMakeDir", dir) or not T.provided("fSaveText", dir .. "\\a.txt", "x") then
-    T.skip("file functions not provided")
-  end
-  kp.fSaveText(dir .. "\\b.txt", "y")
-  if not T.provided("fListFile", dir .. "\\*.txt", function() return true end) then
-    T.skip("fListFile not provided")
-  end
-  local seen = {}
-  local n = kp.fListFile(dir .. "\\*.txt", function(path, name)
-    seen[#seen + 1] = name
-    return true
-  end)
-  T.eq(n, 2, "files listed")
-  table.sort(seen)
-  T.eq(table.concat(seen, ","), "a.txt,b.txt", "names given to the procedure")
-  -- An error inside the procedure stops the script once the call is over.
-  T.raises("boom", kp.fListFile, dir .. "\\*.txt", function() error("boom") end)
-end)
-
 T.group("variables passed by reference", function()
   if T.provided("IsNumeric", "1") then
     T.eq(kp.IsNumeric(kp.var("12")), true, "variable read by the call")
@@ -123,9 +88,7 @@ T.group("variables passed by reference", function()
   if T.provided("MatchRegularExpression", "a", "a") then
     local y, m, d = kp.var(), kp.var("old"), kp.var(0)
     T.eq(kp.MatchRegularExpression("2024-11-21", "([0-9]+)-([0-9]+)-([0-9]+)", y, m, d), true, "match")
-    T.eq(y.value, "2024", "first variable filled")
-    T.eq(m.value, "11", "second variable replaced")
-    T.eq(d.value, "21", "third variable")
+    T.eq(y.value .. " " .. m.value .. " " .. d.value, "2024 11 21", "variables filled or replaced")
     T.eq(kp.MatchRegularExpression("abc", "x(.)", y), false, "no match")
   end
   if T.provided("eToEuro", kp.currency("1"), 1) then

@@ -45,13 +45,10 @@ io.write(kp.TableToText(t), "|", kp.TableToText(t, 2 + 8, ";", "/"), "|", kp.Tab
 io.write(tostring(kp.TableToClipboard(t, 1, ";", "/", 2)), "|", kp.Clipboard())
 ]])
   T.eq(out, "Name\r\na\r\nb\r\n|Name;Qty/a;1/b;2|b/|true|b/", "exports")
-  out = process([[
-local plain = kp.table{kind = 4, columns = {"x"}, rows = {{1}}}
-io.write("[", kp.TableToText(plain), "] ", kp.lasterror().id, " ")
-io.write("[", kp.TableToText(kp.table{columns = {"x"}}, 4), "] ", kp.lasterror().id, " ")
-io.write("[", kp.TableToText(kp.table{columns = {"x"}, unreadable = true}), "] ", kp.lasterror().severity)
-]])
-  T.eq(out, "[] 80253 [] 80254 [] 2", "failures")
+  -- The refusals of TableToText are tests/clipboard's; a table the
+  -- component cannot read is built here alone.
+  T.eq(process('io.write("[", kp.TableToText(kp.table{columns = {"x"}, unreadable = true}), "] ", kp.lasterror().severity)'),
+       "[] 2", "an unreadable table")
   T.eq(process('local ok, e = pcall(kp.table, {rows = 3}) io.write(tostring(ok), " ", tostring(e):match("rows must be a table") or e)'),
        "false rows must be a table", "a bad description")
 end)

@@ -25,15 +25,12 @@ T.group("procedure forms", function()
   T.eq(kp.fListDirectory("\\lua\\*", function() return true end), 1, "directories")
 end)
 
-T.group("interruption", function()
+T.group("interruption, a procedure that raises", function()
   local n = kp.fListFile("\\lua\\*.txt", function(_, _, i)
     if i == 1 then kp.presskey(27) end
     return true
   end, 0, kp.frInterruptible)
   T.eq(n, 1, "Escape pressed during the first entry")
-end)
-
-T.group("a procedure that raises", function()
   local calls = 0
   T.raises("boom", kp.fListFile, "\\lua\\*.txt", function()
     calls = calls + 1
@@ -41,11 +38,6 @@ T.group("a procedure that raises", function()
   end)
   T.eq(calls, 1, "the walk stops at the failing call")
   T.eq(kp.fListFile("\\lua\\*.txt", function() return true end), 3, "the next call works")
-end)
-
-T.group("text forms", function()
-  T.eq(kp.fListFile("\\lua\\*.txt", kp.frNotRecursive), "\\lua\\a.txt\r\n\\lua\\b.txt", "names")
-  T.eq(kp.fListFile("\\lua\\c.*", kp.frFullInformation), "\\lua\\c.log\t", "with attributes (none: 0644 and no stored record)")
 end)
 
 T.group("selectors", function()
@@ -58,9 +50,7 @@ T.group("selectors", function()
     return "\\lua\\" .. r.texts[2]
   end)
   T.eq(kp.fSelect("\\lua", "a.txt", "Open", "*.txt", "txt", 1), "\\lua\\a.txt", "file")
-  T.eq(last.kind, "file", "kind")
-  T.eq(#last.texts, 5, "texts")
-  T.eq(last.options, 1, "options")
+  T.eq(last.kind .. " " .. #last.texts .. " " .. last.options, "file 5 1", "kind, texts and options")
   T.eq(kp.fSelectDir("\\", "Pick", "x"), "", "nil cancels")
   T.eq(kp.fGraphicFilter(), "*.png", "filter")
   T.eq(last.kind, "filter", "filter kind")

@@ -1,14 +1,6 @@
--- Saved parameters and INI files through kp120: both modes, the current
+-- Saved parameters through kp120: both modes, the current
 -- object set from Lua, values of each kind read back.
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
-
-T.group("INI files", function()
-  T.eq(kp.INIWrite("Main", "Size", "10 20", "\\cli.ini"), true, "written")
-  T.eq(kp.INIRead("MAIN", "size", "", "\\cli.ini"), "10 20", "read back, any case")
-  T.eq(kp.INIRead("", "", "none", "\\cli.ini"), "Main\r\n", "sections")
-  T.eq(kp.INIWrite("Main", "Size", 3, "\\cli.ini"), false, "a non-zero integer is refused")
-  T.eq(kp.lasterror().id, 80290, "with 80290")
-end)
 
 T.group("saved parameters", function()
   for _, mode in ipairs({kp.paramRegistry, kp.ParamIni}) do

@@ -7,62 +7,50 @@ local exe, work = arg[1], arg[2]
 assert(exe and work, "usage: test_reg.lua KP120 WORKDIR")
 os.execute("mkdir -p '" .. work .. "'")
 
-local q, run, read, write = T.q, T.run, T.read, T.write
-local function kp120(reg) return q(exe) .. " --root " .. q(work .. "/reg-device") .. " --registry " .. q(work .. "/" .. reg) end
+local q, run, run_ok, read, write = T.q, T.run, T.run_ok, T.read, T.write
+-- kp120 on the registry a.sqlite3 or b.sqlite3, with these arguments.
+local function kp120(reg, args) return q(exe) .. " --root " .. q(work .. "/reg-device") .. " --registry " .. q(work .. "/" .. reg) .. " " .. args end
+local key = q("HKEY_CURRENT_USER\\Software\\Reg")
 
 os.remove(work .. "/a.sqlite3")
 os.remove(work .. "/b.sqlite3")
-local setup = [[
-  assert(kp.RegistryCreateKey("HKEY_CURRENT_USER\\Software\\Reg\\Sub"))
-  assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg", "s", "text"))
-  assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg", "n", 42))
-  assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg\\Sub", "r", 1.5))
-]]
 
 T.group("export: the 5.00 form in UTF-16 and the REGEDIT4 form", function()
-  local _, err, code = run(kp120("a.sqlite3") .. " -e " .. q(setup))
-  T.eq(code, 0, "setup: " .. err)
-  local out
-  out, err, code = run(kp120("a.sqlite3") .. " reg export --regedit4 " .. q("HKEY_CURRENT_USER\\Software\\Reg"))
-  T.eq(code, 0, "exit code: " .. err)
-  T.eq(out, "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\Software\\Reg]\r\n\"s\"=\"text\"\r\n\"n\"=dword:0000002a\r\n\r\n"
+  run_ok(kp120("a.sqlite3", "-e " .. q([[
+    assert(kp.RegistryCreateKey("HKEY_CURRENT_USER\\Software\\Reg\\Sub"))
+    assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg", "s", "text"))
+    assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg", "n", 42))
+    assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg\\Sub", "r", 1.5))]])))
+  T.eq(run_ok(kp120("a.sqlite3", "reg export --regedit4 " .. key)),
+    "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\Software\\Reg]\r\n\"s\"=\"text\"\r\n\"n\"=dword:0000002a\r\n\r\n"
     .. "[HKEY_CURRENT_USER\\Software\\Reg\\Sub]\r\n\"r\"=hex:00,00,00,00,00,00,f8,3f\r\n\r\n", "REGEDIT4 text")
-  out, err, code = run(kp120("a.sqlite3") .. " reg export " .. q("HKEY_CURRENT_USER\\Software\\Reg") .. " " .. q(work .. "/a.reg"))
-  T.eq(code, 0, "exit code: " .. err)
-  local file = read(work .. "/a.reg")
-  T.eq(file:sub(1, 2), "\255\254", "byte-order mark")
-  T.eq(file:sub(3, 10), "W\0i\0n\0d\0", "UTF-16LE header")
-  out, err, code = run(kp120("a.sqlite3") .. " reg export " .. q("HKEY_CURRENT_USER\\Nope"))
+  run_ok(kp120("a.sqlite3", "reg export " .. key .. " " .. q(work .. "/a.reg")))
+  T.eq(read(work .. "/a.reg"):sub(1, 10), "\255\254W\0i\0n\0d\0", "byte-order mark and UTF-16LE header")
+  local _, err, code = run(kp120("a.sqlite3", "reg export " .. q("HKEY_CURRENT_USER\\Nope")))
   T.eq(code, 1, "missing key")
   T.ok(err:find("no key", 1, true), err)
 end)
 
 T.group("import: round trip, then all or nothing", function()
-  local _, err, code = run(kp120("b.sqlite3") .. " reg import " .. q(work .. "/a.reg"))
-  T.eq(code, 0, "exit code: " .. err)
-  _, err, code = run(kp120("b.sqlite3") .. " reg export " .. q("HKEY_CURRENT_USER\\Software\\Reg") .. " " .. q(work .. "/b.reg"))
-  T.eq(code, 0, "exit code: " .. err)
+  run_ok(kp120("b.sqlite3", "reg import " .. q(work .. "/a.reg")))
+  run_ok(kp120("b.sqlite3", "reg export " .. key .. " " .. q(work .. "/b.reg")))
   T.eq(read(work .. "/b.reg"), read(work .. "/a.reg"), "the same file back")
 
   write(work .. "/bad.reg", "REGEDIT4\r\n[-HKEY_CURRENT_USER\\Software\\Reg]\r\n[HKEY_USERS\\X]\r\n\"a\"=dword:xyz\r\n\"b\"=hex:1,2\r\nnonsense\r\n")
-  local out
-  out, err, code = run(kp120("b.sqlite3") .. " reg import " .. q(work .. "/bad.reg"))
+  local _, err, code = run(kp120("b.sqlite3", "reg import " .. q(work .. "/bad.reg")))
   T.eq(code, 1, "exit code")
-  T.ok(err:find("bad.reg:4: ", 1, true), "line 4 reported: " .. err)
-  T.ok(err:find("bad.reg:6: ", 1, true), "line 6 reported: " .. err)
+  T.ok(err:find("bad.reg:4: ", 1, true) and err:find("bad.reg:6: ", 1, true), "lines 4 and 6 reported: " .. err)
   T.ok(not err:find("bad.reg:5: ", 1, true), "line 5 is good")
-  out, err, code = run(kp120("b.sqlite3") .. " -e " .. q('print(kp.RegistryExist("HKEY_CURRENT_USER\\\\Software\\\\Reg\\\\Sub"))'))
-  T.eq(out, "true\n", "the deletion of a file with bad lines is not applied: " .. err)
+  T.eq(run_ok(kp120("b.sqlite3", "-e " .. q('print(kp.RegistryExist("HKEY_CURRENT_USER\\\\Software\\\\Reg\\\\Sub"))'))),
+    "true\n", "the deletion of a file with bad lines is not applied")
 
   write(work .. "/del.reg", "REGEDIT4\r\n[-HKEY_CURRENT_USER\\Software\\Reg\\Sub]\r\n[HKEY_CURRENT_USER\\Software\\Reg]\r\n\"s\"=-\r\n")
-  _, err, code = run(kp120("b.sqlite3") .. " reg import " .. q(work .. "/del.reg"))
-  T.eq(code, 0, "exit code: " .. err)
-  out = run(kp120("b.sqlite3") .. " -e " .. q('print(kp.RegistryListValue("HKEY_CURRENT_USER\\\\Software\\\\Reg"), kp.RegistryFirstSubKey("HKEY_CURRENT_USER\\\\Software\\\\Reg") == "")'))
-  T.eq(out, "n\ttrue\n", "value and key deleted")
-  _, err, code = run(kp120("b.sqlite3") .. " reg import " .. q(work .. "/none.reg"))
-  T.eq(code, 1, "unreadable file")
-  _, err, code = run(kp120("b.sqlite3") .. " reg frobnicate")
-  T.eq(code, 1, "unknown reg command")
+  run_ok(kp120("b.sqlite3", "reg import " .. q(work .. "/del.reg")))
+  T.eq(run_ok(kp120("b.sqlite3", "-e " .. q('print(kp.RegistryListValue("HKEY_CURRENT_USER\\\\Software\\\\Reg"), kp.RegistryFirstSubKey("HKEY_CURRENT_USER\\\\Software\\\\Reg") == "")'))),
+    "n\ttrue\n", "value and key deleted")
+  for _, args in ipairs({ "reg import " .. q(work .. "/none.reg"), "reg frobnicate" }) do
+    T.eq(select(3, run(kp120("b.sqlite3", args))), 1, args)
+  end
 end)
 
 T.done()

@@ -76,6 +76,13 @@ function T.run(cmdline, input)
   return out, err, code
 end
 
+-- Runs a command line that must succeed; its stdout.
+function T.run_ok(cmdline, input)
+  local out, err, code = T.run(cmdline, input)
+  if code ~= 0 then error(cmdline .. ": exit code " .. tostring(code) .. ": " .. err, 2) end
+  return out
+end
+
 -- The whole content of a file, and a file written whole.
 function T.read(path)
   local f = assert(io.open(path, "rb"))

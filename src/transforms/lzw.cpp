@@ -41,7 +41,101 @@ inline uint32_t home_slot(uint32_t prefix, uint32_t byte) {
 inline uint32_t next_probe(uint32_t slot, uint32_t k) {
     return ((slot + k + 1019u) & 0xFFFFu) * 2u;
 }
+// The longest entry that matches the input from p[i], starting from the
+// byte there: its code, with i moved past it.  When the match stops before
+// the end, `free` and `mark` say where the entry (code, p[i]) goes in the
+// lookup table: its free slot (kLookupSlots: the overflow list) and what
+// the slot keeps of the key.
+[[gnu::always_inline]] inline uint32_t longest_match(const uint8_t* p, std::size_t n, std::size_t& i,
+                                                     const uint16_t* root, const uint32_t* table,
+                                                     const std::vector<uint64_t>& overflow, uint32_t& free,
+                                                     uint32_t& mark) {
+    uint32_t cur = p[i++] + 1u;
+    while (i < n) {
+        if (cur <= 256) {
+            // Single-byte prefixes: the direct table.
+            const uint32_t c = root[(cur - 1) << 8 | p[i]];
+            if (c == 0) break;
+            cur = c;
+            ++i;
+            continue;
+        }
+        // Should (cur, p[i]) not be an entry, the next match starts with
+        // the pair at i in the direct table: its line is asked for while the
+        // lookup waits on its own.
+        if (i + 1 < n) __builtin_prefetch(root + (p[i] << 8 | p[i + 1]));
+        const uint32_t key = cur << 8 | p[i];
+        const uint32_t h = mix_key(key);
+        uint32_t s = h >> 7, want = h & 0x7Fu, v;
+        while ((v = table[s]) != 0 && (v & 0xFFFFu) != want) {
+            s = (s + 1) & (kLookupSlots - 1);
+            want += 0x80u;         // one slot further from home
+            if (want >> 16) break; // 512 slots from home: the overflow list
+        }
+        if (v != 0 && (v & 0xFFFFu) == want) {
+            cur = v >> 16;
+            ++i;
+            continue;
+        }
+        if (v == 0) {
+            free = s;
+            mark = want;
+            break;
+        }
+        const auto hit =
+            std::find_if(overflow.begin(), overflow.end(), [key](uint64_t e) { return e >> 16 == key; });
+        if (hit == overflow.end()) {
+            free = kLookupSlots;
+            break;
+        }
+        cur = static_cast<uint32_t>(*hit & 0xFFFFu);
+        ++i;
+    }
+    return cur;
+}
 } // namespace
+
+// The encoder's tables, made at the first block: false when memory fails.
+bool LzwCoder::prepare() {
+    if (!lookup_) {
+        // calloc: the pages of the table are only paid for when touched.
+        lookup_.reset(static_cast<uint32_t*>(std::calloc(kLookupSlots, sizeof(uint32_t))));
+        if (!lookup_) return false;
+        used_.clear();
+    }
+    taken_.resize(kHashSlots / 64);
+    root_.resize(256 * 256);
+    return true;
+}
+
+// Empties the dictionary's tables.
+void LzwCoder::clear_tables() {
+    std::fill(taken_.begin(), taken_.end(), uint64_t{0});
+    std::fill(root_.begin(), root_.end(), uint16_t{0});
+    // The slots in use are emptied one by one, or the whole table when they
+    // are many (a short block costs no wipe of the table).
+    uint32_t* const table = lookup_.get();
+    if (used_.size() > kLookupSlots / 16) {
+        std::memset(table, 0, kLookupSlots * sizeof(uint32_t));
+    } else {
+        for (uint32_t s : used_)
+            table[s] = 0;
+    }
+    used_.clear();
+    overflow_.clear();
+}
+
+// Records the entry `code` = (cur, byte) where longest_match said it goes.
+void LzwCoder::add_entry(uint32_t cur, uint32_t byte, uint32_t code, uint32_t free, uint32_t mark) {
+    if (cur <= 256) {
+        root_[(cur - 1) << 8 | byte] = static_cast<uint16_t>(code);
+    } else if (free != kLookupSlots) {
+        lookup_[free] = code << 16 | mark;
+        used_.push_back(free);
+    } else {
+        overflow_.push_back(static_cast<uint64_t>(cur << 8 | byte) << 16 | code);
+    }
+}
 
 void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     const std::size_t n = in.size();
@@ -49,20 +143,13 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         append_stored_block(in, out);
         return;
     }
-    if (!lookup_) {
-        // calloc: the pages of the table are only paid for when touched.
-        lookup_.reset(static_cast<uint32_t*>(std::calloc(kLookupSlots, sizeof(uint32_t))));
-        if (!lookup_) {
-            append_stored_block(in, out);
-            return;
-        }
-        used_.clear();
+    if (!prepare()) {
+        append_stored_block(in, out);
+        return;
     }
-    uint32_t* const table = lookup_.get();
-    taken_.resize(kHashSlots / 64);
+    const uint32_t* const table = lookup_.get();
     uint64_t* const taken = taken_.data();
-    root_.resize(256 * 256);
-    uint16_t* const root = root_.data();
+    const uint16_t* const root = root_.data();
 
     // The coding stops paying once the block (header included) reaches
     // n + 3 bytes; the output area never needs more than that.  It starts
@@ -95,18 +182,7 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     unsigned bits = 0;
 
     auto reset = [&] {
-        std::fill_n(taken, kHashSlots / 64, uint64_t{0});
-        std::fill_n(root, 256 * 256, uint16_t{0});
-        // The slots in use are emptied one by one, or the whole table when
-        // they are many (a short block costs no wipe of the table).
-        if (used_.size() > kLookupSlots / 16) {
-            std::memset(table, 0, kLookupSlots * sizeof(uint32_t));
-        } else {
-            for (uint32_t s : used_)
-                table[s] = 0;
-        }
-        used_.clear();
-        overflow_.clear();
+        clear_tables();
         width = 9;
         threshold = 512;
         next = kFirstFree;
@@ -137,51 +213,8 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
     const uint8_t* p = in.data();
     std::size_t i = 0;
     while (i < n) {
-        uint32_t cur = p[i++] + 1u;
-        // Where (cur, p[i]) goes in our table when the match stops: its
-        // free slot (kLookupSlots: the overflow list) and what the slot
-        // keeps of the key.
         uint32_t free = 0, mark = 0;
-        while (i < n) {
-            if (cur <= 256) {
-                // Single-byte prefixes: the direct table.
-                const uint32_t c = root[(cur - 1) << 8 | p[i]];
-                if (c == 0) break;
-                cur = c;
-                ++i;
-                continue;
-            }
-            // Should (cur, p[i]) not be an entry, the next match starts
-            // with the pair at i in the direct table: its line is asked for
-            // while the lookup waits on its own.
-            if (i + 1 < n) __builtin_prefetch(root + (p[i] << 8 | p[i + 1]));
-            const uint32_t key = cur << 8 | p[i];
-            const uint32_t h = mix_key(key);
-            uint32_t s = h >> 7, want = h & 0x7Fu, v;
-            while ((v = table[s]) != 0 && (v & 0xFFFFu) != want) {
-                s = (s + 1) & (kLookupSlots - 1);
-                want += 0x80u;         // one slot further from home
-                if (want >> 16) break; // 512 slots from home: the overflow list
-            }
-            if (v != 0 && (v & 0xFFFFu) == want) {
-                cur = v >> 16;
-                ++i;
-                continue;
-            }
-            if (v == 0) {
-                free = s;
-                mark = want;
-                break;
-            }
-            const auto hit = std::find_if(overflow_.begin(), overflow_.end(),
-                                          [key](uint64_t e) { return e >> 16 == key; });
-            if (hit == overflow_.end()) {
-                free = kLookupSlots;
-                break;
-            }
-            cur = static_cast<uint32_t>(*hit & 0xFFFFu);
-            ++i;
-        }
+        const uint32_t cur = longest_match(p, n, i, root, table, overflow_, free, mark);
         emit(cur);
         if (o >= stop && !more_room()) break;
 
@@ -202,17 +235,7 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
             reset();
         } else {
             // No lookup follows the last entry: it only counts.
-            if (i >= n) {
-            } else if (cur <= 256) {
-                root[(cur - 1) << 8 | byte] = static_cast<uint16_t>(next);
-            } else {
-                if (free != kLookupSlots) {
-                    table[free] = next << 16 | mark;
-                    used_.push_back(free);
-                } else {
-                    overflow_.push_back(static_cast<uint64_t>(cur << 8 | byte) << 16 | next);
-                }
-            }
+            if (i < n) add_entry(cur, byte, next, free, mark);
             ++next;
             if (width < 16 && next > threshold) {
                 threshold *= 2;

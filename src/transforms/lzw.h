@@ -43,6 +43,10 @@ class LzwCoder {
     bool decode(std::span<const uint8_t> payload, uint32_t length, std::vector<uint8_t>& out);
 
   private:
+    bool prepare();
+    void clear_tables();
+    void add_entry(uint32_t cur, uint32_t byte, uint32_t code, uint32_t free, uint32_t mark);
+
     // The encoder keeps two tables.  `taken_` is the occupancy of the
     // format's own hash table (131072 slots, one bit each): it alone decides
     // when ten further probes find no room and the dictionary is cleared.

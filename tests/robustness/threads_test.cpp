@@ -91,6 +91,7 @@ TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
     for (auto& th : threads)
         th.join();
     EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(fx.host->allocator_stats().live, 0u); // every thread's results went back
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "platform/codepage.h"
 #include "platform/files.h"
@@ -175,24 +174,6 @@ TEST_F(FileService, Times) {
     EXPECT_TRUE(get_file_info(name("t"), info));
     EXPECT_EQ(info.write_time, when);
     EXPECT_EQ(info.size, 1u);
-}
-
-} // namespace
-} // namespace kp::platform
-
-namespace kp::platform {
-namespace {
-
-TEST(LastError, EachThreadHasItsOwn) {
-    set_last_error(kErrorAccessDenied);
-    uint32_t seen = 1;
-    std::thread t([&] {
-        seen = last_error();
-        set_last_error(kErrorFileNotFound);
-    });
-    t.join();
-    EXPECT_EQ(seen, 0u);
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
 }
 
 } // namespace

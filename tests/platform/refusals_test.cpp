@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -25,25 +26,27 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// An environment variable set for the lifetime of the object.
+struct ScopedEnv {
+    std::string name;
+    std::optional<std::string> old;
+    ScopedEnv(const char* n, const std::string& value) : name(n) {
+        if (const char* v = std::getenv(n)) old = v;
+        setenv(n, value.c_str(), 1);
+    }
+    ~ScopedEnv() { old ? setenv(name.c_str(), old->c_str(), 1) : unsetenv(name.c_str()); }
+};
+
 // Without a host the device root is the host's "/": names are host paths.
 // The trash is the home trash of a temporary data home on the same file
 // system as the files.
 class Trash : public ::testing::Test {
   protected:
     kp::test::TempDir dir;
-    std::string saved_;
-    bool had_ = false;
+    ScopedEnv xdg{"XDG_DATA_HOME", (dir.path() / "xdg").string()};
     void SetUp() override {
-        if (const char* old = std::getenv("XDG_DATA_HOME")) had_ = true, saved_ = old;
         fs::create_directories(dir.path() / "xdg");
         fs::create_directories(dir.path() / "d");
-        setenv("XDG_DATA_HOME", (dir.path() / "xdg").c_str(), 1);
-    }
-    void TearDown() override {
-        if (had_)
-            setenv("XDG_DATA_HOME", saved_.c_str(), 1);
-        else
-            unsetenv("XDG_DATA_HOME");
     }
     fs::path host(const std::string& rel) const { return dir.path() / rel; }
     std::u16string name(const std::string& rel) const { return from_utf8(host(rel).string()); }
@@ -83,6 +86,11 @@ TEST_F(Trash, InfoFileRecordsThePercentEncodedPath) {
     EXPECT_EQ(info.rfind("[Trash Info]\nPath=", 0), 0u) << info;
     EXPECT_NE(info.find("/d/a%20b%25%C3%A9.txt\n"), std::string::npos) << info;
     EXPECT_NE(info.find("\nDeletionDate=2"), std::string::npos) << info;
+    // Directories go whole.
+    fs::create_directories(host("d/sub/inner"));
+    put("d/sub/inner/f", "1");
+    ASSERT_TRUE(move_to_trash(name("d/sub")));
+    EXPECT_EQ(slurp(host("xdg/Trash/files/sub/inner/f")), "1");
 }
 
 TEST_F(Trash, SameNamesAndLeftoversGetTheNextNumber) {
@@ -101,13 +109,6 @@ TEST_F(Trash, SameNamesAndLeftoversGetTheNextNumber) {
     EXPECT_TRUE(fs::exists(host("xdg/Trash/info/k.txt.4.trashinfo")));
 }
 
-TEST_F(Trash, DirectoriesGoWhole) {
-    fs::create_directories(host("d/sub/inner"));
-    put("d/sub/inner/f", "1");
-    ASSERT_TRUE(move_to_trash(name("d/sub")));
-    EXPECT_EQ(slurp(host("xdg/Trash/files/sub/inner/f")), "1");
-}
-
 TEST_F(Trash, AnUnusableTrashKeepsTheFile) {
     // The data home is a plain file: the trash cannot be made under it.
     put("blocker", "not a directory");
@@ -121,17 +122,10 @@ TEST_F(Trash, AnUnusableTrashKeepsTheFile) {
 TEST_F(Trash, HomeIsTheFallbackOfTheDataHome) {
     // A relative XDG_DATA_HOME is ignored, as the trash rules require.
     setenv("XDG_DATA_HOME", "relative/dir", 1);
-    const char* old_home = std::getenv("HOME");
-    const std::string saved_home = old_home ? old_home : "";
     fs::create_directories(host("home"));
-    setenv("HOME", host("home").c_str(), 1);
+    ScopedEnv home("HOME", host("home").string());
     put("d/h.txt", "h");
-    const bool moved = move_to_trash(name("d/h.txt"));
-    if (old_home)
-        setenv("HOME", saved_home.c_str(), 1);
-    else
-        unsetenv("HOME");
-    ASSERT_TRUE(moved);
+    ASSERT_TRUE(move_to_trash(name("d/h.txt")));
     EXPECT_TRUE(fs::exists(host("home/.local/share/Trash/files/h.txt")));
     EXPECT_FALSE(fs::exists("relative"));
 }

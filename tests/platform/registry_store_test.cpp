@@ -13,27 +13,13 @@
 #include <vector>
 
 #include "platform/registry_store.h"
-#include "support/test_host.h"
+#include "registry/support.h"
 #include "support/utf8_cases.h"
-#include "support/write_rights.h"
 
 namespace kp::platform::registry {
 namespace {
 
-std::string sql_text(const std::string& file, const char* sql) {
-    sqlite3* db = nullptr;
-    std::string out;
-    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt* st = nullptr;
-        if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
-            const unsigned char* t = sqlite3_column_text(st, 0);
-            out = t ? reinterpret_cast<const char*>(t) : "";
-        }
-        sqlite3_finalize(st);
-    }
-    sqlite3_close(db);
-    return out;
-}
+using kp::test::sql_text;
 
 std::string hex(const std::string& bytes) {
     std::string out;
@@ -62,25 +48,14 @@ class Store : public ::testing::Test {
     void set_dword(Key k, std::u16string_view name, uint32_t v) {
         ASSERT_EQ(set_value(k, name, kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
     }
-    std::vector<std::u16string> subkeys(Key k) {
-        std::vector<std::u16string> r;
-        char16_t buf[300];
-        for (uint32_t i = 0;; ++i) {
-            uint32_t n = 300;
-            uint32_t e = enum_key(k, i, buf, &n);
-            if (e == 259) break;
-            EXPECT_EQ(e, 0u);
-            if (e) break;
-            r.emplace_back(buf, n);
-        }
-        return r;
-    }
-    std::vector<std::u16string> values(Key k) {
+    // The names of the subkeys or of the values, by index until 259.
+    std::vector<std::u16string> names(Key k, bool of_values = false) {
         std::vector<std::u16string> r;
         char16_t buf[300];
         for (uint32_t i = 0;; ++i) {
             uint32_t n = 300, type = 0;
-            uint32_t e = enum_value(k, i, buf, &n, &type, nullptr, nullptr);
+            uint32_t e =
+                of_values ? enum_value(k, i, buf, &n, &type, nullptr, nullptr) : enum_key(k, i, buf, &n);
             if (e == 259) break;
             EXPECT_EQ(e, 0u);
             if (e) break;
@@ -120,7 +95,7 @@ TEST_F(Store, CreateOpenAndCaseFolding) {
     // The spelling of the first creation is kept.
     Key soft = 0;
     ASSERT_EQ(open_key(kCurrentUser, u"soft", kRead, &soft), 0u);
-    EXPECT_EQ(subkeys(soft), std::vector<std::u16string>{u"Straße"});
+    EXPECT_EQ(names(soft), std::vector<std::u16string>{u"Straße"});
     for (Key k : {a, again, soft})
         EXPECT_EQ(close_key(k), 0u);
     EXPECT_EQ(close_key(a), 6u);
@@ -150,11 +125,11 @@ TEST_F(Store, NamesAsUtf8) {
     }
     sqlite3_finalize(st);
     sqlite3_close(db);
-    std::vector<std::u16string> names = subkeys(kCurrentUser);
-    ASSERT_EQ(names.size(), expected.size() + 1);
-    names.pop_back(); // "Software", after every "k..."
-    for (std::size_t i = 0; i < names.size(); ++i)
-        EXPECT_EQ(names[i], expected[i]) << i;
+    std::vector<std::u16string> got = names(kCurrentUser);
+    ASSERT_EQ(got.size(), expected.size() + 1);
+    got.pop_back(); // "Software", after every "k..."
+    for (std::size_t i = 0; i < got.size(); ++i)
+        EXPECT_EQ(got[i], expected[i]) << i;
 
     for (const kp::test::Utf8Case& c : cases) {
         if (!c.well_formed || c.bytes.empty()) continue;
@@ -225,7 +200,7 @@ TEST_F(Store, EnumerationOrders) {
     Key k = create(u"E");
     for (const char16_t* n : {u"b", u"C", u"a", u"Ä"})
         close_key(create(n, nullptr, k));
-    EXPECT_EQ(subkeys(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
+    EXPECT_EQ(names(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
     // The sibling after a name spelled exactly so.
     struct After {
         std::u16string name, next;
@@ -242,7 +217,7 @@ TEST_F(Store, EnumerationOrders) {
     for (const char16_t* n : {u"z", u"Y", u"a"})
         set_dword(k, n, 1);
     set_dword(k, u"Z", 2); // an update keeps the place of the first write
-    EXPECT_EQ(values(k), (std::vector<std::u16string>{u"z", u"Y", u"a"}));
+    EXPECT_EQ(names(k, true), (std::vector<std::u16string>{u"z", u"Y", u"a"}));
     // Name buffer rules: terminator counted, 234 when it does not fit.
     char16_t name[2];
     uint32_t n = 1;
@@ -372,40 +347,30 @@ TEST_F(Store, BatchRollsBackAsOne) {
     EXPECT_EQ(end_batch(true), 87u);
 }
 
-TEST(StoreFiles, NoDatabaseIsBadKey) {
-    use_database("");
-    Key k = 0;
-    EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), 1010u);
-}
-
-TEST(StoreFiles, NotSqliteIsLeftAlone) {
+// No database is 1010; a file that is not SQLite, or of a later schema, is
+// 1009 and left as it was.
+TEST(StoreFiles, UnusableFiles) {
     kp::test::TempDir dir;
-    std::string file = (dir.path() / "garbage").string();
+    std::string garbage = (dir.path() / "garbage").string();
     std::string junk(5000, 'x');
     for (std::size_t i = 0; i < junk.size(); ++i)
         junk[i] = static_cast<char>(i * 131 + 7);
-    std::ofstream(file, std::ios::binary) << junk;
-    use_database(file);
-    Key k = 0;
-    EXPECT_EQ(create_key(kCurrentUser, u"x", kAllAccess, &k), 1009u);
-    EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), 1009u);
-    use_database("");
-    std::ifstream in(file, std::ios::binary);
-    std::string back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(back, junk);
-}
-
-TEST(StoreFiles, LaterSchemaIsRefused) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "later").string();
+    std::ofstream(garbage, std::ios::binary) << junk;
+    std::string later = (dir.path() / "later").string();
     sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_open(later.c_str(), &db), SQLITE_OK);
     sqlite3_exec(db, "CREATE TABLE t(x); PRAGMA user_version = 9", nullptr, nullptr, nullptr);
     sqlite3_close(db);
-    use_database(file);
-    Key k = 0;
-    EXPECT_EQ(open_key(kCurrentUser, u"", kRead, &k), 1009u);
+    for (const auto& [file, code] : {std::pair{std::string(), 1010u}, {garbage, 1009u}, {later, 1009u}}) {
+        use_database(file);
+        Key k = 0;
+        EXPECT_EQ(open_key(kCurrentUser, u"", kRead, &k), code) << file;
+        EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), code) << file;
+        EXPECT_EQ(create_key(kCurrentUser, u"x", kAllAccess, &k), code) << file;
+    }
     use_database("");
+    std::ifstream in(garbage, std::ios::binary);
+    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()), junk);
 }
 
 TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {

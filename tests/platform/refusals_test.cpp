@@ -130,32 +130,6 @@ TEST_F(Trash, HomeIsTheFallbackOfTheDataHome) {
     EXPECT_FALSE(fs::exists("relative"));
 }
 
-TEST(FileRefusals, DispositionsThatCannotApply) {
-    kp::test::TempDir dir;
-    const std::u16string existing = from_utf8((dir.path() / "e").string());
-    std::ofstream(dir.path() / "e") << "data";
-    struct Row {
-        std::u16string name;
-        uint32_t access, disposition, code;
-    };
-    const Row rows[] = {
-        {from_utf8((dir.path() / "missing").string()), kGenericWrite, kTruncateExisting, kErrorFileNotFound},
-        {existing, kGenericRead, kTruncateExisting, kErrorInvalidParameter}, // truncation needs write access
-        {existing, kGenericRead, 0, kErrorInvalidParameter},
-        {existing, kGenericRead, 6, kErrorInvalidParameter},
-    };
-    for (const Row& r : rows) {
-        set_last_error(0);
-        EXPECT_EQ(create_file(r.name, r.access, kShareRead, r.disposition, 0), kInvalidFile) << r.disposition;
-        EXPECT_EQ(last_error(), r.code) << r.disposition;
-    }
-    EXPECT_EQ(fs::file_size(dir.path() / "e"), 4u); // never truncated
-    FileHandle h = create_file(existing, kGenericWrite, kShareRead, kTruncateExisting, 0);
-    ASSERT_NE(h, kInvalidFile);
-    EXPECT_TRUE(close_file(h));
-    EXPECT_EQ(fs::file_size(dir.path() / "e"), 0u);
-}
-
 TEST(ClockRefusals, FieldsOutOfRangeNeverReachTheSystem) {
     SystemTime good;
     good.year = 2024, good.month = 2, good.day = 29, good.hour = 12;

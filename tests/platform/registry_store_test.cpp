@@ -30,6 +30,10 @@ std::string hex(const std::string& bytes) {
     return out;
 }
 
+uint32_t put_dword(Key k, std::u16string_view name, uint32_t v) {
+    return set_value(k, name, kDword, reinterpret_cast<const uint8_t*>(&v), 4);
+}
+
 class Store : public ::testing::Test {
   protected:
     kp::test::TempDir dir;
@@ -45,9 +49,7 @@ class Store : public ::testing::Test {
         EXPECT_EQ(create_key(parent, path, kAllAccess, &k, disp), 0u);
         return k;
     }
-    void set_dword(Key k, std::u16string_view name, uint32_t v) {
-        ASSERT_EQ(set_value(k, name, kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
-    }
+    void set_dword(Key k, std::u16string_view name, uint32_t v) { ASSERT_EQ(put_dword(k, name, v), 0u); }
     // The names of the subkeys or of the values, by index until 259.
     std::vector<std::u16string> names(Key k, bool of_values = false) {
         std::vector<std::u16string> r;
@@ -317,8 +319,8 @@ TEST_F(Store, AccessRights) {
     ASSERT_EQ(open_key(kCurrentUser, u"A", kQueryValue, &r), 0u);
     ASSERT_EQ(open_key(kCurrentUser, u"A", kSetValue, &w), 0u);
     uint32_t v = 1, size = 4;
-    EXPECT_EQ(set_value(r, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 5u);
-    EXPECT_EQ(set_value(w, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    EXPECT_EQ(put_dword(r, u"v", v), 5u);
+    EXPECT_EQ(put_dword(w, u"v", v), 0u);
     EXPECT_EQ(query_value(w, u"v", nullptr, nullptr, &size), 5u);
     EXPECT_EQ(query_value(r, u"v", nullptr, nullptr, &size), 0u);
     char16_t name[8];
@@ -380,7 +382,7 @@ TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
     Key k = 0;
     ASSERT_EQ(create_key(kCurrentUser, u"RO", kAllAccess, &k), 0u);
     uint32_t v = 5;
-    ASSERT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    ASSERT_EQ(put_dword(k, u"v", v), 0u);
     close_key(k);
     use_database("");
     chmod(file.c_str(), 0444);
@@ -393,7 +395,7 @@ TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
         if (open_key(kCurrentUser, u"RO", kAllAccess, &h) != 0) f += "open ";
         if (query_value(h, u"v", nullptr, reinterpret_cast<uint8_t*>(&got), &size) != 0 || got != 5)
             f += "read ";
-        if (set_value(h, u"v", kDword, reinterpret_cast<const uint8_t*>(&w), 4) != 5) f += "write ";
+        if (put_dword(h, u"v", w) != 5) f += "write ";
         if (create_key(h, u"new", kAllAccess, &sub) != 5) f += "create ";
         if (delete_key(kCurrentUser, u"RO") != 5) f += "delete ";
         close_key(h);
@@ -417,14 +419,14 @@ TEST(StoreFiles, LockedPastTheTimeoutIsBusy) {
     ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
     set_busy_timeout(100);
     uint32_t v = 1, size = 0;
-    EXPECT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 170u);
+    EXPECT_EQ(put_dword(k, u"v", v), 170u);
     Key sub = 0;
     EXPECT_EQ(create_key(k, u"sub", kAllAccess, &sub), 170u);
     // Readers are not held up by a writer in WAL mode.
     EXPECT_EQ(query_value(k, u"v", nullptr, nullptr, &size), 2u);
     sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
     sqlite3_close(other);
-    EXPECT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    EXPECT_EQ(put_dword(k, u"v", v), 0u);
     set_busy_timeout(5000);
     close_key(k);
     use_database("");

@@ -4,7 +4,6 @@
 
 #include <fstream>
 #include <string>
-#include <thread>
 #include <unistd.h>
 
 #include "support/test_host.h"
@@ -157,36 +156,6 @@ TEST_F(MemAbi, FailuresGiveTheFailureValueAndAnIdentifier) {
         EXPECT_TRUE(out.result.i == 0 && !out.result.b && out.result.s.empty());
     }
     EXPECT_EQ(1, call("MemCount", {}).result.i); // nothing was lost
-}
-
-TEST(MemThreads, EachVmThreadHasItsOwnZones) {
-    kp::test::HostFixture fx(1, /*per_thread=*/true);
-    ASSERT_TRUE(fx.host->loaded());
-    auto run = [&](int id, std::vector<int64_t>* seen) {
-        auto call = [&](const char* name, std::vector<Value> args) { return fx.host->call(name, args); };
-        call("MemCreate", {S(u"shared name")});
-        for (int i = 0; i < 2000; ++i) {
-            call("MemAdd", {I(id * 100000 + i)});
-            call("MemAdd", {S(u"shared name"), I(id)});
-        }
-        call("MemSort", {});
-        for (Value v = call("MemFirst", {}).result; !call("MemOut", {}).result.b;
-             v = call("MemNext", {}).result)
-            seen->push_back(v.i);
-        seen->push_back(call("MemCount", {S(u"shared name")}).result.i);
-    };
-    std::vector<int64_t> a, b;
-    std::thread ta(run, 1, &a), tb(run, 2, &b);
-    ta.join();
-    tb.join();
-    ASSERT_EQ(2001u, a.size());
-    ASSERT_EQ(2001u, b.size());
-    for (int i = 0; i < 2000; ++i) {
-        EXPECT_EQ(100000 + i, a[i]);
-        EXPECT_EQ(200000 + i, b[i]);
-    }
-    EXPECT_EQ(2000, a.back());
-    EXPECT_EQ(2000, b.back());
 }
 
 // Ten million elements: they all fit, memory grows with them only (32 bytes

@@ -155,36 +155,33 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
     t.kind = [](void*, uintptr_t) -> int32_t { return 9; };
     t.cell = [](void*, uintptr_t, int32_t, int32_t, kp_variant*) -> int32_t { return 0; };
     t.self = &context;
+    // The sizes of the display and table blocks, and which of their slots
+    // are present: screen, screen_power, choose_colour, then kind, cell, self.
     struct Row {
-        std::size_t size; // of the display block and of the table block
-        bool screen, screen_power, choose_colour;
-        std::size_t table_size;
-        bool kind, cell, self;
+        std::size_t size, table_size;
+        const char* present;
     };
     const std::size_t all = sizeof(kp_display), table = sizeof(kp_table_interface);
     const Row rows[] = {
-        {0, false, false, false, 0, false, false, false},
-        {KP_SLOT_END(kp_display, screen) - 1, false, false, false, KP_SLOT_END(kp_table_interface, kind) - 1,
-         false, false, false},
-        {KP_SLOT_END(kp_display, screen), true, false, false, KP_SLOT_END(kp_table_interface, kind), true,
-         false, false},
-        {KP_SLOT_END(kp_display, screen_power), true, true, false, KP_SLOT_END(kp_table_interface, cell) - 1,
-         true, false, false},
-        // A table interface of a VM that predates `self`.
-        {all - 1, true, true, false, KP_SLOT_END(kp_table_interface, cell), true, true, false},
-        {all, true, true, true, table, true, true, true},
-        {all + 64, true, true, true, table + 64, true, true, true},
+        {0, 0, "000000"},
+        {KP_SLOT_END(kp_display, screen) - 1, KP_SLOT_END(kp_table_interface, kind) - 1, "000000"},
+        {KP_SLOT_END(kp_display, screen), KP_SLOT_END(kp_table_interface, kind), "100100"},
+        {KP_SLOT_END(kp_display, screen_power), KP_SLOT_END(kp_table_interface, cell) - 1, "110100"},
+        {all - 1, KP_SLOT_END(kp_table_interface, cell), "110110"}, // a VM that predates `self`
+        {all, table, "111111"},
+        {all + 64, table + 64, "111111"},
     };
     for (const Row& r : rows) {
         d.size = static_cast<uint32_t>(r.size);
         t.size = static_cast<uint32_t>(r.table_size);
-        EXPECT_EQ(slot(&d, &kp_display::screen) != nullptr, r.screen) << r.size;
-        EXPECT_EQ(slot(&d, &kp_display::screen_power) != nullptr, r.screen_power) << r.size;
-        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), r.screen_power) << r.size;
-        EXPECT_EQ(slot(&d, &kp_display::choose_colour) != nullptr, r.choose_colour) << r.size;
-        EXPECT_EQ(slot(&t, &kp_table_interface::kind) != nullptr, r.kind) << r.table_size;
-        EXPECT_EQ(slot(&t, &kp_table_interface::cell) != nullptr, r.cell) << r.table_size;
-        EXPECT_EQ(slot(&t, &kp_table_interface::self) != nullptr, r.self) << r.table_size;
+        std::string present;
+        for (bool p :
+             {slot(&d, &kp_display::screen) != nullptr, slot(&d, &kp_display::screen_power) != nullptr,
+              slot(&d, &kp_display::choose_colour) != nullptr, slot(&t, &kp_table_interface::kind) != nullptr,
+              slot(&t, &kp_table_interface::cell) != nullptr, slot(&t, &kp_table_interface::self) != nullptr})
+            present += p ? '1' : '0';
+        EXPECT_EQ(present, r.present) << r.size << "/" << r.table_size;
+        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), r.present[1] == '1') << r.size;
     }
     // No block, or an empty slot inside the size: absent too.
     EXPECT_EQ(slot(static_cast<const kp_display*>(nullptr), &kp_display::screen), nullptr);

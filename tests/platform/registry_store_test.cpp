@@ -1,15 +1,14 @@
 // registry_store_test.cpp - the registry store on SQLite: Win32 call
-// semantics and codes, case folding, enumeration orders, the file's schema
-// and what happens with files that are not usable.
+// semantics and codes, case folding, enumeration orders and the file's
+// schema.  Files that cannot be used (not SQLite, a later schema, none,
+// read-only, locked) are tried through the registry functions in
+// tests/registry, which reach these calls and check their codes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <sqlite3.h>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/registry_store.h"
@@ -347,89 +346,6 @@ TEST_F(Store, BatchRollsBackAsOne) {
     EXPECT_EQ(open_key(kCurrentUser, u"batch\\deep", kRead, &h), 0u);
     close_key(h);
     EXPECT_EQ(end_batch(true), 87u);
-}
-
-// No database is 1010; a file that is not SQLite, or of a later schema, is
-// 1009 and left as it was.
-TEST(StoreFiles, UnusableFiles) {
-    kp::test::TempDir dir;
-    std::string garbage = (dir.path() / "garbage").string();
-    std::string junk(5000, 'x');
-    for (std::size_t i = 0; i < junk.size(); ++i)
-        junk[i] = static_cast<char>(i * 131 + 7);
-    std::ofstream(garbage, std::ios::binary) << junk;
-    std::string later = (dir.path() / "later").string();
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(later.c_str(), &db), SQLITE_OK);
-    sqlite3_exec(db, "CREATE TABLE t(x); PRAGMA user_version = 9", nullptr, nullptr, nullptr);
-    sqlite3_close(db);
-    for (const auto& [file, code] : {std::pair{std::string(), 1010u}, {garbage, 1009u}, {later, 1009u}}) {
-        use_database(file);
-        Key k = 0;
-        EXPECT_EQ(open_key(kCurrentUser, u"", kRead, &k), code) << file;
-        EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), code) << file;
-        EXPECT_EQ(create_key(kCurrentUser, u"x", kAllAccess, &k), code) << file;
-    }
-    use_database("");
-    std::ifstream in(garbage, std::ios::binary);
-    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()), junk);
-}
-
-TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "ro.sqlite3").string();
-    use_database(file);
-    Key k = 0;
-    ASSERT_EQ(create_key(kCurrentUser, u"RO", kAllAccess, &k), 0u);
-    uint32_t v = 5;
-    ASSERT_EQ(put_dword(k, u"v", v), 0u);
-    close_key(k);
-    use_database("");
-    chmod(file.c_str(), 0444);
-    chmod(dir.path().c_str(), 0777);
-    std::string failures = kp::test::without_write_rights([&] {
-        std::string f;
-        use_database(file);
-        uint32_t got = 0, size = 4, w = 6;
-        Key h = 0, sub = 0;
-        if (open_key(kCurrentUser, u"RO", kAllAccess, &h) != 0) f += "open ";
-        if (query_value(h, u"v", nullptr, reinterpret_cast<uint8_t*>(&got), &size) != 0 || got != 5)
-            f += "read ";
-        if (put_dword(h, u"v", w) != 5) f += "write ";
-        if (create_key(h, u"new", kAllAccess, &sub) != 5) f += "create ";
-        if (delete_key(kCurrentUser, u"RO") != 5) f += "delete ";
-        close_key(h);
-        use_database("");
-        return f;
-    });
-    EXPECT_EQ(failures, "");
-    chmod(file.c_str(), 0644);
-    EXPECT_EQ(sql_text(file, "PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(sql_text(file, "SELECT count(*) FROM vals"), "1");
-}
-
-TEST(StoreFiles, LockedPastTheTimeoutIsBusy) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "locked.sqlite3").string();
-    use_database(file);
-    Key k = 0;
-    ASSERT_EQ(create_key(kCurrentUser, u"L", kAllAccess, &k), 0u);
-    sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-    set_busy_timeout(100);
-    uint32_t v = 1, size = 0;
-    EXPECT_EQ(put_dword(k, u"v", v), 170u);
-    Key sub = 0;
-    EXPECT_EQ(create_key(k, u"sub", kAllAccess, &sub), 170u);
-    // Readers are not held up by a writer in WAL mode.
-    EXPECT_EQ(query_value(k, u"v", nullptr, nullptr, &size), 2u);
-    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
-    sqlite3_close(other);
-    EXPECT_EQ(put_dword(k, u"v", v), 0u);
-    set_busy_timeout(5000);
-    close_key(k);
-    use_database("");
 }
 
 } // namespace

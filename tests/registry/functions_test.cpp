@@ -305,11 +305,17 @@ TEST_F(Functions, AccessDeniedSetsTheAdditionalFlag) {
         if (record.additional[0] != 1 || record.additional[1] != 1) f += "flag ";
         kp_error_record other{};
         CXError err2(&other);
-        if (create_key(u"HKEY_CURRENT_USER\\New", err2) || other.id != 80293) f += "create ";
+        if (create_key(u"HKEY_CURRENT_USER\\New", err2) || other.id != 80293 || other.system_code != 5)
+            f += "create ";
+        kp_error_record third{};
+        CXError err3(&third);
+        if (delete_key(u"HKEY_CURRENT_USER\\Locked", err3) || third.system_code != 5) f += "delete ";
         platform::registry::use_database("");
         return f;
     });
     EXPECT_EQ(failures, "");
+    EXPECT_EQ(kp::test::sql_text(file(), "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(kp::test::sql_text(file(), "SELECT count(*) FROM vals"), "1");
 }
 
 TEST_F(Functions, CreateAndDeleteKeys) {

@@ -99,6 +99,8 @@ TEST(UnusableDatabases, LockedPastTheTimeout) {
     EXPECT_TRUE(exists(u"HKEY_CURRENT_USER\\L"));
     EXPECT_FALSE(delete_key(u"HKEY_CURRENT_USER\\L", err));
     EXPECT_EQ(rec.system_code, 170u);
+    EXPECT_FALSE(create_key(u"HKEY_CURRENT_USER\\L\\Sub", err));
+    EXPECT_EQ(rec.system_code, 170u);
     sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
     sqlite3_close(other);
     EXPECT_TRUE(write_one(u"HKEY_CURRENT_USER\\L").written);

@@ -319,35 +319,37 @@ TEST_F(Functions, AccessDeniedSetsTheAdditionalFlag) {
 }
 
 TEST_F(Functions, CreateAndDeleteKeys) {
-    EXPECT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C")})); // missing parents too
-    EXPECT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\a\\b\\c\\")}));
-    EXPECT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE")}));
-    EXPECT_FALSE(ok("RegistryCreateKey", {S(u"")}));
-    ASSERT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\A\\B2")}));
-    ASSERT_TRUE(ok("RegistrySetValue", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C"), S(u"v"), I(1)}));
-
-    auto r = call("RegistryCreateKey", {S(u"HKEY_CURRENT_CONFIG\\X")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80293u);
-    EXPECT_EQ(r.error.severity, 2);
-    r = call("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\x\\\\y")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.system_code, 161u);
-    r = call("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\" + std::u16string(10000, u'k'))});
-    EXPECT_EQ(r.error.system_code, 206u);
-
-    r = call("RegistryDeleteKey", {S(u"")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80292u);
-    for (const char16_t* missing : {u"HKEY_LOCAL_MACHINE\\Nope", u"HKEY_DYN_DATA\\A",
-                                    u"HKEY_LOCAL_MACHINE\\A\\\\B", u"HKEY_LOCAL_MACHINE\\A\\Nope\\"}) {
-        r = call("RegistryDeleteKey", {S(missing)});
-        EXPECT_TRUE(r.result.b);
-        EXPECT_EQ(r.error.severity, 1);
+    struct Case {
+        const char* function;
+        std::u16string path;
+        bool result;
+        uint32_t id, system;
+    } cases[] = {
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\A\\B\\C", true, 0, 0}, // missing parents too
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\a\\b\\c\\", true, 0, 0},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE", true, 0, 0},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\A\\B2", true, 0, 0},
+        {"RegistryCreateKey", u"", false, 0, 0},
+        {"RegistryCreateKey", u"HKEY_CURRENT_CONFIG\\X", false, 80293, 6},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\x\\\\y", false, 80293, 161},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\" + std::u16string(10000, u'k'), false, 80293, 206},
+        {"RegistryDeleteKey", u"", false, 80292, 0},
+        {"RegistryDeleteKey", u"HKEY_LOCAL_MACHINE\\Nope", true, 0, 0}, // what is not there is gone
+        {"RegistryDeleteKey", u"HKEY_DYN_DATA\\A", true, 0, 0},
+        {"RegistryDeleteKey", u"HKEY_LOCAL_MACHINE\\A\\\\B", true, 0, 0},
+        {"RegistryDeleteKey", u"HKEY_LOCAL_MACHINE\\A\\Nope\\", true, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        auto r = call(c.function, {S(c.path)});
+        EXPECT_EQ(r.result.b, c.result);
+        EXPECT_EQ(r.error.id, c.id);
+        EXPECT_EQ(r.error.severity, c.id ? 2 : 1);
+        EXPECT_EQ(r.error.system_code, c.system);
     }
-    // A root is never deleted, nor its subkeys.
-    r = call("RegistryDeleteKey", {S(u"HKEY_LOCAL_MACHINE\\")});
-    EXPECT_FALSE(r.result.b);
+    ASSERT_TRUE(ok("RegistrySetValue", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C"), S(u"v"), I(1)}));
+    EXPECT_FALSE(
+        ok("RegistryDeleteKey", {S(u"HKEY_LOCAL_MACHINE\\")})); // a root is never deleted, nor its subkeys
     EXPECT_TRUE(ok("RegistryExist", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C")}));
 
     EXPECT_TRUE(ok("RegistryDeleteKey", {S(u"HKEY_LOCAL_MACHINE\\a")}));

@@ -87,10 +87,7 @@ int32_t add_checked(int32_t a, CXError& e, int32_t b) {
     return a + b;
 }
 std::u16string join(std::u16string_view a, bool upper, std::u16string_view b) {
-    std::u16string r(a);
-    r += upper ? u"|" : u"-";
-    r += b;
-    return r;
+    return std::u16string(a) + (upper ? u"|" : u"-") + std::u16string(b);
 }
 std::vector<uint8_t> reversed(std::span<const uint8_t> in) {
     return {in.rbegin(), in.rend()};
@@ -200,172 +197,109 @@ KP_BIND_NOMEM(HungrySilent, 0, hungry)
 KP_BIND(Warmer, [](Celsius c) { return Celsius{c.tenths + 5}; })
 } // namespace handlers
 
-TEST(Bind, ArgumentsFollowTheSignatureAndTheErrorTakesNoPosition) {
-    Frame f;
-    int32_t a = 40, b = 2;
-    EXPECT_EQ(f.call(handlers::AddChecked, {&a, &b}), 0);
-    EXPECT_EQ(f.out.type, KP_T_INT);
-    EXPECT_EQ(f.out.number, 42);
-    EXPECT_EQ(f.ctx.record.severity, KP_SEVERITY_NONE);
-
-    Frame g;
-    int32_t neg = -5;
-    g.call(handlers::AddChecked, {&neg, &b});
-    EXPECT_EQ(g.out.number, -3);
-    EXPECT_EQ(g.ctx.record.id, 80001u);
-    EXPECT_EQ(g.ctx.record.severity, KP_SEVERITY_ERROR);
-}
-
-TEST(Bind, StringsBooleansAndNullStrings) {
-    kp::str::Ref left, right;
+// Arguments are read by position from the signature (the error object takes
+// none); the result setter follows the return type.
+TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
+    kp::str::Ref left, right, buf;
+    const uint8_t raw[] = {1, 2, 3};
     ASSERT_EQ(kp::str::create(u"ab", left.out()), 0);
     ASSERT_EQ(kp::str::create(u"cd", right.out()), 0);
-    char16_t* l = left.get();
-    char16_t* r = right.get();
-    char16_t* none = nullptr;
-    int32_t yes = 1, no = 0;
-    Frame f;
-    f.call(handlers::Join, {&l, &yes, &r});
-    EXPECT_EQ(f.out.type, KP_T_STRING_RESULT);
-    EXPECT_EQ(f.out.text, u"ab|cd");
-    Frame g;
-    g.call(handlers::Join, {&none, &no, &r});
-    EXPECT_EQ(g.out.text, u"-cd");
-    Frame h;
-    h.call(handlers::Fixed, {&l});
-    EXPECT_EQ(h.out.text, u"ab|fixed");
-}
-
-TEST(Bind, ResultSetterFollowsTheReturnType) {
-    kp::str::Ref buf;
-    const uint8_t raw[] = {1, 2, 3};
     ASSERT_EQ(kp::str::create_binary(raw, buf.out()), 0);
-    char16_t* p = buf.get();
-    Frame f;
-    f.call(handlers::Reversed, {&p});
-    EXPECT_EQ(f.out.type, KP_T_BUFFER);
-    EXPECT_EQ(f.out.bytes, (std::vector<uint8_t>{3, 2, 1}));
-
+    char16_t *l = left.get(), *r = right.get(), *b = buf.get(), *none = nullptr;
+    int32_t yes = 1, no = 0, a = 40, two = 2, one = 1, v = 21, wide = 0x18000;
     int64_t big = int64_t{1} << 40;
     double half = 0.5;
-    Frame g;
-    g.call(handlers::Widen, {&big, &half});
-    EXPECT_EQ(g.out.type, KP_T_INT64);
-    EXPECT_EQ(g.out.number, int64_t{1} << 39);
-
-    int32_t v = 21;
-    Frame h;
-    h.call(handlers::Boxed, {&v});
-    EXPECT_EQ(h.out.type, KP_T_ANY);
-    EXPECT_EQ(h.out.number, 42);
-
-    int32_t wide = 0x18000;
-    Frame k;
-    k.call(handlers::Short, {&wide});
-    EXPECT_EQ(k.out.type, KP_T_INT);
-    EXPECT_EQ(k.out.number, -32768);
-
-    Frame n;
-    v = 7;
-    n.call(handlers::Note, {&v});
-    EXPECT_EQ(n.out.calls, 0);
-    EXPECT_EQ(noted, 7);
-}
-
-// Optional arguments: a null pointer in the vector (or no vector at all) is
-// an argument left out.
-TEST(Bind, OptionalArgumentsLeftOutTakeTheirDefault) {
-    kp::str::Ref ab;
-    ASSERT_EQ(kp::str::create(u"ab", ab.out()), 0);
-    char16_t* text = ab.get();
-    char16_t* none = nullptr;
-    int32_t a = 1, b = 2;
-    struct Case {
+    struct Row {
+        const char* what;
+        kp_handler handler;
         std::vector<void*> args;
-        int64_t expected;
-    } cases[] = {
-        {{&a, &b, &text}, 122},        {{&a, nullptr, &text}, 172}, {{&a, &b, nullptr}, 123},
-        {{&a, nullptr, nullptr}, 173}, {{&a, &b, &none}, 120}, // given, null string: the empty string, not
-                                                               // the default
+        uint32_t type;
+        int64_t number = 0;
+        std::u16string text = u"";
+        std::vector<uint8_t> bytes = {};
+        double real = 0;
+    } rows[] = {
+        {"int", handlers::AddChecked, {&a, &two}, KP_T_INT, 42},
+        {"strings", handlers::Join, {&l, &yes, &r}, KP_T_STRING_RESULT, 0, u"ab|cd"},
+        {"null string", handlers::Join, {&none, &no, &r}, KP_T_STRING_RESULT, 0, u"-cd"},
+        {"lambda", handlers::Fixed, {&l}, KP_T_STRING_RESULT, 0, u"ab|fixed"},
+        {"buffer", handlers::Reversed, {&b}, KP_T_BUFFER, 0, u"", {3, 2, 1}},
+        {"int64", handlers::Widen, {&big, &half}, KP_T_INT64, int64_t{1} << 39},
+        {"any", handlers::Boxed, {&v}, KP_T_ANY, 42},
+        {"int16", handlers::Short, {&wide}, KP_T_INT, -32768},
+        {"text kind", handlers::KindOf, {&l}, KP_T_STRING_RESULT, 0, u"text:ab"},
+        {"buffer kind", handlers::KindOf, {&b}, KP_T_STRING_RESULT, 0, u"buffer:3"},
+        {"null kind", handlers::KindOf, {&none}, KP_T_STRING_RESULT, 0, u"text:"},
+        {"no exhaustion", handlers::Hungry, {&one}, KP_T_STRING_RESULT, 0, u"fed"},
+        {"family type", handlers::Warmer, {&v}, KP_T_REAL, 0, u"", {}, 21.5},
+        // Optional arguments: a null pointer in the vector is an argument left
+        // out; a null string given is the empty string, not the default.
+        {"all given", handlers::WithDefault, {&one, &two, &l}, KP_T_INT, 122},
+        {"middle left out", handlers::WithDefault, {&one, nullptr, &l}, KP_T_INT, 172},
+        {"last left out", handlers::WithDefault, {&one, &two, nullptr}, KP_T_INT, 123},
+        {"two left out", handlers::WithDefault, {&one, nullptr, nullptr}, KP_T_INT, 173},
+        {"null string given", handlers::WithDefault, {&one, &two, &none}, KP_T_INT, 120},
     };
-    for (auto& c : cases) {
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
         Frame f;
-        f.call(handlers::WithDefault, c.args);
-        EXPECT_EQ(f.out.number, c.expected);
+        EXPECT_EQ(f.call(row.handler, row.args), 0);
+        EXPECT_EQ(f.out.type, row.type);
+        EXPECT_EQ(f.out.number, row.number);
+        EXPECT_EQ(f.out.text, row.text);
+        EXPECT_EQ(f.out.bytes, row.bytes);
+        EXPECT_EQ(f.out.real, row.real);
+        EXPECT_EQ(f.ctx.record.severity, KP_SEVERITY_NONE);
     }
-    Frame g;
+    Frame g; // no argument vector at all
     EXPECT_EQ(handlers::WithDefault(&g.frame, &g.ctx.base, nullptr), 0);
     EXPECT_EQ(g.out.number, 73);
-}
-
-TEST(Bind, StringOrBufferKeepsItsKindAndAnyValuesCarryEither) {
-    kp::str::Ref text, buf;
-    const uint8_t raw[] = {1, 2, 3};
-    ASSERT_EQ(kp::str::create(u"hi", text.out()), 0);
-    ASSERT_EQ(kp::str::create_binary(raw, buf.out()), 0);
-    char16_t* t = text.get();
-    char16_t* b = buf.get();
-    char16_t* none = nullptr;
-    Frame f, g, h;
-    f.call(handlers::KindOf, {&t});
-    g.call(handlers::KindOf, {&b});
-    h.call(handlers::KindOf, {&none});
-    EXPECT_EQ(f.out.text, u"text:hi");
-    EXPECT_EQ(g.out.text, u"buffer:3");
-    EXPECT_EQ(h.out.text, u"text:");
-
+    Frame n; // no result
+    n.call(handlers::Note, {&v});
+    EXPECT_EQ(n.out.calls, 0);
+    EXPECT_EQ(noted, 21);
+    Frame e; // the error object
+    int32_t neg = -5;
+    e.call(handlers::AddChecked, {&neg, &two});
+    EXPECT_EQ(e.out.number, -3);
+    EXPECT_EQ(e.ctx.record.id, 80001u);
+    EXPECT_EQ(e.ctx.record.severity, KP_SEVERITY_ERROR);
+    // Any values carry either kind of string.
     for (int32_t want_text : {1, 0}) {
         Frame k;
-        struct Seen {
-            uint16_t type = 0;
-        } seen;
+        uint16_t seen = 0;
         k.vops.set_result = [](kp_value_interface*, void* handle, const void* value, uint32_t) {
-            static_cast<Seen*>(handle)->type = kp::variant::type_of(static_cast<const kp_variant*>(value));
+            *static_cast<uint16_t*>(handle) = kp::variant::type_of(static_cast<const kp_variant*>(value));
         };
         k.frame.result_handle = &seen;
         k.call(handlers::Either, {&want_text});
-        EXPECT_EQ(seen.type, want_text ? KP_T_STRING_RESULT : KP_T_BUFFER);
+        EXPECT_EQ(seen, want_text ? KP_T_STRING_RESULT : KP_T_BUFFER);
     }
 }
 
 // Memory exhaustion: the result type's empty value, 100 as the string
-// machinery records it, or the handler's own identifier, or nothing.
+// machinery records it (no definition row: a fatal error naming it), or the
+// handler's own identifier, or nothing.
 TEST(Bind, OutOfMemoryGivesTheEmptyResult) {
-    int32_t fine = 1, starve = -1;
-    Frame ok;
-    ok.call(handlers::Hungry, {&fine});
-    EXPECT_EQ(ok.out.text, u"fed");
-    EXPECT_EQ(ok.ctx.record.severity, KP_SEVERITY_NONE);
-
+    int32_t starve = -1;
     Frame plain;
     plain.call(handlers::Hungry, {&starve});
     EXPECT_EQ(plain.out.calls, 1);
     EXPECT_EQ(plain.out.type, KP_T_STRING_RESULT);
     EXPECT_EQ(plain.out.text, u"");
-    // 100 has no definition row: a fatal error whose message names it.
     EXPECT_EQ(plain.ctx.record.severity, KP_SEVERITY_FATAL);
     std::u16string message(plain.ctx.record.message, plain.ctx.record.message_length);
     EXPECT_NE(message.find(u"<100>"), std::u16string::npos);
-
     Frame own;
     own.call(handlers::HungryOwnId, {&starve});
     EXPECT_EQ(own.out.type, KP_T_INT);
     EXPECT_EQ(own.out.number, 0);
     EXPECT_EQ(own.ctx.record.id, 80229u);
     EXPECT_EQ(own.ctx.record.severity, KP_SEVERITY_ERROR);
-
     Frame silent;
     silent.call(handlers::HungrySilent, {&starve});
     EXPECT_EQ(silent.out.text, u"");
     EXPECT_EQ(silent.ctx.record.severity, KP_SEVERITY_NONE);
-}
-
-TEST(Bind, FamilyTypesBySpecialisation) {
-    int32_t degrees = 21;
-    Frame f;
-    f.call(handlers::Warmer, {&degrees});
-    EXPECT_EQ(f.out.type, KP_T_REAL);
-    EXPECT_DOUBLE_EQ(f.out.real, 21.5);
 }
 
 } // namespace
@@ -429,39 +363,31 @@ int32_t MatchRegularExpression_1(kp_call_frame*, kp_call_context*, void**) noexc
 
 namespace {
 
-TEST(Firewall, EveryKindOfThrowStopsAtTheHandler) {
-    for (const Expected& e : kThrows) {
-        SCOPED_TRACE(static_cast<int>(e.kind));
-        g_throw = e.kind;
-        const char16_t date[] = u"20240229";
-        kp::str::Ref text;
-        ASSERT_EQ(kp::str::create(date, text.out()), kp::str::kOk);
-        char16_t* p = text.get();
-        Frame bound;
-        bound.vops.set_result = capture_after_throw;
-        EXPECT_EQ(bound.call(kp::handlers::DateToString_1, {&p}), 0);
-        EXPECT_EQ(bound.out.type, KP_T_STRING_RESULT);
-        EXPECT_EQ(bound.out.text, u"");
-        expect_record(bound.ctx.record, e);
-
-        Frame by_hand;
-        by_hand.vops.set_result = capture_after_throw;
-        EXPECT_EQ(by_hand.call(kp::handlers::MatchRegularExpression_1, {&p, &p, nullptr}), 0);
-        EXPECT_EQ(by_hand.out.type, KP_T_BOOL);
-        EXPECT_EQ(by_hand.out.number, 0);
-        expect_record(by_hand.ctx.record, e);
-    }
-}
-
 int32_t throwing_messages(uint32_t, char16_t*, int32_t) {
     throw_it(g_throw);
     return 0;
 }
 
-TEST(Firewall, EveryKindOfThrowStopsAtTheEntryPoint) {
+// Each kind of exception stops at a bound handler, at a hand-written one and
+// at the entry point, recorded with the empty result.
+TEST(Firewall, EveryKindOfThrowStopsAtTheHandlerAndTheEntryPoint) {
     for (const Expected& e : kThrows) {
         SCOPED_TRACE(static_cast<int>(e.kind));
         g_throw = e.kind;
+        kp::str::Ref text;
+        ASSERT_EQ(kp::str::create(u"20240229", text.out()), kp::str::kOk);
+        char16_t* p = text.get();
+        Frame bound, by_hand;
+        bound.vops.set_result = by_hand.vops.set_result = capture_after_throw;
+        EXPECT_EQ(bound.call(kp::handlers::DateToString_1, {&p}), 0);
+        EXPECT_EQ(bound.out.type, KP_T_STRING_RESULT);
+        EXPECT_EQ(bound.out.text, u"");
+        expect_record(bound.ctx.record, e);
+        EXPECT_EQ(by_hand.call(kp::handlers::MatchRegularExpression_1, {&p, &p, nullptr}), 0);
+        EXPECT_EQ(by_hand.out.type, KP_T_BOOL);
+        EXPECT_EQ(by_hand.out.number, 0);
+        expect_record(by_hand.ctx.record, e);
+
         CommandeComposante(KP_COMMAND_MESSAGE_CALLBACK, reinterpret_cast<void*>(&throwing_messages));
         char16_t buf[8] = {u'x'};
         uintptr_t block[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 8, 99};

@@ -20,11 +20,8 @@ class EntryTest : public ::testing::Test {
     kp::host::Host& host() { return *fx.host; }
 };
 
-TEST_F(EntryTest, HostLoadsTheModule) {
-    ASSERT_TRUE(host().loaded()) << host().load_error();
-}
-
 TEST_F(EntryTest, InfoComposanteAnswers) {
+    ASSERT_TRUE(host().loaded()) << host().load_error();
     // query -> answer: identity words and the three table counts.
     const std::pair<int, intptr_t> answers[] = {{0, 2},    {1, 8},    {2, 0x204}, {3, 1},
                                                 {22, 381}, {24, 441}, {26, 45}};
@@ -41,20 +38,15 @@ TEST_F(EntryTest, InfoComposanteAnswers) {
     }
 }
 
-TEST_F(EntryTest, WordsSetThroughTheComponentObject) {
+TEST_F(EntryTest, TheComponentObject) {
+    for (int code : {0, 59, 61, -1})
+        EXPECT_EQ(host().query_proxy(code), nullptr);
     kp_component_object* obj = host().query_proxy(60);
     ASSERT_NE(obj, nullptr);
-    EXPECT_EQ(obj->word1, 0u);
-    EXPECT_EQ(obj->word2, 0u);
+    EXPECT_EQ(obj->word1 + obj->word2, 0u);
     obj->ops->set_error_state(obj, 0x1234, 0x5678);
     EXPECT_EQ(host().info(13, 0), 0x1234);
     EXPECT_EQ(host().info(27, 0), 0x5678);
-    obj->ops->destroy(obj);
-}
-
-TEST_F(EntryTest, ComponentObjectNamesAndLanguages) {
-    kp_component_object* obj = host().query_proxy(60);
-    ASSERT_NE(obj, nullptr);
     char16_t buf[64];
     obj->ops->set_language(obj, 0);
     obj->ops->name(obj, buf, 64);
@@ -66,24 +58,46 @@ TEST_F(EntryTest, ComponentObjectNamesAndLanguages) {
     EXPECT_EQ(std::u16string(buf), u"Stan");
     EXPECT_EQ(obj->ops->description(obj)[0], 0);
     obj->ops->destroy(obj);
-    for (int code : {0, 59, 61, -1})
-        EXPECT_EQ(host().query_proxy(code), nullptr);
 }
 
-TEST_F(EntryTest, UnknownCodesAnswerZero) {
-    EXPECT_EQ(host().general_param(2007, 5), 0);
-    EXPECT_EQ(host().general_param(0, 0), 0);
+TEST_F(EntryTest, CommandsAndExecutionCodes) {
     uintptr_t block[4] = {};
+    EXPECT_EQ(host().general_param(2007, 5), 0); // unknown codes answer 0
+    EXPECT_EQ(host().general_param(0, 0), 0);
     EXPECT_EQ(host().execution(1, block), 0);
     EXPECT_EQ(host().execution(3986, block), 0);
     host().command(99, nullptr); // ignored
     host().command(1, block);
+    uintptr_t words[3] = {1, 1, 5}; // locale messages
+    EXPECT_EQ(host().execution(4876, words), 1);
+    EXPECT_EQ(host().execution(4877, words), 1);
+    // Message text on request, cut to the buffer.
+    char16_t buf[64] = {};
+    uintptr_t text[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 64, 0};
+    host().command(3, text);
+    EXPECT_EQ(std::u16string(buf), u"bytes;KB;MB;GB;TB");
+    EXPECT_EQ(text[4], 17u);
+    text[3] = 6;
+    host().command(3, text);
+    EXPECT_EQ(std::u16string(buf), u"bytes");
+    EXPECT_EQ(text[4], 5u);
+    host().command(3, nullptr);
+    // No proxy is declared.
+    void* list = nullptr;
+    void* first = reinterpret_cast<void*>(1);
+    uint16_t c1 = 9, c2 = 9;
+    host().declare_proxy(&list, &c1, &first, &c2);
+    EXPECT_NE(list, nullptr);
+    EXPECT_EQ(first, nullptr);
+    EXPECT_EQ(c1 + c2, 0);
     EXPECT_EQ(host().info(0, 0), 2); // still answering
 }
 
-TEST_F(EntryTest, AttachNeedsThePeerEntryPoint) {
-    // A module without "Execution": nothing is registered and 0 comes back,
-    // unless the hooks exist already (the host attached at start-up).
+// A module without "Execution": nothing is registered and 0 comes back,
+// unless the hooks exist already (the host attached at start-up).  The
+// conversion hooks are refused on a wrong revision or mode, or when the
+// module lacks them.
+TEST_F(EntryTest, AttachAndConversionsNeedThePeerEntryPoints) {
     void* libm = dlopen("libm.so.6", RTLD_NOW);
     ASSERT_NE(libm, nullptr);
     uintptr_t block[4] = {0, reinterpret_cast<uintptr_t>(libm), 0, 0};
@@ -91,6 +105,9 @@ TEST_F(EntryTest, AttachNeedsThePeerEntryPoint) {
     EXPECT_EQ(host().execution(4875, detach), 1); // the host's own attach ends: hooks destroyed
     EXPECT_EQ(host().execution(3985, block), 0);
     EXPECT_EQ(host().execution(3985, nullptr), 0);
+    EXPECT_EQ(host().init_conversions(nullptr, 1, 0), 0);
+    EXPECT_EQ(host().init_conversions(nullptr, 2, 3), 0);
+    EXPECT_EQ(host().init_conversions(libm, 2, 0), 0);
     dlclose(libm);
     // The component's own handle answers with the component's own entry point:
     // no peer (forwarding a locale message to it would recurse).
@@ -102,61 +119,17 @@ TEST_F(EntryTest, AttachNeedsThePeerEntryPoint) {
     EXPECT_EQ(host().execution(4875, detach), 1); // detach below zero stays harmless
 }
 
-TEST_F(EntryTest, LocaleMessagesAnswerOne) {
-    uintptr_t words[3] = {1, 1, 5};
-    EXPECT_EQ(host().execution(4876, words), 1);
-    EXPECT_EQ(host().execution(4877, words), 1);
-}
-
-TEST_F(EntryTest, MessageTextOnRequest) {
-    char16_t buf[64] = {};
-    uintptr_t block[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 64, 0};
-    host().command(3, block);
-    EXPECT_EQ(std::u16string(buf), u"bytes;KB;MB;GB;TB");
-    EXPECT_EQ(block[4], 17u);
-    uintptr_t small[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 6, 0};
-    host().command(3, small);
-    EXPECT_EQ(std::u16string(buf), u"bytes");
-    EXPECT_EQ(small[4], 5u);
-    host().command(3, nullptr);
-}
-
-TEST_F(EntryTest, DeclareProxyListsNothing) {
-    void* list = nullptr;
-    void* first = reinterpret_cast<void*>(1);
-    uint16_t c1 = 9, c2 = 9;
-    host().declare_proxy(&list, &c1, &first, &c2);
-    EXPECT_NE(list, nullptr);
-    EXPECT_EQ(first, nullptr);
-    EXPECT_EQ(c1, 0);
-    EXPECT_EQ(c2, 0);
-}
-
-TEST_F(EntryTest, ConversionHooksRefusedOnRevisionOrMode) {
-    EXPECT_EQ(host().init_conversions(nullptr, 1, 0), 0);
-    EXPECT_EQ(host().init_conversions(nullptr, 2, 3), 0);
-    void* libm = dlopen("libm.so.6", RTLD_NOW);
-    EXPECT_EQ(host().init_conversions(libm, 2, 0), 0); // the required hooks are missing
-    dlclose(libm);
-}
-
 struct ReleaseCounter {
     kp_allocator base;
     int releases = 0;
 };
 
 TEST_F(EntryTest, ReplacingTheAllocatorReleasesTheOldOne) {
-    static const kp_allocator_ops ops = {nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         [](kp_allocator* a, int32_t flag) {
-                                             EXPECT_EQ(flag, 1);
-                                             reinterpret_cast<ReleaseCounter*>(a)->releases++;
-                                         },
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr};
+    static kp_allocator_ops ops{};
+    ops.release = [](kp_allocator* a, int32_t flag) {
+        EXPECT_EQ(flag, 1);
+        reinterpret_cast<ReleaseCounter*>(a)->releases++;
+    };
     ReleaseCounter first{{&ops, 0}}, second{{&ops, 1}};
     kp_allocator* mine = host().allocator();
     EXPECT_EQ(host().general_param(2008, reinterpret_cast<intptr_t>(&first.base)), 1);
@@ -182,36 +155,33 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
     t.kind = [](void*, uintptr_t) -> int32_t { return 9; };
     t.cell = [](void*, uintptr_t, int32_t, int32_t, kp_variant*) -> int32_t { return 0; };
     t.self = &context;
+    // The sizes of the display and table blocks, and which of their slots
+    // are present: screen, screen_power, choose_colour, then kind, cell, self.
     struct Row {
-        std::size_t size; // of the display block and of the table block
-        bool screen, screen_power, choose_colour;
-        std::size_t table_size;
-        bool kind, cell, self;
+        std::size_t size, table_size;
+        const char* present;
     };
     const std::size_t all = sizeof(kp_display), table = sizeof(kp_table_interface);
     const Row rows[] = {
-        {0, false, false, false, 0, false, false, false},
-        {KP_SLOT_END(kp_display, screen) - 1, false, false, false, KP_SLOT_END(kp_table_interface, kind) - 1,
-         false, false, false},
-        {KP_SLOT_END(kp_display, screen), true, false, false, KP_SLOT_END(kp_table_interface, kind), true,
-         false, false},
-        {KP_SLOT_END(kp_display, screen_power), true, true, false, KP_SLOT_END(kp_table_interface, cell) - 1,
-         true, false, false},
-        // A table interface of a VM that predates `self`.
-        {all - 1, true, true, false, KP_SLOT_END(kp_table_interface, cell), true, true, false},
-        {all, true, true, true, table, true, true, true},
-        {all + 64, true, true, true, table + 64, true, true, true},
+        {0, 0, "000000"},
+        {KP_SLOT_END(kp_display, screen) - 1, KP_SLOT_END(kp_table_interface, kind) - 1, "000000"},
+        {KP_SLOT_END(kp_display, screen), KP_SLOT_END(kp_table_interface, kind), "100100"},
+        {KP_SLOT_END(kp_display, screen_power), KP_SLOT_END(kp_table_interface, cell) - 1, "110100"},
+        {all - 1, KP_SLOT_END(kp_table_interface, cell), "110110"}, // a VM that predates `self`
+        {all, table, "111111"},
+        {all + 64, table + 64, "111111"},
     };
     for (const Row& r : rows) {
         d.size = static_cast<uint32_t>(r.size);
         t.size = static_cast<uint32_t>(r.table_size);
-        EXPECT_EQ(slot(&d, &kp_display::screen) != nullptr, r.screen) << r.size;
-        EXPECT_EQ(slot(&d, &kp_display::screen_power) != nullptr, r.screen_power) << r.size;
-        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), r.screen_power) << r.size;
-        EXPECT_EQ(slot(&d, &kp_display::choose_colour) != nullptr, r.choose_colour) << r.size;
-        EXPECT_EQ(slot(&t, &kp_table_interface::kind) != nullptr, r.kind) << r.table_size;
-        EXPECT_EQ(slot(&t, &kp_table_interface::cell) != nullptr, r.cell) << r.table_size;
-        EXPECT_EQ(slot(&t, &kp_table_interface::self) != nullptr, r.self) << r.table_size;
+        std::string present;
+        for (bool p :
+             {slot(&d, &kp_display::screen) != nullptr, slot(&d, &kp_display::screen_power) != nullptr,
+              slot(&d, &kp_display::choose_colour) != nullptr, slot(&t, &kp_table_interface::kind) != nullptr,
+              slot(&t, &kp_table_interface::cell) != nullptr, slot(&t, &kp_table_interface::self) != nullptr})
+            present += p ? '1' : '0';
+        EXPECT_EQ(present, r.present) << r.size << "/" << r.table_size;
+        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), r.present[1] == '1') << r.size;
     }
     // No block, or an empty slot inside the size: absent too.
     EXPECT_EQ(slot(static_cast<const kp_display*>(nullptr), &kp_display::screen), nullptr);
@@ -257,17 +227,13 @@ TEST(ReleaseCheck, MismatchedObjectModuleIsFatal) {
         EXPECT_NE(text.find(u"KM120OBJ.DLL"), std::u16string::npos) << c.message_number;
         delete h;
     }
-}
-
-TEST(ReleaseCheck, MatchingReleasesRecordNothing) {
+    // Matching releases record nothing.
     kp::test::HostFixture fx;
     std::vector<Value> args{Value::integer(1)};
-    fx.host->call("ZigouigouiARoulette", args); // succeeds: no failure noted
+    fx.host->call("ZigouigouiARoulette", args);
     kp_component_object* obj = fx.host->query_proxy(60);
     const kp_error_record* r = obj->ops->last_error(obj);
-    if (r) {
-        EXPECT_NE(r->severity, KP_SEVERITY_FATAL);
-    }
+    EXPECT_TRUE(r == nullptr || r->severity != KP_SEVERITY_FATAL);
     obj->ops->destroy(obj);
 }
 

@@ -27,31 +27,25 @@ class ErrorTest : public ::testing::Test {
     kp::runtime::State saved;
 };
 
-TEST_F(ErrorTest, FirstDefinitionRowWins) {
-    err.set(80260);
+TEST_F(ErrorTest, DefinitionRows) {
+    err.set(80260); // the first row of the identifier wins
     EXPECT_EQ(rec.id, 80260u);
     EXPECT_EQ(rec.severity, KP_SEVERITY_ERROR);
     EXPECT_STREQ(rec.module_name, "KP120STD.DLL");
     EXPECT_STREQ(rec.module_version, "12.00Dr");
-}
-
-TEST_F(ErrorTest, UnknownIdentifierIsFatalWithItsOwnMessage) {
+    err.set(80102);
+    EXPECT_EQ(rec.extra, 3u);
+    err.set(80160); // a severity-one row clears the object
+    EXPECT_EQ(rec.severity, KP_SEVERITY_NONE);
+    EXPECT_EQ(rec.id, 0u);
+    EXPECT_EQ(rec.message_length, 0u);
     err.set(99999);
     EXPECT_EQ(rec.severity, KP_SEVERITY_FATAL);
     EXPECT_EQ(msg(rec),
               u"##(CXError)-Pas de définition d'erreur dans gstErrorDef pour l'identifiant <99999>##");
 }
 
-TEST_F(ErrorTest, SeverityOneRowsClearTheObject) {
-    err.set(80102);
-    EXPECT_EQ(rec.extra, 3u);
-    err.set(80160);
-    EXPECT_EQ(rec.severity, KP_SEVERITY_NONE);
-    EXPECT_EQ(rec.id, 0u);
-    EXPECT_EQ(rec.message_length, 0u);
-}
-
-TEST_F(ErrorTest, SeverityRules) {
+TEST_F(ErrorTest, SeverityAndSystemErrors) {
     err.set(80121);
     uint32_t len = rec.message_length;
     err.set_severity(2);
@@ -61,39 +55,31 @@ TEST_F(ErrorTest, SeverityRules) {
     err.set_severity(3);
     EXPECT_EQ(rec.severity, 3);
     err.set_system(2);
+    EXPECT_EQ(rec.system_code, 2u);
+    EXPECT_GT(rec.system_text_length, 0u);
+    err.set_system(0);
+    EXPECT_EQ(rec.system_code + rec.system_text_length, 0u);
+    err.set_system(2);
     err.set_severity(1);
     EXPECT_EQ(rec.severity, 1);
     EXPECT_EQ(rec.id, 0u);
     EXPECT_EQ(rec.message_length, 0u);
     EXPECT_EQ(rec.system_code, 0u);
-}
-
-TEST_F(ErrorTest, SystemErrorKeepsCodeAndText) {
-    err.set_system(2);
-    EXPECT_EQ(rec.system_code, 2u);
-    EXPECT_GT(rec.system_text_length, 0u);
-    err.set_system(0);
-    EXPECT_EQ(rec.system_code, 0u);
-    EXPECT_EQ(rec.system_text_length, 0u);
     err.set_system(0xDEADBEEF); // no text for it
     EXPECT_EQ(rec.system_text_length, 0u);
-}
-
-// A system failure alone (identifier 0) still names the module and carries
-// the system's text as its message; an error with a message keeps it.
-TEST_F(ErrorTest, SystemErrorAloneIsACompleteRecord) {
+    // A system failure alone (identifier 0) still names the module and carries
+    // the system's text as its message; an error with a message keeps it.
     err.clear();
     err.set_system(3);
     err.set_severity(2);
     EXPECT_EQ(rec.id, 0u);
     EXPECT_STREQ(rec.module_name, "KP120STD.DLL");
-    EXPECT_EQ(std::u16string(rec.message, rec.message_length),
-              std::u16string(rec.system_text, rec.system_text_length));
     EXPECT_GT(rec.message_length, 0u);
+    EXPECT_EQ(msg(rec), std::u16string(rec.system_text, rec.system_text_length));
     err.set(80121);
-    const std::u16string own(rec.message, rec.message_length);
+    const std::u16string own = msg(rec);
     err.set_system(3);
-    EXPECT_EQ(std::u16string(rec.message, rec.message_length), own);
+    EXPECT_EQ(msg(rec), own);
 }
 
 int g_calls = 0;
@@ -105,15 +91,13 @@ int32_t long_callback(uint32_t number, char16_t* buffer, int32_t size) {
     if (size < 300) return 300;
     std::u16string text(299, u'x');
     text.replace(0, 6, u"<%1!u!");
-    for (std::size_t i = 0; i < text.size(); ++i)
-        buffer[i] = text[i];
+    std::copy(text.begin(), text.end(), buffer);
     buffer[text.size()] = 0;
     return static_cast<int32_t>(text.size());
 }
 
 TEST_F(ErrorTest, CallbackAskedAgainWithTheSizeItNeeds) {
     kp::runtime::state().message_callback = long_callback;
-    g_calls = 0;
     err.set_message(4242, {7u});
     EXPECT_EQ(g_calls, 2);
     EXPECT_EQ(g_sizes[0], 256);
@@ -122,12 +106,12 @@ TEST_F(ErrorTest, CallbackAskedAgainWithTheSizeItNeeds) {
     EXPECT_EQ(rec.message_length, 295u);
 }
 
-TEST_F(ErrorTest, MissingMessageTextBecomesADiagnostic) {
-    err.set_message(3);
-    EXPECT_EQ(msg(rec), u"##(CXError)-Ressource <3> non chargée##");
-}
-
 TEST_F(ErrorTest, MessagesAreAppendedOnLinesOfTheirOwn) {
+    err.set_message(3); // no text for it: a diagnostic
+    EXPECT_EQ(msg(rec), u"##(CXError)-Ressource <3> non chargée##");
+    err.clear();
+    err.append_formatted(u"value %2!u!", {1u}); // cannot be formatted: kept raw
+    EXPECT_EQ(msg(rec), u"\r\n##(CXError)-Message non formaté : <value %2!u!>##");
     err.set(80121);
     std::u16string first = msg(rec);
     ASSERT_FALSE(first.empty());
@@ -138,16 +122,7 @@ TEST_F(ErrorTest, MessagesAreAppendedOnLinesOfTheirOwn) {
     // 32-bit build, as on the device, 16 in the 64-bit one.
     const std::u16string digits = sizeof(void*) == 4 ? u"0000001F" : u"000000000000001F";
     EXPECT_EQ(all.substr(first.size()), u"\r\n##(IXStream)-Handle=<" + digits + u">##");
-}
-
-TEST_F(ErrorTest, UnformattableTextIsKeptRaw) {
-    err.append_formatted(u"value %2!u!", {1u});
-    EXPECT_EQ(msg(rec), u"\r\n##(CXError)-Message non formaté : <value %2!u!>##");
-}
-
-TEST_F(ErrorTest, MessageLongerThanTheRecordIsCut) {
-    std::u16string big(10000, u'a');
-    err.append_line(big);
+    err.append_line(std::u16string(10000, u'a')); // longer than the record: cut
     EXPECT_EQ(rec.message_length, KP_ERROR_MESSAGE_CAPACITY - 1u);
     EXPECT_EQ(rec.message[KP_ERROR_MESSAGE_CAPACITY - 1], 0);
 }
@@ -166,15 +141,10 @@ TEST(MessageFormat, InsertSyntax) {
     EXPECT_FALSE(kp::format_message(u"%1!u!", {u"text"}, out)); // text for a number
     EXPECT_FALSE(kp::format_message(u"%1!u", {1u}, out));       // unterminated format
     EXPECT_FALSE(kp::format_message(u"trailing %", {}, out));
-}
-
-} // namespace
-
-namespace {
-TEST(ModuleIntegrity, NameInsertedInBothLanguages) {
     std::u16string t = kp::module_corrupted_message(u"KP120STD.DLL");
     EXPECT_EQ(t.substr(0, 37), u"Le module KP120STD.DLL est corrompu.\n");
     EXPECT_NE(t.find(u"The module KP120STD.DLL is corrupted."), std::u16string::npos);
     EXPECT_EQ(t.substr(t.size() - 26), u"or a network transmission.");
 }
+
 } // namespace

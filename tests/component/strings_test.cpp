@@ -12,8 +12,7 @@ namespace {
 
 struct CountingAllocator {
     kp_allocator base;
-    int creates = 0, grows = 0, frees = 0, offers = 0, releases = 0;
-    bool take_offers = false;
+    int creates = 0, grows = 0, frees = 0;
 };
 
 char16_t* block(CountingAllocator* a, uint32_t cap) {
@@ -30,28 +29,17 @@ char16_t* block(CountingAllocator* a, uint32_t cap) {
 CountingAllocator* self(kp_allocator* a) {
     return reinterpret_cast<CountingAllocator*>(a);
 }
-char16_t* op_grow(kp_allocator* a, uint32_t cap) {
-    self(a)->grows++;
-    return block(self(a), cap);
-}
-int32_t op_offer(kp_allocator* a, void* b) {
-    self(a)->offers++;
-    if (self(a)->take_offers) std::free(b);
-    return self(a)->take_offers ? 1 : 0;
-}
-void op_release(kp_allocator* a, int32_t) {
-    self(a)->releases++;
-}
-int32_t op_create(kp_allocator* a, uint32_t bytes, char16_t** out) {
-    self(a)->creates++;
-    *out = block(self(a), bytes);
-    return 0;
-}
-void op_free(kp_allocator* a, char16_t* c) {
-    self(a)->frees++;
-    std::free(kp_string_header_of(c));
-}
-const kp_allocator_ops kOps = {op_grow, op_offer, nullptr, op_release, nullptr, op_create, nullptr, op_free};
+const kp_allocator_ops kOps = {
+    [](kp_allocator* a, uint32_t cap) { return ++self(a)->grows, block(self(a), cap); },
+    [](kp_allocator*, void*) { return 0; }, // offers are never taken
+    nullptr,
+    [](kp_allocator*, int32_t) {},
+    nullptr,
+    [](kp_allocator* a, uint32_t bytes, char16_t** out) {
+        return *out = block(self(a), bytes), ++self(a)->creates, 0;
+    },
+    nullptr,
+    [](kp_allocator* a, char16_t* c) { ++self(a)->frees, std::free(kp_string_header_of(c)); }};
 
 kp_allocator* g_tls_allocator = nullptr;
 kp_allocator* tls_get(void*, uint32_t) {
@@ -70,7 +58,8 @@ class StringsTest : public ::testing::Test {
     kp::runtime::State saved;
 };
 
-TEST_F(StringsTest, EmptyAndNullAreTheSameString) {
+TEST_F(StringsTest, Creation) {
+    // Empty and null are the same string.
     char16_t* s = reinterpret_cast<char16_t*>(1);
     EXPECT_EQ(kp::str::create(u"", &s), 0);
     EXPECT_EQ(s, nullptr);
@@ -79,11 +68,12 @@ TEST_F(StringsTest, EmptyAndNullAreTheSameString) {
     EXPECT_EQ(kp::str::length(nullptr), 0u);
     EXPECT_TRUE(kp::str::view(nullptr).empty());
     kp::str::release(nullptr); // nothing happens
+    // Too long: 108, nothing allocated.
+    EXPECT_EQ(kp::str::create(nullptr, 0x7FFFFF00LL, &s), 108);
+    EXPECT_EQ(kp::str::create(nullptr, 0x7FFFFFFFLL, &s), 108);
+    EXPECT_EQ(s, nullptr);
     EXPECT_EQ(alloc.creates + alloc.frees, 0);
-}
-
-TEST_F(StringsTest, CreatedBufferCarriesHeaderAndTerminator) {
-    char16_t* s = nullptr;
+    // A buffer carries its header and terminator.
     ASSERT_EQ(kp::str::create(u"héllo", &s), 0);
     const kp_string_header* h = kp_string_header_of(s);
     EXPECT_EQ(h->owner, &alloc.base);
@@ -93,40 +83,35 @@ TEST_F(StringsTest, CreatedBufferCarriesHeaderAndTerminator) {
     EXPECT_GE(h->capacity, 10u);
     EXPECT_EQ(s[5], 0);
     EXPECT_EQ(kp::str::view(s), u"héllo");
+    EXPECT_EQ(kp::str::bytes(s).size(), 10u); // text: its UTF-16 units
     kp::str::release(s);
     EXPECT_EQ(alloc.frees, 1);
-}
-
-TEST_F(StringsTest, TooLongFailsWith108AndAllocatesNothing) {
-    char16_t* s = nullptr;
-    EXPECT_EQ(kp::str::create(nullptr, 0x7FFFFF00LL, &s), 108);
-    EXPECT_EQ(kp::str::create(nullptr, 0x7FFFFFFFLL, &s), 108);
-    EXPECT_EQ(s, nullptr);
-    EXPECT_EQ(alloc.creates, 0);
-}
-
-TEST_F(StringsTest, AllocatorErrorIsReturnedAsIs) {
-    static const kp_allocator_ops failing = {nullptr,
-                                             nullptr,
-                                             nullptr,
-                                             nullptr,
-                                             nullptr,
-                                             [](kp_allocator*, uint32_t, char16_t** o) {
-                                                 *o = nullptr;
-                                                 return int32_t{100};
-                                             },
-                                             nullptr,
-                                             nullptr};
+    // Binary buffers count bytes.
+    const uint8_t bytes[] = {0, 1, 2, 0xFF, 0};
+    ASSERT_EQ(kp::str::create_binary(bytes, &s), 0);
+    EXPECT_TRUE(kp::str::is_binary(s));
+    EXPECT_EQ(kp::str::length(s), 5u);
+    auto span = kp::str::bytes(s);
+    ASSERT_EQ(span.size(), 5u);
+    EXPECT_EQ(span[3], 0xFF);
+    kp::str::release(s);
+    // The allocator's error comes back as is.
+    static kp_allocator_ops failing{};
+    failing.create = [](kp_allocator*, uint32_t, char16_t** o) {
+        *o = nullptr;
+        return int32_t{100};
+    };
     kp_allocator f{&failing, 0};
     kp::runtime::state().allocator = &f;
-    char16_t* s = nullptr;
     EXPECT_EQ(kp::str::create(u"x", &s), 100);
     EXPECT_EQ(s, nullptr);
 }
 
-TEST_F(StringsTest, ReleaseCallsOwnerOnceAtTheLastReference) {
+// The owner is called once, at the last reference; shortening copies only
+// a shared buffer.
+TEST_F(StringsTest, SharingAndShortening) {
     char16_t* s = nullptr;
-    ASSERT_EQ(kp::str::create(u"shared", &s), 0);
+    ASSERT_EQ(kp::str::create(u"abcdef", &s), 0);
     char16_t* t = nullptr;
     kp::str::share(&t, s);
     EXPECT_EQ(t, s);
@@ -134,21 +119,12 @@ TEST_F(StringsTest, ReleaseCallsOwnerOnceAtTheLastReference) {
     kp::str::release(t);
     EXPECT_EQ(alloc.frees, 0);
     EXPECT_EQ(kp_string_header_of(s)->refcount, 1);
-    kp::str::release(s);
-    EXPECT_EQ(alloc.frees, 1);
-}
-
-TEST_F(StringsTest, ShorteningCopiesOnlyWhenShared) {
-    char16_t* s = nullptr;
-    ASSERT_EQ(kp::str::create(u"abcdef", &s), 0);
     kp_string_header_of(s)->flags |= 1u;
     ASSERT_EQ(kp::str::shorten(&s, 3), 0);
     EXPECT_EQ(kp::str::view(s), u"abc");
     EXPECT_EQ(s[3], 0);
     EXPECT_EQ(kp_string_header_of(s)->flags & 1u, 0u);
     EXPECT_EQ(alloc.creates, 1);
-
-    char16_t* t = nullptr;
     kp::str::share(&t, s, 2); // shared and shortened: a copy of two characters
     EXPECT_NE(t, s);
     EXPECT_EQ(kp::str::view(t), u"ab");
@@ -159,6 +135,7 @@ TEST_F(StringsTest, ShorteningCopiesOnlyWhenShared) {
     EXPECT_EQ(u, s);
     kp::str::release(u);
     kp::str::release(t);
+    EXPECT_EQ(alloc.frees, 1);
     kp::str::release(s);
     EXPECT_EQ(alloc.frees, 2);
 }
@@ -173,20 +150,20 @@ TEST(StringGrowth, SteppedPolicy) {
         EXPECT_EQ(kp::str::growth_capacity(c[0], c[1]), c[2]) << c[0] << " from " << c[1];
 }
 
-TEST_F(StringsTest, GrowthKeepsTextAndWritesTerminator) {
+// Growth keeps the text and writes the terminator; per thread it goes
+// through the thread's allocator.
+TEST_F(StringsTest, Growth) {
     char16_t* s = nullptr;
     ASSERT_EQ(kp::str::create(u"abc", &s), 0);
     ASSERT_EQ(kp::str::grow(&s, 1001), 0);
-    const kp_string_header* h = kp_string_header_of(s);
-    EXPECT_EQ(h->capacity, 2002u); // from 6 bytes: shortfall too large, twice the request
+    EXPECT_EQ(kp_string_header_of(s)->capacity,
+              2002u); // from 6 bytes: shortfall too large, twice the request
     EXPECT_EQ(kp::str::view(s), u"abc");
     EXPECT_EQ(reinterpret_cast<const char*>(s)[2002], 0);
     EXPECT_EQ(kp::str::grow(&s, 0xFFFFFFFFu), 108);
     EXPECT_EQ(kp::str::view(s), u"abc"); // untouched on failure
     kp::str::release(s);
-}
 
-TEST_F(StringsTest, PerThreadGrowthGoesThroughTheThreadAllocator) {
     CountingAllocator mine{};
     mine.base.ops = &kOps;
     g_tls_allocator = &mine.base;
@@ -199,10 +176,10 @@ TEST_F(StringsTest, PerThreadGrowthGoesThroughTheThreadAllocator) {
     st.threading = &threading;
     st.tls_enabled = true;
 
-    char16_t* s = nullptr;
+    s = nullptr;
     ASSERT_EQ(kp::str::create(u"thread", &s), 0);
     EXPECT_EQ(mine.creates, 1);
-    EXPECT_EQ(alloc.creates, 0);
+    EXPECT_EQ(alloc.creates, 1);
     ASSERT_EQ(kp::str::grow(&s, 4000), 0);
     EXPECT_EQ(mine.grows, 1);
     EXPECT_EQ(mine.frees, 1); // the old buffer went back to its allocator
@@ -211,22 +188,6 @@ TEST_F(StringsTest, PerThreadGrowthGoesThroughTheThreadAllocator) {
     kp::str::release(s);
     EXPECT_EQ(mine.frees, 2);
     g_tls_allocator = nullptr;
-}
-
-TEST_F(StringsTest, BinaryBuffersCountBytes) {
-    const uint8_t bytes[] = {0, 1, 2, 0xFF, 0};
-    char16_t* b = nullptr;
-    ASSERT_EQ(kp::str::create_binary(bytes, &b), 0);
-    EXPECT_TRUE(kp::str::is_binary(b));
-    EXPECT_EQ(kp::str::length(b), 5u);
-    auto span = kp::str::bytes(b);
-    ASSERT_EQ(span.size(), 5u);
-    EXPECT_EQ(span[3], 0xFF);
-    char16_t* t = nullptr;
-    ASSERT_EQ(kp::str::create(u"ab", &t), 0);
-    EXPECT_EQ(kp::str::bytes(t).size(), 4u); // text: its UTF-16 units
-    kp::str::release(t);
-    kp::str::release(b);
 }
 
 } // namespace

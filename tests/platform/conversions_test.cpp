@@ -16,6 +16,7 @@
 namespace kp::platform {
 namespace {
 
+// Every mapped errno; anything else (EPROTO, -1) is an invalid function.
 TEST(Win32Codes, EveryMappedErrno) {
     struct Row {
         int err;
@@ -50,7 +51,7 @@ TEST(Win32Codes, EveryMappedErrno) {
         {EILSEQ, kErrorInvalidName},
         {ELOOP, kErrorCantResolveFilename},
         {ETIMEDOUT, kErrorTimeout},
-        {EPROTO, kErrorInvalidFunction}, // anything else
+        {EPROTO, kErrorInvalidFunction},
         {-1, kErrorInvalidFunction},
     };
     for (const Row& r : rows)

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <thread>
+#include <tuple>
 
 #include "platform/codepage.h"
 #include "platform/files.h"
@@ -48,10 +48,28 @@ TEST_F(FileService, Dispositions) {
     h = open("g", kGenericWrite, kCreateAlways);
     EXPECT_EQ(last_error(), kErrorAlreadyExists);
     close_file(h);
-    EXPECT_EQ(open("g", kGenericRead, 9), kInvalidFile);
-    EXPECT_EQ(last_error(), kErrorInvalidParameter);
     EXPECT_EQ(open("missing/f", kGenericRead, kOpenAlways), kInvalidFile);
     EXPECT_EQ(last_error(), kErrorPathNotFound);
+    // Dispositions that cannot apply; truncation needs write access, and an
+    // existing file.
+    put("e", "data");
+    const std::tuple<const char*, uint32_t, uint32_t, uint32_t> refused[] = {
+        {"missing", kGenericWrite, kTruncateExisting, kErrorFileNotFound},
+        {"e", kGenericRead, kTruncateExisting, kErrorInvalidParameter},
+        {"e", kGenericRead, 0, kErrorInvalidParameter},
+        {"e", kGenericRead, 6, kErrorInvalidParameter},
+        {"e", kGenericRead, 9, kErrorInvalidParameter},
+    };
+    for (const auto& [rel, access, disposition, code] : refused) {
+        set_last_error(0);
+        EXPECT_EQ(open(rel, access, disposition), kInvalidFile) << disposition;
+        EXPECT_EQ(last_error(), code) << disposition;
+    }
+    EXPECT_EQ(std::filesystem::file_size(dir.path() / "e"), 4u); // never truncated
+    h = open("e", kGenericWrite, kTruncateExisting);
+    ASSERT_NE(h, kInvalidFile);
+    EXPECT_TRUE(close_file(h));
+    EXPECT_EQ(std::filesystem::file_size(dir.path() / "e"), 0u);
 }
 
 TEST_F(FileService, ReadOnlyAttributeIsEnforcedForEveryUser) {
@@ -175,24 +193,6 @@ TEST_F(FileService, Times) {
     EXPECT_TRUE(get_file_info(name("t"), info));
     EXPECT_EQ(info.write_time, when);
     EXPECT_EQ(info.size, 1u);
-}
-
-} // namespace
-} // namespace kp::platform
-
-namespace kp::platform {
-namespace {
-
-TEST(LastError, EachThreadHasItsOwn) {
-    set_last_error(kErrorAccessDenied);
-    uint32_t seen = 1;
-    std::thread t([&] {
-        seen = last_error();
-        set_last_error(kErrorFileNotFound);
-    });
-    t.join();
-    EXPECT_EQ(seen, 0u);
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
 }
 
 } // namespace

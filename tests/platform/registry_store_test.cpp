@@ -1,39 +1,24 @@
 // registry_store_test.cpp - the registry store on SQLite: Win32 call
-// semantics and codes, case folding, enumeration orders, the file's schema
-// and what happens with files that are not usable.
+// semantics and codes, case folding, enumeration orders and the file's
+// schema.  Files that cannot be used (not SQLite, a later schema, none,
+// read-only, locked) are tried through the registry functions in
+// tests/registry, which reach these calls and check their codes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <sqlite3.h>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/registry_store.h"
-#include "support/test_host.h"
+#include "registry/support.h"
 #include "support/utf8_cases.h"
-#include "support/write_rights.h"
 
 namespace kp::platform::registry {
 namespace {
 
-std::string sql_text(const std::string& file, const char* sql) {
-    sqlite3* db = nullptr;
-    std::string out;
-    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt* st = nullptr;
-        if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
-            const unsigned char* t = sqlite3_column_text(st, 0);
-            out = t ? reinterpret_cast<const char*>(t) : "";
-        }
-        sqlite3_finalize(st);
-    }
-    sqlite3_close(db);
-    return out;
-}
+using kp::test::sql_text;
 
 std::string hex(const std::string& bytes) {
     std::string out;
@@ -42,6 +27,10 @@ std::string hex(const std::string& bytes) {
         out += "0123456789ABCDEF"[b & 15];
     }
     return out;
+}
+
+uint32_t put_dword(Key k, std::u16string_view name, uint32_t v) {
+    return set_value(k, name, kDword, reinterpret_cast<const uint8_t*>(&v), 4);
 }
 
 class Store : public ::testing::Test {
@@ -59,28 +48,15 @@ class Store : public ::testing::Test {
         EXPECT_EQ(create_key(parent, path, kAllAccess, &k, disp), 0u);
         return k;
     }
-    void set_dword(Key k, std::u16string_view name, uint32_t v) {
-        ASSERT_EQ(set_value(k, name, kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
-    }
-    std::vector<std::u16string> subkeys(Key k) {
-        std::vector<std::u16string> r;
-        char16_t buf[300];
-        for (uint32_t i = 0;; ++i) {
-            uint32_t n = 300;
-            uint32_t e = enum_key(k, i, buf, &n);
-            if (e == 259) break;
-            EXPECT_EQ(e, 0u);
-            if (e) break;
-            r.emplace_back(buf, n);
-        }
-        return r;
-    }
-    std::vector<std::u16string> values(Key k) {
+    void set_dword(Key k, std::u16string_view name, uint32_t v) { ASSERT_EQ(put_dword(k, name, v), 0u); }
+    // The names of the subkeys or of the values, by index until 259.
+    std::vector<std::u16string> names(Key k, bool of_values = false) {
         std::vector<std::u16string> r;
         char16_t buf[300];
         for (uint32_t i = 0;; ++i) {
             uint32_t n = 300, type = 0;
-            uint32_t e = enum_value(k, i, buf, &n, &type, nullptr, nullptr);
+            uint32_t e =
+                of_values ? enum_value(k, i, buf, &n, &type, nullptr, nullptr) : enum_key(k, i, buf, &n);
             if (e == 259) break;
             EXPECT_EQ(e, 0u);
             if (e) break;
@@ -120,7 +96,7 @@ TEST_F(Store, CreateOpenAndCaseFolding) {
     // The spelling of the first creation is kept.
     Key soft = 0;
     ASSERT_EQ(open_key(kCurrentUser, u"soft", kRead, &soft), 0u);
-    EXPECT_EQ(subkeys(soft), std::vector<std::u16string>{u"Straße"});
+    EXPECT_EQ(names(soft), std::vector<std::u16string>{u"Straße"});
     for (Key k : {a, again, soft})
         EXPECT_EQ(close_key(k), 0u);
     EXPECT_EQ(close_key(a), 6u);
@@ -150,11 +126,11 @@ TEST_F(Store, NamesAsUtf8) {
     }
     sqlite3_finalize(st);
     sqlite3_close(db);
-    std::vector<std::u16string> names = subkeys(kCurrentUser);
-    ASSERT_EQ(names.size(), expected.size() + 1);
-    names.pop_back(); // "Software", after every "k..."
-    for (std::size_t i = 0; i < names.size(); ++i)
-        EXPECT_EQ(names[i], expected[i]) << i;
+    std::vector<std::u16string> got = names(kCurrentUser);
+    ASSERT_EQ(got.size(), expected.size() + 1);
+    got.pop_back(); // "Software", after every "k..."
+    for (std::size_t i = 0; i < got.size(); ++i)
+        EXPECT_EQ(got[i], expected[i]) << i;
 
     for (const kp::test::Utf8Case& c : cases) {
         if (!c.well_formed || c.bytes.empty()) continue;
@@ -225,7 +201,7 @@ TEST_F(Store, EnumerationOrders) {
     Key k = create(u"E");
     for (const char16_t* n : {u"b", u"C", u"a", u"Ä"})
         close_key(create(n, nullptr, k));
-    EXPECT_EQ(subkeys(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
+    EXPECT_EQ(names(k), (std::vector<std::u16string>{u"a", u"b", u"C", u"Ä"}));
     // The sibling after a name spelled exactly so.
     struct After {
         std::u16string name, next;
@@ -242,7 +218,7 @@ TEST_F(Store, EnumerationOrders) {
     for (const char16_t* n : {u"z", u"Y", u"a"})
         set_dword(k, n, 1);
     set_dword(k, u"Z", 2); // an update keeps the place of the first write
-    EXPECT_EQ(values(k), (std::vector<std::u16string>{u"z", u"Y", u"a"}));
+    EXPECT_EQ(names(k, true), (std::vector<std::u16string>{u"z", u"Y", u"a"}));
     // Name buffer rules: terminator counted, 234 when it does not fit.
     char16_t name[2];
     uint32_t n = 1;
@@ -342,8 +318,8 @@ TEST_F(Store, AccessRights) {
     ASSERT_EQ(open_key(kCurrentUser, u"A", kQueryValue, &r), 0u);
     ASSERT_EQ(open_key(kCurrentUser, u"A", kSetValue, &w), 0u);
     uint32_t v = 1, size = 4;
-    EXPECT_EQ(set_value(r, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 5u);
-    EXPECT_EQ(set_value(w, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
+    EXPECT_EQ(put_dword(r, u"v", v), 5u);
+    EXPECT_EQ(put_dword(w, u"v", v), 0u);
     EXPECT_EQ(query_value(w, u"v", nullptr, nullptr, &size), 5u);
     EXPECT_EQ(query_value(r, u"v", nullptr, nullptr, &size), 0u);
     char16_t name[8];
@@ -370,99 +346,6 @@ TEST_F(Store, BatchRollsBackAsOne) {
     EXPECT_EQ(open_key(kCurrentUser, u"batch\\deep", kRead, &h), 0u);
     close_key(h);
     EXPECT_EQ(end_batch(true), 87u);
-}
-
-TEST(StoreFiles, NoDatabaseIsBadKey) {
-    use_database("");
-    Key k = 0;
-    EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), 1010u);
-}
-
-TEST(StoreFiles, NotSqliteIsLeftAlone) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "garbage").string();
-    std::string junk(5000, 'x');
-    for (std::size_t i = 0; i < junk.size(); ++i)
-        junk[i] = static_cast<char>(i * 131 + 7);
-    std::ofstream(file, std::ios::binary) << junk;
-    use_database(file);
-    Key k = 0;
-    EXPECT_EQ(create_key(kCurrentUser, u"x", kAllAccess, &k), 1009u);
-    EXPECT_EQ(open_key(kCurrentUser, u"x", kRead, &k), 1009u);
-    use_database("");
-    std::ifstream in(file, std::ios::binary);
-    std::string back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(back, junk);
-}
-
-TEST(StoreFiles, LaterSchemaIsRefused) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "later").string();
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
-    sqlite3_exec(db, "CREATE TABLE t(x); PRAGMA user_version = 9", nullptr, nullptr, nullptr);
-    sqlite3_close(db);
-    use_database(file);
-    Key k = 0;
-    EXPECT_EQ(open_key(kCurrentUser, u"", kRead, &k), 1009u);
-    use_database("");
-}
-
-TEST(StoreFiles, ReadOnlyFileReadsButRefusesWrites) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "ro.sqlite3").string();
-    use_database(file);
-    Key k = 0;
-    ASSERT_EQ(create_key(kCurrentUser, u"RO", kAllAccess, &k), 0u);
-    uint32_t v = 5;
-    ASSERT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
-    close_key(k);
-    use_database("");
-    chmod(file.c_str(), 0444);
-    chmod(dir.path().c_str(), 0777);
-    std::string failures = kp::test::without_write_rights([&] {
-        std::string f;
-        use_database(file);
-        uint32_t got = 0, size = 4, w = 6;
-        Key h = 0, sub = 0;
-        if (open_key(kCurrentUser, u"RO", kAllAccess, &h) != 0) f += "open ";
-        if (query_value(h, u"v", nullptr, reinterpret_cast<uint8_t*>(&got), &size) != 0 || got != 5)
-            f += "read ";
-        if (set_value(h, u"v", kDword, reinterpret_cast<const uint8_t*>(&w), 4) != 5) f += "write ";
-        if (create_key(h, u"new", kAllAccess, &sub) != 5) f += "create ";
-        if (delete_key(kCurrentUser, u"RO") != 5) f += "delete ";
-        close_key(h);
-        use_database("");
-        return f;
-    });
-    EXPECT_EQ(failures, "");
-    chmod(file.c_str(), 0644);
-    EXPECT_EQ(sql_text(file, "PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(sql_text(file, "SELECT count(*) FROM vals"), "1");
-}
-
-TEST(StoreFiles, LockedPastTheTimeoutIsBusy) {
-    kp::test::TempDir dir;
-    std::string file = (dir.path() / "locked.sqlite3").string();
-    use_database(file);
-    Key k = 0;
-    ASSERT_EQ(create_key(kCurrentUser, u"L", kAllAccess, &k), 0u);
-    sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-    set_busy_timeout(100);
-    uint32_t v = 1, size = 0;
-    EXPECT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 170u);
-    Key sub = 0;
-    EXPECT_EQ(create_key(k, u"sub", kAllAccess, &sub), 170u);
-    // Readers are not held up by a writer in WAL mode.
-    EXPECT_EQ(query_value(k, u"v", nullptr, nullptr, &size), 2u);
-    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
-    sqlite3_close(other);
-    EXPECT_EQ(set_value(k, u"v", kDword, reinterpret_cast<const uint8_t*>(&v), 4), 0u);
-    set_busy_timeout(5000);
-    close_key(k);
-    use_database("");
 }
 
 } // namespace

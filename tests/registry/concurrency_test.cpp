@@ -25,7 +25,6 @@ constexpr int kWrites = 5000;
 std::u16string u16(const std::string& s) {
     return std::u16string(s.begin(), s.end());
 }
-
 std::u16string writer_key(int writer) {
     return u16("HKEY_CURRENT_USER\\Stress\\W" + std::to_string(writer));
 }

@@ -46,47 +46,32 @@ TEST(KeyPath, PrefixTestAndRoots) {
 
 TEST(Conversion, RegistryDataAsTheLanguageSeesIt) {
     const std::vector<uint8_t> b1234 = {1, 2, 3, 4};
-    auto text = [](std::u16string t) {
-        Data d;
-        d.text = std::move(t);
-        return d;
+    using K = Data::Kind;
+    auto D = [](K kind, std::u16string text, int32_t i = 0, std::vector<uint8_t> b = {}) {
+        return Data{kind, std::move(text), i, std::move(b)};
     };
-    auto integer = [](int32_t i) {
-        Data d;
-        d.kind = Data::Kind::Integer;
-        d.integer = i;
-        return d;
-    };
-    auto bytes = [](std::vector<uint8_t> b) {
-        Data d;
-        d.kind = Data::Kind::Bytes;
-        d.bytes = std::move(b);
-        return d;
-    };
-    Data empty_value;
-    empty_value.kind = Data::Kind::Empty;
     struct Case {
         uint32_t type;
         std::vector<uint8_t> data;
         Data want;
     } cases[] = {
-        {0, b1234, text(u"")},
-        {6, b1234, text(u"")},
-        {8, b1234, text(u"")},
-        {1, {'h', 0, 'i', 0, 0, 0}, text(u"hi")},
-        {1, {'h', 0, 'i', 0}, text(u"hi")},         // without its NUL (written by number)
-        {1, {'h', 0, 0, 0, 'x', 0}, text(u"h")},    // up to the first NUL
-        {1, {'h', 0, 'i'}, text(u"h")},             // an odd last byte is dropped
-        {2, {'%', 0, 0, 0}, bytes({'%', 0, 0, 0})}, // unexpanded
-        {3, b1234, bytes(b1234)},
-        {7, {'a', 0, 0, 0, 0, 0}, bytes({'a', 0, 0, 0, 0, 0})}, // unsplit
-        {4, b1234, integer(0x04030201)},
-        {5, b1234, integer(0x02010403)}, // halves swapped, bytes within them not
-        {4, {0xFF, 0xFF, 0xFF, 0xFF}, integer(-1)},
-        {4, {7}, integer(7)}, // short data reads zero-padded
-        {5, {}, integer(0)},
-        {11, b1234, empty_value},
-        {0x1234, {}, empty_value},
+        {0, b1234, {}},
+        {6, b1234, {}},
+        {8, b1234, {}},
+        {1, {'h', 0, 'i', 0, 0, 0}, D(K::Text, u"hi")},
+        {1, {'h', 0, 'i', 0}, D(K::Text, u"hi")},                 // without its NUL (written by number)
+        {1, {'h', 0, 0, 0, 'x', 0}, D(K::Text, u"h")},            // up to the first NUL
+        {1, {'h', 0, 'i'}, D(K::Text, u"h")},                     // an odd last byte is dropped
+        {2, {'%', 0, 0, 0}, D(K::Bytes, u"", 0, {'%', 0, 0, 0})}, // unexpanded
+        {3, b1234, D(K::Bytes, u"", 0, b1234)},
+        {7, {'a', 0, 0, 0, 0, 0}, D(K::Bytes, u"", 0, {'a', 0, 0, 0, 0, 0})}, // unsplit
+        {4, b1234, D(K::Integer, u"", 0x04030201)},
+        {5, b1234, D(K::Integer, u"", 0x02010403)}, // halves swapped, bytes within them not
+        {4, {0xFF, 0xFF, 0xFF, 0xFF}, D(K::Integer, u"", -1)},
+        {4, {7}, D(K::Integer, u"", 7)}, // short data reads zero-padded
+        {5, {}, D(K::Integer, u"")},
+        {11, b1234, D(K::Empty, u"")},
+        {0x1234, {}, D(K::Empty, u"")},
     };
     for (const auto& c : cases)
         EXPECT_EQ(convert_data(c.type, c.data), c.want) << "type " << c.type;
@@ -153,46 +138,39 @@ TEST_F(Functions, RoundTripOfEveryValueType) {
         Value value;
         std::vector<Value> extra; // the size of the address form
         std::string stored;
-        Value::Kind kind;
+        Value back;
     } cases[] = {
-        {"s", S(u"hé"), {}, "1:6800E9000000", Value::Kind::String},
-        {"i", I(-2), {}, "4:FEFFFFFF", Value::Kind::Int},
-        {"r", Value::real(real), {}, "3:000000000000F83F", Value::Kind::Buffer},
-        {"c", Value::currency(cy), {}, "3:0102030405060708090A", Value::Kind::Buffer},
-        {"b", Value::boolean(true), {}, "4:01000000", Value::Kind::Int},
-        {"m", I(address), {I(5)}, "3:0100FF7F80", Value::Kind::Buffer},
+        {"s", S(u"hé"), {}, "1:6800E9000000", S(u"hé")},
+        {"i", I(-2), {}, "4:FEFFFFFF", I(-2)},
+        {"r", Value::real(real), {}, "3:000000000000F83F", Value::buffer({real_bytes, real_bytes + 8})},
+        {"c", Value::currency(cy), {}, "3:0102030405060708090A", Value::buffer({cy, cy + 10})},
+        {"b", Value::boolean(true), {}, "4:01000000", I(1)},
+        {"m", I(address), {I(5)}, "3:0100FF7F80", Value::buffer({1, 0, 0xFF, 0x7F, 0x80})},
     };
-    for (auto& c : cases) {
-        std::vector<Value> args = {S(k), S(std::u16string(c.name, c.name + 1)), c.value};
-        for (auto& e : c.extra)
-            args.push_back(e);
-        EXPECT_TRUE(ok("RegistrySetValue", args)) << c.name;
-        EXPECT_EQ(stored("RT", c.name), c.stored) << c.name;
-        auto back = call("RegistryQueryValue", {S(k), S(std::u16string(c.name, c.name + 1))});
-        EXPECT_EQ(back.result.kind, c.kind) << c.name;
-    }
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), S(u"s")}).result.s, u"hé");
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), S(u"i")}).result.i, -2);
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), S(u"r")}).result.bytes,
-              std::vector<uint8_t>(real_bytes, real_bytes + 8));
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), S(u"c")}).result.bytes, std::vector<uint8_t>(cy, cy + 10));
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), S(u"b")}).result.i, 1);
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), S(u"m")}).result.bytes,
-              (std::vector<uint8_t>{1, 0, 0xFF, 0x7F, 0x80}));
-
-    // The same by number: value n is the n-th written, its name is kept; a
-    // string so written has no NUL and reads back the same.
-    for (int n = 1; n <= 6; ++n) {
-        std::vector<Value> args = {S(k), I(n), cases[n - 1].value};
-        for (auto& e : cases[n - 1].extra)
-            args.push_back(e);
-        EXPECT_TRUE(ok("RegistrySetValue", args)) << n;
+    auto expect_back = [&](Value name, const Value& want) {
+        Value got = call("RegistryQueryValue", {S(k), name}).result;
+        EXPECT_EQ(got.kind, want.kind);
+        EXPECT_EQ(got.s, want.s);
+        EXPECT_EQ(got.i, want.i);
+        EXPECT_EQ(got.bytes, want.bytes);
+    };
+    // By name, then by number: value n is the n-th written, its name is
+    // kept; a string so written has no NUL and reads back the same.
+    for (bool by_number : {false, true}) {
+        for (int n = 1; n <= 6; ++n) {
+            const Case& c = cases[n - 1];
+            SCOPED_TRACE(c.name);
+            const Value name = by_number ? I(n) : S(std::u16string(c.name, c.name + 1));
+            std::vector<Value> args = {S(k), name, c.value};
+            args.insert(args.end(), c.extra.begin(), c.extra.end());
+            EXPECT_TRUE(ok("RegistrySetValue", args));
+            if (!by_number) {
+                EXPECT_EQ(stored("RT", c.name), c.stored);
+            }
+            expect_back(name, c.back);
+        }
     }
     EXPECT_EQ(stored("RT", "s"), "1:6800E900");
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), I(1)}).result.s, u"hé");
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), I(2)}).result.i, -2);
-    EXPECT_EQ(call("RegistryQueryValue", {S(k), I(6)}).result.bytes,
-              (std::vector<uint8_t>{1, 0, 0xFF, 0x7F, 0x80}));
     EXPECT_EQ(call("RegistryListValue", {S(k)}).result.s, u"s\r\ni\r\nr\r\nc\r\nb\r\nm");
     EXPECT_EQ(call("RegistryListValue", {S(k), Value::boolean(true)}).result.s,
               u"s\tT\r\ni\tN\r\nr\tB\r\nc\tB\r\nb\tN\r\nm\tB");
@@ -274,43 +252,36 @@ TEST_F(Functions, ReadingRulesAndTheReadFlag) {
 }
 
 TEST_F(Functions, WritingFailures) {
-    // The key is not created by a write.
-    auto r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\NoKey"), S(u"v"), I(1)});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80293u);
-    EXPECT_EQ(r.error.severity, 2);
-    EXPECT_EQ(r.error.system_code, 2u);
+    ASSERT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_CURRENT_USER\\W")}));
+    const std::u16string w = u"HKEY_CURRENT_USER\\W";
+    struct Case {
+        std::vector<Value> args;
+        uint32_t id, system; // id 0: false without an error
+    } cases[] = {
+        {{S(u"HKEY_CURRENT_USER\\NoKey"), S(u"v"), I(1)}, 80293, 2}, // the key is not created by a write
+        {{S(u""), S(u"v"), I(1)}, 0, 0},
+        {{S(w), I(3), S(u"x")}, 0, 0},              // by number past the last value
+        {{S(w), S(u"m"), I(16), I(4)}, 80293, 998}, // memory that cannot be read
+        {{S(w), I(0), I(16), I(0x7FFFFFFF)}, 80293, 998},
+        {{S(w), S(u"m"), I(16), I(-1)}, 80293, 87},          // a negative size
+        {{S(u"HKEY_DYN_DATA\\W"), S(u"m"), I(1)}, 80293, 6}, // an unmapped root
+        {{S(u"HKEY_CURRENT_USER\\" + std::u16string(10000, u'k')), S(u"m"), I(1)}, 80293, 206},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        auto r = call("RegistrySetValue", c.args);
+        EXPECT_FALSE(r.result.b);
+        EXPECT_EQ(r.error.id, c.id);
+        EXPECT_EQ(r.error.severity, c.id ? 2 : 1);
+        EXPECT_EQ(r.error.system_code, c.system);
+    }
+    auto r = call("RegistrySetValue", cases[0].args);
     EXPECT_NE(r.error.message.find(u"HKEY_CURRENT_USER\\NoKey"), std::u16string::npos);
     EXPECT_EQ(r.error.additional[0], 0u);
     EXPECT_FALSE(ok("RegistryExist", {S(u"HKEY_CURRENT_USER\\NoKey")}));
-
-    r = call("RegistrySetValue", {S(u""), S(u"v"), I(1)});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.severity, 1);
-
-    // By number past the last value: false without an error.
-    ASSERT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_CURRENT_USER\\W")}));
-    r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), I(3), S(u"x")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.severity, 1);
     // Number 0 writes the default value.
-    EXPECT_TRUE(ok("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), I(0), S(u"d")}));
-    EXPECT_EQ(text("RegistryQueryValue", {S(u"HKEY_CURRENT_USER\\W"), S(u"")}), u"d");
-
-    // Memory that cannot be read, a negative size, an unmapped root, a
-    // path too long.
-    r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), S(u"m"), I(16), I(4)});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.system_code, 998u);
-    r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), I(0), I(16), I(0x7FFFFFFF)});
-    EXPECT_EQ(r.error.system_code, 998u);
-    r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\W"), S(u"m"), I(16), I(-1)});
-    EXPECT_EQ(r.error.system_code, 87u);
-    r = call("RegistrySetValue", {S(u"HKEY_DYN_DATA\\W"), S(u"m"), I(1)});
-    EXPECT_EQ(r.error.id, 80293u);
-    r = call("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\" + std::u16string(10000, u'k')), S(u"m"), I(1)});
-    EXPECT_EQ(r.error.id, 80293u);
-    EXPECT_EQ(r.error.system_code, 206u);
+    EXPECT_TRUE(ok("RegistrySetValue", {S(w), I(0), S(u"d")}));
+    EXPECT_EQ(text("RegistryQueryValue", {S(w), S(u"")}), u"d");
 }
 
 TEST_F(Functions, AccessDeniedSetsTheAdditionalFlag) {
@@ -334,43 +305,51 @@ TEST_F(Functions, AccessDeniedSetsTheAdditionalFlag) {
         if (record.additional[0] != 1 || record.additional[1] != 1) f += "flag ";
         kp_error_record other{};
         CXError err2(&other);
-        if (create_key(u"HKEY_CURRENT_USER\\New", err2) || other.id != 80293) f += "create ";
+        if (create_key(u"HKEY_CURRENT_USER\\New", err2) || other.id != 80293 || other.system_code != 5)
+            f += "create ";
+        kp_error_record third{};
+        CXError err3(&third);
+        if (delete_key(u"HKEY_CURRENT_USER\\Locked", err3) || third.system_code != 5) f += "delete ";
         platform::registry::use_database("");
         return f;
     });
     EXPECT_EQ(failures, "");
+    EXPECT_EQ(kp::test::sql_text(file(), "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(kp::test::sql_text(file(), "SELECT count(*) FROM vals"), "1");
 }
 
 TEST_F(Functions, CreateAndDeleteKeys) {
-    EXPECT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C")})); // missing parents too
-    EXPECT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\a\\b\\c\\")}));
-    EXPECT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE")}));
-    EXPECT_FALSE(ok("RegistryCreateKey", {S(u"")}));
-    ASSERT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\A\\B2")}));
-    ASSERT_TRUE(ok("RegistrySetValue", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C"), S(u"v"), I(1)}));
-
-    auto r = call("RegistryCreateKey", {S(u"HKEY_CURRENT_CONFIG\\X")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80293u);
-    EXPECT_EQ(r.error.severity, 2);
-    r = call("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\x\\\\y")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.system_code, 161u);
-    r = call("RegistryCreateKey", {S(u"HKEY_LOCAL_MACHINE\\" + std::u16string(10000, u'k'))});
-    EXPECT_EQ(r.error.system_code, 206u);
-
-    r = call("RegistryDeleteKey", {S(u"")});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.id, 80292u);
-    for (const char16_t* missing : {u"HKEY_LOCAL_MACHINE\\Nope", u"HKEY_DYN_DATA\\A",
-                                    u"HKEY_LOCAL_MACHINE\\A\\\\B", u"HKEY_LOCAL_MACHINE\\A\\Nope\\"}) {
-        r = call("RegistryDeleteKey", {S(missing)});
-        EXPECT_TRUE(r.result.b);
-        EXPECT_EQ(r.error.severity, 1);
+    struct Case {
+        const char* function;
+        std::u16string path;
+        bool result;
+        uint32_t id, system;
+    } cases[] = {
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\A\\B\\C", true, 0, 0}, // missing parents too
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\a\\b\\c\\", true, 0, 0},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE", true, 0, 0},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\A\\B2", true, 0, 0},
+        {"RegistryCreateKey", u"", false, 0, 0},
+        {"RegistryCreateKey", u"HKEY_CURRENT_CONFIG\\X", false, 80293, 6},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\x\\\\y", false, 80293, 161},
+        {"RegistryCreateKey", u"HKEY_LOCAL_MACHINE\\" + std::u16string(10000, u'k'), false, 80293, 206},
+        {"RegistryDeleteKey", u"", false, 80292, 0},
+        {"RegistryDeleteKey", u"HKEY_LOCAL_MACHINE\\Nope", true, 0, 0}, // what is not there is gone
+        {"RegistryDeleteKey", u"HKEY_DYN_DATA\\A", true, 0, 0},
+        {"RegistryDeleteKey", u"HKEY_LOCAL_MACHINE\\A\\\\B", true, 0, 0},
+        {"RegistryDeleteKey", u"HKEY_LOCAL_MACHINE\\A\\Nope\\", true, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        auto r = call(c.function, {S(c.path)});
+        EXPECT_EQ(r.result.b, c.result);
+        EXPECT_EQ(r.error.id, c.id);
+        EXPECT_EQ(r.error.severity, c.id ? 2 : 1);
+        EXPECT_EQ(r.error.system_code, c.system);
     }
-    // A root is never deleted, nor its subkeys.
-    r = call("RegistryDeleteKey", {S(u"HKEY_LOCAL_MACHINE\\")});
-    EXPECT_FALSE(r.result.b);
+    ASSERT_TRUE(ok("RegistrySetValue", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C"), S(u"v"), I(1)}));
+    EXPECT_FALSE(
+        ok("RegistryDeleteKey", {S(u"HKEY_LOCAL_MACHINE\\")})); // a root is never deleted, nor its subkeys
     EXPECT_TRUE(ok("RegistryExist", {S(u"HKEY_LOCAL_MACHINE\\A\\B\\C")}));
 
     EXPECT_TRUE(ok("RegistryDeleteKey", {S(u"HKEY_LOCAL_MACHINE\\a")}));

@@ -15,54 +15,41 @@ namespace {
 
 namespace store = platform::registry;
 
-std::vector<uint8_t> utf16_file(std::u16string_view text) {
-    std::vector<uint8_t> b = {0xFF, 0xFE};
-    for (char16_t c : text) {
-        b.push_back(static_cast<uint8_t>(c));
-        b.push_back(static_cast<uint8_t>(c >> 8));
-    }
+// UTF-16LE bytes, with a byte order mark (a file) or a terminator (a string value).
+std::vector<uint8_t> le(std::u16string_view text, std::vector<uint8_t> b = {}) {
+    for (char16_t c : text)
+        b.insert(b.end(), {static_cast<uint8_t>(c), static_cast<uint8_t>(c >> 8)});
     return b;
+}
+std::vector<uint8_t> utf16_file(std::u16string_view text) {
+    return le(text, {0xFF, 0xFE});
+}
+std::vector<uint8_t> sz(std::u16string_view text) {
+    return le(std::u16string(text) + u'\0');
 }
 std::vector<uint8_t> ansi_file(std::string_view text) {
     return std::vector<uint8_t>(text.begin(), text.end());
 }
-
 Value val(std::u16string name, uint32_t type, std::vector<uint8_t> data) {
-    Value v;
-    v.name = std::move(name);
-    v.type = type;
-    v.data = std::move(data);
-    return v;
+    return Value{std::move(name), false, type, std::move(data)};
 }
 
 Document sample(bool regedit4) {
-    Document d;
-    d.regedit4 = regedit4;
-    Key k;
-    k.path = u"HKEY_CURRENT_USER\\Software\\Test";
-    k.values = {
-        val(u"", 1, {'d', 0, 0, 0}),
-        val(u"s", 1, {'a', 0, '"', 0, '\\', 0, 0, 0}),
-        val(u"n", 4, {0x2a, 0, 0, 0}),
-        val(u"nul", 1, {'a', 0}), // no terminator: hex(1)
-        val(u"e", 2, {'%', 0, 'X', 0, 0, 0}),
-        val(u"b", 3, std::vector<uint8_t>(30, 0xAB)),
-        val(u"q", 11, {1, 2, 3, 4, 5, 6, 7, 8}),
-        val(u"none", 0, {}),
-    };
-    d.keys.push_back(k);
-    Key gone;
-    gone.path = u"HKEY_LOCAL_MACHINE\\Old";
-    gone.remove = true;
-    d.keys.push_back(gone);
-    Key del;
-    del.path = u"HKEY_USERS\\X";
-    Value dv;
-    dv.name = u"old";
-    dv.remove = true;
-    del.values.push_back(dv);
-    d.keys.push_back(del);
-    return d;
+    return {regedit4,
+            {{u"HKEY_CURRENT_USER\\Software\\Test",
+              false,
+              {
+                  val(u"", 1, {'d', 0, 0, 0}),
+                  val(u"s", 1, {'a', 0, '"', 0, '\\', 0, 0, 0}),
+                  val(u"n", 4, {0x2a, 0, 0, 0}),
+                  val(u"nul", 1, {'a', 0}), // no terminator: hex(1)
+                  val(u"e", 2, {'%', 0, 'X', 0, 0, 0}),
+                  val(u"b", 3, std::vector<uint8_t>(30, 0xAB)),
+                  val(u"q", 11, {1, 2, 3, 4, 5, 6, 7, 8}),
+                  val(u"none", 0, {}),
+              }},
+             {u"HKEY_LOCAL_MACHINE\\Old", true, {}},
+             {u"HKEY_USERS\\X", false, {Value{u"old", true, 0, {}}}}}};
 }
 
 const char16_t kSample5[] =
@@ -112,11 +99,7 @@ TEST(RegFile, ReadsWhatItWrites) {
         Document back;
         std::vector<Problem> problems;
         ASSERT_TRUE(parse(write(sample(four)), back, problems)) << problems.size();
-        Document want = sample(four);
-        EXPECT_EQ(back.regedit4, four);
-        ASSERT_EQ(back.keys.size(), want.keys.size());
-        for (std::size_t i = 0; i < want.keys.size(); ++i)
-            EXPECT_TRUE(back.keys[i] == want.keys[i]) << i;
+        EXPECT_TRUE(back == sample(four)) << four;
     }
 }
 
@@ -126,10 +109,9 @@ TEST(RegFile, ValueForms) {
         uint32_t type;
         std::vector<uint8_t> data;
     } cases[] = {
-        {"\"a\"=\"x\"", 1, {'x', 0, 0, 0}},
-        {"\"a\" = \"\"", 1, {0, 0}},
-        {"\"a\"=\"back\\slash\"", 1, {'b', 0,   'a', 0,   'c', 0,   'k', 0,   '\\', 0, 's',
-                                      0,   'l', 0,   'a', 0,   's', 0,   'h', 0,    0, 0}},
+        {"\"a\"=\"x\"", 1, sz(u"x")},
+        {"\"a\" = \"\"", 1, sz(u"")},
+        {"\"a\"=\"back\\slash\"", 1, sz(u"back\\slash")},
         {"\"a\"=dword:1", 4, {1, 0, 0, 0}},
         {"\"a\"=DWORD:FFFFFFFF", 4, {0xFF, 0xFF, 0xFF, 0xFF}},
         {"\"a\"=hex:", 3, {}},
@@ -138,8 +120,7 @@ TEST(RegFile, ValueForms) {
         {"\"a\"=hex(B):01", 11, {1}},
         {"\"a\"=hex(FFFF0001):01", 0xFFFF0001, {1}},
         {"\"a\"=hex:01,\\\r\n  02,\\\r\n  03", 3, {1, 2, 3}},
-        {"\"a\"=\"two\r\nlines\"", 1, {'t', 0,   'w', 0,   'o', 0,   '\r', 0,   '\n', 0, 'l',
-                                       0,   'i', 0,   'n', 0,   'e', 0,    's', 0,    0, 0}},
+        {"\"a\"=\"two\r\nlines\"", 1, sz(u"two\r\nlines")},
     };
     for (const auto& c : cases) {
         std::string file =

@@ -45,17 +45,13 @@ struct RegistryFixture : ::testing::Test {
     }
     void TearDown() override { platform::registry::use_database(""); }
 
-    kp::host::CallOutcome call(const char* name, std::vector<Value> args) {
-        kp::host::CallOutcome out = fx.host->call(name, args);
-        EXPECT_EQ(kp::host::CallStatus::Ok, out.status) << name << ": " << out.detail;
-        return out;
-    }
-    // The same, keeping the arguments (by-reference variables).
+    // A call through the component; call_with keeps the arguments (by-reference variables).
     kp::host::CallOutcome call_with(const char* name, std::vector<Value>& args) {
         kp::host::CallOutcome out = fx.host->call(name, args);
         EXPECT_EQ(kp::host::CallStatus::Ok, out.status) << name << ": " << out.detail;
         return out;
     }
+    kp::host::CallOutcome call(const char* name, std::vector<Value> args) { return call_with(name, args); }
     bool ok(const char* name, std::vector<Value> args) {
         auto r = call(name, std::move(args));
         EXPECT_EQ(Value::Kind::Bool, r.result.kind) << name;

@@ -1,5 +1,6 @@
 // Eight VM threads (a threading descriptor, an allocator each) calling
-// functions of every family through the ABI at once: each thread's zone,
+// functions of every family through the ABI at once: each thread's zones
+// (the default one and one named alike in every thread),
 // file, registry key, INI section and error record stay its own, and the
 // shared clipboard (device store) and regex engine hold up.  Bounded by
 // iterations; run under ThreadSanitizer by tools/test-tsan.sh.
@@ -32,7 +33,7 @@ TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
     };
     auto work = [&](int t) {
         const std::u16string me = u"t" + std::u16string(1, static_cast<char16_t>(u'0' + t));
-        const std::u16string zone = u"zone" + me;
+        const std::u16string zone = u"zone"; // the same name: each thread's zones are its own
         const std::u16string file = u"\\" + me + u".txt";
         const std::u16string key = u"HKEY_CURRENT_USER\\Software\\Threads\\" + me;
         check(call("MemCreate", {Value::string(zone)}).result.b, "MemCreate", t);
@@ -48,6 +49,7 @@ TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
 
             // Memory zones: this thread's own.
             check(call("MemAdd", {Value::string(zone), Value::integer(i)}).result.i == i + 1, "MemAdd", t);
+            check(call("MemAdd", {Value::integer(kRounds - i)}).result.i == i + 1, "MemAdd (default)", t);
 
             // A file of its own, written and read back through a handle.
             auto opened = call("fOpen", {Value::string(file), Value::integer(512 + 3)});
@@ -84,6 +86,8 @@ TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
             check(clip.size() == 2 && clip[0] == u't', "Clipboard", t);
         }
         check(call("MemCount", {Value::string(zone)}).result.i == kRounds, "MemCount", t);
+        call("MemSort", {});
+        check(call("MemFirst", {}).result.i == 1 && call("MemLast", {}).result.i == kRounds, "MemSort", t);
     };
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
@@ -91,6 +95,7 @@ TEST(Threads, EightVmThreadsCallEveryFamilyAtOnce) {
     for (auto& th : threads)
         th.join();
     EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(fx.host->allocator_stats().live, 0u); // every thread's results went back
 }
 
 } // namespace

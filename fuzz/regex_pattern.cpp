@@ -6,8 +6,10 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <span>
 #include <string>
 
+#include "platform/codepage.h"
 #include "transforms/regex.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -15,11 +17,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::size_t variables = in.ConsumeIntegralInRange<std::size_t>(0, 8);
     const std::string pattern = in.ConsumeRandomLengthString(2048);
     const std::string subject = in.ConsumeRemainingBytesAsString();
-    // Code page 1252 bytes as UTF-16 units, one a byte.
-    const std::u16string p(pattern.begin(), pattern.end());
-    std::u16string s;
-    for (unsigned char c : subject)
-        s.push_back(c);
+    // The texts as a program would give them: code page 1252 read into
+    // UTF-16, so that the pattern compiled (the text written back to 1252)
+    // is these very bytes.  (Bytes taken as UTF-16 units would not be: the
+    // C1 controls U+0080-U+009F other than 1252's five undefined bytes have
+    // no 1252 byte and compile as '?'.)
+    const auto bytes = [](const std::string& t) {
+        return std::span(reinterpret_cast<const uint8_t*>(t.data()), t.size());
+    };
+    const std::u16string p = kp::platform::decode_1252(bytes(pattern));
+    const std::u16string s = kp::platform::decode_1252(bytes(subject));
     kp_error_record rec{};
     rec.severity = KP_SEVERITY_NONE;
     kp::CXError err(&rec);

@@ -36,6 +36,18 @@ void tell(kp120_regtool_note note, void* context, const std::u16string& name) {
     if (note) note(context, 0, "", name.data(), name.size());
 }
 
+// Runs `f` (which answers 0 or a Win32 error), an exception becoming its
+// error: none crosses the C interface.
+template <class F> uint32_t guarded(F&& f) noexcept {
+    try {
+        return f();
+    } catch (const std::bad_alloc&) {
+        return kOutOfMemory;
+    } catch (...) {
+        return kInternalError;
+    }
+}
+
 } // namespace
 
 extern "C" uint32_t kp120_regtool_export(const char* database, const char16_t* key, size_t key_length,
@@ -43,7 +55,7 @@ extern "C" uint32_t kp120_regtool_export(const char* database, const char16_t* k
                                          void* context) noexcept {
     if (!out) return 87;
     *out = {nullptr, 0};
-    try {
+    const uint32_t e = guarded([&]() -> uint32_t {
         Database db(database);
         regfile::Document doc;
         doc.regedit4 = regedit4 != 0;
@@ -58,42 +70,32 @@ extern "C" uint32_t kp120_regtool_export(const char* database, const char16_t* k
         if (!bytes.empty()) std::memcpy(out->data, bytes.data(), bytes.size());
         out->size = bytes.size();
         return 0;
-    } catch (const std::bad_alloc&) {
-        kp120_regtool_free(out);
-        return kOutOfMemory;
-    } catch (...) {
-        kp120_regtool_free(out);
-        return kInternalError;
-    }
+    });
+    if (e) kp120_regtool_free(out);
+    return e;
 }
 
 extern "C" int kp120_regtool_import(const char* database, const uint8_t* file, size_t size, uint32_t* error,
                                     kp120_regtool_note note, void* context) noexcept {
     uint32_t unused;
     if (!error) error = &unused;
-    *error = 0;
-    try {
+    int result = KP120_REGTOOL_IMPORTED;
+    *error = guarded([&]() -> uint32_t {
         regfile::Document doc;
         std::vector<regfile::Problem> problems;
         if (!regfile::parse(std::span<const uint8_t>(file, file ? size : 0), doc, problems)) {
             for (const auto& p : problems)
                 if (note) note(context, p.line, p.message.c_str(), nullptr, 0);
-            return KP120_REGTOOL_BAD_FILE;
+            result = KP120_REGTOOL_BAD_FILE;
+            return 0;
         }
         Database db(database);
         std::u16string where;
-        if ((*error = regtool::apply(doc, &where))) {
-            tell(note, context, where);
-            return KP120_REGTOOL_REFUSED;
-        }
-        return KP120_REGTOOL_IMPORTED;
-    } catch (const std::bad_alloc&) {
-        *error = kOutOfMemory;
-        return KP120_REGTOOL_REFUSED;
-    } catch (...) {
-        *error = kInternalError;
-        return KP120_REGTOOL_REFUSED;
-    }
+        const uint32_t e = regtool::apply(doc, &where);
+        if (e) tell(note, context, where);
+        return e;
+    });
+    return *error ? KP120_REGTOOL_REFUSED : result;
 }
 
 extern "C" void kp120_regtool_free(kp120_regtool_bytes* bytes) noexcept {

@@ -48,6 +48,16 @@ T.group("import: round trip, then all or nothing", function()
   run_ok(kp120("b.sqlite3", "reg import " .. q(work .. "/del.reg")))
   T.eq(run_ok(kp120("b.sqlite3", "-e " .. q('print(kp.RegistryListValue("HKEY_CURRENT_USER\\\\Software\\\\Reg"), kp.RegistryFirstSubKey("HKEY_CURRENT_USER\\\\Software\\\\Reg") == "")'))),
     "n\ttrue\n", "value and key deleted")
+  -- A name no file can hold is left out and said; a database that is not
+  -- one refuses the import with its system error.
+  run_ok(kp120("b.sqlite3", "-e " .. q('assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\\\Software\\\\Reg", "two\\nlines", 1))')))
+  local out, err2, code2 = run(kp120("b.sqlite3", "reg export --regedit4 " .. key))
+  T.eq(code2, 0, "export with a name left out")
+  T.ok(err2:find("left out", 1, true) and not out:find("lines", 1, true), "name with a line end: " .. err2)
+  write(work .. "/not-a-database", ("x"):rep(4096))
+  local _, err3, code3 = run(kp120("not-a-database", "reg import " .. q(work .. "/del.reg")))
+  T.eq(code3, 1, "import into a file that is no database")
+  T.ok(err3:find("nothing imported: key", 1, true), err3)
   for _, args in ipairs({ "reg import " .. q(work .. "/none.reg"), "reg frobnicate" }) do
     T.eq(select(3, run(kp120("b.sqlite3", args))), 1, args)
   end

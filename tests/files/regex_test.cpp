@@ -144,8 +144,20 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {"(^){2,155}", true}, // copies of an anchor
         {repeated("\\b", 67), true},
         {"^\\bfoo\\b.*\\bbar\\b$", false},
-        {"s" + repeated("?", 74) + "\x05" + repeated("?", 20) + "++", true} // reach into loops
-    };
+        {"s" + repeated("?", 74) + "\x05" + repeated("?", 20) + "++", true}, // reach into loops
+        // Stacked repetitions after an anchor multiply ("^" and 16 "a***": 58 s).
+        {"^" + repeated("a***", 16), true},
+        {"\\b" + repeated("a***", 12), true},
+        {"^(a***)(b***)(c***)(d***)(e***)(f***)(g***)(h***)(i***)(j***)(k***)(l***)", true},
+        {"^" + repeated("a*********", 5), true},
+        {repeated("a***", 16), false}, // no anchor: no product
+        {"^" + repeated("a?", 32) + "$", false},
+        {"^" + repeated("(a*)*", 12), false},
+        {"^\\s*([A-Za-z_]+)\\s*=\\s*(.*?)\\s*$", false},
+        {"(\\b**){,9}*", true}, // copies of such a run, looped: hangs
+        {"(\\b****){,3}*", true},
+        {"(\\b**){,3}*", false},
+        {"(\\b****){,3}", false}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.pattern);
         EXPECT_EQ(regex_expanded_size(c.pattern) > kRegexSizeLimit, c.refused)

@@ -253,6 +253,13 @@ void Estimate::repeat(uint64_t weight, uint64_t copies, bool optional, bool loop
         if (copies > 2) chained = times(chained, x.passable);
         r.work = add(r.work, chained);
     }
+    // Repetitions stacked on an anchor cost the engine the fourth power of
+    // their count ("\\`" and 60 "*": 0.18 s, 124: 4.9 s); each one adds its
+    // step of that.
+    if (x.anchors) {
+        auto fourth = [](uint64_t n) { return times(times(n, n), times(n, n)); };
+        r.work = add(r.work, (fourth(r.stack) - fourth(x.stack)) / 16);
+    }
     if (loops && r.chained > 1) r.work = add(r.work, times(times(r.chained, kConstrainedWork), kNestedWork));
     // Copies of an anchor cost the engine the cube of their count
     // ("(^){2,155}", 10 bytes: 0.9 s).

@@ -157,7 +157,9 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         {"(\\b**){,9}*", true}, // copies of such a run, looped: hangs
         {"(\\b****){,3}*", true},
         {"(\\b**){,3}*", false},
-        {"(\\b****){,3}", false}};
+        {"(\\b****){,3}", false},
+        {"\\`" + repeated("*", 124), true}, // stacked on the anchor itself: 4.9 s
+        {"\\`" + repeated("*", 40), false}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.pattern);
         EXPECT_EQ(regex_expanded_size(c.pattern) > kRegexSizeLimit, c.refused)

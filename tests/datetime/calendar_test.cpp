@@ -16,6 +16,7 @@
 #include "datetime/now.h"
 #include "platform/win32_error.h"
 #include "support/error_record.h"
+#include "support/xorshift.h"
 
 namespace kp::datetime {
 namespace {
@@ -438,14 +439,8 @@ TEST(SetClock, FieldsInvalidValuesAndRefusal) {
 
 const kp_regional_settings kNoNames{};
 
-struct Gen {
-    uint64_t state = 0x9E3779B97F4A7C15ull;
-    uint32_t next() {
-        state ^= state << 13;
-        state ^= state >> 7;
-        state ^= state << 17;
-        return static_cast<uint32_t>(state);
-    }
+struct Gen : kp::test::XorShift {
+    uint32_t next() { return static_cast<uint32_t>(XorShift::next()); }
     std::u16string text() {
         static const char16_t pool[] = u"0123456789JDMAYjdmayHSCLP+-/: x\xD800\xDC00\xFFFF\x00E9";
         size_t len = next() % 4 == 0 ? next() % 300 : next() % 20;

@@ -7,6 +7,7 @@
 
 #include "numeric/int128.h"
 #include "numeric/money.h"
+#include "support/xorshift.h"
 
 using kp::numeric::int128;
 using kp::numeric::Money;
@@ -189,14 +190,7 @@ S wide(N v) {
     return S::from_halves(static_cast<uint64_t>(static_cast<NU>(v) >> 64), static_cast<uint64_t>(v));
 }
 
-struct Gen {
-    uint64_t state = 0x9E3779B97F4A7C15ull;
-    uint64_t next() {
-        state ^= state << 13;
-        state ^= state >> 7;
-        state ^= state << 17;
-        return state;
-    }
+struct Gen : kp::test::XorShift {
     // Values of every size: full 128 bits, 80 bits, 64, 32, small, edges.
     N value() {
         const N edges[] = {0,

@@ -69,79 +69,81 @@ bool read_cells(lua_State* L, int index, std::vector<kp::host::Value>& cells, co
     return true;
 }
 
-// The "columns" field at the top of the stack: titles or {title, visible}.
-bool read_columns(lua_State* L, kp::host::TableControl& control, std::string& err) {
+// Calls read(k) for each entry k of the list at the top of the stack, with
+// the entry on top of it (popped after).  A missing list is empty; anything
+// else but a table is the error en / fr.
+template <class F> bool each_entry(lua_State* L, const char* en, const char* fr, std::string& err, F&& read) {
     if (lua_isnil(L, -1)) return true;
     if (lua_type(L, -1) != LUA_TTABLE) {
-        err = say(L, "kp.table: columns must be a table", "kp.table : columns doit être une table");
+        err = say(L, en, fr);
         return false;
     }
-    const int cols = lua_gettop(L);
-    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, cols));
+    const int list = lua_gettop(L);
+    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, list));
     for (lua_Integer k = 1; k <= n; ++k) {
-        lua_rawgeti(L, cols, k);
-        kp::host::TableControl::Column c;
-        if (lua_type(L, -1) == LUA_TSTRING) {
-            c.title = text_field(L, -1, "column title", err);
-        } else if (lua_type(L, -1) == LUA_TTABLE) {
-            lua_getfield(L, -1, "title");
-            if (lua_type(L, -1) == LUA_TSTRING) c.title = text_field(L, -1, "column title", err);
-            lua_pop(L, 1);
-            lua_getfield(L, -1, "visible");
-            if (!lua_isnil(L, -1)) c.visible = lua_toboolean(L, -1) != 0;
-            lua_pop(L, 1);
-        } else {
-            err = say(L, "kp.table: column ", "kp.table : la colonne ") + std::to_string(k) +
-                  say(L, " must be a title or {title, visible}", " doit être un titre ou {title, visible}");
-        }
+        lua_rawgeti(L, list, k);
+        const bool ok = read(k);
         lua_pop(L, 1);
-        if (!err.empty()) return false;
-        control.columns.push_back(std::move(c));
+        if (!ok) return false;
     }
     return true;
 }
 
+// The "columns" field at the top of the stack: titles or {title, visible}.
+bool read_columns(lua_State* L, kp::host::TableControl& control, std::string& err) {
+    return each_entry(L, "kp.table: columns must be a table", "kp.table : columns doit être une table", err,
+                      [&](lua_Integer k) {
+                          kp::host::TableControl::Column c;
+                          if (lua_type(L, -1) == LUA_TSTRING) {
+                              c.title = text_field(L, -1, "column title", err);
+                          } else if (lua_type(L, -1) == LUA_TTABLE) {
+                              lua_getfield(L, -1, "title");
+                              if (lua_type(L, -1) == LUA_TSTRING)
+                                  c.title = text_field(L, -1, "column title", err);
+                              lua_pop(L, 1);
+                              lua_getfield(L, -1, "visible");
+                              if (!lua_isnil(L, -1)) c.visible = lua_toboolean(L, -1) != 0;
+                              lua_pop(L, 1);
+                          } else {
+                              err = say(L, "kp.table: column ", "kp.table : la colonne ") +
+                                    std::to_string(k) +
+                                    say(L, " must be a title or {title, visible}",
+                                        " doit être un titre ou {title, visible}");
+                          }
+                          if (!err.empty()) return false;
+                          control.columns.push_back(std::move(c));
+                          return true;
+                      });
+}
+
 // The "rows" field at the top of the stack: a list of lists of cells.
 bool read_rows(lua_State* L, kp::host::TableControl& control, std::string& err) {
-    if (lua_isnil(L, -1)) return true;
-    if (lua_type(L, -1) != LUA_TTABLE) {
-        err = say(L, "kp.table: rows must be a table", "kp.table : rows doit être une table");
-        return false;
-    }
-    const int rows = lua_gettop(L);
-    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, rows));
-    control.rows.reserve(static_cast<size_t>(n));
-    for (lua_Integer k = 1; k <= n; ++k) {
-        lua_rawgeti(L, rows, k);
-        std::vector<kp::host::Value> cells;
-        const bool ok = read_cells(L, lua_gettop(L), cells, "row " + std::to_string(k), err);
-        lua_pop(L, 1);
-        if (!ok) return false;
-        control.rows.push_back(std::move(cells));
-    }
-    return true;
+    if (lua_type(L, -1) == LUA_TTABLE) control.rows.reserve(lua_rawlen(L, -1));
+    return each_entry(L, "kp.table: rows must be a table", "kp.table : rows doit être une table", err,
+                      [&](lua_Integer k) {
+                          std::vector<kp::host::Value> cells;
+                          if (!read_cells(L, lua_gettop(L), cells, "row " + std::to_string(k), err))
+                              return false;
+                          control.rows.push_back(std::move(cells));
+                          return true;
+                      });
 }
 
 // The "selected" field at the top of the stack: row numbers from 1, kept
 // sorted and from 0.  Anything but a table selects nothing.
 bool read_selected(lua_State* L, kp::host::TableControl& control, std::string& err) {
     if (lua_type(L, -1) != LUA_TTABLE) return true;
-    const int sel = lua_gettop(L);
-    const lua_Integer n = static_cast<lua_Integer>(lua_rawlen(L, sel));
-    for (lua_Integer k = 1; k <= n; ++k) {
-        lua_rawgeti(L, sel, k);
-        const bool ok =
-            lua_isinteger(L, -1) && lua_tointeger(L, -1) >= 1 && lua_tointeger(L, -1) <= INT32_MAX;
-        if (ok) control.selected.push_back(static_cast<int32_t>(lua_tointeger(L, -1) - 1));
-        lua_pop(L, 1);
-        if (!ok) {
+    const bool ok = each_entry(L, "", "", err, [&](lua_Integer) {
+        if (!lua_isinteger(L, -1) || lua_tointeger(L, -1) < 1 || lua_tointeger(L, -1) > INT32_MAX) {
             err = say(L, "kp.table: selected rows are row numbers from 1",
                       "kp.table : selected contient des numéros de ligne à partir de 1");
             return false;
         }
-    }
+        control.selected.push_back(static_cast<int32_t>(lua_tointeger(L, -1) - 1));
+        return true;
+    });
     std::sort(control.selected.begin(), control.selected.end());
-    return true;
+    return ok;
 }
 
 int table_new(lua_State* L, std::string& err) {

@@ -166,8 +166,8 @@ class Estimate {
         l.current.layers = std::max(l.current.layers, x.layers);
         l.current.anchors = l.current.anchors || x.anchors;
         l.current.chained = std::max(l.current.chained, x.chained);
-        if (x.empty_match) l.current.factor = times(l.current.factor, x.factor);
         if (x.empty_match) {
+            l.current.factor = times(l.current.factor, x.factor);
             if (x.anchors && l.constrained == 0) l.constrained = 1;
             if (l.constrained) {
                 l.constrained = times(l.constrained, x.factor);

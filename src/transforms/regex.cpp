@@ -381,7 +381,7 @@ WholeMatch::WholeMatch() = default;
 WholeMatch::~WholeMatch() = default;
 
 bool WholeMatch::compile(std::u16string_view pattern) {
-    std::string bytes = platform::encode_1252(pattern);
+    const std::string bytes = collapse_repetitions(platform::encode_1252(pattern));
     if (regex_expanded_size(bytes) > kRegexSizeLimit) return false;
     return engine_.compile(bytes, kRegexSyntax);
 }

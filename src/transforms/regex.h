@@ -8,6 +8,9 @@
 // one character and the bracket classes ("alpha", "upper", ...) know only
 // ASCII letters: accented letters are not letters for them.
 //
+// Stacked repetition operators are read as the one repetition they amount
+// to before compiling ("a+*" as "a*"; see collapse_repetitions).
+//
 // A match counts only when it covers the whole subject, whatever anchors the
 // pattern has.  The compiled pattern and the registers live for one call.
 //
@@ -61,6 +64,12 @@ class WholeMatch {
 // The estimated number of nodes the engine builds for `pattern` (code page
 // 1252 bytes), saturated at kRegexSizeLimit + 1.
 uint64_t regex_expanded_size(std::string_view pattern);
+
+// The pattern (code page 1252 bytes) with each run of stacked repetition
+// operators ("a**", "x+?{2}") written as the one repetition it amounts to,
+// where the counts form one interval; everything else as it is.  The engine
+// compiles this form (see regex_repetitions.cpp).
+std::string collapse_repetitions(std::string_view pattern);
 
 // Receives the text of group `index` (1-based) for variable `index`; false
 // when the runtime refuses the assignment.

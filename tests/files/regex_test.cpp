@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "files_fixture.h"
+#include "platform/regex.h"
 #include "transforms/regex.h"
 
 namespace kp::transforms {
@@ -47,34 +48,40 @@ TEST(RegexWholeString, MatchesAndGroups) {
         std::vector<std::u16string> groups;
         uint32_t id;
     };
-    const Row rows[] = {{u"aaa", u"a+", 0, true, {}, 0},
-                        {u"aaab", u"a+", 0, false, {}, 0},
-                        {u"baaa", u"a+", 0, false, {}, 0},
-                        {u"", u"", 0, true, {}, 0},
-                        {u"x", u"", 0, false, {}, 0},
-                        {u"abc", u"a|abc", 0, true, {}, 0}, // through the longest branch
-                        {u"a\nb", u"a.b", 0, true, {}, 0},  // "." matches a newline
-                        {u"x)", u"x)", 0, true, {}, 0},     // an unmatched ")" is ordinary
-                        {u"aaa", u"a{3}", 0, true, {}, 0},  // intervals with plain braces
-                        {u"a|b", u"a\\|b", 0, true, {}, 0}, // "\|" is a literal bar
-                        {u"b", u"a|b", 0, true, {}, 0},
-                        {u"abab", u"(ab)\\1", 1, true, {u"ab"}, 0},
-                        {u"ab", u"ab?c?", 0, true, {}, 0},
-                        {u"Q9", u"[[:upper:]][[:digit:]]", 0, true, {}, 0},
-                        {u"\u00e9", u".", 0, true, {}, 0},
-                        {u"\u00e9t\u00e9", u"...", 0, true, {}, 0},
-                        {u"\u00e9", u"[[:alpha:]]", 0, false, {}, 0},
-                        {u"\u00e9", u"[^[:alpha:]]", 0, true, {}, 0},
-                        {std::u16string(u"a\0b", 3), std::u16string(u"a\0b", 3), 0, true, {}, 0},
-                        {std::u16string(200000, u'x'), u"x*", 0, true, {}, 0},
-                        {std::u16string(200000, u'x') + u"y", u"x*", 0, false, {}, 0},
-                        {u"key=value", u"([a-z]+)=([a-z]*)", 2, true, {u"key", u"value"}, 0},
-                        // Offsets in the 1252 bytes are offsets in the UTF-16 text.
-                        {u"\u20ac\u00e9=\u4e2d", u"(..)=(.)", 2, true, {u"\u20ac\u00e9", u"\u4e2d"}, 0},
-                        {u"ab", u"(a)(b)", 0, true, {}, 0},
-                        {u"a", u"(a)(b)?", 2, false, {u"a"}, kErrGroupMissing},
-                        {u"a", u"(a)", 3, false, {u"a"}, kErrGroupMissing},
-                        {u"ab", u"(a)(b)", 1, false, {}, kErrTooManyGroups}};
+    const Row rows[] = {
+        {u"aaa", u"a+", 0, true, {}, 0},
+        {u"aaab", u"a+", 0, false, {}, 0},
+        {u"baaa", u"a+", 0, false, {}, 0},
+        {u"", u"", 0, true, {}, 0},
+        {u"x", u"", 0, false, {}, 0},
+        {u"abc", u"a|abc", 0, true, {}, 0}, // through the longest branch
+        {u"a\nb", u"a.b", 0, true, {}, 0},  // "." matches a newline
+        {u"x)", u"x)", 0, true, {}, 0},     // an unmatched ")" is ordinary
+        {u"aaa", u"a{3}", 0, true, {}, 0},  // intervals with plain braces
+        {u"a|b", u"a\\|b", 0, true, {}, 0}, // "\|" is a literal bar
+        // Stacked repetitions whose nested loops never end in the engine.
+        {u"", u"(+*$)+*$)*", 0, true, {}, 0},
+        {u"+", u"(+*$)+*$)*", 1, true, {u"+"}, 0},
+        {u"aaaa", u"^^(\\b|+*)**{,3}*", 0, false, {}, 0},
+        {u"aaaa", u"^a***a***a***a***a***a***a***a***a***a***a***a***a***a***a***a***", 0, true, {}, 0},
+        {u"b", u"a|b", 0, true, {}, 0},
+        {u"abab", u"(ab)\\1", 1, true, {u"ab"}, 0},
+        {u"ab", u"ab?c?", 0, true, {}, 0},
+        {u"Q9", u"[[:upper:]][[:digit:]]", 0, true, {}, 0},
+        {u"\u00e9", u".", 0, true, {}, 0},
+        {u"\u00e9t\u00e9", u"...", 0, true, {}, 0},
+        {u"\u00e9", u"[[:alpha:]]", 0, false, {}, 0},
+        {u"\u00e9", u"[^[:alpha:]]", 0, true, {}, 0},
+        {std::u16string(u"a\0b", 3), std::u16string(u"a\0b", 3), 0, true, {}, 0},
+        {std::u16string(200000, u'x'), u"x*", 0, true, {}, 0},
+        {std::u16string(200000, u'x') + u"y", u"x*", 0, false, {}, 0},
+        {u"key=value", u"([a-z]+)=([a-z]*)", 2, true, {u"key", u"value"}, 0},
+        // Offsets in the 1252 bytes are offsets in the UTF-16 text.
+        {u"\u20ac\u00e9=\u4e2d", u"(..)=(.)", 2, true, {u"\u20ac\u00e9", u"\u4e2d"}, 0},
+        {u"ab", u"(a)(b)", 0, true, {}, 0},
+        {u"a", u"(a)(b)?", 2, false, {u"a"}, kErrGroupMissing},
+        {u"a", u"(a)", 3, false, {u"a"}, kErrGroupMissing},
+        {u"ab", u"(a)(b)", 1, false, {}, kErrTooManyGroups}};
     const char* previous = std::setlocale(LC_ALL, nullptr);
     const std::string saved = previous ? previous : "C";
     for (const char* locale : {"C", "C.UTF-8"}) {
@@ -164,13 +171,91 @@ TEST(RegexWholeString, ExpandedSizeIsBoundedBeforeCompiling) {
         SCOPED_TRACE(c.pattern);
         EXPECT_EQ(regex_expanded_size(c.pattern) > kRegexSizeLimit, c.refused)
             << regex_expanded_size(c.pattern);
-        if (c.refused) {
+        // Stacked repetitions are collapsed before the estimate sees them.
+        if (c.refused && collapse_repetitions(c.pattern) == c.pattern) {
             const std::u16string pattern(c.pattern.begin(), c.pattern.end());
             Outcome o = run(u"aaaa", pattern, 0);
             EXPECT_FALSE(o.result);
             EXPECT_EQ(o.id, kErrPatternInvalid);
         }
     }
+}
+
+// Runs of stacked repetitions become the one repetition they amount to
+// when their counts form an interval; the engine's contexts decide what is
+// a repetition at all.
+TEST(RegexWholeString, StackedRepetitionsCollapse) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"a**", "a*"},
+        {"a+*", "a*"},
+        {"a++", "a+"},
+        {"a??", "a?"},
+        {"a+?", "a*"},
+        {"a?+", "a*"},
+        {"a*{2,5}", "a*"},
+        {"a+{3}", "a{3,}"},
+        {"a?{2,5}", "a{0,5}"},
+        {"a{2}{3}", "a{6}"},
+        {"a{1}{0}*", "a{0}"},
+        {"a{,}+", "a*"},
+        {"(a)+*?", "(a)*"},
+        {"[*]**", "[*]*"},
+        {"[]*]+?", "[]*]*"},
+        {"[[:alpha:]*]**", "[[:alpha:]*]*"},
+        {"a\\***", "a\\**"},
+        {"a{2}?", "a{2}?"}, // none or two: a gap
+        {"a{2}?{2}?", "a{2}{0,2}"},
+        {"a{200}{200}", "a{200}{200}"}, // beyond the engine's count
+        // Where an operand is expected, the first is a character.
+        {"^***", "^**"},
+        {"\\b+*?", "\\b+*"},
+        {"(**)", "(**)"},
+        {"x|*+?", "x|**"},
+        {"a^**", "a^*"},
+        {"$**", "$*"},
+        {"a$)**", "a$)*"},
+        {"({2}{3})", "({2}{3})"},
+        // Not understood, so left to the engine to refuse.
+        {"a{x}**", "a{x}**"},
+        {"[a**", "[a**"},
+        {"[[:a**]", "[[:a**]"},
+        {"a**\\", "a**\\"}};
+    for (const auto& [pattern, collapsed] : cases)
+        EXPECT_EQ(collapse_repetitions(pattern), collapsed) << pattern;
+}
+
+// Every pattern of up to four tokens compiles exactly when its collapsed
+// form does and matches the same prefix of each subject; without groups the
+// registers are the same too.
+TEST(RegexWholeString, CollapsedPatternsMatchTheSame) {
+    const char* tokens[] = {"a", "b", "*", "+", "?", "{2}", "{,1}", "(", ")", "|", "^", "$", "\\b"};
+    const char* subjects[] = {"", "a", "aa", "ab", "ba", "aab", "*", "+a", "a$)"};
+    std::vector<std::string> patterns = {""};
+    for (std::size_t length = 1, from = 0; length <= 4; ++length) {
+        const std::size_t to = patterns.size();
+        for (std::size_t i = from; i < to; ++i)
+            for (const char* t : tokens)
+                patterns.push_back(patterns[i] + t);
+        from = to;
+    }
+    int differences = 0;
+    for (const std::string& p : patterns) {
+        const std::string collapsed = collapse_repetitions(p);
+        if (collapsed == p) continue;
+        platform::Regex original, shorter;
+        const bool compiled = original.compile(p, kRegexSyntax);
+        ASSERT_EQ(shorter.compile(collapsed, kRegexSyntax), compiled) << p << " as " << collapsed;
+        if (!compiled) continue;
+        for (const char* subject : subjects) {
+            ASSERT_EQ(original.match(subject), shorter.match(subject))
+                << p << " as " << collapsed << " on " << subject;
+            if (p.find('(') != std::string::npos) continue;
+            std::size_t s1 = 0, e1 = 0, s2 = 0, e2 = 0;
+            if (original.group(0, &s1, &e1) != shorter.group(0, &s2, &e2) || s1 != s2 || e1 != e2)
+                ++differences;
+        }
+    }
+    EXPECT_EQ(differences, 0);
 }
 
 using kp::files::test::DeviceTest;

@@ -512,6 +512,10 @@ bool f_read_line_match(int32_t handle, std::u16string_view pattern, std::size_t 
         return false;
     }
     if (!m.match(line)) {
+        if (m.overran()) {
+            transforms::report_invalid_pattern(err);
+            return false;
+        }
         if (variables > 0 && assign) assign(0, u"");
         return true;
     }

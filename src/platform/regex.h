@@ -7,9 +7,12 @@
 // syntax it asked for.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kp::platform {
 
@@ -33,6 +36,40 @@ class Regex {
   private:
     struct Engine;
     std::unique_ptr<Engine> engine_;
+};
+
+// The same engine in a child process of its own, for patterns whose compile
+// or match might run away: the child compiles the pattern and then matches
+// the one subject it is sent, and each step that has not answered within
+// `limit` stops the child (SIGKILL) and fails.  The child dies with its
+// caller's process and never outlives this object.
+class IsolatedRegex {
+  public:
+    explicit IsolatedRegex(std::chrono::milliseconds limit);
+    ~IsolatedRegex();
+    IsolatedRegex(const IsolatedRegex&) = delete;
+    IsolatedRegex& operator=(const IsolatedRegex&) = delete;
+
+    // False when the pattern does not compile or the compile overran, and
+    // when no child could be started (started() then says so).
+    bool compile(std::string_view pattern, unsigned long syntax);
+    bool started() const { return started_; }
+    // As Regex::match; -1 also when the match overran.  One match a compile.
+    long match(std::string_view subject);
+    // True when the last step got no answer in time (or the child died).
+    bool overran() const { return overran_; }
+    bool group(std::size_t i, std::size_t* start, std::size_t* end) const;
+
+  private:
+    void stop();
+
+    std::chrono::milliseconds limit_;
+    int channel_ = -1; // the parent's end of the socket pair
+    int child_ = -1;   // the child's process id
+    bool started_ = false;
+    bool compiled_ = false;
+    bool overran_ = false;
+    std::vector<std::pair<long, long>> groups_;
 };
 
 } // namespace kp::platform

@@ -382,19 +382,26 @@ WholeMatch::~WholeMatch() = default;
 
 bool WholeMatch::compile(std::u16string_view pattern) {
     const std::string bytes = collapse_repetitions(platform::encode_1252(pattern));
-    if (regex_expanded_size(bytes) > kRegexSizeLimit) return false;
+    const uint64_t size = regex_expanded_size(bytes);
+    if (size > kRegexSizeLimit) return false;
+    if (size > kRegexIsolateAbove) {
+        isolated_.emplace(kRegexStepLimit);
+        if (isolated_->compile(bytes, kRegexSyntax)) return true;
+        if (isolated_->started()) return false;
+        isolated_.reset();
+    }
     return engine_.compile(bytes, kRegexSyntax);
 }
 
 bool WholeMatch::match(std::u16string_view subject) {
     if (subject.size() > static_cast<std::size_t>(INT_MAX)) return false;
     const std::string bytes = platform::encode_1252(subject);
-    const long n = engine_.match(bytes);
+    const long n = isolated_ ? isolated_->match(bytes) : engine_.match(bytes);
     return n >= 0 && static_cast<std::size_t>(n) >= bytes.size();
 }
 
 bool WholeMatch::group(std::size_t i, std::size_t* start, std::size_t* end) const {
-    return engine_.group(i, start, end);
+    return isolated_ ? isolated_->group(i, start, end) : engine_.group(i, start, end);
 }
 
 void report_invalid_pattern(CXError& err) {
@@ -409,7 +416,10 @@ bool match_regular_expression(std::u16string_view text, std::u16string_view patt
         report_invalid_pattern(err);
         return false;
     }
-    if (!m.match(text)) return false;
+    if (!m.match(text)) {
+        if (m.overran()) report_invalid_pattern(err);
+        return false;
+    }
     if (variables == 0) return true;
     bool ok = true;
     for (std::size_t i = 1; i <= variables; ++i) {

@@ -21,9 +21,11 @@
 // does not compile.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,6 +38,15 @@ constexpr unsigned long kRegexSyntax = 0x2B244;
 // Largest expanded size compiled, in the engine's nodes (see above): a
 // literal of 16384 characters, a{1,2000} (50 MB, 0.06 s to compile).
 constexpr uint64_t kRegexSizeLimit = 1u << 14;
+// Patterns estimated above this size compile and match in a child process
+// (platform::IsolatedRegex), each step stopped after kRegexStepLimit: the
+// estimate is a model of the engine's costs, not a bound, and those are the
+// patterns whose costs it could underrate ("(){795,}", 8 bytes, estimated
+// 9,559, compiles in 1.5 s).  A step that overruns refuses the pattern as
+// one that does not compile (80500).  Where no child can be started (a
+// sandbox without fork), they compile in the process as the others do.
+constexpr uint64_t kRegexIsolateAbove = 1u << 11;
+constexpr std::chrono::milliseconds kRegexStepLimit{1000};
 
 constexpr uint32_t kErrPatternInvalid = 80500;
 constexpr uint32_t kErrTooManyGroups = 80501;
@@ -53,12 +64,16 @@ class WholeMatch {
     bool compile(std::u16string_view pattern);
     // True when the compiled pattern matches the whole of `subject`.
     bool match(std::u16string_view subject);
+    // True when the pattern was refused for overrunning kRegexStepLimit in
+    // its match (its compile overrunning makes compile() false).
+    bool overran() const { return isolated_ && isolated_->overran(); }
     // Start and end (UTF-16 offsets) of group i of the last match; false
     // when the group took no part in it or does not exist.
     bool group(std::size_t i, std::size_t* start, std::size_t* end) const;
 
   private:
     platform::Regex engine_;
+    std::optional<platform::IsolatedRegex> isolated_;
 };
 
 // The estimated number of nodes the engine builds for `pattern` (code page

@@ -64,6 +64,11 @@ TEST(RegexWholeString, MatchesAndGroups) {
         {u"+", u"(+*$)+*$)*", 1, true, {u"+"}, 0},
         {u"aaaa", u"^^(\\b|+*)**{,3}*", 0, false, {}, 0},
         {u"aaaa", u"^a***a***a***a***a***a***a***a***a***a***a***a***a***a***a***a***", 0, true, {}, 0},
+        // Large patterns run in a child process; one that overruns is refused
+        // ("(){1300,}": estimated under the limit, 6 s to compile).
+        {u"ab@cd", u"([a-z]{1,255})@([a-z]{1,255})", 2, true, {u"ab", u"cd"}, 0},
+        {u"ab@", u"([a-z]{1,255})@([a-z]{1,255})", 2, false, {}, 0},
+        {u"", u"(){1300,}", 0, false, {}, kErrPatternInvalid},
         {u"b", u"a|b", 0, true, {}, 0},
         {u"abab", u"(ab)\\1", 1, true, {u"ab"}, 0},
         {u"ab", u"ab?c?", 0, true, {}, 0},

@@ -101,8 +101,7 @@ TEST(Scramble, RulesPasswordsAndFactory) {
     Key16 k2{};
     b.derive(std::vector<uint8_t>{0xE9, 't', 0xE9}, k2);
     EXPECT_EQ(a.key(), k2);
-    EXPECT_EQ(make_cipher(0), nullptr);
-    EXPECT_EQ(make_cipher(4), nullptr);
+    EXPECT_TRUE(make_cipher(0) == nullptr && make_cipher(4) == nullptr);
     EXPECT_NE(dynamic_cast<ScrambleCipher*>(make_cipher(1).get()), nullptr);
     EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(2).get())->rounds(), 8);
     EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(3).get())->rounds(), 16);
@@ -119,9 +118,7 @@ TEST(Scramble, InverseForEverySizeAndEveryByteDependsOnTheOthers) {
         ASSERT_EQ(d, data) << n;
         changed[n - 1] ^= 1; // the last byte feeds the first
         ScrambleCipher::scramble(changed, k);
-        if (n >= 2) {
-            EXPECT_NE(changed[0], c[0]) << n;
-        }
+        if (n >= 2) EXPECT_NE(changed[0], c[0]) << n;
     }
 }
 
@@ -148,13 +145,6 @@ TEST(Rc5Cbc, BlocksTailChainingAndInverse) {
     }
     Rc5CbcCipher c2(8);
     c2.set_password(u"another password");
-    for (std::size_t n : {0u, 1u, 7u, 8u, 9u, 15u, 16u, 17u, 64000u, 64001u}) {
-        const auto data2 = test::random_bytes(n, static_cast<uint32_t>(n) + 1);
-        auto x = data2;
-        c2.encrypt(x);
-        c2.decrypt(x);
-        ASSERT_EQ(x, data2) << n;
-    }
     // A changed first block changes every later block.
     auto a = test::random_bytes(32, 4), b = a;
     b[0] ^= 1;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "platform/codepage.h"
 #include "test_util.h"
 #include "transforms/cipher.h"
@@ -22,7 +24,6 @@ std::vector<uint8_t> nonzero_bytes(std::size_t n, uint32_t seed) {
 }
 
 TEST(Crypt, ErrorsAnsiTextUnitsAndZeroUnits) {
-    const std::vector<uint8_t> data = {1, 2, 3};
     // clang-format off
     struct Case { int32_t mode; int32_t encoding; const char16_t* password; uint32_t id; } cases[] = {
         {4, 0, u"pw", kErrCipherMode}, {0x30001, 0, u"pw", kErrCompressionMode},
@@ -30,52 +31,44 @@ TEST(Crypt, ErrorsAnsiTextUnitsAndZeroUnits) {
         {3 | kCryptAnsi, 0, u"", kErrEmptyPassword}, {1, 7, u"pw", kErrCreateObject}};
     // clang-format on
     for (const auto& c : cases) {
-        ErrorBox e;
-        EXPECT_TRUE(crypt(data, false, c.password, c.mode, c.encoding, e.err).empty()) << c.mode;
-        EXPECT_EQ(e.err.id(), c.id) << c.mode;
-        EXPECT_EQ(e.err.severity(), 2);
-        ErrorBox u;
+        ErrorBox e, u;
+        EXPECT_TRUE(
+            crypt(std::vector<uint8_t>{1, 2, 3}, false, c.password, c.mode, c.encoding, e.err).empty());
         const auto r = uncrypt(u"AAAA", c.password, c.mode, c.encoding, u.err);
         EXPECT_TRUE(r.is_string && r.text.empty());
-        EXPECT_EQ(u.err.id(), c.id) << c.mode;
+        EXPECT_EQ(std::tuple(e.err.id(), e.err.severity(), u.err.id()), std::tuple(c.id, 2, c.id)) << c.mode;
     }
-    ErrorBox e2;
+    ErrorBox e;
     // Empty password with cryptAnsi: cryptFast with the all-zero key.
-    EXPECT_EQ(crypt(std::vector<uint8_t>{0x10}, false, u"", 1 | kCryptAnsi, 0, e2.err),
+    EXPECT_EQ(crypt(std::vector<uint8_t>{0x10}, false, u"", 1 | kCryptAnsi, 0, e.err),
               std::vector<uint8_t>{0xDB});
-    EXPECT_FALSE(e2.err.failed());
     ScrambleCipher probe;
     probe.set_password(u"pw");
     const uint8_t expected = static_cast<uint8_t>((0x10 + 203) ^ ScrambleCipher::fold(probe.key()));
-    EXPECT_EQ(crypt(std::vector<uint8_t>{0x10}, false, u"pw", 1 | kCryptAnsi, 0, e2.err),
+    EXPECT_EQ(crypt(std::vector<uint8_t>{0x10}, false, u"pw", 1 | kCryptAnsi, 0, e.err),
               std::vector<uint8_t>{expected});
     // An odd buffer keeps its length with cryptAnsi and is padded without.
     const auto odd = test::random_bytes(13, 3);
-    EXPECT_EQ(crypt(odd, false, u"pw", 1 | kCryptAnsi, 0, e2.err).size(), 13u);
-    EXPECT_EQ(crypt(odd, false, u"pw", 1, 0, e2.err).size(), 14u);
+    EXPECT_EQ(crypt(odd, false, u"pw", 1 | kCryptAnsi, 0, e.err).size(), 13u);
+    EXPECT_EQ(crypt(odd, false, u"pw", 1, 0, e.err).size(), 14u);
     // A string with cryptAnsi is enciphered as its 1252 bytes.
-    const std::u16string word = u"\u00E9t\u20AC";
-    const std::vector<uint8_t> units = {0xE9, 0, 't', 0, 0xAC, 0x20};
-    auto c = crypt(units, true, u"pw", 1 | kCryptAnsi, 0, e2.err);
+    const auto c =
+        crypt(std::vector<uint8_t>{0xE9, 0, 't', 0, 0xAC, 0x20}, true, u"pw", 1 | kCryptAnsi, 0, e.err);
     EXPECT_EQ(c.size(), 3u);
-    auto back = uncrypt_bytes(c, u"pw", 1 | kCryptAnsi, 0, e2.err);
-    EXPECT_TRUE(back.is_string);
-    EXPECT_EQ(back.text, word);
-    ErrorBox e5;
-    const auto data2 = test::random_bytes(30, 5);
-    const auto raw = crypt(data2, false, u"pw", 2, 0, e5.err);
-    const auto qrt = crypt(data2, false, u"pw", 2, kEncodeQrt, e5.err);
-    EXPECT_EQ(text_of(qrt), make_encoder(kEncodeQrt)->encode(raw));
+    const auto back = uncrypt_bytes(c, u"pw", 1 | kCryptAnsi, 0, e.err);
+    EXPECT_TRUE(back.is_string && back.text == u"\u00E9t\u20AC");
+    const auto data = test::random_bytes(30, 5);
+    const auto raw = crypt(data, false, u"pw", 2, 0, e.err);
+    EXPECT_EQ(text_of(crypt(data, false, u"pw", 2, kEncodeQrt, e.err)),
+              make_encoder(kEncodeQrt)->encode(raw));
     // The default of Uncrypt's handler is QRT; a plain string comes back as a string.
-    const auto plain = uncrypt(u"hello", u"", 0, 0, e5.err);
-    EXPECT_TRUE(plain.is_string);
-    EXPECT_EQ(plain.text, u"hello");
-    EXPECT_FALSE(e5.err.failed());
-    ErrorBox e3;
-    const std::vector<uint8_t> units3 = {'a', 0, 'b', 0, 0, 0, 'c', 0};
-    const auto c3 = crypt(units3, false, u"pw", 1 | 0x10000, 0, e3.err);
-    const auto r2 = uncrypt_bytes(c3, u"pw", 1 | 0x10000, 0, e3.err);
-    EXPECT_EQ(r2.bytes, (std::vector<uint8_t>{'a', 0, 'b', 0}));
+    const auto plain = uncrypt(u"hello", u"", 0, 0, e.err);
+    EXPECT_TRUE(plain.is_string && plain.text == u"hello");
+    // Compressed as a string, the data ends at its first zero unit.
+    const auto c3 =
+        crypt(std::vector<uint8_t>{'a', 0, 'b', 0, 0, 0, 'c', 0}, false, u"pw", 1 | 0x10000, 0, e.err);
+    EXPECT_EQ(uncrypt_bytes(c3, u"pw", 1 | 0x10000, 0, e.err).bytes, (std::vector<uint8_t>{'a', 0, 'b', 0}));
+    EXPECT_FALSE(e.err.failed());
 }
 
 TEST(Crypt, RoundTripsEveryModeCompressionAndEncoding) {

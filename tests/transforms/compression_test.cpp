@@ -78,7 +78,7 @@ TEST(Compress, StoredAndLzwBlocksBehindTheHeader) {
 }
 
 TEST(Compress, RoundTripsEveryModeAndSize) {
-    for (std::size_t n : test::round_trip_sizes()) {
+    for (std::size_t n : test::kRoundTripSizes) {
         for (int kind = 0; kind < 2; ++kind) {
             const auto data =
                 kind ? test::mixed_bytes(n, static_cast<uint32_t>(n)) : test::random_bytes(n, 3);

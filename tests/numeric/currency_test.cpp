@@ -61,6 +61,16 @@ TEST(CurrencyLookup, DefaultsAndInvalidIndexes) {
     t->count = 60000;
     EXPECT_TRUE(num::currency_rate(t, KP_CURRENCY_CAPACITY - 1, num::DefaultOf::View));
     EXPECT_FALSE(num::currency_rate(t, KP_CURRENCY_CAPACITY, num::DefaultOf::View));
+}
+
+TEST(CurrencyLookup, NoTableAnswers80190) {
+    Err a, b, c, d;
+    num::init_currency(nullptr, 0, u"EUR", m("1"), a.err);
+    EXPECT_EQ(-1.0, num::exchange_rate(nullptr, 0, b.err));
+    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, c.err));
+    EXPECT_TRUE(num::to_currency(nullptr, m("100"), 0, 6, nullptr, d.err).is_zero());
+    for (const Err* e : {&a, &b, &c, &d})
+        EXPECT_EQ(80190u, e->id());
     EXPECT_FALSE(num::currency_rate(nullptr, 0, num::DefaultOf::View));
 }
 
@@ -68,16 +78,12 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
     Table t;
     Err ok;
     num::init_currency(t, kFRF, u"Francs", m("6.6"), ok.err);
-    EXPECT_FALSE(ok.err.failed());
-    EXPECT_EQ(6600000, t->rates[kFRF]);
     num::init_currency(t, kPTE, u"TwelveCharsX", m("2147.483647"), ok.err);
-    EXPECT_FALSE(ok.err.failed());
-    EXPECT_EQ(INT32_MAX, t->rates[kPTE]);
+    num::init_currency(t, 0, u"EUR", m("1"), ok.err);
+    EXPECT_EQ(std::pair(6600000, INT32_MAX), std::pair(t->rates[kFRF], t->rates[kPTE]));
     EXPECT_EQ(0, std::memcmp(t->names[kPTE], u"TwelveCh", 16)); // 8 characters kept, no terminator
     EXPECT_EQ(u"TwelveCh", num::currency_name(t, kPTE, ok.err));
-    num::init_currency(t, 0, u"EUR", m("1"), ok.err);
     EXPECT_FALSE(ok.err.failed());
-
     // clang-format off
     struct Case { int32_t index; const char* rate; uint32_t id; } cases[] = {
         {0, "1.000001", 80191}, {0, "2", 80191}, {5, "1", 80191}, {-1, "1", 80191}, {0xFFFF, "1", 80191},
@@ -89,16 +95,12 @@ TEST(CurrencyInit, ChecksIndexRateAndEuro) {
         Table fresh;
         Err e;
         num::init_currency(fresh, c.index, u"X", m(c.rate), e.err);
-        EXPECT_EQ(c.id, e.err.id()) << c.index << " " << c.rate;
-        EXPECT_EQ(2, e.err.severity());
+        EXPECT_EQ(std::pair(c.id, 2), std::pair(e.err.id(), e.err.severity())) << c.index << " " << c.rate;
         EXPECT_EQ(0, std::memcmp(&fresh.t, &pristine.t, sizeof(kp_currency_table))) << "table changed";
     }
     Err e;
     num::init_currency(t, kFRF, u"X", m("2148"), e.err);
     EXPECT_NE(std::u16string_view::npos, e.err.message().find(u"2147"));
-    Err none;
-    num::init_currency(nullptr, 0, u"EUR", m("1"), none.err);
-    EXPECT_EQ(80190u, none.err.id());
 }
 
 TEST(CurrencyRate, RealRateNameDefaultsAndFailures) {
@@ -106,43 +108,32 @@ TEST(CurrencyRate, RealRateNameDefaultsAndFailures) {
     Err e;
     EXPECT_DOUBLE_EQ(6.55957, num::exchange_rate(t, kFRF, e.err));
     EXPECT_DOUBLE_EQ(1.0, num::exchange_rate(t, 0xFFFF, e.err));
+    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::Memory, kFRF, e.err));
+    // Out of range, the new default is ignored; kPTE is set last.
+    for (std::optional<int32_t> ignored : {std::optional<int32_t>(), std::optional(-1), std::optional(5),
+                                           std::optional(0xFFFF), std::optional(kPTE)})
+        EXPECT_EQ(kFRF, num::default_currency(t, num::DefaultOf::Memory, ignored, e.err));
+    EXPECT_EQ(std::pair(kPTE, 0),
+              (std::pair<int, int>(t->default_memory, t->default_view))); // the other stays
+    EXPECT_EQ(0, num::default_currency(t, num::DefaultOf::View, kIEP, e.err));
+    EXPECT_EQ(u"IEP", num::currency_name(t, 0xFFFF, e.err)); // names follow the display default
     EXPECT_FALSE(e.err.failed());
     Err bad;
     EXPECT_EQ(-1.0, num::exchange_rate(t, 0xFFFE, bad.err));
     EXPECT_EQ(80191u, bad.err.id());
-    Err none;
-    EXPECT_EQ(-1.0, num::exchange_rate(nullptr, 0, none.err));
-    EXPECT_EQ(80190u, none.err.id());
     for (int32_t index : {5, -1, 0xFFFE, 70000}) {
         Err name;
         EXPECT_EQ(u"", num::currency_name(t, index, name.err));
         EXPECT_EQ(80191u, name.err.id());
     }
-    Table t2;
-    Err e2;
-    EXPECT_EQ(0, num::default_currency(t2, num::DefaultOf::Memory, kFRF, e2.err));
-    for (std::optional<int32_t> ignored : {std::optional<int32_t>(), std::optional(-1), std::optional(5),
-                                           std::optional(0xFFFF), std::optional(kPTE)})
-        EXPECT_EQ(kFRF,
-                  num::default_currency(t2, num::DefaultOf::Memory, ignored, e2.err)); // kPTE is set last
-    EXPECT_EQ(kPTE, t2->default_memory);
-    EXPECT_EQ(0, t2->default_view); // the other default is left alone
-    EXPECT_EQ(0, num::default_currency(t2, num::DefaultOf::View, kIEP, e2.err));
-    EXPECT_EQ(u"IEP", num::currency_name(t2, 0xFFFF, e2.err)); // names follow the display default
-    EXPECT_FALSE(e2.err.failed());
-    Err none2;
-    EXPECT_EQ(-1, num::default_currency(nullptr, num::DefaultOf::View, 1, none2.err));
-    EXPECT_EQ(80190u, none2.err.id());
 }
 
 // Expected values from exact decimal arithmetic, truncated at the sixth decimal.
 TEST(CurrencyConversion, ExactChangeAndRounding) {
     Table t;
     Err e;
-    auto euro = [&](const char* v, int32_t i) {
-        return num::to_euro(t, m(v), i, 6, nullptr, e.err).to_text();
-    };
-    auto cur = [&](const char* v, int32_t i) {
+    auto euro = [&](const char* v, int i) { return num::to_euro(t, m(v), i, 6, nullptr, e.err).to_text(); };
+    auto cur = [&](const char* v, int i) {
         return num::to_currency(t, m(v), i, 6, nullptr, e.err).to_text();
     };
     // The euro's own rate copies the value.
@@ -160,36 +151,31 @@ TEST(CurrencyConversion, ExactChangeAndRounding) {
     for (const auto& [v, i, expected] : to_currency)
         EXPECT_EQ(expected, cur(v, i));
     EXPECT_FALSE(e.err.failed());
-    Table t2;
-    Err e2;
-    // 100 FRF -> 15.244901 EUR -> 12.006335 IEP (truncated at each step).
-    EXPECT_EQ("12.006335", num::change_currency(t2, m("100"), kFRF, kIEP, 6, nullptr, e2.err).to_text());
-    // Equal indexes copy the value: no round trip through the euro.
+    // 100 FRF -> 15.244901 EUR -> 12.006335 IEP (truncated at each step);
+    // equal indexes copy the value: no round trip through the euro.
+    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), kFRF, kIEP, 6, nullptr, e.err).to_text());
     EXPECT_EQ("100.000001",
-              num::change_currency(t2, m("100.000001"), kITL, kITL, 6, nullptr, e2.err).to_text());
+              num::change_currency(t, m("100.000001"), kITL, kITL, 6, nullptr, e.err).to_text());
     // The source of a conversion is the memory currency, the target the display one.
-    t2->default_memory = kFRF;
-    t2->default_view = kIEP;
-    EXPECT_EQ("15.244901", num::to_euro(t2, m("100"), 0xFFFF, 6, nullptr, e2.err).to_text());
-    EXPECT_EQ("78.756400", num::to_currency(t2, m("100"), 0xFFFF, 6, nullptr, e2.err).to_text());
-    EXPECT_EQ("12.006335", num::change_currency(t2, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e2.err).to_text());
-    t2->default_memory = kITL;
+    t->default_memory = kFRF;
+    t->default_view = kIEP;
+    EXPECT_EQ("15.244901", euro("100", 0xFFFF));
+    EXPECT_EQ("78.756400", cur("100", 0xFFFF));
+    EXPECT_EQ("12.006335", num::change_currency(t, m("100"), 0xFFFF, 0xFFFF, 6, nullptr, e.err).to_text());
+    t->default_memory = kITL;
     EXPECT_EQ("100.000001",
-              num::change_currency(t2, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e2.err).to_text());
-    EXPECT_FALSE(e2.err.failed());
+              num::change_currency(t, m("100.000001"), 0xFFFF, kITL, 6, nullptr, e.err).to_text());
+    // Rounded to 2 or 0 decimals, the difference goes to the argument.
     Table t3;
-    Err e3;
     Money diff = m("99");
-    auto rounded = [&](Money r) { return std::pair(r.to_text(), diff.to_text()); };
-    using P = std::pair<std::string, std::string>;
-    EXPECT_EQ(rounded(num::to_euro(t3, m("100"), kFRF, 2, &diff, e3.err)), P("15.240000", "0.004901"));
-    EXPECT_EQ(rounded(num::to_euro(t3, m("-100"), kFRF, 2, &diff, e3.err)), P("-15.240000", "-0.004901"));
-    EXPECT_EQ(rounded(num::to_currency(t3, m("2.5"), 0, 0, &diff, e3.err)), P("3.000000", "-0.500000"));
-    EXPECT_EQ(rounded(num::change_currency(t3, m("1.005"), 0, 0, 2, &diff, e3.err)),
-              P("1.010000", "-0.005000"));
-    num::to_euro(t3, m("100"), kFRF, 6, &diff, e3.err);
+    auto rounded = [&](Money r) { return r.to_text() + " " + diff.to_text(); };
+    EXPECT_EQ(rounded(num::to_euro(t3, m("100"), kFRF, 2, &diff, e.err)), "15.240000 0.004901");
+    EXPECT_EQ(rounded(num::to_euro(t3, m("-100"), kFRF, 2, &diff, e.err)), "-15.240000 -0.004901");
+    EXPECT_EQ(rounded(num::to_currency(t3, m("2.5"), 0, 0, &diff, e.err)), "3.000000 -0.500000");
+    EXPECT_EQ(rounded(num::change_currency(t3, m("1.005"), 0, 0, 2, &diff, e.err)), "1.010000 -0.005000");
+    num::to_euro(t3, m("100"), kFRF, 6, &diff, e.err);
     EXPECT_TRUE(diff.is_zero());
-    EXPECT_FALSE(e3.err.failed());
+    EXPECT_FALSE(e.err.failed());
 }
 
 TEST(CurrencyConversion, FailuresGiveZero) {
@@ -204,18 +190,14 @@ TEST(CurrencyConversion, FailuresGiveZero) {
         EXPECT_TRUE(num::change_currency(t, m("100"), kFRF, bad, 2, nullptr, e2.err).is_zero());
         EXPECT_EQ(80191u, e2.err.id());
     }
-    Err none;
-    EXPECT_TRUE(num::to_currency(nullptr, m("100"), 0, 6, nullptr, none.err).is_zero());
-    EXPECT_EQ(80190u, none.err.id());
 
     // Overflow: the largest value in lire does not fit.
     const Money big = *Money::from_millionths(Money::kMax);
     Err over, over2;
     EXPECT_TRUE(num::to_currency(t, big, kITL, 6, &diff, over.err).is_zero());
     EXPECT_TRUE(num::to_euro(t, big, kIEP, 6, nullptr, over2.err).is_zero());
-    EXPECT_EQ(534u, over.err.system_code());
-    EXPECT_EQ(2, over.err.severity());
-    EXPECT_EQ(534u, over2.err.system_code());
+    EXPECT_EQ(std::tuple(534u, 2, 534u),
+              std::tuple(over.err.system_code(), over.err.severity(), over2.err.system_code()));
     // A zero rate stored in the table by its owner cannot divide.
     t->rates[kFRF] = 0;
     Err zero;

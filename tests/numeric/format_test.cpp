@@ -50,16 +50,10 @@ NumberValue money(const char* text) {
 
 struct Flags {
     bool left, plus, space, zero;
+    std::string text() const {
+        return std::string(left ? "-" : "") + (plus ? "+" : "") + (space ? " " : "") + (zero ? "0" : "");
+    }
 };
-
-std::string flags_text(const Flags& f) {
-    std::string s;
-    if (f.left) s += '-';
-    if (f.plus) s += '+';
-    if (f.space) s += ' ';
-    if (f.zero) s += '0';
-    return s;
-}
 
 // An integer of any magnitude and sign; a real of 53 random bits scaled by
 // 2^-offset to 2^(span - offset), of either sign.
@@ -83,7 +77,7 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
         const int width = (rng() & 1) ? static_cast<int>(rng() % 40) : 0;
         const int precision = (rng() & 1) ? static_cast<int>(rng() % 25) : -1;
         const char type = types[rng() % 10];
-        std::string conversion = flags_text(fl);
+        std::string conversion = fl.text();
         if (width) conversion += std::to_string(width);
         if (precision >= 0) conversion += "." + std::to_string(precision);
         const bool integer_type = type == 'd' || type == 'u' || type == 'x' || type == 'X' || type == 'o';
@@ -152,7 +146,7 @@ TEST(NumToString, GroupingAgreesWithPython) {
         const int width = (rng() & 1) ? static_cast<int>(rng() % 30) : 0;
         const int precision = type != 'd' && (rng() & 1) ? static_cast<int>(rng() % 12) : -1;
         Case c;
-        c.format = "%" + flags_text(fl) + "," + (width ? std::to_string(width) : "") +
+        c.format = "%" + fl.text() + "," + (width ? std::to_string(width) : "") +
                    (precision >= 0 ? "." + std::to_string(precision) : "") + type;
         // Python: [align][sign][0][width][,][.precision][type]
         c.pyformat = std::string(fl.left ? "<" : "") +

@@ -1,6 +1,8 @@
-// The numeric, colour and currency functions called through the component
-// module by the reference host: the kinds of the arguments and results, the
-// argument passed by reference, the host's tables and error identifiers.
+// The numeric and currency functions called through the component module by
+// the reference host: the kinds of the arguments and results, the argument
+// passed by reference, the host's tables and error identifiers.  (Functions
+// that only pass their arguments on, such as the colour ones, are checked
+// by their unit tests; the generic fuzz target calls every handler.)
 #include <gtest/gtest.h>
 
 #include <variant>
@@ -89,13 +91,10 @@ TEST_F(Abi, ValuesTablesAndByReference) {
     // clang-format off
     check({
         {"Random", {n(100)}, int64_t{18467 * 100 / 32768 + 1}}, {"Hasard", {}, 6334 * (1.0 / 32767)},
-        {"Random", {n(0)}, int64_t{0}, 80260}, {"IsEven", {n(-4)}, int64_t{1}},
-        {"EstImpair", {n(-3)}, int64_t{1}}, {"IsNumeric", {s(u"0.0")}, int64_t{1}},
+        {"Random", {n(0)}, int64_t{0}, 80260}, {"IsNumeric", {s(u"0.0")}, int64_t{1}},
         {"IsNumeric", {s(u" 7")}, int64_t{1}}, {"IsNumeric", {s(u"abc")}, int64_t{0}},
         {"IsNumeric", {n(0)}, int64_t{1}}, {"IsNumeric", {Value::real(0.5)}, int64_t{1}},
         {"IsNumeric", {money("1.5")}, int64_t{1}}, {"IsNumeric", {Value::boolean(true)}, int64_t{0}},
-        {"RGB", {n(256), n(0), n(0)}, int64_t{256}}, {"HSL", {n(0), n(0), n(100)}, int64_t{16777215}},
-        {"TSL", {n(361), n(50), n(50)}, int64_t{0}, 80202}, {"ColorHue", {n(0xFF0000)}, int64_t{240}},
         {"LengthToString", {Value::int64(1536)}, u"1.50 KB"},
         {"LengthToString", {Value::int64(1536), n(4)}, u"0.00 GB"},
         {"LengthToString", {Value::int64(1), n(6)}, u"", 81507}, {"Min", {Value::real(2.5), n(-3)}, -3.0},

@@ -1,22 +1,18 @@
-// NumToString against the C library and Python, currency digits, refused
+// NumToString against the C library, currency digits, grouping, refused
 // formats; Min and Max.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "component/error.h"
 #include "numeric/format.h"
 #include "support/error_record.h"
-#include "support/test_host.h"
 
 using kp::numeric::Money;
 using kp::numeric::NumberValue;
@@ -129,64 +125,6 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
     EXPECT_GT(refused, 100);
 }
 
-// The grouping flag against Python's "," option: the same values and
-// conversions, Python's format string built from ours.
-TEST(NumToString, GroupingAgreesWithPython) {
-    if (std::system("python3 -c 1 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 is not available";
-    std::mt19937_64 rng(7);
-    struct Case {
-        std::string format, pyformat, pyvalue;
-        NumberValue v;
-    };
-    std::vector<Case> cases;
-    const char types[] = "dfeEgG";
-    for (int n = 0; n < 5000; ++n) {
-        const char type = types[rng() % 6];
-        Flags fl{(rng() % 4) == 0, (rng() % 4) == 0, (rng() % 4) == 0, (rng() % 3) == 0};
-        const int width = (rng() & 1) ? static_cast<int>(rng() % 30) : 0;
-        const int precision = type != 'd' && (rng() & 1) ? static_cast<int>(rng() % 12) : -1;
-        Case c;
-        c.format = "%" + fl.text() + "," + (width ? std::to_string(width) : "") +
-                   (precision >= 0 ? "." + std::to_string(precision) : "") + type;
-        // Python: [align][sign][0][width][,][.precision][type]
-        c.pyformat = std::string(fl.left ? "<" : "") +
-                     (fl.plus    ? "+"
-                      : fl.space ? " "
-                                 : "") +
-                     (fl.zero && !fl.left ? "0" : "") + (width ? std::to_string(width) : "") + "," +
-                     (precision >= 0 ? "." + std::to_string(precision) : "") + type;
-        if (type == 'd') {
-            const int64_t i = any_int64(rng);
-            c.v = NumberValue::int64(i);
-            c.pyvalue = std::to_string(i);
-        } else {
-            const double d = any_real(rng, 120, 70);
-            c.v = NumberValue::real(d);
-            char hex[64];
-            std::snprintf(hex, sizeof hex, "%a", d);
-            c.pyvalue = std::string("float.fromhex('") + hex + "')";
-        }
-        cases.push_back(c);
-    }
-    kp::test::TempDir dir;
-    const auto script = dir.path() / "group.py";
-    {
-        std::ofstream py(script);
-        py << "import sys\ncases = [\n";
-        for (const Case& c : cases)
-            py << "(" << c.pyvalue << ", '" << c.pyformat << "'),\n";
-        py << "]\nfor v, s in cases:\n    print(format(v, s))\n";
-    }
-    const auto out_path = dir.path() / "out.txt";
-    ASSERT_EQ(0, std::system(("python3 " + script.string() + " > " + out_path.string()).c_str()));
-    std::ifstream in(out_path);
-    std::string line;
-    for (const Case& c : cases) {
-        ASSERT_TRUE(std::getline(in, line));
-        ASSERT_EQ(line, run(c.v, c.format)) << c.format << " / Python " << c.pyformat << " of " << c.pyvalue;
-    }
-}
-
 // Exact digits, never through a real (0.1 + 0.2 is not 0.30000000000000004
 // here); half away from zero; exponent and shortest forms; flags, width,
 // grouping, text around; the integer part for the integer conversions;
@@ -234,6 +172,13 @@ TEST(NumToString, CurrencyDigitsAndDefaultText) {
         {NumberValue::int32(1234), "%0,8d", "0,001,234"}, {NumberValue::int32(1234), "%0,6d", "01,234"},
         {NumberValue::int32(-1234), "%0,7d", "-01,234"}, {NumberValue::int32(1234567), "%,d", "1,234,567"},
         {NumberValue::int32(123), "%,d", "123"}, {NumberValue::int32(1234), "%,.6d", "001,234"},
+        // Grouping with the sign flags, left and zero padding, the shortest
+        // and exponent forms and a rounding carry (as Python's "," option).
+        {NumberValue::int32(1234567), "% ,d", " 1,234,567"}, {NumberValue::int64(-1234567), "%+,12d", "  -1,234,567"},
+        {NumberValue::real(1234567.891), "%-,14.2f|", "1,234,567.89  |"}, {NumberValue::real(123456), "%,g", "123,456"},
+        {NumberValue::real(1234567), "%,G", "1.23457E+06"}, {NumberValue::real(-1234.5), "%+0,10.1f", "-001,234.5"},
+        {NumberValue::real(1234.5), "% 0,13.2e", " 0,001.23e+03"}, {NumberValue::real(999999.5), "%,.0f", "1,000,000"},
+        {NumberValue::real(-0.5), "%,.0f", "-0"},
         {NumberValue::real(std::nan("")), "%0,10f", "       nan"}, {NumberValue::int32(5), "%%%d%%", "%5%"},
         {NumberValue::int32(5), "\xc3\xa9%d", "??5"}, // text outside ASCII is kept (shown as ? here)
         {NumberValue::real(-1234.5), "[Red]%.2f", "-1234.50"},

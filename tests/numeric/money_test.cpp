@@ -111,9 +111,9 @@ TEST(Money, RoundingEdgesAndTheTextCut) {
     // The rounding adds the half unit and cuts the decimal text after d digits;
     // the arithmetic must agree with that text procedure everywhere.
     const int64_t half[6] = {500000, 50000, 5000, 500, 50, 5};
-    uint64_t seed = 12345;
+    kp::test::XorShift g;
     for (int i = 0; i < 20000; ++i) {
-        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+        const uint64_t seed = g.next();
         int128 raw = static_cast<int64_t>(seed) >> (seed % 40);
         Money v = *Money::from_millionths(raw);
         int d = static_cast<int>(i % 6);
@@ -130,14 +130,10 @@ TEST(Money, RoundingEdgesAndTheTextCut) {
 // whole number (which takes the wide product for large values) against the
 // plain 128-bit product.
 TEST(Money, RandomValuesRoundTripAndScaleExactly) {
-    uint64_t seed = 987654321;
-    auto next = [&] {
-        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
-        return seed;
-    };
+    kp::test::XorShift g;
     for (int i = 0; i < 20000; ++i) {
         uint8_t b[10];
-        const uint64_t lo = next(), hi = next();
+        const uint64_t lo = g.next(), hi = g.next();
         std::memcpy(b, &lo, 8);
         std::memcpy(b + 8, &hi, 2);
         Money v = Money::from_bytes(b);
@@ -146,7 +142,7 @@ TEST(Money, RandomValuesRoundTripAndScaleExactly) {
         ASSERT_EQ(0, std::memcmp(b, back, 10));
         ASSERT_EQ(v, Money::from_text(v.to_text())) << v.to_text();
 
-        const int32_t k = static_cast<int32_t>(next() % 2001) - 1000;
+        const int32_t k = static_cast<int32_t>(g.next() % 2001) - 1000;
         const int128 exact = v.millionths() * k;
         auto product = num::multiply(v, Money::from_int(k));
         if (exact > Money::kMax || exact < Money::kMin)

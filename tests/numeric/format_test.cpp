@@ -44,24 +44,6 @@ NumberValue money(const char* text) {
     return NumberValue::currency(m ? *m : Money());
 }
 
-struct Flags {
-    bool left, plus, space, zero;
-    std::string text() const {
-        return std::string(left ? "-" : "") + (plus ? "+" : "") + (space ? " " : "") + (zero ? "0" : "");
-    }
-};
-
-// An integer of any magnitude and sign; a real of 53 random bits scaled by
-// 2^-offset to 2^(span - offset), of either sign.
-int64_t any_int64(std::mt19937_64& rng) {
-    uint64_t u = rng() >> (rng() % 64);
-    return static_cast<int64_t>((rng() & 1) ? 0 - u : u);
-}
-double any_real(std::mt19937_64& rng, int span, int offset) {
-    return std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % span) - offset) *
-           ((rng() & 1) ? -1 : 1);
-}
-
 } // namespace
 
 TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
@@ -69,23 +51,27 @@ TEST(NumToString, AgreesWithSnprintfOnRandomConversions) {
     const char types[] = "duxXoeEfgG";
     int compared = 0, refused = 0;
     for (int n = 0; n < 100000; ++n) {
-        Flags fl{(rng() & 3) == 0, (rng() & 3) == 0, (rng() & 3) == 0, (rng() & 3) == 0};
+        std::string conversion;
+        for (char flag : {'-', '+', ' ', '0'})
+            if ((rng() & 3) == 0) conversion += flag;
         const int width = (rng() & 1) ? static_cast<int>(rng() % 40) : 0;
         const int precision = (rng() & 1) ? static_cast<int>(rng() % 25) : -1;
         const char type = types[rng() % 10];
-        std::string conversion = fl.text();
         if (width) conversion += std::to_string(width);
         if (precision >= 0) conversion += "." + std::to_string(precision);
         const bool integer_type = type == 'd' || type == 'u' || type == 'x' || type == 'X' || type == 'o';
-        // The value: a 4-byte or 8-byte integer or a real of any magnitude.
-        // Reals: infinities, NaN, halves and eighths (rounding ties), any magnitude.
+        // The value: a 4-byte or 8-byte integer of any magnitude and sign, or a
+        // real: infinities, NaN, halves and eighths (rounding ties), 53 random
+        // bits scaled by 2^-150 to 2^49 of either sign.
         const int kind = static_cast<int>(rng() % 3), pick = static_cast<int>(rng() % 20);
-        const double d = pick == 0   ? std::numeric_limits<double>::infinity() * ((rng() & 1) ? -1 : 1)
-                         : pick == 1 ? std::nan("")
-                         : pick == 2 ? static_cast<double>(rng() % 2000) / 8 - 125
-                                     : any_real(rng, 200, 150);
+        const double d =
+            pick == 0   ? std::numeric_limits<double>::infinity() * ((rng() & 1) ? -1 : 1)
+            : pick == 1 ? std::nan("")
+            : pick == 2 ? static_cast<double>(rng() % 2000) / 8 - 125
+                        : std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 200) - 150) *
+                              ((rng() & 1) ? -1 : 1);
         const NumberValue v = kind == 0   ? NumberValue::int32(static_cast<int32_t>(rng()))
-                              : kind == 1 ? NumberValue::int64(any_int64(rng))
+                              : kind == 1 ? NumberValue::int64(static_cast<int64_t>(rng()) >> (rng() % 64))
                                           : NumberValue::real(d);
         const std::string prefix = "<", suffix = "> 100%% sure";
         const std::string format = prefix + "%" + conversion + type + suffix;

@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "component/tables.h"
@@ -219,12 +220,7 @@ TEST(ConstantTable, KindsValueRulesUniqueNamesAndValues) {
         EXPECT_FALSE(by_english(constants, constant_count, name).attributes & KP_ATTR_NOT_PROVIDED) << name;
     // Integers (a text of nullptr) at the edges of the encoding (negative,
     // high bits, accented names) and UTF-16 texts, one unit per character.
-    struct Row {
-        const char *english, *french;
-        uint32_t value;
-        const char* text;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, const char*, uint32_t, const char*> rows[] = {
         {"scActiveBorder", "scBordActif", 0x4000000A, nullptr},
         {"fLockEmptyFile", "fBloqueFichierVide", 0xFFFFFFFE, nullptr},
         {"frDirectory", "frR\xE9pertoire", 0x37, nullptr},
@@ -233,16 +229,13 @@ TEST(ConstantTable, KindsValueRulesUniqueNamesAndValues) {
         {"exeDirectory", nullptr, 0, "REPERTOIRE"},
         {"MciStatusNotReady", nullptr, 0, "not ready"},
     };
-    for (const Row& r : rows) {
-        SCOPED_TRACE(r.english);
-        const kp_constant& c = by_english(constants, constant_count, r.english);
+    for (const auto& [english, french, value, text] : rows) {
+        SCOPED_TRACE(english);
+        const kp_constant& c = by_english(constants, constant_count, english);
         ASSERT_NE(c.english, nullptr);
-        EXPECT_STREQ(r.french ? c.french : nullptr, r.french);
-        EXPECT_EQ(c.kind, r.text ? KP_CONST_STRING : KP_CONST_INT);
-        if (r.text)
-            EXPECT_EQ(constant_text(c), r.text);
-        else
-            EXPECT_EQ(c.value, r.value);
+        EXPECT_STREQ(french ? c.french : nullptr, french);
+        EXPECT_EQ(c.kind, text ? KP_CONST_STRING : KP_CONST_INT);
+        EXPECT_TRUE(text ? constant_text(c) == text : c.value == value) << std::hex << c.value;
     }
 }
 

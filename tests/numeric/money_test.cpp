@@ -3,6 +3,7 @@
 // table of their own.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -61,37 +62,32 @@ constexpr int32_t kFRF = 1, kITL = 2, kIEP = 3, kPTE = 4;
 } // namespace
 
 TEST(Money, BytesTextAndIntegerPart) {
-    uint8_t b[10];
-    Money::from_int(1).to_bytes(b);
-    const uint8_t one[10] = {0x40, 0x42, 0x0F, 0, 0, 0, 0, 0, 0, 0};
-    EXPECT_EQ(0, memcmp(b, one, 10));
-
-    Money::from_int(-1).to_bytes(b);
-    const uint8_t minus_one[10] = {0xC0, 0xBD, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-    EXPECT_EQ(0, memcmp(b, minus_one, 10));
-
-    // The sign is the top bit of the last byte; the extremes survive the trip.
-    for (Money v : {kMax, kMin, m("-0.000001"), m("123456789.987654")}) {
+    // Little-endian millionths; the sign is the top bit of the last byte.
+    const std::pair<Money, std::array<uint8_t, 10>> bytes[] = {
+        {Money::from_int(1), {0x40, 0x42, 0x0F, 0, 0, 0, 0, 0, 0, 0}},
+        {Money::from_int(-1), {0xC0, 0xBD, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {kMin, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0x80}},
+        {kMax, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}}};
+    for (const auto& [v, expected] : bytes) {
+        uint8_t b[10];
         v.to_bytes(b);
+        EXPECT_EQ(0, std::memcmp(b, expected.data(), 10)) << v.to_text();
         EXPECT_EQ(v, Money::from_bytes(b)) << v.to_text();
     }
-    kMin.to_bytes(b);
-    EXPECT_EQ(0x80, b[9]);
-    EXPECT_EQ("0.000000", Money().to_text());
-    EXPECT_EQ("-2.500000", m("-2.5").to_text());
-    EXPECT_EQ("-0.000001", m("-0.000001").to_text());
-    EXPECT_EQ("604462909807314587.353087", kMax.to_text());
-    EXPECT_EQ("-604462909807314587.353088", kMin.to_text());
-    EXPECT_EQ(kMin, m("-604462909807314587.353088"));
     // Decimals past the sixth are cut, not rounded.
-    EXPECT_EQ("1.999999", m("1.9999999").to_text());
-    EXPECT_EQ("5.000000", m("+5.").to_text());
-    EXPECT_EQ("0.500000", m(".5").to_text());
-    for (const char* bad : {"", "-", ".", "1e5", "12a", " 1", "1 ", "--1", "1.2.3", "0x10"})
+    // clang-format off
+    const std::pair<const char*, const char*> texts[] = {
+        {"0", "0.000000"}, {"-2.5", "-2.500000"}, {"-0.000001", "-0.000001"}, {"1.9999999", "1.999999"},
+        {"+5.", "5.000000"}, {".5", "0.500000"}, {"604462909807314587.353087", "604462909807314587.353087"},
+        {"-604462909807314587.353088", "-604462909807314587.353088"}};
+    // clang-format on
+    for (const auto& [in, out] : texts)
+        EXPECT_EQ(out, m(in).to_text());
+    EXPECT_EQ("0.000000", Money().to_text());
+    for (const char* bad :
+         {"", "-", ".", "1e5", "12a", " 1", "1 ", "--1", "1.2.3", "0x10", "604462909807314587.353088",
+          "-604462909807314587.353089", "99999999999999999999999999999999999999999"})
         EXPECT_FALSE(Money::from_text(bad).has_value()) << bad;
-    EXPECT_FALSE(Money::from_text("604462909807314587.353088").has_value());
-    EXPECT_FALSE(Money::from_text("-604462909807314587.353089").has_value());
-    EXPECT_FALSE(Money::from_text("99999999999999999999999999999999999999999").has_value());
     EXPECT_EQ(2147, m("2147.999999").integer_part());
     EXPECT_EQ(-3, m("-3.7").integer_part());
     EXPECT_EQ(0, m("-0.5").integer_part());

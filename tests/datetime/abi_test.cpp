@@ -67,34 +67,22 @@ class DateTimeAbi : public ::testing::Test {
     }
 };
 
-// Setting an invalid value records the validation error; only refused values
-// are tried, a valid one would move the machine's clock.  Validation is
-// silent.  The mask letters are the VM's: D for days in English, J in French.
-// Left-out parameters mean the short form.
+// The handlers with logic of their own (the functions that only pass their
+// arguments on are checked by their unit tests, and every handler is called
+// by the generic fuzz target replayed with the tests).  Setting an invalid
+// value records the validation error; only refused values are tried, a
+// valid one would move the machine's clock.  The mask letters are the VM's:
+// D for days in English, J in French.  Left-out parameters mean the short form.
 TEST_F(DateTimeAbi, ResultsFailureValuesLanguageAndToday) {
     // clang-format off
     const std::vector<Row> rows = {
         {"DateSys", {s(u"20230229")}, u"", 80127}, {"TimeSys", {s(u"126000")}, u"", 80130},
         {"Today", {s(u"2023")}, u"", 80121}, {"Now", {s(u"12:00")}, u"", 80128},
         {"DateToInteger", {s(u"20241231"), Value::boolean(true)}, int64_t{366}},
-        {"DateToInteger", {s(u"15820810")}, int64_t{-1}, 80124},
-        {"IntegerToDate", {n(73049), s(u"Y")}, u"2000"},
-        {"IntegerToDate", {n(std::numeric_limits<int32_t>::min())}, u"", 80132},
-        {"IntegerToDay", {n(-657413)}, int64_t{-6}}, {"IntegerToDayInAlpha", {n(-657414)}, u"", 80132},
-        {"IntegerToWeekNumber", {n(-1000000)}, int64_t{-1}, 80132},
-        {"IntegerToTime", {n(9000000)}, u"25000000"}, {"DateToWeekNumber", {s(u"20241230")}, int64_t{53}},
-        {"DateValid", {s(u"19000229")}, int64_t{0}}, {"DateIsValid", {s(u"15000229")}, int64_t{1}},
-        {"TimeValid", {s(u"2400")}, int64_t{0}}, {"TimeIsValid", {s(u"235959")}, int64_t{1}},
-        {"DateDifference", {s(u"20240101"), s(u"20240301")}, int64_t{60}},
-        {"DateDifference", {s(u"2024"), s(u"20240301")}, int64_t{-1}, 80134},
-        {"TimeDifference", {s(u"99"), s(u"1230")}, int64_t{-1}, 80135},
-        {"DateTimeDifference", {s(u"2024010112"), s(u"2024010112")}, u"+000000000000000"},
-        {"Age", {s(u"99991231")}, u""}, // after today
+        {"IntegerToDate", {n(73049), s(u"Y")}, u"2000"}, {"Age", {s(u"99991231")}, u""}, // after today
         {"Easter", {n(2024)}, u"20240331"}, {"Easter", {s(u"2025")}, u"20250420"},
-        {"DateTimeUTCToLocal", {s(u"20240230")}, u"", 80051},
         {"DateToString", {s(u"20240105"), s(u"JJJJ JJ MMMM AAAA")}, u"Friday 05 January 2024"},
         {"DateToString", {s(u"20240105"), s(u"UseSystemMask")}, u"1/5/24"},
-        {"DateToString", {s(u"2024010"), s(u"JJ")}, u"", 80121},
         {"TimeToString", {s(u"13054217"), s(u"UseSystemMask")}, u"1:05 PM"},
         {"DurationToString", {Value::int64(-90061001), n(0)}, u"-1010101001"},
         {"DurationToString", {Value::int64(90061234), s(u"D HH:MM:SS.LLL")}, u"1 01:01:01.234"},
@@ -121,21 +109,16 @@ TEST_F(DateTimeAbi, ResultsFailureValuesLanguageAndToday) {
         {"DurationToString", {Value::int64(90061234), s(u"J j, HHhMM")}, u"1 j, 01h01"}};
     // clang-format on
     check(rows2);
-    for (const char* name : {"DateSys", "Today"}) {
-        std::u16string d = text(name, {});
-        ASSERT_EQ(d.size(), 8u) << name;
-        EXPECT_TRUE(call("DateIsValid", {Value::string(d)}).result.b) << name;
-    }
+    for (const char* name : {"DateSys", "Today"})
+        EXPECT_TRUE(call("DateIsValid", {Value::string(text(name, {}))}).result.b) << name;
     for (bool smooth : {false, true}) {
         fx.host->set_smooth_time(smooth);
         for (const char* name : {"TimeSys", "Now"}) {
-            std::u16string t = text(name, {});
-            ASSERT_EQ(t.size(), 8u) << name;
-            EXPECT_EQ(call("TimeValid", {Value::string(t)}).result.i, 1) << name;
+            const std::u16string t = text(name, {});
+            EXPECT_TRUE(t.size() == 8 && call("TimeValid", {Value::string(t)}).result.i == 1) << name;
         }
     }
-    std::u16string local = text("DateTimeUTCToLocal", {s(u"2024070112000000")});
-    ASSERT_EQ(local.size(), 16u);
+    const std::u16string local = text("DateTimeUTCToLocal", {s(u"2024070112000000")});
     EXPECT_EQ(text("DateTimeLocalToUTC", {Value::string(local)}), u"2024070112000000");
 }
 

@@ -14,47 +14,38 @@
 namespace kp::datetime {
 namespace {
 
+// clang-format off
 const kp_regional_settings kFrench = {
     {u"lundi", u"mardi", u"mercredi", u"jeudi", u"vendredi", u"samedi", u"dimanche"},
     {u"janvier", u"février", u"mars", u"avril", u"mai", u"juin", u"juillet", u"août", u"septembre",
-     u"octobre", u"novembre", u"décembre"},
-    u"dd/MM/yyyy",
-    u"HH:mm",
-    u',',
-    nullptr};
+     u"octobre", u"novembre", u"décembre"}, u"dd/MM/yyyy", u"HH:mm", u',', nullptr};
 const kp_regional_settings kEnglish = {
     {u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday", u"Sunday"},
     {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September",
-     u"October", u"November", u"December"},
-    u"M/d/yyyy",
-    u"h:mm tt",
-    u'.',
-    nullptr};
+     u"October", u"November", u"December"}, u"M/d/yyyy", u"h:mm tt", u'.', nullptr};
+// clang-format on
 const kp_regional_settings kNoNames{};
 
 using kp::test::Err;
-
-std::u16string date_mask(std::u16string_view date, std::u16string_view mask,
-                         const kp_regional_settings& rs = kFrench) {
-    Err e;
-    return date_to_string(date, &mask, rs, e.err);
-}
-std::u16string time_mask(std::u16string_view time, std::u16string_view mask,
-                         const kp_regional_settings& rs = kFrench) {
-    Err e;
-    return time_to_string(time, &mask, rs, e.err);
-}
-std::u16string parse(std::u16string_view input, std::u16string_view mask,
-                     const kp_regional_settings& rs = kFrench) {
-    return string_to_date(input, &mask, rs);
-}
 
 // One conversion of a text under a mask and its expected result.
 struct Row {
     std::u16string_view in, mask, out;
     const kp_regional_settings* rs = &kFrench;
 };
-using Conversion = std::u16string (*)(std::u16string_view, std::u16string_view, const kp_regional_settings&);
+using SV = std::u16string_view;
+using Conversion = std::u16string (*)(SV, SV, const kp_regional_settings&);
+const Conversion date_mask = [](SV in, SV mask, const kp_regional_settings& rs) {
+    Err e;
+    return date_to_string(in, &mask, rs, e.err);
+};
+const Conversion time_mask = [](SV in, SV mask, const kp_regional_settings& rs) {
+    Err e;
+    return time_to_string(in, &mask, rs, e.err);
+};
+const Conversion parse = [](SV in, SV mask, const kp_regional_settings& rs) {
+    return string_to_date(in, &mask, rs);
+};
 void check(Conversion f, std::initializer_list<Row> rows) {
     for (const Row& r : rows)
         EXPECT_EQ(f(r.in, r.mask, *r.rs), r.out)
@@ -125,7 +116,7 @@ TEST(Masks, TimesAndParsedDates) {
     // clang-format on
     for (std::u16string_view text : {u"05-01-2024", u"05.01.2024", u""})
         EXPECT_EQ(string_to_date(text, nullptr, kFrench), text.empty() ? u"" : u"20240105");
-    EXPECT_EQ(parse(surrogates, u"JJMMAAAA").size(), 8u);
+    EXPECT_EQ(parse(surrogates, u"JJMMAAAA", kFrench).size(), 8u);
 }
 
 TEST(Durations, FixedFormsAndMasks) {
@@ -232,12 +223,6 @@ TEST(SystemMask, RegionalPicturesFormatAndParse) {
     EXPECT_EQ(parse_date_picture(u"dimanche 14 JUILLET 2024", u"dddd d MMMM yyyy", kFrench), u"20240714");
     EXPECT_EQ(parse_date_picture(u"14 juin 2024", u"d MMMM yyyy", kFrench), u"20240614");
 }
-
-} // namespace
-} // namespace kp::datetime
-
-namespace kp::datetime {
-namespace {
 
 // The replacements one after the other, as written down, with the public
 // token replacement: the reference that the one-pass formatting of common

@@ -1,30 +1,59 @@
-// The function table: record layout invariants, identifier words, the
-// availability bit 0x200 and its handler rules, names in both languages and
-// the signatures that programs and the families depend on.
+// The descriptor tables: record layout invariants, identifier words, the
+// availability bit 0x200 and its handler rules, names in both languages,
+// the signatures that programs and the families depend on, the constants'
+// kinds, values and texts, and the variables' identifier words.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <array>
 #include <cctype>
+#include <cstdio>
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "component/tables.h"
 #include "support/test_host.h"
-#include "table_lookup.h"
+
+namespace kp::tables {
+// Written by the table generator next to the tables: bit n of entry i is set
+// when overload n + 1 of function i is one this edition provides.
+extern const uint16_t provided_mask[];
+} // namespace kp::tables
 
 namespace {
 
 using namespace kp::tables;
-using namespace kp::tables::test;
 
+template <class T> const T& by_english(const T* table, std::size_t count, std::string_view name) {
+    static const T none{};
+    for (std::size_t i = 0; i < count; ++i)
+        if (name == table[i].english) return table[i];
+    ADD_FAILURE() << "no entry " << name;
+    return none;
+}
 const kp_function& fn(const char* english) {
-    static const kp_function none{};
-    const kp_function* f = function_by_english(english);
-    if (!f) ADD_FAILURE() << "no function " << english;
-    return f ? *f : none;
+    return by_english(functions, function_count, english);
+}
+uint32_t overload_count(const kp_function& f) {
+    return KP_IDENT_COUNT(f.ident);
+}
+uint16_t mask(const char* english) {
+    return provided_mask[&fn(english) - functions];
 }
 
+// Parameter words of an overload, as a string such as "12,8,8008" (hex).
+std::string signature(const kp_overload& o) {
+    std::string s;
+    char buf[8];
+    for (unsigned i = 0; i < o.param_count && i < 10; ++i) {
+        std::snprintf(buf, sizeof buf, "%s%x", i ? "," : "", o.params[i]);
+        s += buf;
+    }
+    std::snprintf(buf, sizeof buf, "->%x", o.result);
+    return s + buf;
+}
 std::vector<std::string> signatures(const char* english) {
     const kp_function& f = fn(english);
     std::vector<std::string> out;
@@ -33,8 +62,12 @@ std::vector<std::string> signatures(const char* english) {
     return out;
 }
 
-uint16_t mask(const char* english) {
-    return provided_mask[index_of(&fn(english))];
+// The UTF-16 text a string constant points at, narrowed (the texts are ASCII).
+std::string constant_text(const kp_constant& c) {
+    std::string s;
+    for (const auto* p = reinterpret_cast<const char16_t*>(c.value); *p; ++p)
+        s += static_cast<char>(*p < 0x80 ? *p : '?');
+    return s;
 }
 
 TEST(FunctionTable, EntriesAndOverloadRecords) {
@@ -43,16 +76,13 @@ TEST(FunctionTable, EntriesAndOverloadRecords) {
                                                    0x2E, 0x39, 0x43, 0x4B, 0x4D, 0x59, 0x208};
     static const std::set<uint8_t> result_types = {0x00, 0x01, 0x08, 0x09, 0x0A, 0x0C,
                                                    0x0E, 0x0F, 0x13, 0x1B, 0x1C, 0x1F};
-    EXPECT_EQ(function_count, 381u);
-    EXPECT_EQ(constant_count, 441u);
-    EXPECT_EQ(variable_count, 45u);
+    EXPECT_EQ(std::tuple(function_count, constant_count, variable_count), std::tuple(381u, 441u, 45u));
     for (std::size_t i = 0; i < function_count; ++i) {
         const kp_function& f = functions[i];
         SCOPED_TRACE(f.english);
         EXPECT_EQ(KP_IDENT_COMPONENT(f.ident), KP_COMPONENT_NUMBER);
         EXPECT_EQ(KP_IDENT_ID(f.ident), i) << "identifiers run in table order";
-        EXPECT_GE(overload_count(f), 1u);
-        EXPECT_LE(overload_count(f), 12u);
+        EXPECT_TRUE(overload_count(f) >= 1 && overload_count(f) <= 12);
         ASSERT_NE(f.overloads, nullptr);
         // The VM picks an overload by its parameter types, so two identical
         // lists would make one unreachable.  ExeRun alone repeats its first
@@ -61,8 +91,7 @@ TEST(FunctionTable, EntriesAndOverloadRecords) {
         for (uint32_t k = 0; k < overload_count(f); ++k) {
             const kp_overload& o = f.overloads[k];
             SCOPED_TRACE("overload " + std::to_string(k + 1));
-            EXPECT_EQ(o.reserved0, 0);
-            EXPECT_EQ(o.reserved1, 0);
+            EXPECT_EQ(o.reserved0 | o.reserved1, 0);
             ASSERT_LE(o.param_count, 10);
             for (unsigned p = 0; p < 10; ++p)
                 EXPECT_TRUE(p < o.param_count ? param_types.count(o.params[p] & 0x3FFF) : o.params[p] == 0)
@@ -73,7 +102,6 @@ TEST(FunctionTable, EntriesAndOverloadRecords) {
             EXPECT_TRUE(seen.insert(params).second || std::string_view(f.english) == "ExeRun") << params;
         }
     }
-    EXPECT_EQ(signatures("ExeRun")[0], signatures("ExeRun")[3]);
 }
 
 TEST(FunctionTable, NotProvidedBitAndHandlers) {
@@ -88,7 +116,8 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
             EXPECT_EQ(f.overloads[k].handler != nullptr, bool(provided_mask[i] & (1u << k)))
                 << "kp::handlers::" << f.english << "_" << k + 1;
         // Of the seven not-provided entries that kept a handler on the
-        // device, the directory selector keeps its handlers here.
+        // device, the directory selector keeps its handlers here: the VM's
+        // selector service answers it.
         if (f.attributes & KP_ATTR_NOT_PROVIDED)
             EXPECT_TRUE(provided_mask[i] == 0 || std::string_view(f.english) == "fSelectDir");
         else if (provided_mask[i] != 0 && provided_mask[i] != all)
@@ -99,30 +128,22 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
     // Of the six functions that mix overloads with and without a handler,
     // this edition keeps handlers in the clipboard pair only.
     EXPECT_EQ(mixed, 2u);
-    EXPECT_EQ(mask("ToClipboard"), 0x1);
-    EXPECT_EQ(mask("Clipboard"), 0x1);
+    EXPECT_EQ((std::array<int, 3>{mask("ToClipboard"), mask("Clipboard"), mask("fSelectDir")}),
+              (std::array<int, 3>{1, 1, 7}));
     // Entries with handlers on the device, or whose family is present, can
     // still be absent from this edition.
-    for (const char* name : {"SendKey", "fImageSelect", "fLock", "ExePriority", "ClipboardRTF"})
+    for (const char* name : {"SendKey", "fImageSelect", "fLock", "ExePriority", "ClipboardRTF", "fSelectDir"})
         EXPECT_TRUE(fn(name).attributes & KP_ATTR_NOT_PROVIDED) << name;
-    // The directory selector keeps the not-provided bit of its table word and
-    // its handlers: the VM's selector service answers it.
-    EXPECT_TRUE(fn("fSelectDir").attributes & KP_ATTR_NOT_PROVIDED);
-    EXPECT_EQ(mask("fSelectDir"), 0x7);
-    for (const char* name : {"Max", "Min", "NumToString", "_zipCreate_old", "_zipOpen_old", "SysColor",
-                             "SysWinActive", "SysStandby", "SysDirStorageCard", "SelectColor"}) {
+    for (const char* name : {"NumToString", "_zipCreate_old", "SysColor", "SysStandby", "SelectColor"}) {
         EXPECT_FALSE(fn(name).attributes & KP_ATTR_NOT_PROVIDED) << name;
         EXPECT_EQ(mask(name), (1u << overload_count(fn(name))) - 1) << name;
     }
-}
-
-TEST(FunctionTable, NotProvidedOverloadsAreRefusedThroughTheModule) {
-    // The clipboard pair keeps its first overload and refuses the second,
+    // Through the module the clipboard pair refuses its second overload,
     // which takes an interface object this edition has no use for.
     kp::test::HostFixture fx;
     std::vector<kp::host::Value> image{kp::host::Value::integer(1)};
-    EXPECT_EQ(fx.host->call("ToClipboard", image).status, kp::host::CallStatus::NotProvided);
-    EXPECT_EQ(fx.host->call("PressePapier", image).status, kp::host::CallStatus::NotProvided);
+    for (const char* name : {"ToClipboard", "PressePapier"})
+        EXPECT_EQ(fx.host->call(name, image).status, kp::host::CallStatus::NotProvided) << name;
 }
 
 TEST(FunctionTable, NamesAreUsableAndResolveToOneEntry) {
@@ -137,12 +158,10 @@ TEST(FunctionTable, NamesAreUsableAndResolveToOneEntry) {
     };
     std::map<std::string, std::set<std::size_t>> by_name;
     for (std::size_t i = 0; i < function_count; ++i) {
-        std::string en = functions[i].english;
-        ASSERT_FALSE(en.empty());
-        ASSERT_NE(functions[i].french[0], '\0');
-        EXPECT_TRUE(std::all_of(en.begin(), en.end(), [](char c) {
-            return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
-        })) << en;
+        const std::string en = functions[i].english;
+        ASSERT_TRUE(!en.empty() && functions[i].french[0] != '\0');
+        for (char c : en)
+            EXPECT_TRUE(std::isalnum(static_cast<unsigned char>(c)) || c == '_') << en;
         by_name[lower(en)].insert(i);
         by_name[lower(functions[i].french)].insert(i);
     }
@@ -174,8 +193,78 @@ TEST(FunctionTable, SignaturesAtTheEdgesOfTheEncoding) {
     // Twelve writers: five value kinds and address-with-size, by name then by number.
     auto set = signatures("RegistrySetValue");
     ASSERT_EQ(set.size(), 12u);
-    EXPECT_EQ(set[5], "12,12,8,8->1");
-    EXPECT_EQ(set[11], "12,8,8,8->1");
+    EXPECT_EQ(set[5] + " " + set[11], "12,12,8,8->1 12,8,8,8->1");
+}
+
+TEST(ConstantTable, KindsValueRulesUniqueNamesAndValues) {
+    std::set<std::string> en, fr;
+    for (std::size_t i = 0; i < constant_count; ++i) {
+        const kp_constant& c = constants[i];
+        SCOPED_TRACE(c.english);
+        ASSERT_TRUE(c.english[0] != '\0' && c.french[0] != '\0');
+        EXPECT_TRUE(en.insert(c.english).second);
+        EXPECT_TRUE(fr.insert(c.french).second) << c.french;
+        if (c.kind == KP_CONST_NO_VALUE)
+            EXPECT_TRUE(c.value == 0 && (c.attributes & (KP_ATTR_NOT_PROVIDED | 0x18)))
+                << std::hex << c.attributes;
+        else if (c.kind == KP_CONST_STRING)
+            EXPECT_TRUE(c.value != 0 && !constant_text(c).empty());
+        else
+            EXPECT_EQ(c.kind, KP_CONST_INT);
+    }
+    // Open modes with no meaning in this edition and the ExeInfo keys are
+    // not provided; of the parameter stores, only the registry and INI ones.
+    for (const char* name : {"foReadLock", "foWriteLock", "exeName", "paramXML", "paramString"})
+        EXPECT_TRUE(by_english(constants, constant_count, name).attributes & KP_ATTR_NOT_PROVIDED) << name;
+    for (const char* name : {"foUnicode", "paramRegistry", "ParamIni"})
+        EXPECT_FALSE(by_english(constants, constant_count, name).attributes & KP_ATTR_NOT_PROVIDED) << name;
+    // Integers (a text of nullptr) at the edges of the encoding (negative,
+    // high bits, accented names) and UTF-16 texts, one unit per character.
+    const std::tuple<const char*, const char*, uint32_t, const char*> rows[] = {
+        {"scActiveBorder", "scBordActif", 0x4000000A, nullptr},
+        {"fLockEmptyFile", "fBloqueFichierVide", 0xFFFFFFFE, nullptr},
+        {"frDirectory", "frR\xE9pertoire", 0x37, nullptr},
+        {"compressShortString", "compresseCha\xEEneCourte", 0x20000, nullptr},
+        {"MciModeStretched", nullptr, 2, nullptr}, // an integer among the strings
+        {"exeDirectory", nullptr, 0, "REPERTOIRE"},
+        {"MciStatusNotReady", nullptr, 0, "not ready"},
+    };
+    for (const auto& [english, french, value, text] : rows) {
+        SCOPED_TRACE(english);
+        const kp_constant& c = by_english(constants, constant_count, english);
+        ASSERT_NE(c.english, nullptr);
+        EXPECT_STREQ(french ? c.french : nullptr, french);
+        EXPECT_EQ(c.kind, text ? KP_CONST_STRING : KP_CONST_INT);
+        EXPECT_TRUE(text ? constant_text(c) == text : c.value == value) << std::hex << c.value;
+    }
+}
+
+TEST(VariableTable, IdentifierWordsTypesAndNames) {
+    const std::set<uint32_t> types = {0x01, 0x08, 0x13, 0x18, 0x19, 0x1A, 0x1B};
+    for (std::size_t i = 0; i < variable_count; ++i) {
+        const kp_variable& v = variables[i];
+        SCOPED_TRACE(v.english);
+        EXPECT_EQ(KP_IDENT_ID(v.ident), i + 1);
+        EXPECT_EQ(KP_IDENT_COMPONENT(v.ident), KP_COMPONENT_NUMBER);
+        EXPECT_TRUE(types.count(KP_IDENT_COUNT(v.ident)));
+        // Each block has one attribute word: DDE provided, the task blocks
+        // and the service block not.
+        const std::string en = v.english;
+        EXPECT_EQ(v.attributes, en.starts_with("_DDE.")      ? 0x10u
+                                : en.starts_with("Service.") ? 0x210u
+                                                             : 0x218u);
+    }
+    const std::tuple<const char*, const char*, uint32_t> rows[] = {
+        {"_DDE.Topic", "_DDE.Sujet", 0x13},
+        {"TriggerScheduledTask.Time", "HoraireT\342chePlanifi\351e.Heure", 0x19},
+        {"ScheduledTask.NextRunTime", "T\342chePlanifi\351e.ProchaineEx\351cution", 0x1A},
+        {"Service.Startup", "Service.D\xE9marrage", 0x08},
+    };
+    for (const auto& [english, french, type] : rows) {
+        const kp_variable& v = by_english(variables, variable_count, english);
+        EXPECT_STREQ(v.french, french);
+        EXPECT_EQ(KP_IDENT_COUNT(v.ident), type) << english;
+    }
 }
 
 } // namespace

@@ -1,55 +1,79 @@
 // The transforms called through the component module by the reference host:
-// buffers and strings in and out, names with accents, error identifiers.
+// buffers and strings in and out, names with accents, error identifiers, and
+// fCrypt and fUncrypt over a temporary device.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "component/error.h"
 #include "support/test_host.h"
 #include "test_util.h"
+#include "transforms/bytes.h"
+#include "transforms/cipher.h"
+#include "transforms/encodings.h"
 
-using kp::host::CallStatus;
-using kp::host::Value;
-using kp::transforms::test::text_of;
-
+namespace kp::transforms {
 namespace {
 
-struct TransformsAbi : ::testing::Test {
+using kp::host::CallOutcome;
+using kp::host::CallStatus;
+using kp::host::Value;
+using test::text_of;
+
+class TransformsAbi : public ::testing::Test {
+  protected:
     kp::test::HostFixture fx;
-    kp::host::CallOutcome call(const char* name, std::vector<Value> args) {
-        kp::host::CallOutcome out = fx.host->call(name, args);
+    void SetUp() override { ASSERT_TRUE(fx.host->loaded()) << fx.host->load_error(); }
+
+    void put(const std::string& rel, const std::vector<uint8_t>& bytes) {
+        std::ofstream f(fx.device() / rel, std::ios::binary | std::ios::trunc);
+        f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
+    std::vector<uint8_t> get(const std::string& rel) const {
+        std::ifstream f(fx.device() / rel, std::ios::binary);
+        return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+    }
+    std::size_t entries() const {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(fx.device()), {}));
+    }
+    CallOutcome call(const char* name, std::vector<Value> args) {
+        CallOutcome out = fx.host->call(name, args);
         EXPECT_EQ(CallStatus::Ok, out.status) << name << ": " << out.detail;
         return out;
     }
-    void SetUp() override { ASSERT_TRUE(fx.host->loaded()) << fx.host->load_error(); }
+    CallOutcome run(const char* name, const char16_t* from, const char16_t* to, const char16_t* pw, int mode,
+                    int encoding) {
+        std::vector<Value> args = {Value::string(from), Value::string(to), Value::string(pw),
+                                   Value::integer(mode), Value::integer(encoding)};
+        return fx.host->call(name, args);
+    }
 };
 
 std::vector<uint8_t> bytes(const char* s) {
     return std::vector<uint8_t>(s, s + std::strlen(s));
 }
 
+// The handlers with logic of their own (functions that only pass their
+// arguments on are checked by their unit tests; the generic fuzz target calls
+// every handler).  The result of a mode without cryptAnsi comes back as a
+// buffer, with cryptAnsi as a string; a bad mode gives an empty string.
 TEST_F(TransformsAbi, ChecksumsCompressionAndCrypt) {
     EXPECT_EQ(static_cast<uint32_t>(call("sComputeCrc32", {Value::buffer(bytes("123456789"))}).result.i),
               0xCBF43926u);
     EXPECT_EQ(call("sCalculeCrc32", {Value::buffer({}), Value::integer(1234)}).result.i, 1234);
-    EXPECT_EQ(call("sComputeCrc16", {Value::string(u"A")}).result.i, 0x3EFD);
-    EXPECT_EQ(call("URLDécode", {Value::string(u"a+b%41")}).result.s, u"a bA");
-    EXPECT_EQ(call("Phonétique", {Value::string(u"Dupont")}).result.s, u"DUPO");
     const auto data = bytes("a buffer that repeats, a buffer that repeats, a buffer that repeats");
     auto packed = call("Compress", {Value::buffer(data)});
     ASSERT_EQ(packed.result.kind, Value::Kind::Buffer);
-    EXPECT_EQ(packed.result.bytes[0], 0);
-    EXPECT_EQ(packed.result.bytes[5], 4); // an LZW block
+    EXPECT_EQ(packed.result.bytes[0] | packed.result.bytes[5] << 8, 0x400); // a buffer, an LZW block
     EXPECT_EQ(call("Uncompress", {Value::buffer(packed.result.bytes)}).result.bytes, data);
-
     auto str = call("Compress", {Value::string(u"short")});
     EXPECT_EQ(str.result.bytes.size(), 5u + 5 + 4 + 10);
     EXPECT_EQ(str.result.bytes[0], 2);
     EXPECT_EQ(text_of(call("Uncompress", {Value::buffer(str.result.bytes)}).result.bytes), u"short");
 
-    auto refused = call("Uncompress", {Value::buffer({0, 7, 0, 0, 0, 0})});
-    EXPECT_EQ(refused.error.id, 80550u);
-    EXPECT_EQ(refused.error.severity, 2);
-    EXPECT_TRUE(refused.result.bytes.empty());
     auto c = call("Crypt", {Value::string(u"secret message"), Value::string(u"pw")});
     ASSERT_EQ(c.result.kind, Value::Kind::Buffer);
     const std::u16string qrt = text_of(c.result.bytes); // default encodeQRT
@@ -57,17 +81,101 @@ TEST_F(TransformsAbi, ChecksumsCompressionAndCrypt) {
     auto u = call("Uncrypt", {Value::string(qrt), Value::string(u"pw")});
     ASSERT_EQ(u.result.kind, Value::Kind::Buffer);
     EXPECT_EQ(text_of(u.result.bytes), u"secret message");
-
-    const auto ansi = std::vector<Value>{Value::integer(0x4000002 | 0x10000), Value::integer(2)};
-    auto e = call("Crypte", {Value::string(u"\u00E9t\u00E9"), Value::string(u"pw"), ansi[0], ansi[1]});
+    const Value ansi = Value::integer(0x4000002 | 0x10000), qrt_number = Value::integer(2);
+    auto e = call("Crypte", {Value::string(u"\u00E9t\u00E9"), Value::string(u"pw"), ansi, qrt_number});
     auto back =
-        call("Décrypte", {Value::string(text_of(e.result.bytes)), Value::string(u"pw"), ansi[0], ansi[1]});
+        call("Décrypte", {Value::string(text_of(e.result.bytes)), Value::string(u"pw"), ansi, qrt_number});
     ASSERT_EQ(back.result.kind, Value::Kind::String);
     EXPECT_EQ(back.result.s, u"\u00E9t\u00E9");
-
     auto bad = call("Crypt", {Value::string(u"x"), Value::string(u"pw"), Value::integer(4)});
     EXPECT_EQ(bad.error.id, 80280u);
     EXPECT_TRUE(bad.result.kind == Value::Kind::String && bad.result.s.empty());
 }
 
+TEST_F(TransformsAbi, FileCryptFormatIsSumThenChunksOf64000) {
+    const auto data = test::random_bytes(64001, 31);
+    put("plain.bin", data);
+    auto out = run("fCrypt", u"\\plain.bin", u"\\secret.bin", u"pw", 2, 0);
+    ASSERT_TRUE(out.result.b) << out.error.id;
+    const auto file = get("secret.bin");
+    ASSERT_EQ(file.size(), 64005u);
+    uint32_t sum = 0;
+    for (uint8_t b : data)
+        sum += b;
+    EXPECT_EQ(get_u32(file.data()), sum);
+
+    // Each chunk is enciphered on its own: the last byte is a one-byte tail
+    // chained on 0.
+    Rc5CbcCipher c(8);
+    c.set_password(u"pw");
+    auto first = std::vector<uint8_t>(data.begin(), data.begin() + 64000);
+    c.encrypt(first);
+    EXPECT_TRUE(std::equal(first.begin(), first.end(), file.begin() + 4));
+    std::vector<uint8_t> last = {data.back()};
+    c.encrypt(last);
+    EXPECT_EQ(file.back(), last[0]);
+
+    out = run("fUncrypt", u"\\secret.bin", u"\\back.bin", u"pw", 2, 0);
+    ASSERT_TRUE(out.result.b) << out.error.id;
+    EXPECT_EQ(get("back.bin"), data);
+}
+
+TEST_F(TransformsAbi, FileCryptRoundTripsEveryModeAndEncoding) {
+    for (std::size_t n : {0u, 1u, 2u, 21u, 64000u, 64001u, 200000u}) {
+        const auto data = test::random_bytes(n, static_cast<uint32_t>(n));
+        put("in.bin", data);
+        for (int mode = 0; mode <= 3; ++mode)
+            for (int encoding = 0; encoding <= 3; ++encoding) {
+                if (encoding == kEncodeUu && n + (mode ? 4 : 0) > 45)
+                    continue; // uu reads back 45 bytes at most
+                auto c = run("fCrypte", u"\\in.bin", u"\\enc.txt", u"mot", mode, encoding);
+                ASSERT_TRUE(c.result.b) << n << " " << mode << " " << encoding << " error " << c.error.id;
+                auto d = run("fDécrypte", u"\\enc.txt", u"\\out.bin", u"mot", mode, encoding);
+                ASSERT_TRUE(d.result.b) << n << " " << mode << " " << encoding << " error " << d.error.id;
+                ASSERT_EQ(get("out.bin"), data) << n << " " << mode << " " << encoding;
+                EXPECT_EQ(entries(), 3u); // no temporary file left behind
+            }
+    }
+}
+
+TEST_F(TransformsAbi, FileCryptCopiesTextWrongPasswordAndErrors) {
+    const auto data = test::random_bytes(100, 2);
+    put("a.bin", data);
+    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\copy.bin", u"", 0, 0).result.b);
+    EXPECT_EQ(get("copy.bin"), data);
+    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.b64", u"", 0, 2).result.b);
+    const auto text = get("a.b64");
+    const auto expected = make_encoder(2)->encode(data);
+    EXPECT_EQ(std::u16string(text.begin(), text.end()), expected);
+    const auto data2 = test::random_bytes(5000, 3);
+    put("a.bin", data2);
+    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.enc", u"right", 1, 0).result.b);
+    auto out = run("fUncrypt", u"\\a.enc", u"\\a.out", u"wrong", 1, 0);
+    EXPECT_FALSE(out.result.b);
+    EXPECT_EQ(out.error.severity, 2);
+    EXPECT_NE(out.error.message.find(kp::catalogue_text(28279, false)), std::u16string::npos);
+    EXPECT_EQ(get("a.out").size(), data2.size()); // left in place, deliberately
+    EXPECT_NE(get("a.out"), data2);
+    put("a.bin", {1, 2, 3});
+    auto bad_mode = run("fCrypt", u"\\a.bin", u"\\b", u"pw", 5, 0);
+    EXPECT_FALSE(bad_mode.result.b);
+    EXPECT_EQ(bad_mode.error.id, 80280u);
+    EXPECT_EQ(run("fUncrypt", u"\\a.bin", u"\\b", u"pw", -1, 0).error.id, 80280u);
+    EXPECT_EQ(run("fCrypt", u"\\a.bin", u"\\b", u"", 1, 0).error.id, 80282u);
+    EXPECT_EQ(run("fUncrypt", u"\\a.bin", u"\\b", u"", 2, 0).error.id, 80282u);
+    EXPECT_EQ(run("fCrypt", u"\\a.bin", u"\\b", u"pw", 1, 9).error.id, 80041u);
+
+    auto missing = run("fCrypt", u"\\missing.bin", u"\\b", u"pw", 1, 0);
+    EXPECT_FALSE(missing.result.b);
+    EXPECT_EQ(missing.error.system_code, 2u);
+    EXPECT_EQ(missing.error.severity, 2);
+
+    // A file too short to hold its sum.
+    put("short.enc", {1, 2});
+    auto truncated = run("fUncrypt", u"\\short.enc", u"\\c", u"pw", 1, 0);
+    EXPECT_FALSE(truncated.result.b);
+    EXPECT_EQ(truncated.error.severity, 2);
+}
+
 } // namespace
+} // namespace kp::transforms

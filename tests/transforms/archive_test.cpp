@@ -36,18 +36,17 @@ TEST(OldArchives, CreateWritesAnEmptyArchiveLibzipReads) {
     write_file(path, "previous content that is replaced");
     Err r;
     EXPECT_EQ(0, zip_create_old(u"books", u16(path), r.err));
-    EXPECT_TRUE(r.clean());
     EXPECT_EQ(22u, std::filesystem::file_size(path));
     int err = 0;
     zip_t* z = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err);
     ASSERT_NE(nullptr, z) << err;
     EXPECT_EQ(0, zip_get_num_entries(z, 0));
     zip_discard(z);
-    ASSERT_NE(nullptr, zip_archive_file(u"books"));
-    EXPECT_EQ(u16(path), *zip_archive_file(u"books"));
     // Opening it again binds a second name to the same file.
     EXPECT_EQ(0, zip_open_old(u"again", u16(path), r.err));
-    EXPECT_NE(nullptr, zip_archive_file(u"again"));
+    for (const char16_t* name : {u"books", u"again"})
+        EXPECT_EQ(u16(path), zip_archive_file(name) ? *zip_archive_file(name) : u"");
+    EXPECT_TRUE(r.clean());
 }
 
 TEST(OldArchives, OpenAnswersLibzipErrorNumbers) {
@@ -66,10 +65,10 @@ TEST(OldArchives, OpenAnswersLibzipErrorNumbers) {
     std::string damaged = bytes;
     damaged[damaged.size() - 22 + 16] ^= 0x7F; // the central directory's offset
     write_file(dir.path() / "damaged.zip", damaged);
-    const std::pair<const char*, int32_t> cases[] = {{"good.zip", 0},
-                                                     {"missing.zip", ZIP_ER_NOENT},
-                                                     {"text.zip", ZIP_ER_NOZIP},
-                                                     {"cut.zip", ZIP_ER_NOZIP}};
+    // clang-format off
+    const std::pair<const char*, int32_t> cases[] = {
+        {"good.zip", 0}, {"missing.zip", ZIP_ER_NOENT}, {"text.zip", ZIP_ER_NOZIP}, {"cut.zip", ZIP_ER_NOZIP}};
+    // clang-format on
     for (const auto& [file, result] : cases) {
         Err r;
         EXPECT_EQ(result, zip_open_old(u"x", u16(dir.path() / file), r.err)) << file;
@@ -88,9 +87,8 @@ TEST(OldArchives, BadNamesAnswerInvalidArgumentWithAnError) {
     for (const auto& [file, id] : cases) {
         Err r, o;
         EXPECT_EQ(ZIP_ER_INVAL, zip_create_old(u"a", file, r.err));
-        EXPECT_EQ(id, r.id());
         EXPECT_EQ(ZIP_ER_INVAL, zip_open_old(u"a", file, o.err));
-        EXPECT_EQ(id, o.id());
+        EXPECT_EQ(std::pair(id, id), std::pair(r.id(), o.id()));
     }
     Err r;
     const std::u16string nul = std::u16string(u"/tmp/a") + u'\0' + u".zip";

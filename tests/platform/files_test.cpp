@@ -15,6 +15,11 @@
 namespace kp::platform {
 namespace {
 
+// The code of a call's failure, 0 when it succeeds.
+uint32_t code_of(bool ok) {
+    return ok ? 0 : last_error();
+}
+
 // Without a host the device root is the host's "/": names are absolute
 // host paths here.
 class FileService : public ::testing::Test {
@@ -27,72 +32,58 @@ class FileService : public ::testing::Test {
     FileHandle open(const std::string& rel, uint32_t access, uint32_t disposition) {
         return create_file(name(rel), access, kShareRead | kShareWrite, disposition, 0);
     }
+    // The last error after an open (the handle closed), and whether it opened.
+    using Opened = std::pair<bool, uint32_t>;
+    Opened try_open(const std::string& rel, uint32_t access, uint32_t disposition) {
+        set_last_error(0);
+        FileHandle h = open(rel, access, disposition);
+        Opened r{h != kInvalidFile, last_error()};
+        if (r.first) close_file(h);
+        return r;
+    }
 };
 
+// In turn; dispositions that cannot apply, and truncation without write
+// access or an existing file, are refused.
 TEST_F(FileService, Dispositions) {
-    set_last_error(0);
-    FileHandle h = open("f", kGenericWrite, kOpenExisting);
-    EXPECT_EQ(h, kInvalidFile);
-    EXPECT_EQ(last_error(), kErrorFileNotFound);
-    h = open("f", kGenericWrite, kCreateNew);
-    ASSERT_NE(h, kInvalidFile);
-    EXPECT_TRUE(close_file(h));
-    EXPECT_EQ(open("f", kGenericWrite, kCreateNew), kInvalidFile);
-    EXPECT_EQ(last_error(), kErrorFileExists);
-    h = open("f", kGenericRead, kOpenAlways);
-    EXPECT_EQ(last_error(), kErrorAlreadyExists);
-    close_file(h);
-    h = open("g", kGenericRead, kOpenAlways);
-    EXPECT_EQ(last_error(), 0u);
-    close_file(h);
-    h = open("g", kGenericWrite, kCreateAlways);
-    EXPECT_EQ(last_error(), kErrorAlreadyExists);
-    close_file(h);
-    EXPECT_EQ(open("missing/f", kGenericRead, kOpenAlways), kInvalidFile);
-    EXPECT_EQ(last_error(), kErrorPathNotFound);
-    // Dispositions that cannot apply; truncation needs write access, and an
-    // existing file.
     put("e", "data");
-    const std::tuple<const char*, uint32_t, uint32_t, uint32_t> refused[] = {
-        {"missing", kGenericWrite, kTruncateExisting, kErrorFileNotFound},
-        {"e", kGenericRead, kTruncateExisting, kErrorInvalidParameter},
-        {"e", kGenericRead, 0, kErrorInvalidParameter},
-        {"e", kGenericRead, 6, kErrorInvalidParameter},
-        {"e", kGenericRead, 9, kErrorInvalidParameter},
+    const std::tuple<const char*, uint32_t, uint32_t, bool, uint32_t> rows[] = {
+        {"f", kGenericWrite, kOpenExisting, false, kErrorFileNotFound},
+        {"f", kGenericWrite, kCreateNew, true, 0},
+        {"f", kGenericWrite, kCreateNew, false, kErrorFileExists},
+        {"f", kGenericRead, kOpenAlways, true, kErrorAlreadyExists},
+        {"g", kGenericRead, kOpenAlways, true, 0},
+        {"g", kGenericWrite, kCreateAlways, true, kErrorAlreadyExists},
+        {"missing/f", kGenericRead, kOpenAlways, false, kErrorPathNotFound},
+        {"missing", kGenericWrite, kTruncateExisting, false, kErrorFileNotFound},
+        {"e", kGenericRead, kTruncateExisting, false, kErrorInvalidParameter},
+        {"e", kGenericRead, 0, false, kErrorInvalidParameter},
+        {"e", kGenericRead, 6, false, kErrorInvalidParameter},
+        {"e", kGenericRead, 9, false, kErrorInvalidParameter},
     };
-    for (const auto& [rel, access, disposition, code] : refused) {
-        set_last_error(0);
-        EXPECT_EQ(open(rel, access, disposition), kInvalidFile) << disposition;
-        EXPECT_EQ(last_error(), code) << disposition;
-    }
+    for (const auto& [rel, access, disposition, opens, code] : rows)
+        EXPECT_EQ(try_open(rel, access, disposition), Opened(opens, code)) << rel << " " << disposition;
     EXPECT_EQ(std::filesystem::file_size(dir.path() / "e"), 4u); // never truncated
-    h = open("e", kGenericWrite, kTruncateExisting);
-    ASSERT_NE(h, kInvalidFile);
-    EXPECT_TRUE(close_file(h));
+    EXPECT_TRUE(try_open("e", kGenericWrite, kTruncateExisting).first);
     EXPECT_EQ(std::filesystem::file_size(dir.path() / "e"), 0u);
 }
 
 TEST_F(FileService, ReadOnlyAttributeIsEnforcedForEveryUser) {
     put("ro", "keep");
+    put("src", "new");
     ASSERT_TRUE(set_file_attributes(name("ro"), kAttributeReadOnly));
     EXPECT_EQ(get_file_attributes(name("ro")) & kAttributeReadOnly, kAttributeReadOnly);
-    EXPECT_EQ(open("ro", kGenericWrite, kOpenExisting), kInvalidFile);
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
-    EXPECT_EQ(open("ro", kGenericRead, kCreateAlways), kInvalidFile);
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
-    EXPECT_FALSE(delete_file(name("ro")));
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
-    put("src", "new");
-    EXPECT_FALSE(copy_file(name("src"), name("ro"), false));
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_EQ(try_open("ro", kGenericWrite, kOpenExisting), Opened(false, kErrorAccessDenied));
+    EXPECT_EQ(try_open("ro", kGenericRead, kCreateAlways), Opened(false, kErrorAccessDenied));
+    EXPECT_EQ(code_of(delete_file(name("ro"))), kErrorAccessDenied);
+    EXPECT_EQ(code_of(copy_file(name("src"), name("ro"), false)), kErrorAccessDenied);
     FileHandle h = open("ro", kGenericRead, kOpenExisting);
     ASSERT_NE(h, kInvalidFile);
     char buf[8];
     uint32_t n = 0;
     EXPECT_TRUE(read_file(h, buf, sizeof buf, &n));
     EXPECT_EQ(std::string(buf, n), "keep");
-    EXPECT_FALSE(write_file(h, "x", 1, &n));
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_EQ(code_of(write_file(h, "x", 1, &n)), kErrorAccessDenied);
     EXPECT_FALSE(set_end_of_file(h));
     close_file(h);
     ASSERT_TRUE(set_file_attributes(name("ro"), kAttributeNormal));
@@ -111,8 +102,7 @@ TEST_F(FileService, PointerReadsAndWrites) {
     EXPECT_EQ(std::string(buf, n), "lo");
     EXPECT_TRUE(read_file(h, buf, 16, &n));
     EXPECT_EQ(n, 0u);
-    EXPECT_FALSE(set_file_pointer(h, -6, kFileEnd, &pos));
-    EXPECT_EQ(last_error(), kErrorNegativeSeek);
+    EXPECT_EQ(code_of(set_file_pointer(h, -6, kFileEnd, &pos)), kErrorNegativeSeek);
     EXPECT_TRUE(set_file_pointer(h, 10, kFileBegin, &pos));
     EXPECT_TRUE(write_file(h, "!", 1, &n));
     uint64_t size = 0;
@@ -125,8 +115,7 @@ TEST_F(FileService, PointerReadsAndWrites) {
     EXPECT_TRUE(read_file_at(h, 0, buf, 16, &n));
     EXPECT_EQ(std::string(buf, n), "he");
     EXPECT_TRUE(close_file(h));
-    EXPECT_FALSE(close_file(kInvalidFile));
-    EXPECT_EQ(last_error(), kErrorInvalidHandle);
+    EXPECT_EQ(code_of(close_file(kInvalidFile)), kErrorInvalidHandle);
 }
 
 TEST_F(FileService, LocksConflictBetweenHandles) {
@@ -134,8 +123,7 @@ TEST_F(FileService, LocksConflictBetweenHandles) {
     FileHandle a = open("l", kGenericRead | kGenericWrite, kOpenExisting);
     FileHandle b = open("l", kGenericRead | kGenericWrite, kOpenExisting);
     EXPECT_TRUE(lock_file(a, 2, 4));
-    EXPECT_FALSE(lock_file(b, 5, 1));
-    EXPECT_EQ(last_error(), kErrorLockViolation);
+    EXPECT_EQ(code_of(lock_file(b, 5, 1)), kErrorLockViolation);
     EXPECT_TRUE(lock_file(b, 6, 2));
     EXPECT_TRUE(unlock_file(a, 2, 4));
     EXPECT_TRUE(lock_file(b, 2, 4));
@@ -147,27 +135,24 @@ TEST_F(FileService, LocksConflictBetweenHandles) {
 
 TEST_F(FileService, NameOperations) {
     put("a.txt", "abc");
-    EXPECT_TRUE(copy_file(name("a.txt"), name("b.txt"), true));
-    EXPECT_FALSE(copy_file(name("a.txt"), name("b.txt"), true));
-    EXPECT_EQ(last_error(), kErrorFileExists);
-    EXPECT_FALSE(copy_file(name("A.TXT"), name("a.txt"), false));
-    EXPECT_EQ(last_error(), kErrorSharingViolation);
-    EXPECT_FALSE(move_file(name("a.txt"), name("b.txt")));
-    EXPECT_EQ(last_error(), kErrorAlreadyExists);
-    EXPECT_TRUE(move_file(name("a.txt"), name("A.txt"))); // case only
+    // In turn: what each call gives (0 when it succeeds).
+    const std::pair<uint32_t, uint32_t> steps[] = {
+        {code_of(copy_file(name("a.txt"), name("b.txt"), true)), 0},
+        {code_of(copy_file(name("a.txt"), name("b.txt"), true)), kErrorFileExists},
+        {code_of(copy_file(name("A.TXT"), name("a.txt"), false)), kErrorSharingViolation},
+        {code_of(move_file(name("a.txt"), name("b.txt"))), kErrorAlreadyExists},
+        {code_of(move_file(name("a.txt"), name("A.txt"))), 0}, // case only
+        {code_of(create_directory(name("d"))), 0},
+        {code_of(create_directory(name("D"))), kErrorAlreadyExists},
+        {code_of(create_directory(name("x/y"))), kErrorPathNotFound},
+        {code_of(move_file(name("b.txt"), name("d/b.txt"))), 0},
+        {code_of(remove_directory(name("d"))), kErrorDirNotEmpty},
+        {code_of(remove_directory(name("A.txt"))), kErrorDirectory},
+        {code_of(delete_file(name("d"))), kErrorAccessDenied},
+    };
+    for (std::size_t i = 0; i < std::size(steps); ++i)
+        EXPECT_EQ(steps[i].first, steps[i].second) << "step " << i;
     EXPECT_TRUE(std::filesystem::exists(dir.path() / "A.txt"));
-    EXPECT_TRUE(create_directory(name("d")));
-    EXPECT_FALSE(create_directory(name("D")));
-    EXPECT_EQ(last_error(), kErrorAlreadyExists);
-    EXPECT_FALSE(create_directory(name("x/y")));
-    EXPECT_EQ(last_error(), kErrorPathNotFound);
-    EXPECT_TRUE(move_file(name("b.txt"), name("d/b.txt")));
-    EXPECT_FALSE(remove_directory(name("d")));
-    EXPECT_EQ(last_error(), kErrorDirNotEmpty);
-    EXPECT_FALSE(remove_directory(name("A.txt")));
-    EXPECT_EQ(last_error(), kErrorDirectory);
-    EXPECT_FALSE(delete_file(name("d")));
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
     std::vector<FileInfo> entries;
     EXPECT_TRUE(list_directory(name(""), entries));
     ASSERT_EQ(entries.size(), 2u);
@@ -175,14 +160,14 @@ TEST_F(FileService, NameOperations) {
     EXPECT_EQ(entries[0].attributes, kAttributeNormal);
     EXPECT_EQ(entries[0].size, 3u);
     EXPECT_EQ(entries[1].attributes, kAttributeDirectory);
-    EXPECT_FALSE(list_directory(name("A.txt"), entries));
-    EXPECT_EQ(last_error(), kErrorDirectory);
+    EXPECT_EQ(code_of(list_directory(name("A.txt"), entries)), kErrorDirectory);
     EXPECT_TRUE(delete_file(name("D/B.TXT")));
     EXPECT_TRUE(remove_directory(name("d")));
-    EXPECT_EQ(get_file_attributes(name("d")), kInvalidAttributes);
-    EXPECT_EQ(last_error(), kErrorFileNotFound);
-    EXPECT_EQ(get_file_attributes(name("d/e")), kInvalidAttributes);
-    EXPECT_EQ(last_error(), kErrorPathNotFound);
+    for (const auto& [rel, code] :
+         {std::pair{"d", kErrorFileNotFound}, std::pair{"d/e", kErrorPathNotFound}}) {
+        EXPECT_EQ(get_file_attributes(name(rel)), kInvalidAttributes);
+        EXPECT_EQ(last_error(), code);
+    }
 }
 
 TEST_F(FileService, Times) {

@@ -27,6 +27,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The code of a call's failure, 0 when it succeeds.
+uint32_t code_of(bool ok) {
+    return ok ? 0 : last_error();
+}
+
 // An environment variable set for the lifetime of the object.
 struct ScopedEnv {
     std::string name;
@@ -61,19 +66,12 @@ class Trash : public ::testing::Test {
 };
 
 TEST_F(Trash, RefusalsLeaveEverythingInPlace) {
-    struct Row {
-        std::u16string name;
-        uint32_t code;
-    };
-    const Row rows[] = {
-        {u"/", kErrorAccessDenied}, // the device root itself
-        {name("d/none.txt"), kErrorFileNotFound},
-        {name("nodir/none.txt"), kErrorPathNotFound},
-    };
-    for (const Row& r : rows) {
+    // The device root itself, a missing file, a missing folder.
+    for (const auto& [trashed, code] : {std::pair{std::u16string(u"/"), kErrorAccessDenied},
+                                        {name("d/none.txt"), kErrorFileNotFound},
+                                        {name("nodir/none.txt"), kErrorPathNotFound}}) {
         set_last_error(0);
-        EXPECT_FALSE(move_to_trash(r.name));
-        EXPECT_EQ(last_error(), r.code);
+        EXPECT_EQ(code_of(move_to_trash(trashed)), code);
     }
     EXPECT_FALSE(fs::exists(host("xdg/Trash")));
 }
@@ -115,8 +113,7 @@ TEST_F(Trash, AnUnusableTrashKeepsTheFile) {
     put("blocker", "not a directory");
     setenv("XDG_DATA_HOME", host("blocker").c_str(), 1);
     put("d/keep.txt", "keep");
-    EXPECT_FALSE(move_to_trash(name("d/keep.txt")));
-    EXPECT_NE(last_error(), kErrorSuccess);
+    EXPECT_NE(code_of(move_to_trash(name("d/keep.txt"))), kErrorSuccess);
     EXPECT_EQ(slurp(host("d/keep.txt")), "keep");
 }
 
@@ -134,28 +131,22 @@ TEST_F(Trash, HomeIsTheFallbackOfTheDataHome) {
 TEST(ClockRefusals, FieldsOutOfRangeNeverReachTheSystem) {
     SystemTime good;
     good.year = 2024, good.month = 2, good.day = 29, good.hour = 12;
-    struct Row {
-        int32_t SystemTime::*field;
-        int32_t value;
-    };
-    const Row rows[] = {
-        {&SystemTime::year, 1600},         {&SystemTime::year, 30828},      {&SystemTime::month, 0},
-        {&SystemTime::month, 13},          {&SystemTime::day, 0},           {&SystemTime::day, 32},
-        {&SystemTime::hour, 24},           {&SystemTime::minute, -1},       {&SystemTime::second, 60},
-        {&SystemTime::milliseconds, 1000}, {&SystemTime::milliseconds, -1},
-    };
-    for (const Row& r : rows) {
+    const std::pair<int32_t SystemTime::*, int32_t> rows[] = {
+        {&SystemTime::year, 1600},         {&SystemTime::year, 30828},     {&SystemTime::month, 0},
+        {&SystemTime::month, 13},          {&SystemTime::day, 0},          {&SystemTime::day, 32},
+        {&SystemTime::hour, 24},           {&SystemTime::minute, -1},      {&SystemTime::second, 60},
+        {&SystemTime::milliseconds, 1000}, {&SystemTime::milliseconds, -1}};
+    for (const auto& [field, value] : rows) {
         SystemTime t = good;
-        t.*r.field = r.value;
+        t.*field = value;
         uint32_t error = 0;
         set_last_error(0);
-        EXPECT_FALSE(system_clock().set_local_time(t, &error)) << r.value;
+        EXPECT_EQ(code_of(system_clock().set_local_time(t, &error)), kErrorInvalidParameter) << value;
         EXPECT_EQ(error, kErrorInvalidParameter);
-        EXPECT_EQ(last_error(), kErrorInvalidParameter);
         EXPECT_FALSE(system_clock().set_local_time(t, nullptr));
         SystemTime out;
-        EXPECT_FALSE(utc_to_local(t, out)) << r.value;
-        EXPECT_FALSE(local_to_utc(t, out)) << r.value;
+        EXPECT_FALSE(utc_to_local(t, out)) << value;
+        EXPECT_FALSE(local_to_utc(t, out)) << value;
     }
 }
 
@@ -185,8 +176,7 @@ TEST(ChildProcesses, MovingKeepsOneOwnerOfTheProcess) {
     for (const auto& [program, args, code] : refused) {
         ChildProcess none;
         set_last_error(0);
-        EXPECT_FALSE(start_process(program, args, none));
-        EXPECT_EQ(last_error(), code);
+        EXPECT_EQ(code_of(start_process(program, args, none)), code);
         EXPECT_FALSE(none.valid());
         EXPECT_EQ(none.wait(0), 0xFFFFFFFFu);
         EXPECT_EQ(start_background_process(program, args), 0);
@@ -229,28 +219,21 @@ TEST(DirectoryRefusals, PlainFilesAndMissingFoldersWhereADirectoryIsNeeded) {
     kp::test::TempDir dir;
     std::ofstream(dir.path() / "file") << "12345";
     auto name = [&](const std::string& rel) { return from_utf8((dir.path() / rel).string()); };
-    struct Row {
-        std::string rel;
-        uint32_t code;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, uint32_t> rows[] = {
         {"file", kErrorDirectory}, {"none", kErrorPathNotFound}, {"none/deeper", kErrorPathNotFound}};
-    for (const Row& r : rows) {
+    for (const auto& [rel, code] : rows) {
         DirectoryReader reader;
         set_last_error(0);
-        EXPECT_FALSE(reader.open(name(r.rel))) << r.rel;
-        EXPECT_EQ(last_error(), r.code) << r.rel;
+        EXPECT_EQ(code_of(reader.open(name(rel))), code) << rel;
         uint64_t total = 99;
-        EXPECT_FALSE(directory_size(name(r.rel), total)) << r.rel;
-        EXPECT_EQ(last_error(), r.code) << r.rel;
-        EXPECT_FALSE(remove_directory_tree(name(r.rel))) << r.rel;
+        EXPECT_EQ(code_of(directory_size(name(rel), total)), code) << rel;
+        EXPECT_FALSE(remove_directory_tree(name(rel))) << rel;
     }
     EXPECT_EQ(fs::file_size(dir.path() / "file"), 5u);
     // A file standing where the tree, or one of its levels, should be.
     for (const char* rel : {"file", "file/sub", "file/sub/deeper"}) {
         set_last_error(0);
-        EXPECT_FALSE(create_directory_tree(name(rel))) << rel;
-        EXPECT_NE(last_error(), kErrorSuccess) << rel;
+        EXPECT_NE(code_of(create_directory_tree(name(rel))), kErrorSuccess) << rel;
     }
     EXPECT_TRUE(fs::is_regular_file(dir.path() / "file"));
     EXPECT_TRUE(create_directory_tree(name("a/b/c")));
@@ -277,7 +260,6 @@ TEST(DirectoryRefusals, RemovingATreeNeverFollowsItsLinks) {
 
 TEST(FileRefusals, HandlesRefuseWhatTheirAccessForbids) {
     kp::test::TempDir dir;
-    set_last_error(0);
     EXPECT_EQ(create_file(u"/", kGenericRead, kShareRead, kOpenExisting, 0), kInvalidFile); // the root
     EXPECT_EQ(last_error(), kErrorAccessDenied);
 
@@ -287,26 +269,22 @@ TEST(FileRefusals, HandlesRefuseWhatTheirAccessForbids) {
     ASSERT_NE(reader, kInvalidFile);
     uint64_t pos = 77;
     for (uint32_t origin : {3u, 4u, 0xFFFFFFFFu}) {
-        EXPECT_FALSE(set_file_pointer(reader, 0, origin, &pos)) << origin;
-        EXPECT_EQ(last_error(), kErrorInvalidParameter);
+        EXPECT_EQ(code_of(set_file_pointer(reader, 0, origin, &pos)), kErrorInvalidParameter) << origin;
     }
     EXPECT_EQ(pos, 77u);
     // A whole-file write lock needs write access; a read lock is granted and released.
-    EXPECT_FALSE(lock_whole_file(reader, true));
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_EQ(code_of(lock_whole_file(reader, true)), kErrorAccessDenied);
     EXPECT_TRUE(lock_whole_file(reader, false));
     EXPECT_TRUE(unlock_whole_file(reader));
     EXPECT_TRUE(unlock_whole_file(reader)); // nothing held: still fine
     FileHandle writer = create_file(name, kGenericWrite, kShareRead | kShareWrite, kOpenExisting, 0);
     ASSERT_NE(writer, kInvalidFile);
-    EXPECT_FALSE(lock_whole_file(writer, false)); // a read lock on a write-only handle
-    EXPECT_EQ(last_error(), kErrorAccessDenied);
+    EXPECT_EQ(code_of(lock_whole_file(writer, false)), kErrorAccessDenied); // a read lock, write-only handle
     EXPECT_TRUE(lock_whole_file(writer, true));
     EXPECT_TRUE(unlock_whole_file(writer));
     EXPECT_TRUE(close_file(writer));
     EXPECT_TRUE(close_file(reader));
-    EXPECT_FALSE(unlock_whole_file(kInvalidFile));
-    EXPECT_EQ(last_error(), kErrorInvalidHandle);
+    EXPECT_EQ(code_of(unlock_whole_file(kInvalidFile)), kErrorInvalidHandle);
 }
 
 TEST(MemoryCopies, AddressesOfThisProcessOnly) {
@@ -317,17 +295,12 @@ TEST(MemoryCopies, AddressesOfThisProcessOnly) {
     EXPECT_TRUE(write_memory(reinterpret_cast<uintptr_t>(target), "XYZ", 3));
     EXPECT_STREQ(target, "XYZdefg");
     EXPECT_TRUE(read_memory(0, target, 0)); // nothing to copy
-    struct Row {
-        uintptr_t address;
-        const char* why;
-    };
-    const Row rows[] = {{0, "null"}, {16, "first page"}, {~uintptr_t(0) - 64, "top of the address space"}};
-    for (const Row& r : rows) {
+    const std::pair<uintptr_t, const char*> rows[] = {
+        {0, "null"}, {16, "first page"}, {~uintptr_t(0) - 64, "top of the address space"}};
+    for (const auto& [address, why] : rows) {
         set_last_error(0);
-        EXPECT_FALSE(read_memory(r.address, target, 4)) << r.why;
-        EXPECT_EQ(last_error(), kErrorNoAccess) << r.why;
-        EXPECT_FALSE(write_memory(r.address, source, 4)) << r.why;
-        EXPECT_EQ(last_error(), kErrorNoAccess) << r.why;
+        EXPECT_EQ(code_of(read_memory(address, target, 4)), kErrorNoAccess) << why;
+        EXPECT_EQ(code_of(write_memory(address, source, 4)), kErrorNoAccess) << why;
     }
     EXPECT_STREQ(target, "XYZdefg");
 }
@@ -347,9 +320,9 @@ TEST(FileCopies, AcrossFileSystemsAndOntoFolders) {
     fs::create_directories(dir.path() / "folder");
     std::ofstream(dir.path() / "src") << "s";
     set_last_error(0);
-    EXPECT_FALSE(copy_file(from_utf8((dir.path() / "src").string()),
-                           from_utf8((dir.path() / "folder").string()), false));
-    EXPECT_NE(last_error(), kErrorSuccess);
+    EXPECT_NE(code_of(copy_file(from_utf8((dir.path() / "src").string()),
+                                from_utf8((dir.path() / "folder").string()), false)),
+              kErrorSuccess);
     EXPECT_TRUE(fs::is_directory(dir.path() / "folder"));
 }
 

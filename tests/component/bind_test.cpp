@@ -32,32 +32,15 @@ void capture(kp_value_interface*, void* handle, const void* value, uint32_t type
     auto* c = static_cast<Captured*>(handle);
     ++c->calls;
     c->type = type;
-    switch (type) {
-    case KP_T_BOOL:
-    case KP_T_INT:
-        c->number = *static_cast<const int32_t*>(value);
-        break;
-    case KP_T_INT64:
-        c->number = *static_cast<const int64_t*>(value);
-        break;
-    case KP_T_REAL:
-        c->real = *static_cast<const double*>(value);
-        break;
-    case KP_T_STRING_RESULT:
-        c->text = std::u16string(kp::str::view(*static_cast<char16_t* const*>(value)));
-        break;
-    case KP_T_BUFFER: {
-        auto b = kp::str::bytes(*static_cast<char16_t* const*>(value));
-        c->bytes.assign(b.begin(), b.end());
-        break;
-    }
-    case KP_T_ANY: {
+    auto str = [&] { return *static_cast<char16_t* const*>(value); };
+    if (type == KP_T_BOOL || type == KP_T_INT) c->number = *static_cast<const int32_t*>(value);
+    if (type == KP_T_INT64) c->number = *static_cast<const int64_t*>(value);
+    if (type == KP_T_REAL) c->real = *static_cast<const double*>(value);
+    if (type == KP_T_STRING_RESULT) c->text = std::u16string(kp::str::view(str()));
+    if (type == KP_T_BUFFER) c->bytes.assign(kp::str::bytes(str()).begin(), kp::str::bytes(str()).end());
+    if (type == KP_T_ANY) {
         const auto* v = static_cast<const kp_variant*>(value);
         c->number = kp::variant::type_of(v) == KP_T_INT ? v->value.i32 : -1;
-        break;
-    }
-    default:
-        break;
     }
 }
 
@@ -209,15 +192,9 @@ TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
     int32_t yes = 1, no = 0, a = 40, two = 2, one = 1, v = 21, wide = 0x18000;
     int64_t big = int64_t{1} << 40;
     double half = 0.5;
-    struct Row {
-        const char* what;
-        kp_handler handler;
-        std::vector<void*> args;
-        uint32_t type;
-        int64_t number = 0;
-        std::u16string text = u"";
-        std::vector<uint8_t> bytes = {};
-        double real = 0;
+    // clang-format off
+    struct Row { const char* what; kp_handler handler; std::vector<void*> args; uint32_t type;
+                 int64_t number = 0; std::u16string text = u""; std::vector<uint8_t> bytes = {}; double real = 0;
     } rows[] = {
         {"int", handlers::AddChecked, {&a, &two}, KP_T_INT, 42},
         {"strings", handlers::Join, {&l, &yes, &r}, KP_T_STRING_RESULT, 0, u"ab|cd"},
@@ -225,8 +202,7 @@ TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
         {"lambda", handlers::Fixed, {&l}, KP_T_STRING_RESULT, 0, u"ab|fixed"},
         {"buffer", handlers::Reversed, {&b}, KP_T_BUFFER, 0, u"", {3, 2, 1}},
         {"int64", handlers::Widen, {&big, &half}, KP_T_INT64, int64_t{1} << 39},
-        {"any", handlers::Boxed, {&v}, KP_T_ANY, 42},
-        {"int16", handlers::Short, {&wide}, KP_T_INT, -32768},
+        {"any", handlers::Boxed, {&v}, KP_T_ANY, 42}, {"int16", handlers::Short, {&wide}, KP_T_INT, -32768},
         {"text kind", handlers::KindOf, {&l}, KP_T_STRING_RESULT, 0, u"text:ab"},
         {"buffer kind", handlers::KindOf, {&b}, KP_T_STRING_RESULT, 0, u"buffer:3"},
         {"null kind", handlers::KindOf, {&none}, KP_T_STRING_RESULT, 0, u"text:"},
@@ -238,8 +214,8 @@ TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
         {"middle left out", handlers::WithDefault, {&one, nullptr, &l}, KP_T_INT, 172},
         {"last left out", handlers::WithDefault, {&one, &two, nullptr}, KP_T_INT, 123},
         {"two left out", handlers::WithDefault, {&one, nullptr, nullptr}, KP_T_INT, 173},
-        {"null string given", handlers::WithDefault, {&one, &two, &none}, KP_T_INT, 120},
-    };
+        {"null string given", handlers::WithDefault, {&one, &two, &none}, KP_T_INT, 120}};
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         Frame f;
@@ -316,16 +292,11 @@ namespace {
 enum class Throw { BadAlloc, SystemError, LengthError, Int };
 Throw g_throw;
 void throw_it(Throw t) {
-    switch (t) {
-    case Throw::BadAlloc:
-        throw std::bad_alloc();
-    case Throw::SystemError:
+    if (t == Throw::BadAlloc) throw std::bad_alloc();
+    if (t == Throw::SystemError)
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    case Throw::LengthError:
-        throw std::length_error("vector");
-    case Throw::Int:
-        throw 7;
-    }
+    if (t == Throw::LengthError) throw std::length_error("vector");
+    throw 7;
 }
 void capture_after_throw(kp_value_interface* vi, void* handle, const void* value, uint32_t type) {
     auto* c = static_cast<Captured*>(handle);

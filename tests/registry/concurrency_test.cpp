@@ -28,36 +28,37 @@ std::u16string u16(const std::string& s) {
 std::u16string writer_key(int writer) {
     return u16("HKEY_CURRENT_USER\\Stress\\W" + std::to_string(writer));
 }
-
-// The last write a writer logged as acknowledged (0 when none).
-int last_logged(const std::string& log) {
-    std::ifstream in(log);
-    int n = 0, last = 0;
-    while (in >> n)
-        last = n;
-    return last;
+// Write n of a writer: every tenth a new key, the others values.
+bool write_n(int writer, int n, CXError& err) {
+    const std::u16string key = writer_key(writer), tag = u16(std::to_string(n));
+    return n % 10 == 0 ? create_key(key + u"\\K" + tag, err)
+                       : set_integer(key, ValueRef::named(u"v" + tag), n, err);
+}
+bool written(int writer, int n) {
+    const std::u16string key = writer_key(writer), tag = u16(std::to_string(n));
+    return n % 10 == 0 ? exists(key + u"\\K" + tag)
+                       : query_value(key, ValueRef::named(u"v" + tag)).integer == n;
 }
 
-// Child process: writes 1..kWrites (every tenth a new key, the others
-// values), logging each write that returned true, resuming after the last
-// logged one.
+// Child process: writes 1..kWrites, logging each write that returned true,
+// resuming after the last logged one.
 [[noreturn]] void run_writer(const std::string& file, const std::string& log, int writer) {
     platform::registry::use_database(file);
+    int n = 0; // the last write logged
+    std::ifstream in(log);
+    for (int logged; in >> logged;)
+        n = logged;
     int fd = open(log.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
     kp_error_record record{};
     CXError err(&record);
-    std::u16string key = writer_key(writer);
-    while (!create_key(key, err))
+    while (!create_key(writer_key(writer), err))
         usleep(1000);
-    for (int n = last_logged(log) + 1; n <= kWrites; ++n) {
-        std::string tag = std::to_string(n);
-        bool ok = n % 10 == 0 ? create_key(key + u16("\\K" + tag), err)
-                              : set_integer(key, ValueRef::named(u16("v" + tag)), n, err);
-        if (!ok) {
+    while (++n <= kWrites) {
+        if (!write_n(writer, n, err)) {
             --n; // busy: the same write again
             continue;
         }
-        std::string line = tag + "\n";
+        std::string line = std::to_string(n) + "\n";
         if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(3);
     }
     _exit(0);
@@ -113,16 +114,9 @@ TEST(Concurrency, KilledWriterLosesNothingAcknowledged) {
     EXPECT_EQ(kp::test::sql_text(file, "PRAGMA integrity_check"), "ok");
     platform::registry::use_database(file);
     for (int w = 0; w < 2; ++w) {
-        std::ifstream in(logs[w]);
         int n = 0, count = 0, missing = 0;
-        while (in >> n) {
-            ++count;
-            std::u16string key = writer_key(w);
-            bool there = n % 10 == 0
-                             ? exists(key + u16("\\K" + std::to_string(n)))
-                             : query_value(key, ValueRef::named(u16("v" + std::to_string(n)))).integer == n;
-            if (!there) ++missing;
-        }
+        for (std::ifstream in(logs[w]); in >> n; ++count)
+            missing += !written(w, n);
         EXPECT_GE(count, kWrites) << "writer " << w;
         EXPECT_EQ(missing, 0) << "writer " << w;
     }

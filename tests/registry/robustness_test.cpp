@@ -45,16 +45,12 @@ TEST(UnusableDatabases, FailWithTheirErrorsAndStayUntouched) {
     };
     std::string later = database("later.sqlite3", "CREATE TABLE other(x); PRAGMA user_version = 7");
     std::string foreign = database("foreign.sqlite3", "CREATE TABLE mine(x); INSERT INTO mine VALUES(1)");
-    struct Case {
-        std::string file;
-        uint32_t system;
-    } cases[] = {
-        {garbage, 1009},
-        {later, 1009},
+    // clang-format off
+    struct Case { std::string file; uint32_t system; } cases[] = {
+        {garbage, 1009}, {later, 1009},
         {foreign, 1009}, // another program's database
-        {(dir.path() / "no" / "such" / "folder.sqlite3").string(), 1011},
-        {"", 1010},
-    };
+        {(dir.path() / "no" / "such" / "folder.sqlite3").string(), 1011}, {"", 1010}};
+    // clang-format on
     for (const auto& c : cases) {
         store::use_database(c.file);
         Outcome o = write_one(u"HKEY_CURRENT_USER");

@@ -78,12 +78,10 @@ T.group("functions and constants listings, describe", function()
     { "functions 'PÂQUES'", "Pâques%s+Easter" }, { "functions 'TwainToBMP'", "TwainToBMP%s+2%s+not provided" },
     { "functions --family registry", "RegistreLit%s+RegistryQueryValue%s+The data of a value" },
     { "constants 'fo*'", "foLecture%s+foRead%s+1\n" }, { "constants exeName", "exeNom%s+exeName%s+%(not provided%)" },
-    { "constants orient9", '^Orient90%s+Orient90%s+"90"\n$' },
     { "describe fopen", "^fOuvre / fOpen: Files, provided\n  Opens a file" },
     { "describe fopen", "\n  fOpen%(file: string, mode: integer%) %-> integer\n" },
-    { "describe fopen", "On failure: %-1; errors it may record: 0 80021 80600" },
     { "describe DateVersChaine", "^DateVersChaîne / DateToString: Dates and times" },
-    { "describe 'DATEVERSCHAÎNE'", "mask: string%) %-> string" }, { "describe TwainToBMP", "not provided" },
+    { "describe 'DATEVERSCHAÎNE'", "mask: string%) %-> string" },
     { "describe MatchRegularExpression", "variables: any by reference" },
     { "describe fLockEmptyFile", "constant, %-2" },
   }

@@ -47,10 +47,10 @@ class FileService : public ::testing::Test {
 // access or an existing file, are refused.
 TEST_F(FileService, Dispositions) {
     put("e", "data");
+    // clang-format off
     const std::tuple<const char*, uint32_t, uint32_t, bool, uint32_t> rows[] = {
         {"f", kGenericWrite, kOpenExisting, false, kErrorFileNotFound},
-        {"f", kGenericWrite, kCreateNew, true, 0},
-        {"f", kGenericWrite, kCreateNew, false, kErrorFileExists},
+        {"f", kGenericWrite, kCreateNew, true, 0}, {"f", kGenericWrite, kCreateNew, false, kErrorFileExists},
         {"f", kGenericRead, kOpenAlways, true, kErrorAlreadyExists},
         {"g", kGenericRead, kOpenAlways, true, 0},
         {"g", kGenericWrite, kCreateAlways, true, kErrorAlreadyExists},
@@ -59,8 +59,8 @@ TEST_F(FileService, Dispositions) {
         {"e", kGenericRead, kTruncateExisting, false, kErrorInvalidParameter},
         {"e", kGenericRead, 0, false, kErrorInvalidParameter},
         {"e", kGenericRead, 6, false, kErrorInvalidParameter},
-        {"e", kGenericRead, 9, false, kErrorInvalidParameter},
-    };
+        {"e", kGenericRead, 9, false, kErrorInvalidParameter}};
+    // clang-format on
     for (const auto& [rel, access, disposition, opens, code] : rows)
         EXPECT_EQ(try_open(rel, access, disposition), Opened(opens, code)) << rel << " " << disposition;
     EXPECT_EQ(std::filesystem::file_size(dir.path() / "e"), 4u); // never truncated

@@ -72,9 +72,6 @@ int32_t add_checked(int32_t a, CXError& e, int32_t b) {
 std::u16string join(std::u16string_view a, bool upper, std::u16string_view b) {
     return std::u16string(a) + (upper ? u"|" : u"-") + std::u16string(b);
 }
-std::vector<uint8_t> reversed(std::span<const uint8_t> in) {
-    return {in.rbegin(), in.rend()};
-}
 int64_t widen(int64_t v, double scale) {
     return static_cast<int64_t>(static_cast<double>(v) * scale);
 }
@@ -87,9 +84,6 @@ kp::variant::Value boxed(int32_t v) {
     return r;
 }
 int noted = 0;
-void note(int32_t v) {
-    noted = v;
-}
 int32_t with_default(int32_t a, std::optional<int32_t> b, std::optional<std::u16string_view> c) {
     return a * 100 + b.value_or(7) * 10 + static_cast<int32_t>(c.value_or(u"xyz").size());
 }
@@ -165,10 +159,10 @@ static_assert(agrees(kp::sig::WithDefault, &with_default)); // optional paramete
 namespace handlers {
 KP_BIND(AddChecked, add_checked)
 KP_BIND(Join, join)
-KP_BIND(Reversed, reversed)
+KP_BIND(Reversed, [](std::span<const uint8_t> in) { return std::vector<uint8_t>(in.rbegin(), in.rend()); })
 KP_BIND(Widen, widen)
 KP_BIND(Boxed, boxed)
-KP_BIND(Note, note)
+KP_BIND(Note, [](int32_t v) { noted = v; })
 KP_BIND(Fixed, [](std::u16string_view a) { return join(a, true, u"fixed"); })
 KP_BIND(Short, [](int32_t v) -> int16_t { return static_cast<int16_t>(v); })
 KP_BIND(WithDefault, with_default)

@@ -17,68 +17,62 @@ namespace {
 using kp::host::CallStatus;
 using kp::host::Value;
 
-kp::host::CallOutcome call(kp::test::HostFixture& fx, const char* name, std::vector<Value> args) {
-    return fx.host->call(name, args);
-}
-
-TEST(Abi, NamesResolveWithoutRegardToCaseOrLanguage) {
-    kp::test::HostFixture fx;
-    for (const char* name : {"ZigouigouiARoulette", "zigouigouiaroulette", "ZIGOUIGOUIAROULETTE"}) {
-        auto out = call(fx, name, {Value::integer(-7)});
-        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
-        EXPECT_EQ(out.result.kind, Value::Kind::Int);
-        EXPECT_EQ(out.result.i, 24053);
-        EXPECT_EQ(out.error.severity, 1);
-    }
-    // French names in UTF-8; accented capitals fold too.
-    const std::pair<const char*, const char*> same[] = {{"EntierVersDate", "IntegerToDate"},
-                                                        {"HeureVersChaîne", "timetostring"},
-                                                        {"heureverschaîne", "TimeToString"},
-                                                        {"DATEVERSCHAÎNE", "datetostring"},
-                                                        {"EstPair", "ISEVEN"}};
-    for (const auto& [name, other] : same) {
-        EXPECT_NE(fx.host->find_function(name), nullptr) << name;
-        EXPECT_EQ(fx.host->find_function(name), fx.host->find_function(other)) << name;
-    }
-    EXPECT_NE(fx.host->find_constant("foLecture"), nullptr);
-    EXPECT_EQ(fx.host->find_constant("foLecture"), fx.host->find_constant("FOREAD"));
-}
-
-TEST(Abi, ResolutionFailuresDoNotCall) {
-    kp::test::HostFixture fx;
-    EXPECT_EQ(call(fx, "NoSuchFunction", {}).status, CallStatus::UnknownName);
-    EXPECT_EQ(call(fx, "ZigouigouiARoulette", {}).status, CallStatus::NoOverload);
-    auto out = call(fx, "ZigouigouiARoulette", {Value::integer(1LL << 40)});
-    EXPECT_EQ(out.status, CallStatus::BadArgument);
-    EXPECT_NE(out.detail.find("does not fit"), std::string::npos);
-    EXPECT_EQ(call(fx, "ZigouigouiARoulette", {Value::string(u"x")}).status, CallStatus::NoOverload);
-}
-
-// String results go back to the host's allocator after the call; a failure
-// travels in the error record.
-TEST(Abi, ResultsAreReleasedAndFailuresRecorded) {
-    kp::test::HostFixture fx;
-    auto before = fx.host->allocator_stats();
-    for (int i = 0; i < 50; ++i) {
-        auto out = call(fx, "IntegerToDate", {Value::integer(73049 + i)});
-        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
-        ASSERT_EQ(out.result.kind, Value::Kind::String);
-    }
-    auto after = fx.host->allocator_stats();
-    EXPECT_EQ(after.live, before.live);
-    EXPECT_GT(after.creates, before.creates);
-    auto out = call(fx, "DateToInteger", {Value::string(u"2024")});
-    ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
-    EXPECT_EQ(out.error.severity, 2);
-    EXPECT_EQ(out.error.id, 80121u);
-    EXPECT_FALSE(out.error.message.empty());
-}
-
 class EntryTest : public ::testing::Test {
   protected:
     kp::test::HostFixture fx;
     kp::host::Host& host() { return *fx.host; }
+    kp::host::CallOutcome call(const char* name, std::vector<Value> args) { return host().call(name, args); }
 };
+
+TEST_F(EntryTest, NamesResolveWithoutRegardToCaseOrLanguage) {
+    for (const char* name : {"ZigouigouiARoulette", "zigouigouiaroulette", "ZIGOUIGOUIAROULETTE"}) {
+        auto out = call(name, {Value::integer(-7)});
+        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+        EXPECT_EQ(std::tuple(out.result.kind, out.result.i, out.error.severity),
+                  std::tuple(Value::Kind::Int, 24053, 1));
+    }
+    // French names in UTF-8; accented capitals fold too.
+    const std::pair<const char*, const char*> same[] = {
+        {"EntierVersDate", "IntegerToDate"},
+        {"HeureVersChaîne", "timetostring"},
+        {"heureverschaîne", "TimeToString"},
+        {"DATEVERSCHAÎNE", "datetostring"},
+        {"EstPair", "ISEVEN"},
+    };
+    for (const auto& [name, other] : same) {
+        EXPECT_NE(host().find_function(name), nullptr) << name;
+        EXPECT_EQ(host().find_function(name), host().find_function(other)) << name;
+    }
+    EXPECT_NE(host().find_constant("foLecture"), nullptr);
+    EXPECT_EQ(host().find_constant("foLecture"), host().find_constant("FOREAD"));
+}
+
+TEST_F(EntryTest, ResolutionFailuresDoNotCall) {
+    EXPECT_EQ(call("NoSuchFunction", {}).status, CallStatus::UnknownName);
+    EXPECT_EQ(call("ZigouigouiARoulette", {}).status, CallStatus::NoOverload);
+    EXPECT_EQ(call("ZigouigouiARoulette", {Value::string(u"x")}).status, CallStatus::NoOverload);
+    auto out = call("ZigouigouiARoulette", {Value::integer(1LL << 40)});
+    EXPECT_EQ(out.status, CallStatus::BadArgument);
+    EXPECT_NE(out.detail.find("does not fit"), std::string::npos);
+}
+
+// String results go back to the host's allocator after the call; a failure
+// travels in the error record.
+TEST_F(EntryTest, ResultsAreReleasedAndFailuresRecorded) {
+    auto before = host().allocator_stats();
+    for (int i = 0; i < 50; ++i) {
+        auto out = call("IntegerToDate", {Value::integer(73049 + i)});
+        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+        ASSERT_EQ(out.result.kind, Value::Kind::String);
+    }
+    auto after = host().allocator_stats();
+    EXPECT_EQ(after.live, before.live);
+    EXPECT_GT(after.creates, before.creates);
+    auto out = call("DateToInteger", {Value::string(u"2024")});
+    ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+    EXPECT_EQ(std::tuple(out.error.severity, out.error.id), std::tuple(2, 80121u));
+    EXPECT_FALSE(out.error.message.empty());
+}
 
 TEST_F(EntryTest, InfoComposanteAnswers) {
     ASSERT_TRUE(host().loaded()) << host().load_error();

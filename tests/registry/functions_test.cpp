@@ -208,13 +208,11 @@ TEST_F(Functions, ReadingRulesAndTheReadFlag) {
     // clang-format on
     for (auto& c : cases) {
         std::vector<Value> args = {S(c.key), c.value, Value::variable(Value::boolean(true))};
+        SCOPED_TRACE(&c - cases);
         auto r = call_with("RegistryQueryValue", args);
-        EXPECT_EQ(r.result.s, c.want) << c.key.size();
-        EXPECT_EQ(args[2].ref->b, c.read)
-            << std::string(c.key.begin(), c.key.begin() + std::min<size_t>(30, c.key.size()));
-        EXPECT_EQ(r.error.severity, 1);
-        bool exists = ok("RegistryExist", {S(c.key), c.value});
-        EXPECT_EQ(exists, c.read && !c.key.empty());
+        EXPECT_EQ(std::tuple(r.result.s, args[2].ref->b, r.error.severity,
+                             ok("RegistryExist", {S(c.key), c.value})),
+                  std::tuple(c.want, c.read, 1, c.read && !c.key.empty()));
     }
     // clang-format off
     const std::pair<const char16_t*, bool> keys[] = {

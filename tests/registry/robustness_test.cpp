@@ -16,6 +16,7 @@
 #include <string>
 #include <sys/wait.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 
 #include "registry/registry.h"
@@ -64,20 +65,18 @@ TEST(UnusableDatabases, FailWithTheirErrorsAndStayUntouched) {
     // clang-format on
     for (const auto& c : cases) {
         store::use_database(c.file);
+        SCOPED_TRACE(c.file);
         Outcome o = write_one(u"HKEY_CURRENT_USER");
-        EXPECT_FALSE(o.written) << c.file;
-        EXPECT_EQ(o.id, 80293u) << c.file;
-        EXPECT_EQ(o.system, c.system) << c.file;
+        EXPECT_EQ(std::tuple(o.written, o.id, o.system), std::tuple(false, 80293u, c.system));
         kp_error_record rec{};
         CXError err(&rec);
         EXPECT_FALSE(create_key(u"HKEY_CURRENT_USER\\X", err));
         EXPECT_EQ(rec.system_code, c.system);
-        EXPECT_FALSE(delete_key(u"HKEY_CURRENT_USER\\X", err));
+        EXPECT_FALSE(delete_key(u"HKEY_CURRENT_USER\\X", err) || exists(u"HKEY_CURRENT_USER"));
         EXPECT_EQ(query_value(u"HKEY_CURRENT_USER", ValueRef::named(u"v")), Data{});
-        EXPECT_FALSE(exists(u"HKEY_CURRENT_USER"));
-        EXPECT_EQ(first_subkey(u"HKEY_CURRENT_USER"), u"");
-        EXPECT_EQ(list_values(u"HKEY_CURRENT_USER", true), u"");
-        EXPECT_EQ(seek(u"HKEY_CURRENT_USER", u"x", kSeekDefault), u"");
+        EXPECT_EQ(first_subkey(u"HKEY_CURRENT_USER") + list_values(u"HKEY_CURRENT_USER", true) +
+                      seek(u"HKEY_CURRENT_USER", u"x", kSeekDefault),
+                  u"");
     }
     store::use_database("");
     std::ifstream in(garbage, std::ios::binary);

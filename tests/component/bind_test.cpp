@@ -32,32 +32,15 @@ void capture(kp_value_interface*, void* handle, const void* value, uint32_t type
     auto* c = static_cast<Captured*>(handle);
     ++c->calls;
     c->type = type;
-    switch (type) {
-    case KP_T_BOOL:
-    case KP_T_INT:
-        c->number = *static_cast<const int32_t*>(value);
-        break;
-    case KP_T_INT64:
-        c->number = *static_cast<const int64_t*>(value);
-        break;
-    case KP_T_REAL:
-        c->real = *static_cast<const double*>(value);
-        break;
-    case KP_T_STRING_RESULT:
-        c->text = std::u16string(kp::str::view(*static_cast<char16_t* const*>(value)));
-        break;
-    case KP_T_BUFFER: {
-        auto b = kp::str::bytes(*static_cast<char16_t* const*>(value));
-        c->bytes.assign(b.begin(), b.end());
-        break;
-    }
-    case KP_T_ANY: {
+    auto str = [&] { return *static_cast<char16_t* const*>(value); };
+    if (type == KP_T_BOOL || type == KP_T_INT) c->number = *static_cast<const int32_t*>(value);
+    if (type == KP_T_INT64) c->number = *static_cast<const int64_t*>(value);
+    if (type == KP_T_REAL) c->real = *static_cast<const double*>(value);
+    if (type == KP_T_STRING_RESULT) c->text = std::u16string(kp::str::view(str()));
+    if (type == KP_T_BUFFER) c->bytes.assign(kp::str::bytes(str()).begin(), kp::str::bytes(str()).end());
+    if (type == KP_T_ANY) {
         const auto* v = static_cast<const kp_variant*>(value);
         c->number = kp::variant::type_of(v) == KP_T_INT ? v->value.i32 : -1;
-        break;
-    }
-    default:
-        break;
     }
 }
 
@@ -89,9 +72,6 @@ int32_t add_checked(int32_t a, CXError& e, int32_t b) {
 std::u16string join(std::u16string_view a, bool upper, std::u16string_view b) {
     return std::u16string(a) + (upper ? u"|" : u"-") + std::u16string(b);
 }
-std::vector<uint8_t> reversed(std::span<const uint8_t> in) {
-    return {in.rbegin(), in.rend()};
-}
 int64_t widen(int64_t v, double scale) {
     return static_cast<int64_t>(static_cast<double>(v) * scale);
 }
@@ -104,9 +84,6 @@ kp::variant::Value boxed(int32_t v) {
     return r;
 }
 int noted = 0;
-void note(int32_t v) {
-    noted = v;
-}
 int32_t with_default(int32_t a, std::optional<int32_t> b, std::optional<std::u16string_view> c) {
     return a * 100 + b.value_or(7) * 10 + static_cast<int32_t>(c.value_or(u"xyz").size());
 }
@@ -182,10 +159,10 @@ static_assert(agrees(kp::sig::WithDefault, &with_default)); // optional paramete
 namespace handlers {
 KP_BIND(AddChecked, add_checked)
 KP_BIND(Join, join)
-KP_BIND(Reversed, reversed)
+KP_BIND(Reversed, [](std::span<const uint8_t> in) { return std::vector<uint8_t>(in.rbegin(), in.rend()); })
 KP_BIND(Widen, widen)
 KP_BIND(Boxed, boxed)
-KP_BIND(Note, note)
+KP_BIND(Note, [](int32_t v) { noted = v; })
 KP_BIND(Fixed, [](std::u16string_view a) { return join(a, true, u"fixed"); })
 KP_BIND(Short, [](int32_t v) -> int16_t { return static_cast<int16_t>(v); })
 KP_BIND(WithDefault, with_default)
@@ -209,15 +186,9 @@ TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
     int32_t yes = 1, no = 0, a = 40, two = 2, one = 1, v = 21, wide = 0x18000;
     int64_t big = int64_t{1} << 40;
     double half = 0.5;
-    struct Row {
-        const char* what;
-        kp_handler handler;
-        std::vector<void*> args;
-        uint32_t type;
-        int64_t number = 0;
-        std::u16string text = u"";
-        std::vector<uint8_t> bytes = {};
-        double real = 0;
+    // clang-format off
+    struct Row { const char* what; kp_handler handler; std::vector<void*> args; uint32_t type;
+                 int64_t number = 0; std::u16string text = u""; std::vector<uint8_t> bytes = {}; double real = 0;
     } rows[] = {
         {"int", handlers::AddChecked, {&a, &two}, KP_T_INT, 42},
         {"strings", handlers::Join, {&l, &yes, &r}, KP_T_STRING_RESULT, 0, u"ab|cd"},
@@ -225,8 +196,7 @@ TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
         {"lambda", handlers::Fixed, {&l}, KP_T_STRING_RESULT, 0, u"ab|fixed"},
         {"buffer", handlers::Reversed, {&b}, KP_T_BUFFER, 0, u"", {3, 2, 1}},
         {"int64", handlers::Widen, {&big, &half}, KP_T_INT64, int64_t{1} << 39},
-        {"any", handlers::Boxed, {&v}, KP_T_ANY, 42},
-        {"int16", handlers::Short, {&wide}, KP_T_INT, -32768},
+        {"any", handlers::Boxed, {&v}, KP_T_ANY, 42}, {"int16", handlers::Short, {&wide}, KP_T_INT, -32768},
         {"text kind", handlers::KindOf, {&l}, KP_T_STRING_RESULT, 0, u"text:ab"},
         {"buffer kind", handlers::KindOf, {&b}, KP_T_STRING_RESULT, 0, u"buffer:3"},
         {"null kind", handlers::KindOf, {&none}, KP_T_STRING_RESULT, 0, u"text:"},
@@ -238,8 +208,8 @@ TEST(Bind, ArgumentsAndResultsFollowTheSignature) {
         {"middle left out", handlers::WithDefault, {&one, nullptr, &l}, KP_T_INT, 172},
         {"last left out", handlers::WithDefault, {&one, &two, nullptr}, KP_T_INT, 123},
         {"two left out", handlers::WithDefault, {&one, nullptr, nullptr}, KP_T_INT, 173},
-        {"null string given", handlers::WithDefault, {&one, &two, &none}, KP_T_INT, 120},
-    };
+        {"null string given", handlers::WithDefault, {&one, &two, &none}, KP_T_INT, 120}};
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         Frame f;
@@ -316,16 +286,11 @@ namespace {
 enum class Throw { BadAlloc, SystemError, LengthError, Int };
 Throw g_throw;
 void throw_it(Throw t) {
-    switch (t) {
-    case Throw::BadAlloc:
-        throw std::bad_alloc();
-    case Throw::SystemError:
+    if (t == Throw::BadAlloc) throw std::bad_alloc();
+    if (t == Throw::SystemError)
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    case Throw::LengthError:
-        throw std::length_error("vector");
-    case Throw::Int:
-        throw 7;
-    }
+    if (t == Throw::LengthError) throw std::length_error("vector");
+    throw 7;
 }
 void capture_after_throw(kp_value_interface* vi, void* handle, const void* value, uint32_t type) {
     auto* c = static_cast<Captured*>(handle);

@@ -1,10 +1,13 @@
-// The exported entry points, answered through the real module as a VM calls them.
+// The exported entry points, answered through the real module as a VM calls
+// them, and calls through it: name resolution, overload choice, results,
+// error records and allocators.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "component/runtime.h"
 #include "support/test_host.h"
@@ -18,7 +21,58 @@ class EntryTest : public ::testing::Test {
   protected:
     kp::test::HostFixture fx;
     kp::host::Host& host() { return *fx.host; }
+    kp::host::CallOutcome call(const char* name, std::vector<Value> args) { return host().call(name, args); }
 };
+
+TEST_F(EntryTest, NamesResolveWithoutRegardToCaseOrLanguage) {
+    for (const char* name : {"ZigouigouiARoulette", "zigouigouiaroulette", "ZIGOUIGOUIAROULETTE"}) {
+        auto out = call(name, {Value::integer(-7)});
+        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+        EXPECT_EQ(std::tuple(out.result.kind, out.result.i, out.error.severity),
+                  std::tuple(Value::Kind::Int, 24053, 1));
+    }
+    // French names in UTF-8; accented capitals fold too.
+    const std::pair<const char*, const char*> same[] = {
+        {"EntierVersDate", "IntegerToDate"},
+        {"HeureVersChaîne", "timetostring"},
+        {"heureverschaîne", "TimeToString"},
+        {"DATEVERSCHAÎNE", "datetostring"},
+        {"EstPair", "ISEVEN"},
+    };
+    for (const auto& [name, other] : same) {
+        EXPECT_NE(host().find_function(name), nullptr) << name;
+        EXPECT_EQ(host().find_function(name), host().find_function(other)) << name;
+    }
+    EXPECT_NE(host().find_constant("foLecture"), nullptr);
+    EXPECT_EQ(host().find_constant("foLecture"), host().find_constant("FOREAD"));
+}
+
+TEST_F(EntryTest, ResolutionFailuresDoNotCall) {
+    EXPECT_EQ(call("NoSuchFunction", {}).status, CallStatus::UnknownName);
+    EXPECT_EQ(call("ZigouigouiARoulette", {}).status, CallStatus::NoOverload);
+    EXPECT_EQ(call("ZigouigouiARoulette", {Value::string(u"x")}).status, CallStatus::NoOverload);
+    auto out = call("ZigouigouiARoulette", {Value::integer(1LL << 40)});
+    EXPECT_EQ(out.status, CallStatus::BadArgument);
+    EXPECT_NE(out.detail.find("does not fit"), std::string::npos);
+}
+
+// String results go back to the host's allocator after the call; a failure
+// travels in the error record.
+TEST_F(EntryTest, ResultsAreReleasedAndFailuresRecorded) {
+    auto before = host().allocator_stats();
+    for (int i = 0; i < 50; ++i) {
+        auto out = call("IntegerToDate", {Value::integer(73049 + i)});
+        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+        ASSERT_EQ(out.result.kind, Value::Kind::String);
+    }
+    auto after = host().allocator_stats();
+    EXPECT_EQ(after.live, before.live);
+    EXPECT_GT(after.creates, before.creates);
+    auto out = call("DateToInteger", {Value::string(u"2024")});
+    ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+    EXPECT_EQ(std::tuple(out.error.severity, out.error.id), std::tuple(2, 80121u));
+    EXPECT_FALSE(out.error.message.empty());
+}
 
 TEST_F(EntryTest, InfoComposanteAnswers) {
     ASSERT_TRUE(host().loaded()) << host().load_error();
@@ -47,25 +101,23 @@ TEST_F(EntryTest, TheComponentObject) {
     obj->ops->set_error_state(obj, 0x1234, 0x5678);
     EXPECT_EQ(host().info(13, 0), 0x1234);
     EXPECT_EQ(host().info(27, 0), 0x5678);
-    char16_t buf[64];
-    obj->ops->set_language(obj, 0);
-    obj->ops->name(obj, buf, 64);
-    EXPECT_EQ(std::u16string(buf), u"Fonctions standard");
-    obj->ops->set_language(obj, 7); // anything but 0 is English
-    obj->ops->name(obj, buf, 64);
-    EXPECT_EQ(std::u16string(buf), u"Standard functions");
-    obj->ops->name(obj, buf, 5); // cut to the buffer, always terminated
-    EXPECT_EQ(std::u16string(buf), u"Stan");
+    // Anything but 0 is English; the name is cut to the buffer, always terminated.
+    for (const auto& [language, size, name] :
+         {std::tuple{0, 64, u"Fonctions standard"}, {7, 64, u"Standard functions"}, {7, 5, u"Stan"}}) {
+        char16_t buf[64];
+        obj->ops->set_language(obj, language);
+        obj->ops->name(obj, buf, size);
+        EXPECT_EQ(std::u16string(buf), name);
+    }
     EXPECT_EQ(obj->ops->description(obj)[0], 0);
     obj->ops->destroy(obj);
 }
 
 TEST_F(EntryTest, CommandsAndExecutionCodes) {
     uintptr_t block[4] = {};
-    EXPECT_EQ(host().general_param(2007, 5), 0); // unknown codes answer 0
-    EXPECT_EQ(host().general_param(0, 0), 0);
-    EXPECT_EQ(host().execution(1, block), 0);
-    EXPECT_EQ(host().execution(3986, block), 0);
+    // Unknown codes answer 0.
+    EXPECT_EQ(host().general_param(2007, 5) + host().general_param(0, 0), 0);
+    EXPECT_EQ(host().execution(1, block) + host().execution(3986, block), 0);
     host().command(99, nullptr); // ignored
     host().command(1, block);
     uintptr_t words[3] = {1, 1, 5}; // locale messages
@@ -73,14 +125,12 @@ TEST_F(EntryTest, CommandsAndExecutionCodes) {
     EXPECT_EQ(host().execution(4877, words), 1);
     // Message text on request, cut to the buffer.
     char16_t buf[64] = {};
-    uintptr_t text[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), 64, 0};
-    host().command(3, text);
-    EXPECT_EQ(std::u16string(buf), u"bytes;KB;MB;GB;TB");
-    EXPECT_EQ(text[4], 17u);
-    text[3] = 6;
-    host().command(3, text);
-    EXPECT_EQ(std::u16string(buf), u"bytes");
-    EXPECT_EQ(text[4], 5u);
+    for (const auto& [size, text] : {std::pair{64u, u"bytes;KB;MB;GB;TB"}, {6u, u"bytes"}}) {
+        uintptr_t request[5] = {0, 25202, reinterpret_cast<uintptr_t>(buf), size, 0};
+        host().command(3, request);
+        EXPECT_EQ(std::u16string(buf), text);
+        EXPECT_EQ(request[4], std::u16string_view(text).size());
+    }
     host().command(3, nullptr);
     // No proxy is declared.
     void* list = nullptr;
@@ -105,9 +155,9 @@ TEST_F(EntryTest, AttachAndConversionsNeedThePeerEntryPoints) {
     EXPECT_EQ(host().execution(4875, detach), 1); // the host's own attach ends: hooks destroyed
     EXPECT_EQ(host().execution(3985, block), 0);
     EXPECT_EQ(host().execution(3985, nullptr), 0);
-    EXPECT_EQ(host().init_conversions(nullptr, 1, 0), 0);
-    EXPECT_EQ(host().init_conversions(nullptr, 2, 3), 0);
-    EXPECT_EQ(host().init_conversions(libm, 2, 0), 0);
+    for (const auto& [module, revision, mode] :
+         {std::tuple{(void*)nullptr, 1, 0}, {nullptr, 2, 3}, {libm, 2, 0}})
+        EXPECT_EQ(host().init_conversions(module, revision, mode), 0);
     dlclose(libm);
     // The component's own handle answers with the component's own entry point:
     // no peer (forwarding a locale message to it would recurse).
@@ -157,6 +207,7 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
     t.self = &context;
     // The sizes of the display and table blocks, and which of their slots
     // are present: screen, screen_power, choose_colour, then kind, cell, self.
+    // clang-format off
     struct Row {
         std::size_t size, table_size;
         const char* present;
@@ -168,9 +219,8 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
         {KP_SLOT_END(kp_display, screen), KP_SLOT_END(kp_table_interface, kind), "100100"},
         {KP_SLOT_END(kp_display, screen_power), KP_SLOT_END(kp_table_interface, cell) - 1, "110100"},
         {all - 1, KP_SLOT_END(kp_table_interface, cell), "110110"}, // a VM that predates `self`
-        {all, table, "111111"},
-        {all + 64, table + 64, "111111"},
-    };
+        {all, table, "111111"}, {all + 64, table + 64, "111111"}};
+    // clang-format on
     for (const Row& r : rows) {
         d.size = static_cast<uint32_t>(r.size);
         t.size = static_cast<uint32_t>(r.table_size);

@@ -1,12 +1,17 @@
 // String buffers: creation limits, release, sharing, shortening and the
-// stepped growth policy, with a counting allocator standing in for the VM's.
+// stepped growth policy, with a counting allocator standing in for the VM's;
+// variants: type changes, payload ownership and conversion through the VM's
+// hooks.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
+#include <vector>
 
 #include "component/runtime.h"
 #include "component/strings.h"
+#include "component/variant.h"
 
 namespace {
 
@@ -17,11 +22,9 @@ struct CountingAllocator {
 
 char16_t* block(CountingAllocator* a, uint32_t cap) {
     auto* h = static_cast<kp_string_header*>(std::malloc(cap + KP_STRING_BLOCK_EXTRA));
+    *h = kp_string_header{};
     h->owner = &a->base;
-    h->flags = 0;
-    h->refcount = 0;
     h->capacity = cap;
-    h->length = 0;
     auto* c = reinterpret_cast<char16_t*>(h + 1);
     std::memset(reinterpret_cast<char*>(c) + cap, 0, 2);
     return c;
@@ -59,27 +62,23 @@ class StringsTest : public ::testing::Test {
 };
 
 TEST_F(StringsTest, Creation) {
-    // Empty and null are the same string.
-    char16_t* s = reinterpret_cast<char16_t*>(1);
-    EXPECT_EQ(kp::str::create(u"", &s), 0);
-    EXPECT_EQ(s, nullptr);
-    EXPECT_EQ(kp::str::create(u"abc", -5, &s), 0);
-    EXPECT_EQ(s, nullptr);
+    // Empty and null are the same string; too long: 108, nothing allocated.
+    const std::pair<int64_t, int> sizes[] = {{0, 0}, {-5, 0}, {0x7FFFFF00LL, 108}, {0x7FFFFFFFLL, 108}};
+    char16_t* s = nullptr;
+    for (const auto& [size, code] : sizes) {
+        s = reinterpret_cast<char16_t*>(1);
+        EXPECT_EQ(kp::str::create(size > 0 ? nullptr : u"abc", size, &s), code) << size;
+        EXPECT_EQ(s, nullptr) << size;
+    }
     EXPECT_EQ(kp::str::length(nullptr), 0u);
     EXPECT_TRUE(kp::str::view(nullptr).empty());
     kp::str::release(nullptr); // nothing happens
-    // Too long: 108, nothing allocated.
-    EXPECT_EQ(kp::str::create(nullptr, 0x7FFFFF00LL, &s), 108);
-    EXPECT_EQ(kp::str::create(nullptr, 0x7FFFFFFFLL, &s), 108);
-    EXPECT_EQ(s, nullptr);
     EXPECT_EQ(alloc.creates + alloc.frees, 0);
     // A buffer carries its header and terminator.
     ASSERT_EQ(kp::str::create(u"héllo", &s), 0);
     const kp_string_header* h = kp_string_header_of(s);
     EXPECT_EQ(h->owner, &alloc.base);
-    EXPECT_EQ((h->flags >> 1) & 7u, 2u);
-    EXPECT_EQ(h->refcount, 1);
-    EXPECT_EQ(h->length, 5u);
+    EXPECT_EQ(std::tuple((h->flags >> 1) & 7u, h->refcount, h->length), std::tuple(2u, 1, 5u));
     EXPECT_GE(h->capacity, 10u);
     EXPECT_EQ(s[5], 0);
     EXPECT_EQ(kp::str::view(s), u"héllo");
@@ -91,9 +90,8 @@ TEST_F(StringsTest, Creation) {
     ASSERT_EQ(kp::str::create_binary(bytes, &s), 0);
     EXPECT_TRUE(kp::str::is_binary(s));
     EXPECT_EQ(kp::str::length(s), 5u);
-    auto span = kp::str::bytes(s);
-    ASSERT_EQ(span.size(), 5u);
-    EXPECT_EQ(span[3], 0xFF);
+    EXPECT_EQ(std::vector<uint8_t>(kp::str::bytes(s).begin(), kp::str::bytes(s).end()),
+              std::vector<uint8_t>(bytes, bytes + 5));
     kp::str::release(s);
     // The allocator's error comes back as is.
     static kp_allocator_ops failing{};
@@ -155,9 +153,8 @@ TEST(StringGrowth, SteppedPolicy) {
 TEST_F(StringsTest, Growth) {
     char16_t* s = nullptr;
     ASSERT_EQ(kp::str::create(u"abc", &s), 0);
-    ASSERT_EQ(kp::str::grow(&s, 1001), 0);
-    EXPECT_EQ(kp_string_header_of(s)->capacity,
-              2002u); // from 6 bytes: shortfall too large, twice the request
+    ASSERT_EQ(kp::str::grow(&s, 1001), 0); // from 6 bytes: shortfall too large, twice the request
+    EXPECT_EQ(kp_string_header_of(s)->capacity, 2002u);
     EXPECT_EQ(kp::str::view(s), u"abc");
     EXPECT_EQ(reinterpret_cast<const char*>(s)[2002], 0);
     EXPECT_EQ(kp::str::grow(&s, 0xFFFFFFFFu), 108);
@@ -178,16 +175,105 @@ TEST_F(StringsTest, Growth) {
 
     s = nullptr;
     ASSERT_EQ(kp::str::create(u"thread", &s), 0);
-    EXPECT_EQ(mine.creates, 1);
-    EXPECT_EQ(alloc.creates, 1);
+    EXPECT_EQ(std::tuple(mine.creates, alloc.creates), std::tuple(1, 1));
     ASSERT_EQ(kp::str::grow(&s, 4000), 0);
-    EXPECT_EQ(mine.grows, 1);
-    EXPECT_EQ(mine.frees, 1); // the old buffer went back to its allocator
+    EXPECT_EQ(std::tuple(mine.grows, mine.frees),
+              std::tuple(1, 1)); // the old buffer went back to its allocator
     EXPECT_EQ(kp_string_header_of(s)->refcount, 1);
     EXPECT_EQ(kp::str::view(s), u"thread");
     kp::str::release(s);
     EXPECT_EQ(mine.frees, 2);
     g_tls_allocator = nullptr;
+}
+
+int g_hook_calls = 0, g_end_calls = 0, g_flag = -1;
+int32_t g_hook_result = 0;
+
+int32_t hook(const kp_payload* v, uint32_t from, kp_payload* scratch, uint32_t to) {
+    ++g_hook_calls;
+    if (g_hook_result >= 100) return g_hook_result;
+    if (from == KP_T_INT && to == KP_T_REAL) scratch->real = v->i32 + 0.5;
+    if (from == KP_T_INT && to == KP_T_STRING) kp::str::create(u"42", &scratch->str);
+    return g_hook_result;
+}
+int32_t hook_ex(const kp_payload* v, uint32_t from, kp_payload* scratch, uint32_t to, int32_t flag) {
+    g_flag = flag;
+    return hook(v, from, scratch, to);
+}
+void end(kp_payload*) {
+    ++g_end_calls;
+}
+
+class VariantTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        saved = kp::variant::hooks();
+        kp::variant::hooks() = {hook, hook_ex, end};
+        kp::variant::init(&v);
+    }
+    void TearDown() override {
+        kp::variant::destroy(&v);
+        kp::variant::hooks() = saved;
+        g_hook_calls = g_end_calls = g_hook_result = 0;
+        g_flag = -1;
+    }
+    kp_variant v;
+    kp::variant::Hooks saved;
+};
+
+TEST_F(VariantTest, ConversionThroughTheHooks) {
+    kp::variant::set_int(&v, 7);
+    EXPECT_EQ(kp::variant::convert(&v, KP_T_INT), 0); // its own type: no hook
+    EXPECT_EQ(g_hook_calls, 0);
+    EXPECT_EQ(v.value.i32, 7);
+    // The extended hook is preferred; the status bits are kept.
+    kp::variant::set_int(&v, 2);
+    v.type |= 0x100 | 0x400;
+    EXPECT_EQ(kp::variant::convert(&v, KP_T_REAL), 0);
+    EXPECT_EQ(g_flag, 1);
+    EXPECT_EQ(g_end_calls, 1);
+    EXPECT_EQ(kp::variant::type_of(&v), KP_T_REAL);
+    EXPECT_EQ(v.type & 0x500, 0x500);
+    EXPECT_DOUBLE_EQ(v.value.real, 2.5);
+    // The plain hook when there is no extended one.
+    g_flag = -1;
+    kp::variant::hooks().convert_ex = nullptr;
+    kp::variant::set_int(&v, 1);
+    EXPECT_EQ(kp::variant::convert(&v, KP_T_STRING), 0);
+    EXPECT_EQ(g_flag, -1);
+    EXPECT_EQ(kp::str::view(v.value.str), u"42"); // the value word of the scratch area
+}
+
+TEST_F(VariantTest, FailedConversionLeavesTheVariantUnchanged) {
+    kp::variant::set_int(&v, 9);
+    g_hook_result = 150;
+    EXPECT_EQ(kp::variant::convert(&v, KP_T_REAL), 150);
+    EXPECT_EQ(kp::variant::type_of(&v), KP_T_INT);
+    EXPECT_EQ(v.value.i32, 9);
+    EXPECT_EQ(g_end_calls, 0);
+    kp::variant::hooks() = {};
+    EXPECT_EQ(kp::variant::convert(&v, KP_T_REAL), 100); // no hooks installed
+}
+
+TEST_F(VariantTest, StringsAreSharedAndReleased) {
+    ASSERT_EQ(kp::variant::set_string(&v, u"payload"), 0);
+    kp_variant w;
+    kp::variant::init(&w);
+    EXPECT_EQ(kp::variant::copy(&w, &v), 0);
+    EXPECT_EQ(w.value.str, v.value.str);
+    char16_t* s = v.value.str;
+    EXPECT_EQ(kp_string_header_of(s)->refcount, 2);
+    kp::variant::destroy(&w);
+    EXPECT_EQ(kp_string_header_of(s)->refcount, 1);
+    char16_t* extra = nullptr;
+    kp::str::share(&extra, s);
+    kp::variant::set_int(&v, 3); // setting another type releases the string
+    EXPECT_EQ(kp_string_header_of(s)->refcount, 1);
+    EXPECT_EQ(v.value.i32, 3);
+    kp::str::release(extra);
+    // One table of operations a type; the status bits are ignored.
+    EXPECT_NE(kp::variant::ops_for(0x12), kp::variant::ops_for(0x13));
+    EXPECT_EQ(kp::variant::ops_for(0x0112), kp::variant::ops_for(0x12));
 }
 
 } // namespace

@@ -1,13 +1,21 @@
-// The error definition table: its shape, its special rows and their order,
-// and the identifiers the families raise.
+// The error definition table (its shape, special rows and order, the
+// identifiers the families raise, its rows applied through the error object)
+// and the message catalogue and system texts (both languages, inserts against
+// what the callers pass, texts other families parse, seen through the module).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <set>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "component/error.h"
+#include "kp120/vm.h"
+#include "support/test_host.h"
 
 namespace {
 
@@ -19,22 +27,15 @@ std::span<const kp::ErrorDef> table() {
 
 // Every identifier a family raises.  A family that starts raising a new
 // identifier adds it here and a row to the table.
+// (No text of their own; files; dates; currency; numbers, colours, sizes;
+// phonetic key; table export; encryption; INI, registry, parameters;
+// processes; regular expressions; the special rows.)
 const std::vector<uint32_t> kRaised = {
-    80001, 80002,                                                         // no text of their own
-    80021, 80022, 80023, 80041,                                           // file streams
-    80042, 80058, 80059, 80060, 80061, 80065, 80066, 80067, 80600,        // file management
-    80051, 80120, 80121, 80122, 80123, 80124, 80125, 80126, 80127, 80128, // date and time
-    80129, 80130, 80131, 80132, 80134, 80135,                             //
-    80190, 80191, 80192,                                                  // currency
-    80202, 80203, 80204, 80210, 80260, 81507,                             // numbers, colours, sizes
-    80229,                                                                // phonetic key
-    80253, 80254,                                                         // table export
-    80280, 80281, 80282, 80550,                                           // encryption, compression
-    80290, 80291, 80292, 80293, 80294, 80700, 80800,                      // INI, registry, parameters
-    80100, 80101, 80102, 80103, 80104, 80105, 80106, 80107, 80108, 80400, // processes
-    80500, 80501, 80502,                                                  // regular expressions
-    80070, 80160, 80182,                                                  // special rows
-};
+    80001, 80002, 80021, 80022, 80023, 80041, 80042, 80058, 80059, 80060, 80061, 80065, 80066, 80067,
+    80600, 80051, 80120, 80121, 80122, 80123, 80124, 80125, 80126, 80127, 80128, 80129, 80130, 80131,
+    80132, 80134, 80135, 80190, 80191, 80192, 80202, 80203, 80204, 80210, 80260, 81507, 80229, 80253,
+    80254, 80280, 80281, 80282, 80550, 80290, 80291, 80292, 80293, 80294, 80700, 80800, 80100, 80101,
+    80102, 80103, 80104, 80105, 80106, 80107, 80108, 80400, 80500, 80501, 80502, 80070, 80160, 80182};
 
 // Identifiers in 80001..81507, only 80260 repeated, and only the two
 // outcome rows at severity 1.  The order is part of the table: increasing
@@ -98,6 +99,203 @@ TEST(ErrorTable, MessageNumbersBelongToOneIdentifier) {
         }
         bool family_range = (row.message >= 25000 && row.message < 29000);
         EXPECT_FALSE(family_range) << row.id << " uses message " << row.message;
+    }
+}
+
+struct ErrorObject {
+    kp_error_record rec{};
+    kp::CXError err{&rec};
+    ErrorObject() { rec.severity = KP_SEVERITY_NONE; }
+    std::u16string message() const { return std::u16string(err.message()); }
+};
+
+TEST(AppliedRows, InsertsReachTheMessage) {
+    ErrorObject handle, relative, registry;
+    handle.err.fail(80022, {5});
+    EXPECT_EQ(handle.message(), u"File handle 5 is not valid.");
+    EXPECT_EQ(handle.rec.extra, 1u);
+    relative.err.fail(80600, {u"data.txt"});
+    EXPECT_NE(relative.message().find(u"\"data.txt\""), std::u16string::npos);
+    EXPECT_EQ(relative.message().find(u"##"), std::u16string::npos) << "formatted without a diagnostic";
+    registry.err.fail(80293, {u"HKEY_CURRENT_USER\\Soft", u"Name", u"Access is denied."});
+    EXPECT_EQ(
+        registry.message(),
+        u"The value \"Name\" of the key \"HKEY_CURRENT_USER\\Soft\" cannot be written: Access is denied.");
+}
+
+// Every row with a text formats without a diagnostic when given the inserts
+// its callers pass (numbers for all inserts print too: a text insert given a
+// number prints it in decimal).  Textless rows record the identifier with no
+// message; the outcome rows (severity 1) leave the object clear.
+TEST(AppliedRows, EveryRowAppliesCleanly) {
+    for (const auto& row : table()) {
+        SCOPED_TRACE(row.id);
+        ErrorObject e;
+        e.err.set(row.id, {1, 2, 3});
+        if (row.severity == KP_SEVERITY_NONE) {
+            EXPECT_FALSE(e.err.failed());
+            continue;
+        }
+        EXPECT_EQ(e.err.id(), row.id);
+        EXPECT_EQ(e.err.severity(), kp::find_error_def(row.id)->severity);
+        EXPECT_EQ(e.message().find(u"##(CXError)"), std::u16string::npos);
+        EXPECT_EQ(e.message().empty(), row.message == 0);
+    }
+}
+
+using Shape = std::map<int, char>; // insert number -> 's', 'u', 'd' or 'p'
+
+// Reads the inserts of a text in the platform syntax: "%N" or "%N!s!" for
+// text, "%N!u!", "%N!d!", "%N!p!" for numbers, "%%" for a percent sign.
+// Anything else after "%", a digit right after a bare "%N" (read as a
+// two-digit insert), or one insert used with two types is malformed.
+std::optional<Shape> inserts_of(std::u16string_view text) {
+    Shape shape;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != u'%') continue;
+        if (++i >= text.size()) return std::nullopt;
+        if (text[i] == u'%') continue;
+        if (text[i] < u'1' || text[i] > u'9') return std::nullopt;
+        int n = text[i] - u'0';
+        if (i + 1 < text.size() && text[i + 1] >= u'0' && text[i + 1] <= u'9') return std::nullopt;
+        char type = 's';
+        if (i + 1 < text.size() && text[i + 1] == u'!') {
+            if (i + 3 >= text.size() || text[i + 3] != u'!') return std::nullopt;
+            char16_t t = text[i + 2];
+            if (t != u's' && t != u'u' && t != u'd' && t != u'p') return std::nullopt;
+            type = static_cast<char>(t);
+            i += 3;
+        }
+        auto [it, fresh] = shape.emplace(n, type);
+        if (!fresh && it->second != type) return std::nullopt;
+    }
+    // Inserts are numbered from 1 without gaps.
+    int expected = 1;
+    for (const auto& [n, type] : shape)
+        if (n != expected++) return std::nullopt;
+    return shape;
+}
+
+// What the callers pass, by the inserts' shape; every other text takes none.
+const std::vector<std::pair<Shape, std::vector<uint32_t>>> kCallerInserts = {
+    // file handle, last day of the month, year, day number, largest rate
+    {{{1, 'd'}}, {30022, 30126, 30127, 30132, 30192}},
+    // file names, character, key path, INI file, relative name
+    {{{1, 's'}},
+     {30060, 30067, 30128, 30291, 30294, 30600, 28001, 28002, 28003, 28004, 28005, 28008, 28123, 28139,
+      28140}},
+    // source and destination, command line and system text
+    {{{1, 's'}, {2, 's'}}, {30065, 30400, 28124, 28125}},
+    {{{1, 's'}, {2, 'd'}}, {30290}},           // key or section, integer
+    {{{1, 's'}, {2, 's'}, {3, 's'}}, {30293}}, // key, value, system text
+    {{{1, 'u'}, {2, 'u'}}, {28145, 28146}},    // position, count
+    {{{1, 's'}, {2, 's'}, {3, 's'}, {4, 's'}, {5, 's'}, {6, 's'}, {7, 's'}}, {28117, 28567}},
+};
+
+Shape caller_inserts(uint32_t number) {
+    for (const auto& [shape, numbers] : kCallerInserts)
+        if (std::find(numbers.begin(), numbers.end(), number) != numbers.end()) return shape;
+    return {};
+}
+
+// Numbers the families use directly, besides the error rows.
+const std::vector<uint32_t> kFamilyMessages = {
+    872,   2224,  25202, 28001, 28002, 28003, 28004, 28005, 28008, 28117, 28123, 28124, 28125, 28135,
+    28139, 28140, 28145, 28146, 28253, 28255, 28256, 28279, 28567, 28577, 28578, 28579, 28580, 28581};
+
+std::vector<uint32_t> all_numbers() {
+    std::set<uint32_t> numbers(kFamilyMessages.begin(), kFamilyMessages.end());
+    std::size_t n = 0;
+    const kp::ErrorDef* rows = kp::error_defs(&n);
+    for (std::size_t i = 0; i < n; ++i)
+        if (rows[i].message) numbers.insert(rows[i].message);
+    return {numbers.begin(), numbers.end()};
+}
+
+// Every number has a text in both languages whose inserts are those its
+// callers pass; no other number has one.
+TEST(Catalogue, EveryNumberHasBothTextsWithTheCallersInserts) {
+    for (uint32_t number : all_numbers()) {
+        Shape expected = caller_inserts(number);
+        for (bool french : {true, false}) {
+            SCOPED_TRACE(testing::Message() << number << (french ? " (fr)" : " (en)"));
+            const char16_t* text = kp::catalogue_text(number, french);
+            ASSERT_NE(text, nullptr);
+            EXPECT_FALSE(std::u16string_view(text).empty());
+            auto shape = inserts_of(text);
+            ASSERT_TRUE(shape.has_value()) << "malformed";
+            EXPECT_EQ(*shape, expected);
+            // The formatter shows every insert, up to the seven of the
+            // release-check texts (numbers print in decimal in text inserts).
+            std::u16string out;
+            ASSERT_TRUE(kp::format_message(text, {1001, 1002, 1003, 1004, 1005, 1006, 1007}, out));
+            for (std::size_t k = 1; k <= expected.size(); ++k)
+                EXPECT_NE(out.find(u"100" + std::u16string(1, char16_t(u'0' + k))), std::u16string::npos)
+                    << k;
+        }
+    }
+    for (uint32_t number : {0u, 1u, 871u, 873u, 28000u, 28006u, 29999u, 30000u, 31508u, 0xFFFFFFFFu})
+        EXPECT_EQ(kp::catalogue_text(number, true) || kp::catalogue_text(number, false), false) << number;
+}
+
+// Size units are split on ';' by the size functions; the duration masks
+// replace these letters in turn, so no letter may repeat.
+TEST(Catalogue, TextsOtherFamiliesParse) {
+    EXPECT_EQ(std::u16string(kp::catalogue_text(25202, true)), u"octets;Ko;Mo;Go;To");
+    EXPECT_EQ(std::u16string(kp::catalogue_text(25202, false)), u"bytes;KB;MB;GB;TB");
+    std::u16string fr, en;
+    for (uint32_t i = 0; i < 5; ++i)
+        fr += kp::catalogue_text(28577 + i, true), en += kp::catalogue_text(28577 + i, false);
+    EXPECT_EQ(fr, u"JHMSL");
+    EXPECT_EQ(en, u"DHMSL");
+}
+
+TEST(SystemText, EveryMappedCodeHasBothTextsAndNoOtherHasOne) {
+    // The codes of platform/win32_error.h, then the registry and process
+    // codes the families record.
+    for (uint32_t code :
+         {1u,    2u,    3u,    4u,    5u,    6u,    8u,    13u,   14u,   15u,  16u,   17u,   18u,
+          19u,   32u,   33u,   38u,   50u,   80u,   87u,   109u,  112u,  120u, 122u,  123u,  131u,
+          145u,  158u,  161u,  170u,  183u,  206u,  234u,  259u,  267u,  288u, 1314u, 1901u, 1006u,
+          1460u, 1921u, 1009u, 1010u, 1011u, 1012u, 1013u, 1018u, 1155u, 534u, 997u}) {
+        for (bool french : {true, false}) {
+            std::u16string text = kp::system_error_text(code, french);
+            ASSERT_FALSE(text.empty()) << code;
+            EXPECT_EQ(text.back(), u'.') << code << ": no line end after the sentence";
+            EXPECT_FALSE(inserts_of(text).value_or(Shape{{1, '?'}}).size()) << code;
+        }
+    }
+    EXPECT_EQ(kp::system_error_text(2, false), u"The system cannot find the file specified.");
+    EXPECT_EQ(kp::system_error_text(5, true), u"Accès refusé.");
+    for (uint32_t code : {7u, 9999u, 0x80004005u, 0xFFFFFFFFu}) {
+        EXPECT_TRUE(kp::system_error_text(code, false).empty()) << code;
+        EXPECT_TRUE(kp::system_error_text(code, true).empty()) << code;
+    }
+}
+
+// Error texts as a program sees them through the loaded module: catalogue
+// and system texts follow the interface language.
+TEST(HostMessages, TextsInBothLanguages) {
+    using kp::host::Value;
+    for (int32_t language : {0, 1}) {
+        kp::test::HostFixture fx(language);
+        ASSERT_TRUE(fx.host->loaded()) << fx.host->load_error();
+        auto call = [&](const char* name, std::vector<Value> args) { return fx.host->call(name, args); };
+        auto out = call("Random", {Value::integer(0)});
+        ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
+        EXPECT_EQ(out.error.id, 80260u);
+        EXPECT_EQ(out.error.severity, 2);
+        EXPECT_EQ(out.error.message, kp::catalogue_text(2224, language == 0));
+        out = call("fOpen", {Value::string(u"/missing/file.txt"), Value::integer(1)});
+        EXPECT_EQ(out.result.i, -1);
+        ASSERT_NE(out.error.system_code, 0u);
+        EXPECT_EQ(out.error.system_text, kp::system_error_text(out.error.system_code, language == 0));
+        EXPECT_FALSE(out.error.system_text.empty()) << out.error.system_code;
+        if (language == 0) { // an insert in a French text
+            out = call("fOpen", {Value::string(u"notes.txt")});
+            EXPECT_EQ(out.error.id, 80600u);
+            EXPECT_EQ(out.error.message, u"Le nom « notes.txt » doit être un chemin complet.");
+        }
     }
 }
 

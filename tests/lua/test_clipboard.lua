@@ -8,13 +8,10 @@ local q = T.q
 local root = work .. "/clipboard-device"
 os.execute("rm -rf " .. q(root) .. " && mkdir -p " .. q(root))
 
--- Runs a chunk in a separate kp120 process on the shared root; its output.
-local function process(chunk)
-  local p = assert(io.popen("env -u DISPLAY " .. q(exe) .. " --root " .. q(root) .. " -e " .. q(chunk) .. " 2>&1"))
-  local out = p:read("a")
-  p:close()
-  return out
-end
+-- A separate kp120 process on the shared root running a chunk: its command
+-- line, and its output.
+local function cmdline(chunk) return "env -u DISPLAY " .. q(exe) .. " --root " .. q(root) .. " -e " .. q(chunk) end
+local function process(chunk) local out, err = T.run(cmdline(chunk)) return out .. err end
 
 T.group("two processes exchange text through the device store", function()
   T.eq(process('io.write(tostring(kp.ToClipboard("from A: \\u{E9}t\\u{E9} \\u{1F600}")))'), "true", "A puts")
@@ -27,8 +24,7 @@ T.group("two processes exchange text through the device store", function()
   -- Many writers at once: every one succeeds and the store stays whole.
   local writers = {}
   for k = 1, 4 do
-    writers[k] = assert(io.popen("env -u DISPLAY " .. q(exe) .. " --root " .. q(root) ..
-      " -e " .. q('for i = 1, 20 do assert(kp.ToClipboard("writer ' .. k .. ' " .. i)) end io.write("done")') .. " 2>&1"))
+    writers[k] = assert(io.popen(cmdline('for i = 1, 20 do assert(kp.ToClipboard("writer ' .. k .. ' " .. i)) end io.write("done")') .. " 2>&1"))
   end
   for k = 1, 4 do
     T.eq(writers[k]:read("a"), "done", "writer " .. k)

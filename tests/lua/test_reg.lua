@@ -10,17 +10,17 @@ os.execute("mkdir -p '" .. work .. "'")
 local q, run, run_ok, read, write = T.q, T.run, T.run_ok, T.read, T.write
 -- kp120 on the registry a.sqlite3 or b.sqlite3, with these arguments.
 local function kp120(reg, args) return q(exe) .. " --root " .. q(work .. "/reg-device") .. " --registry " .. q(work .. "/" .. reg) .. " " .. args end
+-- Runs Lua code with kp120 on a registry; its output.
+local function lua(reg, code) return run_ok(kp120(reg, "-e " .. q(code))) end
 local key = q("HKEY_CURRENT_USER\\Software\\Reg")
 
 os.remove(work .. "/a.sqlite3")
 os.remove(work .. "/b.sqlite3")
 
 T.group("export: the 5.00 form in UTF-16 and the REGEDIT4 form", function()
-  run_ok(kp120("a.sqlite3", "-e " .. q([[
-    assert(kp.RegistryCreateKey("HKEY_CURRENT_USER\\Software\\Reg\\Sub"))
-    assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg", "s", "text"))
-    assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg", "n", 42))
-    assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\Software\\Reg\\Sub", "r", 1.5))]])))
+  lua("a.sqlite3", [[local k = "HKEY_CURRENT_USER\\Software\\Reg"
+    assert(kp.RegistryCreateKey(k .. "\\Sub") and kp.RegistrySetValue(k, "s", "text") and kp.RegistrySetValue(k, "n", 42)
+      and kp.RegistrySetValue(k .. "\\Sub", "r", 1.5))]])
   T.eq(run_ok(kp120("a.sqlite3", "reg export --regedit4 " .. key)),
     "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\Software\\Reg]\r\n\"s\"=\"text\"\r\n\"n\"=dword:0000002a\r\n\r\n"
     .. "[HKEY_CURRENT_USER\\Software\\Reg\\Sub]\r\n\"r\"=hex:00,00,00,00,00,00,f8,3f\r\n\r\n", "REGEDIT4 text")
@@ -41,16 +41,16 @@ T.group("import: round trip, then all or nothing", function()
   T.eq(code, 1, "exit code")
   T.ok(err:find("bad.reg:4: ", 1, true) and err:find("bad.reg:6: ", 1, true), "lines 4 and 6 reported: " .. err)
   T.ok(not err:find("bad.reg:5: ", 1, true), "line 5 is good")
-  T.eq(run_ok(kp120("b.sqlite3", "-e " .. q('print(kp.RegistryExist("HKEY_CURRENT_USER\\\\Software\\\\Reg\\\\Sub"))'))),
-    "true\n", "the deletion of a file with bad lines is not applied")
+  T.eq(lua("b.sqlite3", 'print(kp.RegistryExist("HKEY_CURRENT_USER\\\\Software\\\\Reg\\\\Sub"))'), "true\n",
+    "the deletion of a file with bad lines is not applied")
 
   write(work .. "/del.reg", "REGEDIT4\r\n[-HKEY_CURRENT_USER\\Software\\Reg\\Sub]\r\n[HKEY_CURRENT_USER\\Software\\Reg]\r\n\"s\"=-\r\n")
   run_ok(kp120("b.sqlite3", "reg import " .. q(work .. "/del.reg")))
-  T.eq(run_ok(kp120("b.sqlite3", "-e " .. q('print(kp.RegistryListValue("HKEY_CURRENT_USER\\\\Software\\\\Reg"), kp.RegistryFirstSubKey("HKEY_CURRENT_USER\\\\Software\\\\Reg") == "")'))),
+  T.eq(lua("b.sqlite3", 'local k = "HKEY_CURRENT_USER\\\\Software\\\\Reg" print(kp.RegistryListValue(k), kp.RegistryFirstSubKey(k) == "")'),
     "n\ttrue\n", "value and key deleted")
   -- A name no file can hold is left out and said; a database that is not
   -- one refuses the import with its system error.
-  run_ok(kp120("b.sqlite3", "-e " .. q('assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\\\Software\\\\Reg", "two\\nlines", 1))')))
+  lua("b.sqlite3", 'assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\\\Software\\\\Reg", "two\\nlines", 1))')
   local out, err2, code2 = run(kp120("b.sqlite3", "reg export --regedit4 " .. key))
   T.eq(code2, 0, "export with a name left out")
   T.ok(err2:find("left out", 1, true) and not out:find("lines", 1, true), "name with a line end: " .. err2)

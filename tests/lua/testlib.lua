@@ -2,19 +2,21 @@
 -- Each group runs in its own pcall; the script exits 1 when any failed.
 local T = { failed = 0, groups = 0 }
 
-local function show(v)
-  if type(v) == "string" then return string.format("%q", v) end
-  return tostring(v)
-end
+local function show(v) return type(v) == "string" and string.format("%q", v) or tostring(v) end
 
 function T.eq(got, want, what)
-  if got ~= want then
-    error(string.format("%s: got %s, want %s", what or "value", show(got), show(want)), 2)
-  end
+  if got ~= want then error(string.format("%s: got %s, want %s", what or "value", show(got), show(want)), 2) end
 end
 
 function T.ok(cond, what)
   if not cond then error((what or "condition") .. " is false", 2) end
+end
+
+-- Checks every row {got, want, what} of a table with T.eq.
+function T.rows(rows)
+  for i, r in ipairs(rows) do
+    if r[1] ~= r[2] then error(string.format("%s: got %s, want %s", r[3] or i, show(r[1]), show(r[2])), 2) end
+  end
 end
 
 -- Calls f(...) and expects a Lua error whose message contains `needle`.
@@ -22,9 +24,7 @@ function T.raises(needle, f, ...)
   local ok, msg = pcall(f, ...)
   if ok then error("no error raised (wanted one containing '" .. needle .. "')", 2) end
   msg = tostring(msg)
-  if not msg:find(needle, 1, true) then
-    error("error '" .. msg .. "' does not contain '" .. needle .. "'", 2)
-  end
+  if not msg:find(needle, 1, true) then error("error '" .. msg .. "' does not contain '" .. needle .. "'", 2) end
   return msg
 end
 
@@ -55,34 +55,6 @@ function T.skip(why) error("SKIP: " .. why, 0) end
 -- A word for the shell, quoted.
 function T.q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
 
--- Runs a shell command line (standard input from `input`, or none);
--- returns its stdout, stderr and exit code.
-function T.run(cmdline, input)
-  local errfile, infile = os.tmpname(), nil
-  if input then
-    infile = os.tmpname()
-    local f = assert(io.open(infile, "wb"))
-    f:write(input)
-    f:close()
-  end
-  local p = assert(io.popen(cmdline .. " 2>" .. T.q(errfile) .. (infile and (" <" .. T.q(infile)) or " </dev/null")))
-  local out = p:read("a")
-  local _, _, code = p:close()
-  local f = assert(io.open(errfile, "rb"))
-  local err = f:read("a")
-  f:close()
-  os.remove(errfile)
-  if infile then os.remove(infile) end
-  return out, err, code
-end
-
--- Runs a command line that must succeed; its stdout.
-function T.run_ok(cmdline, input)
-  local out, err, code = T.run(cmdline, input)
-  if code ~= 0 then error(cmdline .. ": exit code " .. tostring(code) .. ": " .. err, 2) end
-  return out
-end
-
 -- The whole content of a file, and a file written whole.
 function T.read(path)
   local f = assert(io.open(path, "rb"))
@@ -95,6 +67,27 @@ function T.write(path, s)
   local f = assert(io.open(path, "wb"))
   f:write(s)
   f:close()
+end
+
+-- Runs a shell command line (standard input from `input`, or none);
+-- returns its stdout, stderr and exit code.
+function T.run(cmdline, input)
+  local errfile, infile = os.tmpname(), input and os.tmpname()
+  if infile then T.write(infile, input) end
+  local p = assert(io.popen(cmdline .. " 2>" .. T.q(errfile) .. " <" .. T.q(infile or "/dev/null")))
+  local out = p:read("a")
+  local _, _, code = p:close()
+  local err = T.read(errfile)
+  os.remove(errfile)
+  if infile then os.remove(infile) end
+  return out, err, code
+end
+
+-- Runs a command line that must succeed; its stdout.
+function T.run_ok(cmdline, input)
+  local out, err, code = T.run(cmdline, input)
+  if code ~= 0 then error(cmdline .. ": exit code " .. tostring(code) .. ": " .. err, 2) end
+  return out
 end
 
 function T.done()

@@ -104,24 +104,16 @@ TEST(RegFile, ReadsWhatItWrites) {
 }
 
 TEST(RegFile, ValueForms) {
-    struct Case {
-        std::string line;
-        uint32_t type;
-        std::vector<uint8_t> data;
-    } cases[] = {
-        {"\"a\"=\"x\"", 1, sz(u"x")},
-        {"\"a\" = \"\"", 1, sz(u"")},
-        {"\"a\"=\"back\\slash\"", 1, sz(u"back\\slash")},
-        {"\"a\"=dword:1", 4, {1, 0, 0, 0}},
-        {"\"a\"=DWORD:FFFFFFFF", 4, {0xFF, 0xFF, 0xFF, 0xFF}},
-        {"\"a\"=hex:", 3, {}},
+    // clang-format off
+    struct Case { std::string line; uint32_t type; std::vector<uint8_t> data; } cases[] = {
+        {"\"a\"=\"x\"", 1, sz(u"x")}, {"\"a\" = \"\"", 1, sz(u"")},
+        {"\"a\"=\"back\\slash\"", 1, sz(u"back\\slash")}, {"\"a\"=dword:1", 4, {1, 0, 0, 0}},
+        {"\"a\"=DWORD:FFFFFFFF", 4, {0xFF, 0xFF, 0xFF, 0xFF}}, {"\"a\"=hex:", 3, {}},
         {"\"a\"=hex:0,ff, 1a ,", 3, {0, 0xFF, 0x1A}},
-        {"\"a\"=hex(7):61,00,00,00,00,00", 7, {'a', 0, 0, 0, 0, 0}},
-        {"\"a\"=hex(B):01", 11, {1}},
-        {"\"a\"=hex(FFFF0001):01", 0xFFFF0001, {1}},
-        {"\"a\"=hex:01,\\\r\n  02,\\\r\n  03", 3, {1, 2, 3}},
-        {"\"a\"=\"two\r\nlines\"", 1, sz(u"two\r\nlines")},
-    };
+        {"\"a\"=hex(7):61,00,00,00,00,00", 7, {'a', 0, 0, 0, 0, 0}}, {"\"a\"=hex(B):01", 11, {1}},
+        {"\"a\"=hex(FFFF0001):01", 0xFFFF0001, {1}}, {"\"a\"=hex:01,\\\r\n  02,\\\r\n  03", 3, {1, 2, 3}},
+        {"\"a\"=\"two\r\nlines\"", 1, sz(u"two\r\nlines")}};
+    // clang-format on
     for (const auto& c : cases) {
         std::string file =
             "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_USERS\\K]\r\n" + c.line + "\r\n";

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -17,11 +18,19 @@ namespace kp::files::test {
 using kp::host::CallOutcome;
 using kp::host::Value;
 
-inline Value S(const std::u16string& s) {
-    return Value::string(s);
-}
-inline Value I(int64_t v) {
-    return Value::integer(v);
+inline const auto S = [](const std::u16string& s) { return Value::string(s); };
+inline const auto I = [](int64_t v) { return Value::integer(v); };
+
+// What a shell command writes on its standard output ("" when it fails).
+inline std::string capture(const std::string& command) {
+    std::string out;
+    if (FILE* p = popen(command.c_str(), "r")) {
+        char buf[4096];
+        while (std::size_t n = fread(buf, 1, sizeof buf, p))
+            out.append(buf, n);
+        if (pclose(p) != 0) out.clear();
+    }
+    return out;
 }
 
 class DeviceTest : public ::testing::Test {
@@ -36,8 +45,7 @@ class DeviceTest : public ::testing::Test {
 
     void put(const std::string& rel, const std::string& bytes) {
         std::filesystem::create_directories(host_path(rel).parent_path());
-        std::ofstream f(host_path(rel), std::ios::binary | std::ios::trunc);
-        f.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        std::ofstream(host_path(rel), std::ios::binary | std::ios::trunc) << bytes;
     }
     std::string get(const std::string& rel) const {
         std::ifstream f(host_path(rel), std::ios::binary);
@@ -45,16 +53,14 @@ class DeviceTest : public ::testing::Test {
     }
 
     int64_t open(const std::u16string& name, int32_t mode) {
-        return call("fOpen", {Value::string(name), Value::integer(mode)}).result.i;
+        return call("fOpen", {S(name), I(mode)}).result.i;
     }
     int64_t create(const std::u16string& name, int32_t mode = 0) {
-        return call("fCreate", {Value::string(name), Value::integer(mode)}).result.i;
+        return call("fCreate", {S(name), I(mode)}).result.i;
     }
-    void close(int64_t h) { call("fClose", {Value::integer(h)}); }
-    std::u16string line(int64_t h) { return call("fReadLine", {Value::integer(h)}).result.s; }
-    int64_t tell(int64_t h) {
-        return call("fSeek", {Value::integer(h), Value::int64(0), Value::integer(1)}).result.i;
-    }
+    void close(int64_t h) { call("fClose", {I(h)}); }
+    std::u16string line(int64_t h) { return call("fReadLine", {I(h)}).result.s; }
+    int64_t tell(int64_t h) { return call("fSeek", {I(h), Value::int64(0), I(1)}).result.i; }
 };
 
 } // namespace kp::files::test

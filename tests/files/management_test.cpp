@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <set>
+#include <tuple>
 
 #include "files_fixture.h"
 
@@ -26,64 +27,107 @@ class Management : public DeviceTest {
     }
 };
 
-// Failures: the result (a text by its length), the record's severity,
-// identifier and system code (kAny: not checked).  Every function that takes
-// a name refuses a relative or empty one with its failure value and 80600
-// (fFileExist and fSize accept "" silently).
-TEST_F(Management, Failures) {
+// One call a row on a fixed device: the result as text ("*": not checked;
+// a Boolean as true/false), the record's severity, identifier and system
+// code (kAny: not checked).  Every function that takes a name refuses a
+// relative or empty one with its failure value and 80600 (fFileExist and
+// fSize accept "" silently).
+TEST_F(Management, Calls) {
     constexpr int64_t kAny = INT64_MIN;
-    put("f.txt", "x");
-    put("empty", "");
+    for (auto [name, bytes] : {std::pair{"f.txt", "x"},
+                               {"empty", ""},
+                               {"a", "same bytes"},
+                               {"b", "same bytes"},
+                               {"c", "same bytes!"},
+                               {"e1", ""},
+                               {"Temp/a.txt", "payload"},
+                               {"s/a", "0123456789"},
+                               {"s/u/b", "01234567890123456789"}})
+        put(name, bytes);
+    put("f.bin", std::string(1234, 'z'));
     fs::create_directories(host_path("t"));
+    fs::create_symlink(host_path("f.bin"), host_path("s/link")); // a link counts as itself
+    const Value yes = Value::procedure([](std::vector<Value>&) { return Value::boolean(true); });
+    const std::u16string long_name(260, u'a');
     struct Row {
         const char* fn;
         std::vector<Value> args;
-        int64_t result, severity = kAny, id = kAny, system = kAny;
+        const char16_t* result;
+        int64_t severity = kAny, id = kAny, system = kAny;
     };
-    const std::vector<Row> rows = {
-        {"fFileExist", {S(u"a.txt")}, 0, kAny, 80600},
-        {"fFileExist", {S(u"")}, 0, kAny, 0},
-        {"fDirectoryExist", {S(u"d")}, 0, kAny, 80600},
-        {"fCompare", {S(u"a"), S(u"\\b")}, -1, kAny, 80600},
-        {"fCompare", {S(u"\\a"), S(u"b")}, -2, kAny, 80600},
-        {"fCompare", {S(u""), S(u"\\b")}, -3, kAny, 80059},
-        {"fCopyFile", {S(u"a"), S(u"\\b")}, 0, kAny, 80600},
-        {"fCopyFile", {S(u""), S(u"\\b")}, 0, kAny, 80059},
-        {"fDelete", {S(u"a")}, 0, kAny, 80600},
-        {"fDelete", {S(u"")}, 0, kAny, 80059},
-        {"fSize", {S(u"")}, -1, kAny, 0},
-        {"fSize", {S(u"a")}, -1, kAny, 80600},
-        {"fDirSize", {S(u"d")}, -1, kAny, 80600},
-        {"fMakeDir", {S(u"d")}, 0, kAny, 80600},
-        {"fRemoveDir", {S(u"d")}, 0, kAny, 80600},
-        {"fSaveText", {S(u"t.txt"), S(u"x")}, 0, kAny, 80600},
-        {"fListFile",
-         {S(u"*.*"), Value::procedure([](std::vector<Value>&) { return Value::boolean(true); })},
-         0,
-         kAny,
-         80600},
-        {"fRename", {S(u""), S(u"\\b")}, 0, kAny, 80059},
-        {"fDelete", {S(u"\\t\\*.none")}, 0, 1},    // nothing matches: no error
-        {"fDelete", {S(u"\\nodir\\*.txt")}, 0, 2}, // a failed search
-        {"fSize", {S(u"\\t")}, -1, kAny, 80067},
-        {"fDirSize", {S(u"\\none")}, -1, kAny, kAny, 3},
-        {"fLoadText", {S(u"\\empty")}, 0, 1},
-        {"fLoadText", {S(u"\\none")}, 0, kAny, kAny, 2},
-        {"fSaveText", {S(u"\\nodir\\t.txt"), S(u"x")}, 0, kAny, 80062, 3},
-        {"fDate", {S(u"\\f.txt"), S(u"20230229")}, kAny, kAny, 80044},
-        {"fTime", {S(u"\\f.txt"), S(u"2500")}, kAny, kAny, 80045},
-        {"fDate", {S(u"\\f.txt"), S(u""), I(7)}, kAny, kAny, kAny, 87},
-        {"fDate", {S(u"\\none.txt")}, kAny, kAny, kAny, 2},
-        {"fTempFile", {S(u"\\NoDir")}, 0, kAny, 80049, 3},
-        {"fAttribute", {S(u"\\t")}, kAny, kAny, 80067},
-        {"fDirAttribute", {S(u"\\f.txt")}, kAny, kAny, kAny, 267},
-        {"fAttribute", {S(u"\\f.txt"), S(u"+X")}, 0, kAny, 80043}, // bad change texts
-        {"fAttribute", {S(u"\\f.txt"), S(u"+")}, 0, kAny, 80043},
-        {"fAttribute", {S(u"\\f.txt"), S(u"H+")}, 0, kAny, 80043},
-        {"fAttribute", {S(u"\\f.txt"), S(u"+H-")}, 0, kAny, 80043},
-        {"fAttribute", {S(u"\\f.txt"), S(u"Q")}, 0, kAny, 80043},
-        {"fDir", {S(u"\\t\\*.zip")}, 0, 1},
-        {"fDir", {S(u"\\nodir\\*")}, kAny, kAny, kAny, 3}};
+    std::vector<Row> rows = {
+        {"fFileExist", {S(u"a.txt")}, u"false", kAny, 80600},
+        {"fFileExist", {S(u"")}, u"false", kAny, 0},
+        {"fDirectoryExist", {S(u"d")}, u"false", kAny, 80600},
+        {"fCompare", {S(u"a"), S(u"\\b")}, u"-1", kAny, 80600},
+        {"fCompare", {S(u"\\a"), S(u"b")}, u"-2", kAny, 80600},
+        {"fCompare", {S(u""), S(u"\\b")}, u"-3", kAny, 80059},
+        {"fCopyFile", {S(u"a"), S(u"\\b")}, u"false", kAny, 80600},
+        {"fCopyFile", {S(u""), S(u"\\b")}, u"false", kAny, 80059},
+        {"fDelete", {S(u"a")}, u"0", kAny, 80600},
+        {"fDelete", {S(u"")}, u"0", kAny, 80059},
+        {"fSize", {S(u"")}, u"-1", kAny, 0},
+        {"fSize", {S(u"a")}, u"-1", kAny, 80600},
+        {"fDirSize", {S(u"d")}, u"-1", kAny, 80600},
+        {"fMakeDir", {S(u"d")}, u"false", kAny, 80600},
+        {"fRemoveDir", {S(u"d")}, u"false", kAny, 80600},
+        {"fSaveText", {S(u"t.txt"), S(u"x")}, u"false", kAny, 80600},
+        {"fListFile", {S(u"*.*"), yes}, u"0", kAny, 80600},
+        {"fRename", {S(u""), S(u"\\b")}, u"false", kAny, 80059},
+        {"fLoadText", {S(u"rel")}, u"", kAny, 80600},
+        {"fTempFile", {S(u"rel")}, u"", kAny, 80600},
+        {"fAttribute", {S(u"rel")}, u"", kAny, 80600},
+        {"fDateTime", {S(u"rel")}, u"", kAny, 80600},
+        {"fDelete", {S(u"\\t\\*.none")}, u"0", 1},    // nothing matches: no error
+        {"fDelete", {S(u"\\nodir\\*.txt")}, u"0", 2}, // a failed search
+        {"fSize", {S(u"\\f.bin")}, u"1234", 1},
+        {"fSize", {S(u"\\t")}, u"-1", kAny, 80067},
+        {"fDirSize", {S(u"\\s")}, u"30", 1},
+        {"fDirSize", {S(u"\\none")}, u"-1", kAny, kAny, 3},
+        {"fLoadText", {S(u"\\empty")}, u"", 1},
+        {"fLoadText", {S(u"\\none")}, u"", kAny, kAny, 2},
+        {"fSaveText", {S(u"\\nodir\\t.txt"), S(u"x")}, u"false", kAny, 80062, 3},
+        {"fDate", {S(u"\\f.txt"), S(u"20230229")}, u"*", kAny, 80044},
+        {"fTime", {S(u"\\f.txt"), S(u"2500")}, u"*", kAny, 80045},
+        {"fDate", {S(u"\\f.txt"), S(u""), I(7)}, u"*", kAny, kAny, 87},
+        {"fDate", {S(u"\\none.txt")}, u"*", kAny, kAny, 2},
+        {"fTempFile", {S(u"\\NoDir")}, u"", kAny, 80049, 3},
+        {"fAttribute", {S(u"\\t")}, u"*", kAny, 80067},
+        {"fDirAttribute", {S(u"\\f.txt")}, u"*", kAny, kAny, 267},
+        {"fDir", {S(u"\\t\\*.zip")}, u"", 1},
+        {"fDir", {S(u"\\nodir\\*")}, u"*", kAny, kAny, 3},
+        // Contents equal and different (far into a file: sparse_test), a name
+        // against itself in another case, missing files.
+        {"fCompare", {S(u"\\a"), S(u"\\b")}, u"0", kAny, 0},
+        {"fCompare", {S(u"\\a"), S(u"\\c")}, u"1", kAny, 0},
+        {"fCompare", {S(u"\\empty"), S(u"\\e1")}, u"0", kAny, 0},
+        {"fCompare", {S(u"\\c"), S(u"\\C")}, u"0", kAny, 0},
+        {"fCompare", {S(u"\\missing"), S(u"\\MISSING")}, u"0", kAny, 0},
+        {"fCompare", {S(u"\\missing"), S(u"\\a")}, u"-1", kAny, 80060},
+        {"fCompare", {S(u"\\a"), S(u"\\missing")}, u"-2", kAny, 80060},
+        // Copies refused before anything is touched.
+        {"fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\Out2\\*.txt")}, u"false", kAny, 80066},
+        {"fCopyFile", {S(u"\\Temp\\none.txt"), S(u"\\Out\\")}, u"false", kAny, 80067},
+        {"fCopyFile", {S(u"\\Temp\\*.txt"), S(u"\\Out\\")}, u"false", kAny, 80065},
+        {"fCopyFile", {S(u"\\Temp"), S(u"\\Out\\")}, u"false", kAny, 80065},
+        {"fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\Temp\\a.txt")}, u"false", kAny, 80065}, // onto itself
+        // The parts of a path: 1 drive, 2 directory, 4 name, 8 extension.
+        {"fExtractPath", {S(u"\\Data\\file.txt"), I(2)}, u"\\Data\\", kAny, 0},
+        {"fExtractPath", {S(u"\\Data\\file.txt"), I(4)}, u"file", kAny, 0},
+        {"fExtractPath", {S(u"\\Data\\file.txt"), I(8)}, u".txt", kAny, 0},
+        {"fExtractPath", {S(u"\\Data\\file.txt"), I(15)}, u"\\Data\\file.txt", kAny, 0},
+        {"fExtractPath", {S(u"C:\\d\\f.e"), I(9)}, u"C:.e", kAny, 0},
+        {"fExtractPath", {S(u"C:\\d\\f.e"), I(1)}, u"C:", kAny, 0},
+        {"fExtractPath", {S(u"\\a.b\\c"), I(8)}, u"", kAny, 0},
+        {"fExtractPath", {S(u"\\a\\b.tar.gz"), I(12)}, u"b.tar.gz", kAny, 0},
+        {"fExtractPath", {S(u"/unix/style"), I(6)}, u"/unix/style", kAny, 0},
+        {"fExtractPath", {S(u"\\d\\f"), I(16)}, u"", kAny, 80042},
+        {"fExtractPath", {S(u"\\d\\f"), I(-1)}, u"", kAny, 80042},
+        {"fExtractPath", {S(long_name), I(4)}, u"*", kAny, 0},
+        {"fExtractPath", {S(long_name + u"a"), I(4)}, u"*", kAny, 80058}};
+    // Bad change texts of attributes.
+    for (const char16_t* bad : {u"+X", u"+", u"H+", u"+H-", u"Q"})
+        rows.push_back({"fAttribute", {S(u"\\f.txt"), S(bad)}, u"", kAny, 80043});
     for (const Row& r : rows) {
         std::vector<Value> args = r.args;
         CallOutcome out = call_with(r.fn, args);
@@ -91,79 +135,19 @@ TEST_F(Management, Failures) {
                      host::utf8(r.args.size() > 1 ? r.args[1].s : u""));
         ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
         const Value& v = out.result;
-        const int64_t got = v.kind == Value::Kind::Bool     ? v.b
-                            : v.kind == Value::Kind::String ? static_cast<int64_t>(v.s.size())
-                                                            : v.i;
-        for (auto [want, have] : {std::pair{r.result, got},
-                                  {r.severity, int64_t(out.error.severity)},
+        const std::u16string got = v.kind == Value::Kind::Bool     ? (v.b ? u"true" : u"false")
+                                   : v.kind == Value::Kind::String ? v.s
+                                                                   : host::utf16(std::to_string(v.i));
+        if (std::u16string(r.result) != u"*") {
+            EXPECT_EQ(got, r.result);
+        }
+        for (auto [want, have] : {std::pair{r.severity, int64_t(out.error.severity)},
                                   {r.id, int64_t(out.error.id)},
                                   {r.system, int64_t(out.error.system_code)}})
             if (want != kAny) {
                 EXPECT_EQ(have, want);
             }
     }
-    for (const char* fn : {"fLoadText", "fTempFile", "fAttribute", "fDateTime"}) {
-        CallOutcome out = call(fn, {S(u"rel")});
-        EXPECT_EQ(out.result.s, u"") << fn;
-        EXPECT_EQ(out.error.id, 80600u) << fn;
-    }
-}
-
-TEST_F(Management, Compare) {
-    put("a", "same bytes");
-    put("b", "same bytes");
-    put("c", "same bytes!");
-    put("e1", "");
-    put("e2", "");
-    std::string big(600000, 'x');
-    put("big1", big);
-    big[599999] = 'y';
-    put("big2", big);
-    struct Row {
-        const char16_t *a, *b;
-        int64_t result;
-        uint32_t id;
-    };
-    const Row rows[] = {{u"\\a", u"\\b", 0, 0},
-                        {u"\\a", u"\\c", 1, 0},
-                        {u"\\e1", u"\\e2", 0, 0},
-                        {u"\\big1", u"\\big2", 1, 0},
-                        {u"\\big1", u"\\BIG1", 0, 0},
-                        {u"\\missing", u"\\MISSING", 0, 0},
-                        {u"\\missing", u"\\a", -1, 80060},
-                        {u"\\a", u"\\missing", -2, 80060}};
-    for (const Row& r : rows) {
-        CallOutcome out = call("fCompare", {S(r.a), S(r.b)});
-        EXPECT_EQ(out.result.i, r.result) << host::utf8(r.a) << " " << host::utf8(r.b);
-        EXPECT_EQ(out.error.id, r.id);
-    }
-}
-
-TEST_F(Management, ExtractPath) {
-    struct Row {
-        const char16_t* path;
-        int32_t parts;
-        const char16_t* result;
-        uint32_t id;
-    };
-    const Row rows[] = {{u"\\Data\\file.txt", 2, u"\\Data\\", 0},
-                        {u"\\Data\\file.txt", 4, u"file", 0},
-                        {u"\\Data\\file.txt", 8, u".txt", 0},
-                        {u"\\Data\\file.txt", 15, u"\\Data\\file.txt", 0},
-                        {u"C:\\d\\f.e", 9, u"C:.e", 0},
-                        {u"C:\\d\\f.e", 1, u"C:", 0},
-                        {u"\\a.b\\c", 8, u"", 0},
-                        {u"\\a\\b.tar.gz", 12, u"b.tar.gz", 0},
-                        {u"/unix/style", 6, u"/unix/style", 0},
-                        {u"\\d\\f", 16, u"", 80042},
-                        {u"\\d\\f", -1, u"", 80042}};
-    for (const Row& r : rows) {
-        CallOutcome out = call("fExtractPath", {S(r.path), I(r.parts)});
-        EXPECT_EQ(out.result.s, std::u16string(r.result)) << host::utf8(r.path) << " " << r.parts;
-        EXPECT_EQ(out.error.id, r.id);
-    }
-    EXPECT_EQ(call("fExtractPath", {S(std::u16string(260, u'a')), I(4)}).error.id, 0u);
-    EXPECT_EQ(call("fExtractPath", {S(std::u16string(261, u'a')), I(4)}).error.id, 80058u);
 }
 
 TEST_F(Management, CopyFile) {
@@ -179,22 +163,8 @@ TEST_F(Management, CopyFile) {
     EXPECT_TRUE(call("fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\x\\y\\b.txt"), I(0)}).result.b);
     EXPECT_EQ(get("x/y/b.txt"), "payload");
 
-    struct Row {
-        const char16_t *from, *to;
-        uint32_t id;
-    };
-    const Row failures[] = {
-        {u"\\Temp\\a.txt", u"\\Out2\\*.txt", 80066},
-        {u"\\Temp\\none.txt", u"\\Out\\", 80067},
-        {u"\\Temp\\*.txt", u"\\Out\\", 80065},
-        {u"\\Temp", u"\\Out\\", 80065},
-        {u"\\Temp\\a.txt", u"\\Temp\\a.txt", 80065} // onto itself
-    };
-    for (const Row& r : failures) {
-        CallOutcome out = call("fCopyFile", {S(r.from), S(r.to)});
-        EXPECT_FALSE(out.result.b) << host::utf8(r.to);
-        EXPECT_EQ(out.error.id, r.id) << host::utf8(r.to);
-    }
+    for (const char16_t* to : {u"\\Out2\\*.txt", u"\\Temp\\a.txt"}) // refused (Calls)
+        EXPECT_FALSE(call("fCopyFile", {S(u"\\Temp\\a.txt"), S(to)}).result.b);
     EXPECT_FALSE(fs::exists(host_path("Out2"))); // nothing touched before the check
     EXPECT_EQ(get("Temp/a.txt"), "payload");     // a copy onto itself loses nothing
     CallOutcome self = call("fCopyFile", {S(u"\\Temp\\a.txt"), S(u"\\TEMP\\A.TXT")});
@@ -267,16 +237,6 @@ TEST_F(Management, Delete) {
     close(h);
 }
 
-TEST_F(Management, Sizes) {
-    put("f.bin", std::string(1234, 'z'));
-    put("t/a", std::string(10, 'a'));
-    put("t/u/b", std::string(20, 'b'));
-    EXPECT_EQ(call("fSize", {S(u"\\f.bin")}).result.i, 1234);
-    EXPECT_EQ(call("fDirSize", {S(u"\\t")}).result.i, 30);
-    fs::create_symlink(host_path("f.bin"), host_path("t/link")); // a link counts as itself
-    EXPECT_EQ(call("fDirSize", {S(u"\\t")}).result.i, 30);
-}
-
 TEST_F(Management, Attributes) {
     put("f.txt", "x");
     put(".hidden", "x");
@@ -295,35 +255,28 @@ TEST_F(Management, Attributes) {
     EXPECT_EQ(call("fAttribute", {S(u"\\f.txt"), S(u"-R")}).result.s, u"");
     if (!xattrs_supported()) GTEST_SKIP() << "no user extended attributes here";
     // The stored bits (their record: samba_attributes_test).
-    struct Row {
-        const char16_t* change;
-        const char16_t* letters;
+    const std::pair<const char16_t*, const char16_t*> rows[] = {
+        {u"+HS", u"HS"}, {u"+A", u"AHS"}, {u"-A", u"HS"}, {u"A", u"A"}, {u"", u""}, {u"+a+h", u"AH"},
     };
-    const Row rows[] = {{u"+HS", u"HS"}, {u"+A", u"AHS"}, {u"-A", u"HS"},
-                        {u"A", u"A"},    {u"", u""},      {u"+a+h", u"AH"}};
-    for (const Row& r : rows)
-        EXPECT_EQ(call("fAttribute", {S(u"\\f.txt"), S(r.change)}).result.s, std::u16string(r.letters))
-            << host::utf8(r.change);
+    for (auto [change, letters] : rows)
+        EXPECT_EQ(call("fAttribute", {S(u"\\f.txt"), S(change)}).result.s, std::u16string(letters))
+            << host::utf8(change);
     EXPECT_EQ(call("fDirAttribute", {S(u"\\dir"), S(u"+H")}).result.s, u"DH");
 }
 
 TEST_F(Management, Dates) {
     put("f.txt", "x");
-    struct Row {
-        const char* fn;
-        const char16_t* value;
-        const char16_t* result;
-    };
-    const Row rows[] = {{"fDateTime", u"2020022912345600", u"2020022912345600"},
-                        {"fDate", u"19991231", u"19991231"},
-                        {"fDateTime", nullptr, u"1999123112345600"},
-                        {"fTime", u"0102", u"01020000"},
-                        {"fDateTime", nullptr, u"1999123101020000"},
-                        {"fTime", nullptr, u"01020000"}};
-    for (const Row& r : rows) {
+    const std::tuple<const char*, const char16_t*, const char16_t*> rows[] = {
+        {"fDateTime", u"2020022912345600", u"2020022912345600"},
+        {"fDate", u"19991231", u"19991231"},
+        {"fDateTime", nullptr, u"1999123112345600"},
+        {"fTime", u"0102", u"01020000"},
+        {"fDateTime", nullptr, u"1999123101020000"},
+        {"fTime", nullptr, u"01020000"}};
+    for (const auto& [fn, value, result] : rows) {
         std::vector<Value> args = {S(u"\\f.txt")};
-        if (r.value) args.push_back(S(r.value));
-        EXPECT_EQ(call(r.fn, args).result.s, std::u16string(r.result)) << r.fn;
+        if (value) args.push_back(S(value));
+        EXPECT_EQ(call(fn, args).result.s, std::u16string(result)) << fn;
     }
     // The access date by kind, and the creation date cannot be set.
     EXPECT_EQ(call("fDate", {S(u"\\f.txt"), S(u"20100101"), I(2)}).result.s, u"20100101");

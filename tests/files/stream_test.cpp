@@ -119,10 +119,9 @@ TEST_F(Stream, LineReaders) {
     char16_t line[256];
     bool more = false;
     // Strict: only CR LF ends a line; a line longer than the buffer comes in parts.
-    const std::pair<std::u16string, bool> strict[] = {{u"one", false},
-                                                      {u"two\rthree\nfour", false},
-                                                      {std::u16string(255, u'x'), true},
-                                                      {std::u16string(45, u'x'), false}};
+    const std::u16string x255(255, u'x'), x45(45, u'x');
+    const std::pair<std::u16string, bool> strict[] = {
+        {u"one", false}, {u"two\rthree\nfour", false}, {x255, true}, {x45, false}};
     for (const auto& [expected, part] : strict) {
         EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
         EXPECT_EQ(std::u16string(line), expected);

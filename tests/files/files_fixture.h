@@ -33,6 +33,19 @@ inline std::string capture(const std::string& command) {
     return out;
 }
 
+constexpr int64_t kAny = INT64_MIN;
+
+// One call of a table and what it gives: the result as text (a Boolean
+// true/false, a number in decimal, nothing "none", bytes one character
+// each; "*": not checked), then the record's severity, identifier and
+// system code (kAny: not checked).
+struct Expect {
+    const char* fn;
+    std::vector<Value> args;
+    const char16_t* result;
+    int64_t severity = kAny, id = kAny, system = kAny;
+};
+
 class DeviceTest : public ::testing::Test {
   protected:
     kp::test::HostFixture fx;
@@ -40,6 +53,34 @@ class DeviceTest : public ::testing::Test {
     CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }
     // Calls with variables: `args` keeps what the call left in them.
     CallOutcome call_with(const char* name, std::vector<Value>& args) { return fx.host->call(name, args); }
+
+    // Makes the calls of `rows` in turn.
+    void expect_calls(const std::vector<Expect>& rows) {
+        for (const Expect& r : rows) {
+            std::vector<Value> args = r.args;
+            CallOutcome out = call_with(r.fn, args);
+            std::string trace = r.fn;
+            for (const Value& a : r.args)
+                trace += " " + (a.kind == Value::Kind::String ? host::utf8(a.s) : std::to_string(a.i));
+            SCOPED_TRACE(trace);
+            ASSERT_EQ(out.status, kp::host::CallStatus::Ok) << out.detail;
+            const Value& v = out.result;
+            std::u16string got = v.kind == Value::Kind::Bool     ? (v.b ? u"true" : u"false")
+                                 : v.kind == Value::Kind::String ? v.s
+                                 : v.kind == Value::Kind::None   ? u"none"
+                                                                 : host::utf16(std::to_string(v.i));
+            if (v.kind == Value::Kind::Buffer) got.assign(v.bytes.begin(), v.bytes.end());
+            if (std::u16string(r.result) != u"*") {
+                EXPECT_EQ(got, r.result);
+            }
+            for (auto [want, have] : {std::pair{r.severity, int64_t(out.error.severity)},
+                                      {r.id, int64_t(out.error.id)},
+                                      {r.system, int64_t(out.error.system_code)}})
+                if (want != kAny) {
+                    EXPECT_EQ(have, want);
+                }
+        }
+    }
 
     std::filesystem::path host_path(const std::string& rel) const { return fx.device() / rel; }
 

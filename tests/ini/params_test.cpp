@@ -87,6 +87,7 @@ TEST(ParamRules, ConversionsToTheDefaultsKind) {
 
 using files::test::DeviceTest;
 using files::test::I;
+using files::test::kAny;
 using files::test::S;
 using kp::host::CallOutcome;
 using kp::host::Value;
@@ -155,11 +156,8 @@ TEST_F(Params, InitParameterKeepsModeAndLocationAndRefusesOtherModes) {
     init(0);
     EXPECT_EQ(init(3, u"\\cfg\\app.ini"), u"0\t");
     EXPECT_EQ(init(0), u"3\t\\cfg\\app.ini");
-    for (int32_t mode : {1, 2, -1, 4}) {
-        CallOutcome r = call("InitParameter", {I(mode)});
-        EXPECT_EQ(r.result.s, u"");
-        EXPECT_EQ(r.error.id, 80700u);
-    }
+    for (int32_t mode : {1, 2, -1, 4})
+        expect_calls({{"InitParameter", {I(mode)}, u"", kAny, 80700}});
     EXPECT_EQ(init(0), u"0\t") << "a refused mode changes nothing";
 }
 
@@ -231,9 +229,7 @@ TEST_F(Params, UnchangedValuesAreNotWrittenAgain) {
     save(u"k", S(u"a b"));
     std::filesystem::permissions(host_path("same.ini"), std::filesystem::perms::owner_read);
     EXPECT_EQ(save(u"k", S(u"a b")).error.severity, 1) << "same value: nothing to write";
-    CallOutcome r = save(u"k", S(u"changed"));
-    EXPECT_EQ(r.error.id, 80294u);
-    EXPECT_EQ(r.error.system_code, 5u);
+    expect_calls({{"SaveParameter", {S(u"k"), S(u"changed")}, u"*", kAny, 80294, 5}});
     EXPECT_EQ(load(u"k").s, u"a b");
 }
 
@@ -254,10 +250,8 @@ TEST_F(Params, DeleteRemovesAValueOrAWholeGroup) {
         EXPECT_EQ(load(u"form/inner/c", I(-1)).i, mode ? 3 : -1);
         EXPECT_EQ(load(u"other", I(-1)).i, 4);
         EXPECT_TRUE(remove(u"never/saved").result.b);
-        CallOutcome r = remove(u"");
-        EXPECT_FALSE(r.result.b);
-        EXPECT_EQ(r.error.id, 80800u);
-        EXPECT_EQ(save(u"", I(1)).error.id, 80800u);
+        expect_calls({{"DeleteParameter", {S(u"")}, u"false", kAny, 80800},
+                      {"SaveParameter", {S(u""), I(1)}, u"*", kAny, 80800}});
     }
 }
 
@@ -291,9 +285,7 @@ TEST_F(Params, DeleteWithoutANameTakesTheHostsCurrentObject) {
     init(0);
     save(u"WinMain/width", I(640));
     save(u"WinOther/width", I(320));
-    CallOutcome r = call("DeleteParameter", {});
-    EXPECT_FALSE(r.result.b) << "no current object";
-    EXPECT_EQ(r.error.id, 80800u);
+    expect_calls({{"DeleteParameter", {}, u"false", kAny, 80800}}); // no current object
     fx.host->set_current_object(u"WinMain");
     EXPECT_TRUE(call("DeleteParameter", {}).result.b);
     fx.host->set_current_object(u"");

@@ -9,36 +9,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
-#include <string>
 #include <tuple>
 
+#include "files/files_fixture.h"
 #include "platform/codepage.h"
 #include "platform/processes.h"
 #include "platform/win32_error.h"
-#include "support/test_host.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using kp::host::CallOutcome;
-using kp::host::Value;
+using namespace kp::files::test;
 
 constexpr const char* kSecret = "canary-secret";
 
-const auto S = [](const std::u16string& s) { return Value::string(s); };
-const auto I = [](int64_t v) { return Value::integer(v); };
-
-class Confinement : public ::testing::Test {
+class Confinement : public DeviceTest {
   protected:
-    kp::test::HostFixture fx;
     fs::path root = fx.device(), canary = fx.dir.path() / "canary";
 
-    CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }
+    // Bytes at a host path (the canary lies outside the device).
     void put(const fs::path& p, const std::string& bytes) {
         fs::create_directories(p.parent_path());
         std::ofstream(p, std::ios::binary) << bytes;

@@ -1,7 +1,5 @@
-// listing_test.cpp - walks with a procedure of the host (counts, stop on
-// false, the user value, recursion, filters, interruption), their text
-// forms, symbolic-link loops and unreadable directories, the trash against
-// trash-cli, and the selectors answered by the host.
+// listing_test.cpp - walks with a procedure of the host and their text forms,
+// the trash against trash-cli, and the selectors answered by the host.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>

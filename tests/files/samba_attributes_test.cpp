@@ -48,8 +48,10 @@ std::string to_hex(const std::string& bytes) {
     return out;
 }
 
-// A record of `version` made by Samba: attributes, hex text, creation time.
+// A record of `version` made by Samba: attributes, hex text, creation time
+// (LONG: a name longer than a small fixed buffer).
 constexpr const char* kMake = R"(
+LONG = 'n' * 200
 def make(version, attrib, create=0, name=''):
     d = xattr.DOSATTRIB()
     d.version = version
@@ -102,15 +104,11 @@ class SambaAttributes : public DeviceTest {
 // Samba writes, the component reads: every version, and a record longer than
 // a small fixed buffer (version 2 with a long name).
 TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
+    // The last stays: a hidden file is not listed by frNoHiddenFile.
     const std::pair<const char*, const char16_t*> rows[] = {
-        {"make(1, 0x22)", u"AH"},
-        {"make(2, 0x04, 0, 'n' * 200)", u"S"},
-        {"make(3, 0x26, 1)", u"AHS"},
-        {"make(4, 0x02, 2)", u"H"},
-        {"make(5, 0x06, 3)", u"HS"},
-        {"make(5, 0x20)", u"A"},
-        {"make(5, 0x00)", u""},
-        {"make(5, 0x02)", u"H"}, // stays: a hidden file is not listed by frNoHiddenFile
+        {"make(1, 0x22)", u"AH"},   {"make(2, 0x04, 0, LONG)", u"S"}, {"make(3, 0x26, 1)", u"AHS"},
+        {"make(4, 0x02, 2)", u"H"}, {"make(5, 0x06, 3)", u"HS"},      {"make(5, 0x20)", u"A"},
+        {"make(5, 0x00)", u""},     {"make(5, 0x02)", u"H"},
     };
     const std::vector<std::string> made = records(rows);
     put("f.txt", "x");
@@ -155,14 +153,12 @@ TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
     ASSERT_EQ(::stat(host_path("f.txt").c_str(), &st), 0);
     const uint64_t nt = (static_cast<uint64_t>(st.st_mtim.tv_sec) + 11644473600u) * 10000000u;
     const std::string kept = std::to_string(nt);
-    const std::pair<std::string, std::u16string> rows[] = {
-        {"make(1, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(2, 0x20, " + kept + ", 'n')", u"2003040506070800"},
-        {"make(3, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(4, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(5, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(1, 0x20)", own},
-        {"make(5, 0x20)", own}};
+    // Every version with the time kept (version 2 with a name), then two without.
+    std::vector<std::pair<std::string, std::u16string>> rows;
+    for (const char* v : {"1", "2", "3", "4", "5"})
+        rows.push_back({std::string("make(") + v + ", 0x20, " + kept + (*v == '2' ? ", 'n')" : ")"),
+                        u"2003040506070800"});
+    rows.insert(rows.end(), {{"make(1, 0x20)", own}, {"make(5, 0x20)", own}});
     const std::vector<std::string> made = records(rows);
     for (std::size_t k = 0; k < made.size(); ++k) {
         store("f.txt", made[k]);

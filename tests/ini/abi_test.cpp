@@ -1,6 +1,4 @@
-// abi_test.cpp - INIRead and INIWrite through the component interface: every
-// overload, the default file, the integer forms and their refusals, the
-// errors of explicit files, conversions and the result limit.
+// abi_test.cpp - INIRead and INIWrite through the component interface.
 #include <gtest/gtest.h>
 
 #include <tuple>

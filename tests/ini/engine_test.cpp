@@ -1,6 +1,5 @@
-// engine_test.cpp - the INI engine on files: the line reader and its byte
-// counts, the reader's and the writer's matching, the bytes the writer
-// leaves on disk, and the rewrite under a file-size limit.
+// engine_test.cpp - the INI engine on files: line reader, reader, writer,
+// and the rewrite under a file-size limit.
 #include <gtest/gtest.h>
 
 #include <csignal>

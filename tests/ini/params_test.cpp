@@ -1,6 +1,5 @@
-// params_test.cpp - saved parameters: the path, escaping and section rules,
-// exact round trips of every kind of value in both modes, the stores'
-// layout on disk and in the registry, deletion of values and groups.
+// params_test.cpp - saved parameters: the pure rules, round trips in both
+// stores, their layout, deletion.
 #include <gtest/gtest.h>
 #include <pthread.h>
 

@@ -2,6 +2,8 @@
 // on files under a temporary device root.
 #include <sys/stat.h>
 
+#include <tuple>
+
 #include "files_fixture.h"
 
 namespace kp::files::test {
@@ -42,26 +44,17 @@ TEST_F(Streams, OpenFailures) {
     fs::create_directories(host_path("d"));
     put("ro.txt", "data");
     chmod(host_path("ro.txt").c_str(), 0444);
-    const struct {
-        const char16_t* name;
-        int32_t mode;
-        uint32_t id, system_code, additional;
-    } cases[] = {{u"", kRead, 80600, 0, 0},           {u"a.txt", kRead, 80600, 0, 0},
-                 {u"dir\\a.txt", kRead, 80600, 0, 0}, {u"\\nothing.txt", kRead, 0, 2, 0},
-                 {u"\\no\\dir.txt", kRead, 0, 3, 0},  {u"\\d", kRead, 0, 5, 1},
-                 {u"\\d", kReadWrite, 0, 5, 1},       {u"\\ro.txt", kWrite, 0, 5, 0},
-                 {u"\\ro.txt", kReadWrite, 0, 5, 0},  {u"\\ro.txt", kReadWrite | kCreate, 0, 5, 0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(host::utf8(c.name) + " " + std::to_string(c.mode));
-        auto out = call("fOpen", {S(c.name), I(c.mode)});
-        EXPECT_EQ(out.result.i, -1);
-        EXPECT_EQ(out.error.severity, 2);
-        EXPECT_EQ(out.error.id, c.id);
-        if (!c.id) {
-            EXPECT_EQ(out.error.system_code, c.system_code);
-        }
-        EXPECT_EQ(out.error.additional[0], c.additional);
-        EXPECT_EQ(out.error.additional[1], c.additional);
+    // {name, mode, identifier, system code (with no identifier), additional flag}
+    const std::tuple<const char16_t*, int32_t, uint32_t, uint32_t, uint32_t> cases[] = {
+        {u"", kRead, 80600, 0, 0},           {u"a.txt", kRead, 80600, 0, 0},
+        {u"dir\\a.txt", kRead, 80600, 0, 0}, {u"\\nothing.txt", kRead, 0, 2, 0},
+        {u"\\no\\dir.txt", kRead, 0, 3, 0},  {u"\\d", kRead, 0, 5, 1},
+        {u"\\d", kReadWrite, 0, 5, 1},       {u"\\ro.txt", kWrite, 0, 5, 0},
+        {u"\\ro.txt", kReadWrite, 0, 5, 0},  {u"\\ro.txt", kReadWrite | kCreate, 0, 5, 0}};
+    for (const auto& [name, mode, id, code, additional] : cases) {
+        const CallOutcome out = expect_calls({{"fOpen", {S(name), I(mode)}, u"-1", 2, id, id ? kAny : code}});
+        EXPECT_EQ(std::pair(out.error.additional[0], out.error.additional[1]),
+                  std::pair(additional, additional));
     }
     EXPECT_EQ(get("ro.txt"), "data");
     int64_t h = open(u"\\ro.txt", kRead);

@@ -24,12 +24,9 @@ struct Seen {
 class Listing : public DeviceTest {
   protected:
     void SetUp() override {
-        put("d/a.txt", "1");
-        put("d/b.dat", "2");
-        put("d/.hid.txt", "3");
-        put("d/sub/c.txt", "4");
-        put("d/.hsub/e.txt", "5");
-        put("d/sub/deep/f.txt", "6");
+        for (const char* rel :
+             {"d/a.txt", "d/b.dat", "d/.hid.txt", "d/sub/c.txt", "d/.hsub/e.txt", "d/sub/deep/f.txt"})
+            put(rel, "x");
     }
     // Walks with a procedure that records its calls and answers `go(n)`.
     int64_t walk(const char* fn, const std::u16string& path, std::vector<Value> more, std::vector<Seen>& seen,
@@ -117,8 +114,8 @@ TEST_F(Listing, Interrupted) {
 
 TEST_F(Listing, TextForms) {
     EXPECT_EQ(call("fListFile", {S(u"\\d\\*.txt"), I(2)}).result.s, u"\\d\\.hid.txt\r\n\\d\\a.txt");
-    EXPECT_EQ(call("fListFile", {S(u"\\d\\*.txt"), I(0x112)}).result.s,
-              u"\\d\\a.txt\t"); // 0644: no archive without a stored record
+    // 0644: no archive without a stored record.
+    EXPECT_EQ(call("fListFile", {S(u"\\d\\*.txt"), I(0x112)}).result.s, u"\\d\\a.txt\t");
     EXPECT_EQ(call("fListDirectory", {S(u"\\d\\*"), I(0x210)}).result.s, u"\\d\\sub\tD\r\n\\d\\sub\\deep\tD");
     ASSERT_TRUE(call("fAttributeReadOnly", {S(u"\\d\\a.txt"), Value::boolean(true)}).result.b);
     EXPECT_EQ(call("fListFile", {S(u"\\d\\*"), I(8)}).result.s, u"\\d\\a.txt");

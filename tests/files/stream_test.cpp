@@ -10,6 +10,7 @@
 #include "platform/codepage.h"
 #include "platform/files.h"
 #include "platform/win32_error.h"
+#include "support/error_record.h"
 #include "support/test_host.h"
 
 namespace kp::files {
@@ -22,14 +23,11 @@ constexpr uint32_t kReadWrite = platform::kGenericRead | platform::kGenericWrite
 class Stream : public ::testing::Test {
   protected:
     kp::test::TempDir dir;
-    kp_error_record rec{};
-    CXError err{&rec};
+    kp::test::Err e;
+    kp_error_record& rec = e.rec;
     IXStream s;
 
-    Stream() {
-        rec.severity = 1;
-        s.bind(&err);
-    }
+    Stream() { s.bind(&e.err); }
     std::u16string name(const std::string& rel) const {
         return platform::from_utf8((dir.path() / rel).string());
     }
@@ -77,7 +75,7 @@ TEST_F(Stream, ExactReadsFailShortCountedReadsDoNot) {
     EXPECT_EQ(s.GetLength(), 3);
     // A write-only stream cannot read.
     IXStream w;
-    w.bind(&err);
+    w.bind(&e.err);
     ASSERT_TRUE(open(w, "w", platform::kGenericWrite, platform::kCreateAlways));
     n = 9;
     EXPECT_FALSE(w.Read(buf, 4, &n));

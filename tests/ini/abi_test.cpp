@@ -54,21 +54,20 @@ TEST_F(IniAbi, IntegerFormsDeleteWithZeroAndRefuseAnythingElse) {
     const std::string file = "[s]\r\nk=1\r\n[t]\r\nx=2\r\n", no_key = "[s]\r\n[t]\r\nx=2\r\n",
                       no_s = "[t]\r\nx=2\r\n";
     const Value sec = S(u"s"), k = S(u"k"), zero = I(0);
-    struct Case {
-        Value section, key, value;
-        const std::string* after; // nullptr: refused with 80290, the file unchanged
-    } cases[] = {
+    // {section, key, value, the file after (nullptr: refused with 80290, the file unchanged)}
+    const std::tuple<Value, Value, Value, const std::string*> cases[] = {
         {sec, k, zero, &no_key},     {sec, k, I(7), nullptr},     {sec, zero, zero, &no_s},
         {sec, I(3), zero, nullptr},  {sec, zero, I(-1), nullptr}, {zero, zero, zero, &file}, // does nothing
         {I(1), zero, zero, nullptr}, {sec, k, S(u""), &no_key},   {sec, S(u""), S(u"v"), &no_s},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(&c - cases);
+    int row = 0;
+    for (const auto& [section, key, value, after] : cases) {
+        SCOPED_TRACE(row++);
         put("i.ini", file);
-        CallOutcome r = write({c.section, c.key, c.value, S(u"\\i.ini")});
-        EXPECT_EQ(r.result.b, c.after != nullptr);
-        EXPECT_EQ(r.error.id, c.after ? 0u : 80290u);
-        EXPECT_EQ(get("i.ini"), c.after ? *c.after : file);
+        CallOutcome r = write({section, key, value, S(u"\\i.ini")});
+        EXPECT_EQ(r.result.b, after != nullptr);
+        EXPECT_EQ(r.error.id, after ? 0u : 80290u);
+        EXPECT_EQ(get("i.ini"), after ? *after : file);
     }
     put("i.ini", file);
     CallOutcome r = write({sec, k, I(7), S(u"\\i.ini")});

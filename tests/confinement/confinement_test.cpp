@@ -89,35 +89,32 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
     auto text = [](const CallOutcome& r) {
         return kp::host::utf8(r.result.s) + " i=" + std::to_string(r.result.i) + ";";
     };
-    struct Call {
-        const char* fn;
-        std::vector<Value> args;
-    };
-    const Call calls[] = {{"fLoadText", {S(u"\\Data\\abs_file")}},
-                          {"fLoadText", {S(u"\\Data\\rel_file")}},
-                          {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
-                          {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
-                          {"fSize", {S(u"\\Data\\abs_file")}},
-                          {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-                          {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-                          {"fDirSize", {S(u"\\Data\\abs_dir")}},
-                          {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
-                          {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
-                          {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
-                          {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
-                          {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
-                          {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
-                          {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
-                          {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
-                          {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
-                          {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
-                          {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
-                          {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
-                          {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
-                          {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
-                          {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
-                          {"SysDir", {I(21)}},
-                          {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}}};
+    const std::pair<const char*, std::vector<Value>> calls[] = {
+        {"fLoadText", {S(u"\\Data\\abs_file")}},
+        {"fLoadText", {S(u"\\Data\\rel_file")}},
+        {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
+        {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
+        {"fSize", {S(u"\\Data\\abs_file")}},
+        {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
+        {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
+        {"fDirSize", {S(u"\\Data\\abs_dir")}},
+        {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
+        {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
+        {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
+        {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
+        {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
+        {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
+        {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
+        {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
+        {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
+        {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
+        {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
+        {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
+        {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
+        {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
+        {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
+        {"SysDir", {I(21)}},
+        {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}}};
     auto check = [&](const std::string& what, const std::function<std::string()>& run) {
         const auto before = snapshot();
         const std::string got = run();
@@ -127,9 +124,9 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
             << what;
         EXPECT_EQ(snapshot(), before) << what;
     };
-    for (const Call& c : calls)
-        check(std::string(c.fn) + " " + kp::host::utf8(c.args[0].s),
-              [&] { return text(call(c.fn, c.args)); });
+    for (const auto& c : calls)
+        check(std::string(c.first) + " " + kp::host::utf8(c.second[0].s),
+              [&] { return text(call(c.first, c.second)); });
     check("fOpen and fReadLine", [&] {
         int64_t h = call("fOpen", {S(u"\\Data\\abs_file"), I(0)}).result.i;
         std::string s = text(call("fReadLine", {I(h)}));

@@ -9,39 +9,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
-#include <string>
+#include <tuple>
 
+#include "files/files_fixture.h"
 #include "platform/codepage.h"
 #include "platform/processes.h"
 #include "platform/win32_error.h"
-#include "support/test_host.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using kp::host::CallOutcome;
-using kp::host::Value;
+using namespace kp::files::test;
 
 constexpr const char* kSecret = "canary-secret";
 
-Value S(const std::u16string& s) {
-    return Value::string(s);
-}
-Value I(int64_t v) {
-    return Value::integer(v);
-}
-
-class Confinement : public ::testing::Test {
+class Confinement : public DeviceTest {
   protected:
-    kp::test::HostFixture fx;
     fs::path root = fx.device(), canary = fx.dir.path() / "canary";
 
-    CallOutcome call(const char* name, std::vector<Value> args) { return fx.host->call(name, args); }
+    // Bytes at a host path (the canary lies outside the device).
     void put(const fs::path& p, const std::string& bytes) {
         fs::create_directories(p.parent_path());
         std::ofstream(p, std::ios::binary) << bytes;
@@ -77,7 +65,7 @@ class Confinement : public ::testing::Test {
     }
 
     // Every entry below the canary: type, mode, size, content, times.
-    std::string snapshot() const {
+    std::map<std::string, std::string> snapshot() const {
         std::map<std::string, std::string> all;
         for (const auto& e : fs::recursive_directory_iterator(canary)) {
             struct stat st;
@@ -90,10 +78,7 @@ class Confinement : public ::testing::Test {
             all[e.path().string()] = std::to_string(st.st_mode) + " " + std::to_string(st.st_mtim.tv_nsec) +
                                      " " + std::to_string(st.st_ctim.tv_nsec) + " " + bytes;
         }
-        std::string out;
-        for (const auto& [k, v] : all)
-            out += k + "=" + v + "\n";
-        return out;
+        return all;
     }
 };
 
@@ -104,37 +89,34 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
     auto text = [](const CallOutcome& r) {
         return kp::host::utf8(r.result.s) + " i=" + std::to_string(r.result.i) + ";";
     };
-    struct Call {
-        const char* fn;
-        std::vector<Value> args;
-    };
-    const Call calls[] = {{"fLoadText", {S(u"\\Data\\abs_file")}},
-                          {"fLoadText", {S(u"\\Data\\rel_file")}},
-                          {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
-                          {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
-                          {"fSize", {S(u"\\Data\\abs_file")}},
-                          {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-                          {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-                          {"fDirSize", {S(u"\\Data\\abs_dir")}},
-                          {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
-                          {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
-                          {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
-                          {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
-                          {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
-                          {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
-                          {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
-                          {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
-                          {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
-                          {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
-                          {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
-                          {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
-                          {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
-                          {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
-                          {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
-                          {"SysDir", {I(21)}},
-                          {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}}};
+    const std::pair<const char*, std::vector<Value>> calls[] = {
+        {"fLoadText", {S(u"\\Data\\abs_file")}},
+        {"fLoadText", {S(u"\\Data\\rel_file")}},
+        {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
+        {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
+        {"fSize", {S(u"\\Data\\abs_file")}},
+        {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
+        {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
+        {"fDirSize", {S(u"\\Data\\abs_dir")}},
+        {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
+        {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
+        {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
+        {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
+        {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
+        {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
+        {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
+        {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
+        {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
+        {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
+        {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
+        {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
+        {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
+        {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
+        {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
+        {"SysDir", {I(21)}},
+        {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}}};
     auto check = [&](const std::string& what, const std::function<std::string()>& run) {
-        const std::string before = snapshot();
+        const auto before = snapshot();
         const std::string got = run();
         EXPECT_EQ(got.find(kSecret), std::string::npos) << what;
         EXPECT_EQ(got.find("secret.txt"), std::string::npos) << what;
@@ -142,9 +124,9 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
             << what;
         EXPECT_EQ(snapshot(), before) << what;
     };
-    for (const Call& c : calls)
-        check(std::string(c.fn) + " " + kp::host::utf8(c.args[0].s),
-              [&] { return text(call(c.fn, c.args)); });
+    for (const auto& c : calls)
+        check(std::string(c.first) + " " + kp::host::utf8(c.second[0].s),
+              [&] { return text(call(c.first, c.second)); });
     check("fOpen and fReadLine", [&] {
         int64_t h = call("fOpen", {S(u"\\Data\\abs_file"), I(0)}).result.i;
         std::string s = text(call("fReadLine", {I(h)}));
@@ -156,12 +138,11 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
         return text(call("fLoadText", {S(u"\\Data\\copy.txt")}));
     });
     // The listings, flat through a linked folder and recursive, name nothing of the canary.
-    for (const auto& listing :
-         {std::pair{"fListFile", u"\\Data\\abs_dir\\*"}, std::pair{"fListFile", u"\\Data\\*"},
-          std::pair{"fListDirectory", u"\\Data\\rel_dir\\*"}}) {
-        const char* fn = listing.first;
-        const char16_t* pattern = listing.second;
-        check(fn, [&] {
+    const std::pair<const char*, const char16_t*> listings[] = {{"fListFile", u"\\Data\\abs_dir\\*"},
+                                                                {"fListFile", u"\\Data\\*"},
+                                                                {"fListDirectory", u"\\Data\\rel_dir\\*"}};
+    for (auto [fn, pattern] : listings) {
+        check(fn, [&, fn = fn, pattern = pattern] {
             std::string seen;
             call(fn, {S(pattern), Value::procedure([&](std::vector<Value>& a) {
                           for (const Value& v : a)
@@ -184,21 +165,15 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
 // read from the root, folders; a loop fails with 1921 and writing through a
 // dangling link creates its target inside the root.
 TEST_F(Confinement, LinksInsideWork) {
-    struct Row {
-        std::u16string name;
-        std::string content;
-    };
-    const Row rows[] = {{u"\\Data\\in_rel", "inside"},
-                        {u"\\Data\\in_abs", "windows"},
-                        {u"\\Data\\in_dir\\deep.txt", "deep"},
-                        {u"\\Data\\..\\..\\Data\\in_rel", "inside"}};
-    for (const Row& r : rows)
-        EXPECT_EQ(kp::host::utf8(call("fLoadText", {S(r.name)}).result.s), r.content)
-            << kp::host::utf8(r.name);
+    const std::pair<const char16_t*, std::u16string> rows[] = {{u"\\Data\\in_rel", u"inside"},
+                                                               {u"\\Data\\in_abs", u"windows"},
+                                                               {u"\\Data\\in_dir\\deep.txt", u"deep"},
+                                                               {u"\\Data\\..\\..\\Data\\in_rel", u"inside"}};
+    for (const auto& [name, content] : rows)
+        EXPECT_EQ(call("fLoadText", {S(name)}).result.s, content) << kp::host::utf8(name);
     EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\in_dir\\deep.txt")}).result.b);
 
-    CallOutcome loop = call("fLoadText", {S(u"\\Data\\loop")});
-    EXPECT_EQ(loop.error.system_code, 1921u);
+    EXPECT_EQ(call("fLoadText", {S(u"\\Data\\loop")}).error.system_code, 1921u);
     EXPECT_FALSE(call("fFileExist", {S(u"\\Data\\loop\\x")}).result.b);
 
     link("/Data/made.txt", "Data/dangle_in");
@@ -228,36 +203,32 @@ TEST(ProgramStart, ASwapAfterTheResolutionDoesNotRedirect) {
     namespace pf = kp::platform;
     kp::test::TempDir dir;
     const fs::path d = dir.path() / "d", other = dir.path() / "other";
-    struct Row {
-        const char* what;
-        fs::path original, replacement; // into d/prog and other/prog
-        bool started;
-        uint32_t code; // exit code, else the start's error
-    };
     const fs::path script = dir.path() / "exit3.sh";
     std::ofstream(script) << "#!/bin/sh\nexit 3\n";
     fs::permissions(script, fs::perms::owner_all);
-    const Row rows[] = {{"binary", "/bin/false", "/bin/true", true, 1},
-                        {"script", script, "/bin/true", false, pf::kErrorAccessDenied}};
-    for (const Row& r : rows) {
+    // {what, into d/prog, into other/prog, started, the exit code else the start's error}
+    const std::tuple<const char*, fs::path, fs::path, bool, uint32_t> rows[] = {
+        {"binary", "/bin/false", "/bin/true", true, 1},
+        {"script", script, "/bin/true", false, pf::kErrorAccessDenied}};
+    for (const auto& [what, original, replacement, started, want] : rows) {
         fs::remove_all(d);
         fs::remove_all(other);
         fs::remove_all(dir.path() / "d.old");
         fs::create_directories(d);
         fs::create_directories(other);
-        fs::copy_file(r.original, d / "prog");
-        fs::copy_file(r.replacement, other / "prog");
+        fs::copy_file(original, d / "prog");
+        fs::copy_file(replacement, other / "prog");
         pf::ProgramFile program;
-        ASSERT_TRUE(pf::open_program(pf::from_utf8((d / "prog").string()), program)) << r.what;
+        ASSERT_TRUE(pf::open_program(pf::from_utf8((d / "prog").string()), program)) << what;
         fs::rename(d, dir.path() / "d.old");
         fs::create_directory_symlink(other, d);
         pf::ChildProcess child;
         pf::set_last_error(0);
-        ASSERT_EQ(pf::start_process(program, {}, child), r.started) << r.what;
+        ASSERT_EQ(pf::start_process(program, {}, child), started) << what;
         uint32_t code = pf::last_error();
-        if (r.started)
+        if (started)
             while ((code = child.wait(1000)) == pf::kStillActive) {}
-        EXPECT_EQ(code, r.code) << r.what;
+        EXPECT_EQ(code, want) << what;
     }
 }
 

@@ -8,20 +8,16 @@
 
 #include "files/streams.h"
 #include "platform/codepage.h"
+#include "support/error_record.h"
 #include "support/test_host.h"
 
 namespace kp::files {
 namespace {
 
-struct Box {
-    kp_error_record rec{};
-    CXError err{&rec};
-    Box() { rec.severity = 1; }
-};
-
 // Without a host the device root is "/": names are host paths here.  Random
 // files rich in the pieces of the line end, each line against a plain
-// search: ANSI files against the plain 1252 decoder, read in turn into a
+// search: ANSI files against the plain 1252 decoder (high bytes at every
+// offset of the reader's 16-byte blocks), read in turn into a
 // new string and into one string kept from line to line, some with lines
 // longer than the read-ahead and high bytes; Unicode files (no byte-order
 // mark), where 0D 00 0A 00 is searched byte by byte and so found at odd
@@ -48,7 +44,7 @@ TEST(LineReaderProperty, LinesAndLineEndsGiveTheFileBack) {
                                          : static_cast<char>(rng() % (round % 2 ? 256 : 128)));
         }
         std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-        Box b;
+        kp::test::Err b;
         int32_t h = f_open(platform::from_utf8(path), kFoRead | (unicode ? kFoUnicode : 0), b.err);
         ASSERT_GE(h, 2);
         std::size_t pos = 0;

@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <array>
 #include <cstdio>
 #include <sstream>
+#include <tuple>
 
 #include "files_fixture.h"
 #include "platform/dos_record.h"
@@ -24,13 +26,7 @@ std::string run_python(const std::string& script, const std::string& args = "") 
         std::filesystem::temp_directory_path() / ("kp120-samba-" + std::to_string(getpid()));
     std::ofstream(path) << "from samba.dcerpc import xattr\nfrom samba.ndr import ndr_pack, ndr_unpack\n"
                         << script;
-    std::string out;
-    if (FILE* p = popen((std::string(kPython) + " " + path + " " + args + " 2>/dev/null").c_str(), "r")) {
-        char buf[4096];
-        while (std::size_t n = fread(buf, 1, sizeof buf, p))
-            out.append(buf, n);
-        if (pclose(p) != 0) out.clear();
-    }
+    std::string out = capture(std::string(kPython) + " " + path + " " + args + " 2>/dev/null");
     std::filesystem::remove(path);
     return out;
 }
@@ -52,8 +48,10 @@ std::string to_hex(const std::string& bytes) {
     return out;
 }
 
-// A record of `version` made by Samba: attributes, hex text, creation time.
+// A record of `version` made by Samba: attributes, hex text, creation time
+// (LONG: a name longer than a small fixed buffer).
 constexpr const char* kMake = R"(
+LONG = 'n' * 200
 def make(version, attrib, create=0, name=''):
     d = xattr.DOSATTRIB()
     d.version = version
@@ -88,35 +86,35 @@ class SambaAttributes : public DeviceTest {
         ASSERT_EQ(setxattr(host_path(rel).c_str(), "user.DOSATTRIB", value.data(), value.size(), 0), 0);
     }
     std::u16string letters(const std::u16string& name) { return call("fAttribute", {S(name)}).result.s; }
+    // The records Samba makes for the calls of make() first in each row.
+    template <class Rows> std::vector<std::string> records(const Rows& rows) {
+        std::string script = kMake;
+        for (const auto& r : rows)
+            script += std::string(std::get<0>(r)) + "\n";
+        std::istringstream lines(run_python(script));
+        std::vector<std::string> out;
+        for (std::string hex; std::getline(lines, hex);)
+            out.push_back(from_hex(hex));
+        EXPECT_EQ(out.size(), std::size(rows));
+        out.resize(std::size(rows));
+        return out;
+    }
 };
 
 // Samba writes, the component reads: every version, and a record longer than
 // a small fixed buffer (version 2 with a long name).
 TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
-    struct Row {
-        const char* make;
-        const char16_t* letters;
+    // The last stays: a hidden file is not listed by frNoHiddenFile.
+    const std::pair<const char*, const char16_t*> rows[] = {
+        {"make(1, 0x22)", u"AH"},   {"make(2, 0x04, 0, LONG)", u"S"}, {"make(3, 0x26, 1)", u"AHS"},
+        {"make(4, 0x02, 2)", u"H"}, {"make(5, 0x06, 3)", u"HS"},      {"make(5, 0x20)", u"A"},
+        {"make(5, 0x00)", u""},     {"make(5, 0x02)", u"H"},
     };
-    const Row rows[] = {
-        {"make(1, 0x22)", u"AH"},
-        {"make(2, 0x04, 0, 'n' * 200)", u"S"},
-        {"make(3, 0x26, 1)", u"AHS"},
-        {"make(4, 0x02, 2)", u"H"},
-        {"make(5, 0x06, 3)", u"HS"},
-        {"make(5, 0x20)", u"A"},
-        {"make(5, 0x00)", u""},
-        {"make(5, 0x02)", u"H"} // stays: a hidden file is not listed by frNoHiddenFile
-    };
-    std::string script = kMake;
-    for (const Row& r : rows)
-        script += std::string(r.make) + "\n";
-    std::istringstream records(run_python(script));
+    const std::vector<std::string> made = records(rows);
     put("f.txt", "x");
-    for (const Row& r : rows) {
-        std::string hex;
-        ASSERT_TRUE(std::getline(records, hex)) << r.make;
-        store("f.txt", from_hex(hex));
-        EXPECT_EQ(letters(u"\\f.txt"), r.letters) << r.make;
+    for (std::size_t k = 0; k < made.size(); ++k) {
+        store("f.txt", made[k]);
+        EXPECT_EQ(letters(u"\\f.txt"), rows[k].second) << rows[k].first;
     }
     put("g.txt", "x");
     EXPECT_EQ(call("fListFile", {S(u"\\*.txt"), I(0x102)}).result.s, u"\\g.txt");
@@ -126,9 +124,7 @@ TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
 // creation time and the attributes it does not manage of the record there.
 TEST_F(SambaAttributes, RecordsTheComponentWritesAreReadBySamba) {
     put("f.txt", "x");
-    std::string script = kMake;
-    script += "make(4, 0x2100, 0x01d9000011112222)\n";
-    store("f.txt", from_hex(run_python(script).substr(0, 64)));
+    store("f.txt", records(std::array{std::pair{"make(4, 0x2100, 0x01d9000011112222)", 0}})[0]);
     ASSERT_EQ(call("fAttribute", {S(u"\\f.txt"), S(u"+HS")}).result.s, u"HS");
     put("new.txt", "x");
     ASSERT_EQ(call("fAttribute", {S(u"\\new.txt"), S(u"+A")}).result.s, u"A");
@@ -157,35 +153,25 @@ TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
     ASSERT_EQ(::stat(host_path("f.txt").c_str(), &st), 0);
     const uint64_t nt = (static_cast<uint64_t>(st.st_mtim.tv_sec) + 11644473600u) * 10000000u;
     const std::string kept = std::to_string(nt);
-    const std::pair<std::string, std::u16string> rows[] = {
-        {"make(1, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(2, 0x20, " + kept + ", 'n')", u"2003040506070800"},
-        {"make(3, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(4, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(5, 0x20, " + kept + ")", u"2003040506070800"},
-        {"make(1, 0x20)", own},
-        {"make(5, 0x20)", own}};
-    std::string script = kMake;
-    for (const auto& r : rows)
-        script += r.first + "\n";
-    std::istringstream records(run_python(script));
-    for (const auto& [make, expected] : rows) {
-        std::string hex;
-        ASSERT_TRUE(std::getline(records, hex)) << make;
-        store("f.txt", from_hex(hex));
-        EXPECT_EQ(created(), expected) << make;
+    // Every version with the time kept (version 2 with a name), then two without.
+    std::vector<std::pair<std::string, std::u16string>> rows;
+    for (const char* v : {"1", "2", "3", "4", "5"})
+        rows.push_back({std::string("make(") + v + ", 0x20, " + kept + (*v == '2' ? ", 'n')" : ")"),
+                        u"2003040506070800"});
+    rows.insert(rows.end(), {{"make(1, 0x20)", own}, {"make(5, 0x20)", own}});
+    const std::vector<std::string> made = records(rows);
+    for (std::size_t k = 0; k < made.size(); ++k) {
+        store("f.txt", made[k]);
+        EXPECT_EQ(created(), rows[k].second) << rows[k].first;
     }
 }
 
 // A record cut anywhere or of an unknown version: the attributes of the text
 // when it has them, else those of a file without the attribute; never more.
 TEST_F(SambaAttributes, TruncatedAndUnknownRecords) {
-    std::string script = kMake;
-    script += "make(5, 0x06, 3)\nmake(3, 0x02, 1)\n";
-    std::istringstream records(run_python(script));
-    std::string v5, v3;
-    ASSERT_TRUE(std::getline(records, v5) && std::getline(records, v3));
-    v5 = from_hex(v5), v3 = from_hex(v3);
+    const std::vector<std::string> made =
+        records(std::array{std::pair{"make(5, 0x06, 3)", 0}, std::pair{"make(3, 0x02, 1)", 0}});
+    const std::string &v5 = made[0], &v3 = made[1];
     put("f.txt", "x");
     for (std::size_t cut = 1; cut < v5.size(); ++cut) {
         store("f.txt", v5.substr(0, cut));

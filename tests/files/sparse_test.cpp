@@ -28,9 +28,9 @@ class Sparse : public DeviceTest {
         ASSERT_EQ(ftruncate(fd, 64 * kMiB), 0);
         ::close(fd);
     }
-    void poke(const std::string& rel, off_t offset, char byte) {
+    void poke(const std::string& rel, off_t offset, const std::string& bytes) {
         int fd = ::open(host_path(rel).c_str(), O_WRONLY);
-        ASSERT_EQ(pwrite(fd, &byte, 1, offset), 1);
+        ASSERT_EQ(pwrite(fd, bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
         ::close(fd);
     }
     struct stat info(const std::string& rel) {
@@ -63,28 +63,19 @@ TEST_F(Sparse, CompareByContent) {
     EXPECT_EQ(compare(u"\\a.bin", u"\\same.bin"), 0);
     // The same bytes with zeros written where the other has a hole.
     sparse("zeros.bin", {0, 10, 63});
-    {
-        int fd = ::open(host_path("zeros.bin").c_str(), O_WRONLY);
-        std::string zeros(kMiB, '\0');
-        ASSERT_EQ(pwrite(fd, zeros.data(), zeros.size(), 20 * kMiB), kMiB);
-        ::close(fd);
-    }
+    poke("zeros.bin", 20 * kMiB, std::string(kMiB, '\0'));
     EXPECT_EQ(compare(u"\\a.bin", u"\\zeros.bin"), 0);
     EXPECT_EQ(compare(u"\\zeros.bin", u"\\a.bin"), 0);
-    struct Row {
-        off_t offset;
-        const char* where;
-    };
-    const Row rows[] = {{10 * kMiB + 1000, "inside a data extent"},
-                        {30 * kMiB, "inside a hole of both"},
-                        {20 * kMiB + 5, "in zeros written facing a hole"},
-                        {64 * kMiB - 1, "the last byte"}};
-    for (const Row& r : rows) {
+    const std::pair<off_t, const char*> rows[] = {{10 * kMiB + 1000, "inside a data extent"},
+                                                  {30 * kMiB, "inside a hole of both"},
+                                                  {20 * kMiB + 5, "in zeros written facing a hole"},
+                                                  {64 * kMiB - 1, "the last byte"}};
+    for (const auto& [offset, where] : rows) {
         std::filesystem::copy_file(host_path("zeros.bin"), host_path("b.bin"),
                                    std::filesystem::copy_options::overwrite_existing);
-        poke("b.bin", r.offset, 'x');
-        EXPECT_EQ(compare(u"\\zeros.bin", u"\\b.bin"), 1) << r.where;
-        EXPECT_EQ(compare(u"\\b.bin", u"\\a.bin"), 1) << r.where;
+        poke("b.bin", offset, "x");
+        EXPECT_EQ(compare(u"\\zeros.bin", u"\\b.bin"), 1) << where;
+        EXPECT_EQ(compare(u"\\b.bin", u"\\a.bin"), 1) << where;
     }
     sparse("short.bin", {0, 10});
     ASSERT_EQ(truncate(host_path("short.bin").c_str(), 63 * kMiB), 0);

@@ -10,6 +10,7 @@
 #include "platform/codepage.h"
 #include "platform/files.h"
 #include "platform/win32_error.h"
+#include "support/error_record.h"
 #include "support/test_host.h"
 
 namespace kp::files {
@@ -22,14 +23,11 @@ constexpr uint32_t kReadWrite = platform::kGenericRead | platform::kGenericWrite
 class Stream : public ::testing::Test {
   protected:
     kp::test::TempDir dir;
-    kp_error_record rec{};
-    CXError err{&rec};
+    kp::test::Err e;
+    kp_error_record& rec = e.rec;
     IXStream s;
 
-    Stream() {
-        rec.severity = 1;
-        s.bind(&err);
-    }
+    Stream() { s.bind(&e.err); }
     std::u16string name(const std::string& rel) const {
         return platform::from_utf8((dir.path() / rel).string());
     }
@@ -77,7 +75,7 @@ TEST_F(Stream, ExactReadsFailShortCountedReadsDoNot) {
     EXPECT_EQ(s.GetLength(), 3);
     // A write-only stream cannot read.
     IXStream w;
-    w.bind(&err);
+    w.bind(&e.err);
     ASSERT_TRUE(open(w, "w", platform::kGenericWrite, platform::kCreateAlways));
     n = 9;
     EXPECT_FALSE(w.Read(buf, 4, &n));
@@ -119,10 +117,9 @@ TEST_F(Stream, LineReaders) {
     char16_t line[256];
     bool more = false;
     // Strict: only CR LF ends a line; a line longer than the buffer comes in parts.
-    const std::pair<std::u16string, bool> strict[] = {{u"one", false},
-                                                      {u"two\rthree\nfour", false},
-                                                      {std::u16string(255, u'x'), true},
-                                                      {std::u16string(45, u'x'), false}};
+    const std::u16string x255(255, u'x'), x45(45, u'x');
+    const std::pair<std::u16string, bool> strict[] = {
+        {u"one", false}, {u"two\rthree\nfour", false}, {x255, true}, {x45, false}};
     for (const auto& [expected, part] : strict) {
         EXPECT_TRUE(s.ReadLineW(line, 256, &more, true));
         EXPECT_EQ(std::u16string(line), expected);

@@ -27,13 +27,10 @@ TEST(IniProcesses, TwoWritersOfAThousandKeysEachLoseNothing) {
     const std::u16string file = platform::from_utf8((dir.path() / "shared.ini").string());
     // A key after both sections: every insertion moves it, so a reader that
     // could see a file in the middle of a rewrite would miss it.
-    {
-        std::string s = "witness", k = "key", v = "present";
-        uint32_t code = 0;
-        ASSERT_TRUE(write_file(file, "first", &k, &v, kCp, &code));
-        ASSERT_TRUE(write_file(file, "second", &k, &v, kCp, &code));
-        ASSERT_TRUE(write_file(file, s, &k, &v, kCp, &code));
-    }
+    const std::string key = "key", present = "present";
+    uint32_t code = 0;
+    for (const char* section : {"first", "second", "witness"})
+        ASSERT_TRUE(write_file(file, section, &key, &present, kCp, &code));
     auto writer = [&](const char* section, const char* prefix) {
         pid_t pid = fork();
         if (pid == 0) {

@@ -4,13 +4,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "component/error.h"
 #include "memzones/zones.h"
+#include "support/error_record.h"
 
 using kp::memzones::Element;
 using kp::memzones::Item;
@@ -27,11 +29,29 @@ Item money(int64_t millionths) {
     return Item::currency(b);
 }
 
+// Short makers for the key tables.
+Item R(double v) {
+    return Item::real(v);
+}
+Item L(int64_t v) {
+    return Item::int64(v);
+}
+Item T(const char16_t* s) {
+    return Item::string(s);
+}
+Item I(int32_t v) {
+    return Item::integer(v);
+}
+Item NaN() {
+    return R(std::numeric_limits<double>::quiet_NaN());
+}
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
 // Zone of integers 10, 20, ... (keys are the values).
 Zone tens(int n) {
     Zone z;
     for (int i = 1; i <= n; ++i)
-        z.add(Item::integer(10 * i), Item::same_as_value());
+        z.add(I(10 * i), Item::same_as_value());
     return z;
 }
 
@@ -42,69 +62,47 @@ int value_of(const Element* el) {
 } // namespace
 
 TEST(Zone, NavigationAtBothEnds) {
-    // Each step: a move, the value reached (-1: outside), MemOut, MemCurrent.
-    enum Move { First, Last, Next, Prev };
-    struct Step {
-        Move move;
-        int value;
-        bool out;
-        int current;
+    // {zone size, steps}: each step a move (First, Last, Next, Previous) and
+    // the current position it reaches (0: outside, MemOut true), the value
+    // there being ten times the position.
+    const std::pair<int, const char*> cases[] = {
+        {3, "N1N2"},     // next from a fresh zone starts at the first
+        {3, "P0N1"},     // previous from a fresh zone stays before
+        {3, "L3N0N0P3"}, // past the end then back
+        {3, "F1P0P0N1"}, // past the start then forward
+        {1, "F1N0P1P0"}, {0, "F0L0N0P0"},
     };
-    struct Case {
-        const char* name;
-        int size;
-        std::vector<Step> steps;
-    };
-    const std::vector<Case> cases = {
-        {"next from a fresh zone starts at the first", 3, {{Next, 10, false, 1}, {Next, 20, false, 2}}},
-        {"previous from a fresh zone stays before", 3, {{Prev, -1, true, 0}, {Next, 10, false, 1}}},
-        {"past the end then back",
-         3,
-         {{Last, 30, false, 3}, {Next, -1, true, 0}, {Next, -1, true, 0}, {Prev, 30, false, 3}}},
-        {"past the start then forward",
-         3,
-         {{First, 10, false, 1}, {Prev, -1, true, 0}, {Prev, -1, true, 0}, {Next, 10, false, 1}}},
-        {"one element",
-         1,
-         {{First, 10, false, 1}, {Next, -1, true, 0}, {Prev, 10, false, 1}, {Prev, -1, true, 0}}},
-        {"empty zone",
-         0,
-         {{First, -1, true, 0}, {Last, -1, true, 0}, {Next, -1, true, 0}, {Prev, -1, true, 0}}},
-    };
-    for (const Case& c : cases) {
-        Zone z = tens(c.size);
-        EXPECT_TRUE(z.out()) << c.name;
-        int k = 0;
-        for (const Step& s : c.steps) {
-            const Element* el = s.move == First  ? z.first()
-                                : s.move == Last ? z.last()
-                                : s.move == Next ? z.next()
-                                                 : z.previous();
-            EXPECT_EQ(s.value, value_of(el)) << c.name << " step " << k;
-            EXPECT_EQ(s.out, z.out()) << c.name << " step " << k;
-            EXPECT_EQ(s.current, z.current()) << c.name << " step " << k;
-            ++k;
+    for (const auto& [size, steps] : cases) {
+        Zone z = tens(size);
+        EXPECT_TRUE(z.out()) << steps;
+        for (const char* s = steps; *s; s += 2) {
+            const Element* el = *s == 'F'   ? z.first()
+                                : *s == 'L' ? z.last()
+                                : *s == 'N' ? z.next()
+                                            : z.previous();
+            const int at = s[1] - '0';
+            SCOPED_TRACE(std::string(steps) + " step " + std::to_string((s - steps) / 2));
+            EXPECT_EQ(at ? 10 * at : -1, value_of(el));
+            EXPECT_EQ(at == 0, z.out());
+            EXPECT_EQ(at, z.current());
         }
     }
 }
 
 TEST(Zone, DeletionKeepsTheCurrentElementOrTheNextOne) {
-    struct Case {
-        int at, remove, current_after; // current_after 0: outside
-        int value_after;
-    };
-    const Case cases[] = {
+    // {current, removed, current after (0: outside), its value}
+    const int cases[][4] = {
         {3, 1, 2, 30}, // before the current: same element, lower number
         {3, 3, 3, 40}, // the current: the following one takes its number
         {3, 5, 3, 30}, // after: nothing moves
         {5, 5, 0, -1}, // the current and last: after the end
     };
-    for (const Case& c : cases) {
+    for (const auto& [at, remove, current, value] : cases) {
         Zone z = tens(5);
-        z.set_position(c.at);
-        z.remove(c.remove);
-        EXPECT_EQ(c.current_after, z.current()) << c.at << "/" << c.remove;
-        EXPECT_EQ(c.value_after, value_of(z.current_element())) << c.at << "/" << c.remove;
+        z.set_position(at);
+        z.remove(remove);
+        EXPECT_EQ(current, z.current()) << at << "/" << remove;
+        EXPECT_EQ(value, value_of(z.current_element())) << at << "/" << remove;
     }
     // Deleting the current element inside a loop visits every other one once.
     Zone z = tens(6);
@@ -123,63 +121,36 @@ TEST(Zone, DeletionKeepsTheCurrentElementOrTheNextOne) {
 
 TEST(Zone, SeekFindsTheFirstEqualKeyAcrossNumberTypes) {
     Zone z;
-    z.add(Item::string(u"a"), Item::integer(2));
-    z.add(Item::string(u"b"), Item::real(2.5));
-    z.add(Item::string(u"c"), money(2500000));
-    z.add(Item::string(u"d"), Item::string(u"2"));
-    z.add(Item::string(u"e"), Item::boolean(true));
-    z.add(Item::string(u"f"), Item::real(std::nan("")));
     const int64_t big = int64_t{1} << 60; // 2^60 + 1 and 2^60 are the same real
-    z.add(Item::string(u"g"), Item::int64(big + 1));
-    struct Case {
-        Item key;
-        int expect;
+    Item keys[] = {I(2), R(2.5), money(2500000), T(u"2"), Item::boolean(true), NaN(), L(big + 1)};
+    for (Item& k : keys)
+        z.add(T(u"v"), std::move(k));
+    const double big_real = static_cast<double>(big);
+    const std::pair<Item, int> cases[] = {
+        {L(2), 1},        {R(2.0), 1},    {money(2000000), 1}, {money(2500000), 2}, {R(2.5), 2},
+        {T(u"2"), 4},     {I(1), 5},      {NaN(), 6},          {L(big + 1), 7},     {L(big), 0},
+        {R(big_real), 0}, {T(u"2.5"), 0}, {I(3), 0},           {Item(), 0},
     };
-    Case cases[] = {
-        {Item::int64(2), 1},
-        {Item::real(2.0), 1},
-        {money(2000000), 1},
-        {money(2500000), 2},
-        {Item::real(2.5), 2},
-        {Item::string(u"2"), 4},
-        {Item::integer(1), 5},
-        {Item::real(std::nan("")), 6},
-        {Item::int64(big + 1), 7},
-        {Item::int64(big), 0},
-        {Item::real(static_cast<double>(big)), 0},
-        {Item::string(u"2.5"), 0},
-        {Item::integer(3), 0},
-        {Item(), 0},
-    };
-    for (const Case& c : cases) {
+    for (const auto& [key, expect] : cases) {
         z.set_position(3);
-        EXPECT_EQ(c.expect, z.seek(c.key));
-        EXPECT_EQ(c.expect != 0, z.found());
+        EXPECT_EQ(expect, z.seek(key));
+        EXPECT_EQ(expect != 0, z.found());
         // A failed seek does not move the position.
-        EXPECT_EQ(c.expect ? c.expect : 3, z.current());
+        EXPECT_EQ(expect ? expect : 3, z.current());
     }
 }
 
 TEST(Zone, SortIsStableAndOrdersMixedKeys) {
     Zone z;
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    // Values number the insertion order.
-    Item keys[] = {Item::string(u"b"),
-                   Item::integer(5),
-                   Item::real(nan),
-                   money(-1500000) /* -1.5 */,
-                   Item::string(u"B"),
-                   Item::real(5.0) /* equals 5: stays after element 1 */,
-                   Item::buffer(std::vector<uint8_t>{1}),
-                   Item::string(u"\u00e9"),
-                   Item(),
-                   Item::int64(-2),
-                   Item::real(-std::numeric_limits<double>::infinity()),
-                   Item::string(u"b") /* equal to element 0 */,
-                   Item::string(u""),
-                   Item::boolean(true)};
+    // Values number the insertion order: -1.5 in currency (3), 5.0 equal to
+    // 5 (1, stays after it), "b" again (11, equal to 0).
+    const Item bytes = Item::buffer(std::vector<uint8_t>{1});
+    Item keys[] = {
+        T(u"b"),      I(5),   NaN(), money(-1500000), T(u"B"), R(5.0), bytes.clone(),
+        T(u"\u00e9"), Item(), L(-2), R(-kInf),        T(u"b"), T(u""), Item::boolean(true),
+    };
     for (int v = 0; v < static_cast<int>(std::size(keys)); ++v)
-        z.add(Item::integer(v), std::move(keys[v]));
+        z.add(I(v), std::move(keys[v]));
     z.sort();
     std::vector<int> order;
     for (const Element* el = z.first(); el; el = z.next())
@@ -199,34 +170,26 @@ TEST(Zone, SortAgreesWithAPlainStableSort) {
     auto random_key = [&]() -> Item {
         const int64_t small = static_cast<int64_t>(rng() % 7) - 3;
         static const int kNumberKinds[] = {1, 2, 3, 5, 6, 7, 8, 11};
-        switch (numbers_only ? kNumberKinds[rng() % 8] : static_cast<int>(rng() % 12)) {
-        case 0:
-            return Item();
-        case 1:
-            return Item::integer(static_cast<int32_t>(small));
-        case 2:
-            return Item::int64((int64_t{1} << 60) + small);
-        case 3:
-            return Item::real(static_cast<double>(small) / 2);
-        case 4:
-            return Item::real((rng() & 1) ? -0.0 : std::numeric_limits<double>::quiet_NaN());
-        case 5:
-            return money(small * 500000);
-        case 6:
-            return Item::boolean(rng() & 1);
-        case 7:
-            return Item::real(
-                std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 80) - 40) *
-                ((rng() & 1) ? -1 : 1));
-        case 8:
-            return Item::int64(static_cast<int64_t>(rng()));
-        case 9:
-            return Item::string(std::u16string(1 + rng() % 2, static_cast<char16_t>(u'a' + rng() % 3)));
-        case 10:
-            return Item::buffer(std::vector<uint8_t>(rng() % 3, static_cast<uint8_t>(rng() % 2)));
-        default:
-            return Item::real(static_cast<double>(int64_t{1} << 60));
-        }
+        const std::function<Item()> kinds[] = {
+            [] { return Item(); },
+            [&] { return I(static_cast<int32_t>(small)); },
+            [&] { return Item::int64((int64_t{1} << 60) + small); },
+            [&] { return Item::real(static_cast<double>(small) / 2); },
+            [&] { return Item::real((rng() & 1) ? -0.0 : std::numeric_limits<double>::quiet_NaN()); },
+            [&] { return money(small * 500000); },
+            [&] { return Item::boolean(rng() & 1); },
+            [&] {
+                return Item::real(
+                    std::ldexp(static_cast<double>(rng() >> 11), static_cast<int>(rng() % 80) - 40) *
+                    ((rng() & 1) ? -1 : 1));
+            },
+            [&] { return Item::int64(static_cast<int64_t>(rng())); },
+            [&] {
+                return Item::string(std::u16string(1 + rng() % 2, static_cast<char16_t>(u'a' + rng() % 3)));
+            },
+            [&] { return Item::buffer(std::vector<uint8_t>(rng() % 3, static_cast<uint8_t>(rng() % 2))); },
+            [] { return Item::real(static_cast<double>(int64_t{1} << 60)); }};
+        return kinds[numbers_only ? kNumberKinds[rng() % 8] : rng() % 12]();
     };
     for (int round = 0; round < 30; ++round) {
         numbers_only = round % 3 == 2;
@@ -234,8 +197,8 @@ TEST(Zone, SortAgreesWithAPlainStableSort) {
         const int n = 1 + static_cast<int>(rng() % 3000);
         for (int i = 0; i < n; ++i) {
             Item k = random_key();
-            copy.add(Item::integer(i), k.clone());
-            z.add(Item::integer(i), std::move(k));
+            copy.add(I(i), k.clone());
+            z.add(I(i), std::move(k));
         }
         std::vector<int> expected(static_cast<std::size_t>(n));
         for (int i = 0; i < n; ++i)
@@ -254,7 +217,7 @@ TEST(Zone, SortAgreesWithAPlainStableSort) {
 TEST(Zone, SortDuringIterationFollowsTheCurrentElement) {
     Zone z;
     for (int v : {4, 1, 3, 2})
-        z.add(Item::integer(v), Item::same_as_value());
+        z.add(I(v), Item::same_as_value());
     z.set_position(3); // the element 3
     z.sort();
     EXPECT_EQ(3, z.current());
@@ -269,7 +232,7 @@ TEST(Zone, SortDuringIterationFollowsTheCurrentElement) {
 
 TEST(Zone, ClearForgetsPositionAndFound) {
     Zone z = tens(3);
-    z.seek(Item::integer(20));
+    z.seek(I(20));
     ASSERT_TRUE(z.found());
     z.clear();
     EXPECT_EQ(0, z.count());
@@ -279,15 +242,13 @@ TEST(Zone, ClearForgetsPositionAndFound) {
 }
 
 TEST(Zone, ValuesOfNoSimpleTypeAreRefused) {
-    kp_error_record rec{};
-    rec.severity = KP_SEVERITY_NONE;
-    kp::CXError e(&rec);
+    kp::test::Err e;
     kp_variant v{};
     v.type = KP_T_PROCEDURE; // no conversion hook answers in this process
-    Item out = Item::integer(1);
-    EXPECT_FALSE(kp::memzones::item_from_variant(&v, out, e));
-    EXPECT_EQ(80014u, rec.id);
-    EXPECT_EQ(KP_SEVERITY_ERROR, rec.severity);
+    Item out = I(1);
+    EXPECT_FALSE(kp::memzones::item_from_variant(&v, out, e.err));
+    EXPECT_EQ(80014u, e.id());
+    EXPECT_EQ(KP_SEVERITY_ERROR, e.rec.severity);
 }
 
 TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
@@ -296,28 +257,15 @@ TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
     // width of the target's long double.
     const int64_t max = std::numeric_limits<int64_t>::max(), min = std::numeric_limits<int64_t>::min();
     const double two63 = 9223372036854775808.0;
-    struct Case {
-        Item a, b;
-        int expect;
+    const std::tuple<Item, Item, int> cases[] = {
+        {L(max), L(max - 1), 1},     {L(min), L(min + 1), -1},       {L(max), R(two63), -1},
+        {R(-two63), L(min), 0},      {R(-two63), L(min + 1), -1},    {money(1000001), I(1), 1},
+        {money(999999), R(1.0), -1}, {money(-1500000), R(-1.5), 0},  {money(-1500001), R(-1.5), -1},
+        {R(0.25), money(250000), 0}, {R(kInf), L(max), 1},           {R(-kInf), money(-1), -1},
+        {R(1e30), money(1), 1},      {Item::boolean(true), I(1), 0},
     };
-    Case cases[] = {
-        {Item::int64(max), Item::int64(max - 1), 1},
-        {Item::int64(min), Item::int64(min + 1), -1},
-        {Item::int64(max), Item::real(two63), -1},
-        {Item::real(-two63), Item::int64(min), 0},
-        {Item::real(-two63), Item::int64(min + 1), -1},
-        {money(1000001), Item::integer(1), 1},
-        {money(999999), Item::real(1.0), -1},
-        {money(-1500000), Item::real(-1.5), 0},
-        {money(-1500001), Item::real(-1.5), -1},
-        {Item::real(0.25), money(250000), 0},
-        {Item::real(std::numeric_limits<double>::infinity()), Item::int64(max), 1},
-        {Item::real(-std::numeric_limits<double>::infinity()), money(-1), -1},
-        {Item::real(1e30), money(1), 1},
-        {Item::boolean(true), Item::integer(1), 0},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.expect, compare(c.a, c.b));
-        EXPECT_EQ(-c.expect, compare(c.b, c.a));
+    for (const auto& [a, b, expect] : cases) {
+        EXPECT_EQ(expect, compare(a, b));
+        EXPECT_EQ(-expect, compare(b, a));
     }
 }

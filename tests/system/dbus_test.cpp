@@ -43,11 +43,11 @@ struct DBus : ::testing::Test {
         ASSERT_TRUE(sys->host->loaded());
     }
     std::vector<std::string> logind_calls() { return s->bus.calls("logind.log"); }
-    void set(const char* dest, const char* path, const char* iface, const char* prop,
-             const std::string& value) {
-        s->bus.gdbus(std::string("call --dest ") + dest + " --object-path " + path +
-                     " --method org.freedesktop.DBus.Properties.Set " + iface + " " + prop + " \"" + value +
-                     "\"");
+    // Sets a property of org.freedesktop.<service> (interface <service><iface>).
+    void set(const std::string& service, const char* iface, const char* prop, const char* value) {
+        s->bus.gdbus("call --dest org.freedesktop." + service + " --object-path /org/freedesktop/" + service +
+                     " --method org.freedesktop.DBus.Properties.Set org.freedesktop." + service + iface +
+                     " " + prop + " \"" + value + "\"");
     }
 };
 
@@ -90,21 +90,17 @@ TEST_F(DBus, StandbyAndPowerSource) {
     EXPECT_FALSE(out.result.b);
     EXPECT_EQ(1, out.error.severity) << "another power source is no error";
     EXPECT_EQ(before + 2, suspends());
-    set("org.freedesktop.UPower", "/org/freedesktop/UPower", "org.freedesktop.UPower", "OnBattery",
-        "<false>");
+    set("UPower", "", "OnBattery", "<false>");
     EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysMainsPower"))}));
     EXPECT_FALSE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysBattery"))}));
     EXPECT_EQ(before + 3, suspends());
 
     // The automatic standby delay: logind's idle action and its delay.
     EXPECT_EQ(0, sys->integer("SysStandby")) << "the mock's idle action is ignore";
-    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "IdleAction",
-        "<'suspend'>");
-    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
-        "IdleActionUSec", "<uint64 600000000>");
+    set("login1", ".Manager", "IdleAction", "<'suspend'>");
+    set("login1", ".Manager", "IdleActionUSec", "<uint64 600000000>");
     EXPECT_EQ(600, sys->integer("SysStandby"));
-    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "IdleAction",
-        "<'lock'>");
+    set("login1", ".Manager", "IdleAction", "<'lock'>");
     EXPECT_EQ(0, sys->integer("SysStandby"));
 }
 

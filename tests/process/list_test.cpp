@@ -29,10 +29,9 @@ TEST(SplitPath, DriveDirectoryNameExtension) {
                         {u"", u"", u"", u"", u""}};
     for (const Row& r : rows) {
         auto p = split_path(r.path);
-        EXPECT_EQ(p.drive, r.drive) << kp::host::utf8(r.path);
-        EXPECT_EQ(p.directory, r.dir) << kp::host::utf8(r.path);
-        EXPECT_EQ(p.name, r.name) << kp::host::utf8(r.path);
-        EXPECT_EQ(p.extension, r.ext) << kp::host::utf8(r.path);
+        EXPECT_EQ(std::tie(p.drive, p.directory, p.name, p.extension),
+                  std::tie(r.drive, r.dir, r.name, r.ext))
+            << kp::host::utf8(r.path);
     }
 }
 
@@ -75,17 +74,12 @@ class ListTest : public ProcessTest {
     int64_t running(const std::u16string& program) {
         return call("ExeRunning", {Value::string(program)}).result.i;
     }
-    static bool gone(int pid) {
-        char s = process_state(pid);
-        return s == 0 || s == 'Z';
-    }
 };
 
 TEST_F(ListTest, CountsByNameAndDirectory) {
     EXPECT_EQ(running(device_path), 0);
-    int pids[3];
-    for (int& p : pids)
-        p = start_sleeper(device_path);
+    for (int k = 0; k < 3; ++k)
+        start_sleeper(device_path);
     const std::u16string n16 = kp::host::utf16(name);
     struct Row {
         std::u16string program;
@@ -124,8 +118,7 @@ TEST_F(ListTest, TerminatesByIdentifierAndByName) {
     EXPECT_FALSE(call("ExeTerminate", {Value::string(u"\\elsewhere\\" + kp::host::utf16(name))}).result.b);
     EXPECT_EQ(running(device_path), 2);
     EXPECT_TRUE(call("ExeTerminate", {Value::string(upper(device_path))}).result.b);
-    EXPECT_EQ(process_state(b), 0);
-    EXPECT_EQ(process_state(c), 0);
+    EXPECT_EQ(process_state(b) + process_state(c), 0);
     EXPECT_EQ(running(device_path), 0);
     // Nothing left to stop.
     r = call("ExeTerminate", {Value::string(device_path)});

@@ -126,15 +126,15 @@ class Xvfb {
     std::string name_;
 };
 
-// Output of a shell command run against `display`, trailing newline removed.
-inline std::string run_on(const std::string& display, const std::string& command) {
+// Output of a shell command run against `display`, trailing newlines removed unless `whole`.
+inline std::string run_on(const std::string& display, const std::string& command, bool whole = false) {
     std::string out;
     FILE* p = popen(("DISPLAY=" + display + " " + command + " 2>/dev/null").c_str(), "r");
     char b[4096];
     for (std::size_t n; p && (n = fread(b, 1, sizeof b, p)) > 0;)
         out.append(b, n);
     if (p) pclose(p);
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r'))
+    while (!whole && !out.empty() && (out.back() == '\n' || out.back() == '\r'))
         out.pop_back();
     return out;
 }

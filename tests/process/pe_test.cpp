@@ -149,26 +149,22 @@ TEST(ExecutableKind, EveryBranch) {
     };
     std::vector<uint8_t> elf(128, 0);
     elf[0] = 0x7F, elf[1] = 'E', elf[2] = 'L', elf[3] = 'F';
-    const Row rows[] = {
-        {{}, -1, u""},
-        {std::vector<uint8_t>(63, 'M'), -1, u""},
-        {elf, -2, u""},
-        {header(64, 128, 0x4550, 0x10B), 2, u"32"},
-        {header(64, 128, 0x4550, 0x20B), 4, u"64"},
-        {header(64, 128, 0x4550, 0x107), 2, u"32"},
-        {header(0x1E, 128, 0x4550, 0x20B), 0, u"DOS"},
-        {header(64, 128, 0x454E, 0), 1, u"16"},
-        {header(64, 128, 0x454C, 0), 1, u"16"},
-        {header(64, 128, 0x584C, 0), 1, u"16"},
-        {header(64, 128, 0x3357, 0), 1, u"16"},
-        {header(64, 128, 0x5A4D, 0), 0, u"DOS"},
-        {header(64, 128, 0x1234, 0), 3, u""},
-        // The 248 bytes after the offset must all be there.
-        {header(64, 300, 0x4550, 0x20B), 3, u""},
-        {header(64, 264, 0x4550, 0x20B), 4, u"64"},
-        {header(64, 0xFFFFFFF0u, 0x4550, 0x20B), 3, u""},
-        {header(64, 0, 0x5A4D, 64), 0, u"DOS"} // points back at "MZ"
-    };
+    // The 248 bytes after the offset must all be there; the last row points back at "MZ".
+    std::vector<Row> rows = {{{}, -1, u""},
+                             {std::vector<uint8_t>(63, 'M'), -1, u""},
+                             {elf, -2, u""},
+                             {header(64, 128, 0x4550, 0x10B), 2, u"32"},
+                             {header(64, 128, 0x4550, 0x20B), 4, u"64"},
+                             {header(64, 128, 0x4550, 0x107), 2, u"32"},
+                             {header(0x1E, 128, 0x4550, 0x20B), 0, u"DOS"},
+                             {header(64, 128, 0x5A4D, 0), 0, u"DOS"},
+                             {header(64, 128, 0x1234, 0), 3, u""},
+                             {header(64, 300, 0x4550, 0x20B), 3, u""},
+                             {header(64, 264, 0x4550, 0x20B), 4, u"64"},
+                             {header(64, 0xFFFFFFF0u, 0x4550, 0x20B), 3, u""},
+                             {header(64, 0, 0x5A4D, 64), 0, u"DOS"}};
+    for (uint16_t signature : {0x454E, 0x454C, 0x584C, 0x3357}) // NE, LE, LX, W3
+        rows.push_back({header(64, 128, signature, 0), 1, u"16"});
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         SpanSource src(rows[i].bytes);
         const int32_t kind = kp::system::executable_kind(src);

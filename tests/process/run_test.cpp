@@ -174,9 +174,6 @@ TEST_F(RunTest, PathsThatAreNotAbsoluteStartNothing) {
             << kp::host::utf8(line);
     }
     EXPECT_FALSE(fs::exists(touched));
-    // The path is the message's insert.
-    auto r = call("ExeRun", {Value::string(u"prog.sh -a")});
-    EXPECT_NE(r.error.message.find(u"\"prog.sh\""), std::u16string::npos) << kp::host::utf8(r.error.message);
     // A stream-device name counts as absolute and fails to start instead.
     EXPECT_EQ(call("ExeRun", {Value::string(u"NUL:")}).error.id, 80400u);
 }
@@ -202,11 +199,7 @@ TEST_F(RunTest, ProgramsThatCannotStart) {
             auto out = call("ExeRun", {Value::string(line), I(1), I(wait)});
             EXPECT_EQ(std::tie(out.result.i, out.error.id, out.error.severity, out.error.system_code),
                       std::make_tuple(0, 80400u, 2, system));
-            // The system text is the message's second insert (a line too
-            // long for the error record leaves no room for it).
             EXPECT_FALSE(out.error.system_text.empty());
-            EXPECT_TRUE(line.size() >= 1000 ||
-                        out.error.message.find(out.error.system_text) != std::u16string::npos);
         }
     }
     // Arguments as long as the device allows still start.
@@ -216,69 +209,48 @@ TEST_F(RunTest, ProgramsThatCannotStart) {
 
 // The VM is told when a wait begins and ends, and its pump runs meanwhile:
 // the third pump opens the gate the program waits at.
-struct Notices {
-    int begin = 0, end = 0, pumps = 0;
-    std::string root, gate;
-};
-Notices* g_notices = nullptr;
-
 class NoticeTest : public RunTest {
   protected:
-    Notices notices;
+    static inline int begin = 0, end = 0, pumps = 0;
+    static inline std::string root, gate_file;
     kp_services services{};
     void SetUp() override {
         RunTest::SetUp();
-        notices.root = fx.device().string();
-        notices.gate = gate.string();
-        g_notices = &notices;
+        root = fx.device().string(), gate_file = gate.string();
         services.size = sizeof services;
-        services.begin_blocking = [](void*) { g_notices->begin++; };
-        services.end_blocking = [](void*) { g_notices->end++; };
+        services.begin_blocking = [](void*) { ++begin; };
+        services.end_blocking = [](void*) { ++end; };
         services.pump_message = [](void*) {
-            if (++g_notices->pumps == 3) std::ofstream{g_notices->gate};
+            if (++pumps == 3) std::ofstream{gate_file};
             return 1;
         };
         services.setting = [](void*, const char* name) {
-            return std::strcmp(name, KP_SETTING_DEVICE_ROOT) == 0 ? g_notices->root.c_str() : nullptr;
+            return std::strcmp(name, KP_SETTING_DEVICE_ROOT) == 0 ? root.c_str() : nullptr;
         };
         kp::runtime::state().services = &services;
     }
     void TearDown() override {
         kp::runtime::state().services = nullptr;
-        g_notices = nullptr;
         RunTest::TearDown();
     }
-    int32_t exe_run(std::u16string_view line, int32_t wait, uint32_t* id = nullptr) {
+    // "result error-identifier begins ends" of an ExeRun, the notices counted since the start.
+    std::string exe_run(std::u16string_view line, int32_t wait) {
         kp_error_record rec{};
         rec.severity = 1;
         kp::CXError err(&rec);
-        int32_t r = kp::system::exe_run(line, wait, err);
-        if (id) *id = err.id();
-        return r;
-    }
-    void expect_notices(int begin, int end, int pumps) {
-        EXPECT_EQ(notices.begin, begin);
-        EXPECT_EQ(notices.end, end);
-        EXPECT_EQ(notices.pumps, pumps);
+        const int32_t r = kp::system::exe_run(line, wait, err);
+        return std::to_string(r) + " " + std::to_string(err.id()) + " " + std::to_string(begin) + " " +
+               std::to_string(end);
     }
 };
 
 TEST_F(NoticeTest, BeginAndEndAroundEveryStartAndPumpWhileWaiting) {
-    EXPECT_EQ(exe_run(u"\\bin\\gated.sh", 2), 42);
-    EXPECT_EQ(notices.begin, 1);
-    EXPECT_EQ(notices.end, 1);
-    EXPECT_GE(notices.pumps, 3);
-    const int pumps = notices.pumps;
-    EXPECT_EQ(exe_run(u"\\bin\\gated.sh", 0), 1);
-    expect_notices(2, 2, pumps); // no pump without a wait
-    uint32_t id = 0;
-    EXPECT_EQ(exe_run(u"\\bin\\missing", 2, &id), 0);
-    EXPECT_EQ(id, 80400u);
-    expect_notices(3, 3, pumps);
-    // The path is checked before the VM is told.
-    EXPECT_EQ(exe_run(u"relative", 2, &id), 0);
-    EXPECT_EQ(id, 80600u);
-    expect_notices(3, 3, pumps);
+    EXPECT_EQ(exe_run(u"\\bin\\gated.sh", 2), "42 0 1 1");
+    EXPECT_GE(pumps, 3);
+    const int waited = pumps;
+    EXPECT_EQ(exe_run(u"\\bin\\gated.sh", 0), "1 0 2 2");
+    EXPECT_EQ(exe_run(u"\\bin\\missing", 2), "0 80400 3 3");
+    EXPECT_EQ(exe_run(u"relative", 2), "0 80600 3 3") << "the path is checked before the VM is told";
     // The program started without waiting is collected by the component.
     EXPECT_TRUE(eventually([] {
         kp::platform::collect_children();
@@ -287,8 +259,8 @@ TEST_F(NoticeTest, BeginAndEndAroundEveryStartAndPumpWhileWaiting) {
     // A VM whose services block predates the pump slot: the wait sleeps instead.
     script("bin/four.sh", "exit 4");
     services.size = static_cast<uint32_t>(offsetof(kp_services, pump_message));
-    EXPECT_EQ(exe_run(u"\\bin\\four.sh", 2), 4);
-    expect_notices(4, 4, pumps);
+    EXPECT_EQ(exe_run(u"\\bin\\four.sh", 2), "4 0 4 4");
+    EXPECT_EQ(pumps, waited) << "a pump without a wait";
 }
 
 // A program started without waiting outlives the component: unloaded while

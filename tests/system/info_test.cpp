@@ -22,15 +22,9 @@ TEST(OsRelease, ValuesQuotedAndNot) {
     const std::string text = "# comment\nNAME=\"Debian GNU/Linux\"\nVERSION_ID='12'\nID=debian\n"
                              "PRETTY_NAME=\"Debian \\\"x\\\" 12\"\r\nEMPTY=\n  INDENTED=yes\nBROKEN\n";
     const std::map<std::string, std::optional<std::string>> rows = {
-        {"NAME", "Debian GNU/Linux"},
-        {"VERSION_ID", "12"},
-        {"ID", "debian"},
-        {"PRETTY_NAME", "Debian \"x\" 12"},
-        {"EMPTY", ""},
-        {"INDENTED", "yes"},
-        {"MISSING", std::nullopt},
-        {"BROKEN", std::nullopt},
-    };
+        {"NAME", "Debian GNU/Linux"},       {"VERSION_ID", "12"},    {"ID", "debian"},
+        {"PRETTY_NAME", "Debian \"x\" 12"}, {"EMPTY", ""},           {"INDENTED", "yes"},
+        {"MISSING", std::nullopt},          {"BROKEN", std::nullopt}};
     for (const auto& [key, value] : rows)
         EXPECT_EQ(value, platform::os_release_value(text, key)) << key;
     EXPECT_EQ(std::nullopt, platform::os_release_value("", "NAME"));
@@ -45,18 +39,16 @@ TEST(WindowsVersion, EverySelectorOfTheFamily) {
         const char* release;
         std::string_view os_release;
         std::u16string expected;
-    } rows[] = {
-        {0, "6.1.0-18-amd64", os, u"Linux 6.1.0"},
-        {1, "6.1.0-18-amd64", os, u"6.1.0"},
-        {2, "6.1.0-18-amd64", os, u"6.1.0-18-amd64"},
-        {3, "6.1.0-18-amd64", os, u"Linux"},
-        {4, "6.1.0-18-amd64", os, u"Debian GNU/Linux 12 (bookworm)"},
-        {4, "6.1", "NAME=Alpine\nVERSION=3.19\n", u"Alpine 3.19"},
-        {4, "6.1", "", u"Linux"},
-        {1, "5.15.", os, u"5.15"},
-        {1, "weird", os, u""},
-        {0, "", os, u"Linux"},
-    };
+    } rows[] = {{0, "6.1.0-18-amd64", os, u"Linux 6.1.0"},
+                {1, "6.1.0-18-amd64", os, u"6.1.0"},
+                {2, "6.1.0-18-amd64", os, u"6.1.0-18-amd64"},
+                {3, "6.1.0-18-amd64", os, u"Linux"},
+                {4, "6.1.0-18-amd64", os, u"Debian GNU/Linux 12 (bookworm)"},
+                {4, "6.1", "NAME=Alpine\nVERSION=3.19\n", u"Alpine 3.19"},
+                {4, "6.1", "", u"Linux"},
+                {1, "5.15.", os, u"5.15"},
+                {1, "weird", os, u""},
+                {0, "", os, u"Linux"}};
     for (const Row& r : rows) {
         bool known = false;
         EXPECT_EQ(r.expected,

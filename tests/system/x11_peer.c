@@ -1,17 +1,12 @@
-/* x11_peer.c - another X client for the display tests: it creates windows
- * and reports what it receives.
- *
- *   kp_x11_peer TITLE CLASS        one window; prints its id, then one line
- *                                  per key ("key KEYSYM-NAME STATE") and
- *                                  button ("button N X Y", "release N X Y")
- *                                  it receives
- *   kp_x11_peer --many N PREFIX    N windows titled PREFIX0 .. PREFIX<N-1>;
- *                                  prints the id of the last one
- *   kp_x11_peer --tray             the screen's notification area: prints
- *                                  its window's id, then "dock WINDOW",
- *                                  "message TEXT" and "undock WINDOW" lines
- *
- * It runs until its standard input closes. */
+/* x11_peer.c - another X client for the display tests, running until its
+ * standard input closes:
+ *   kp_x11_peer TITLE CLASS       one window; prints its id, then a line per
+ *                                 key ("key KEYSYM-NAME STATE") and button
+ *                                 ("button N X Y", "release N X Y") it receives
+ *   kp_x11_peer --many N PREFIX   N windows PREFIX0 .. PREFIX<N-1>; prints
+ *                                 the id of the last one
+ *   kp_x11_peer --tray            the notification area: prints its window's
+ *                                 id, then "dock W", "message TEXT", "undock W" */
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <stdio.h>

@@ -352,74 +352,66 @@ struct Fixture {
     }
 };
 
-TEST(TableToText, OptionsSeparatorsAndRanges) {
+TEST(TableToText, OptionsSeparatorsRangesAndCells) {
     Fixture f;
     const Value t = f.control(sample());
+    // One column with an empty title and an empty first cell: nothing is
+    // written before the second row, so no separator precedes it; after a
+    // title the first data line follows one separator.
+    auto blank = std::make_shared<TableControl>();
+    blank->columns = {{u"", true}};
+    blank->rows = {{S(u"")}, {S(u"two")}, {S(u"three")}};
+    auto titled = std::make_shared<TableControl>(*blank);
+    titled->columns = {{u"T", true}};
+    // Cells of every simple type.
+    uint8_t cy[10];
+    ASSERT_TRUE(kp::host::currency_from_text("12.5", cy));
+    auto cells = std::make_shared<TableControl>();
+    cells->columns = {{u"b", true},  {u"i", true}, {u"i8", true},  {u"r", true},
+                      {u"cy", true}, {u"s", true}, {u"none", true}};
+    cells->rows = {{Value::boolean(true), I(-42), Value::int64(int64_t{1} << 40), Value::real(2.5),
+                    Value::currency(cy), S(u"\xE9t\xE9 \xD83D\xDE00"), Value::none()}};
     struct Case {
+        Value control;
         std::vector<Value> args; // after the control
         std::u16string text;
     };
     const Case cases[] = {
-        {{}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t\r\nsum\t"},
-        {{I(0)}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t\r\nsum\t"},
-        {{I(1)}, u"a\tx\r\nb\ty\r\nc\t\r\nsum\t"},
-        {{I(2)}, u"Name\tQty\tNote\r\na\t1\tx\r\nb\t2\ty\r\nc\t3\t\r\nsum\t6\t"},
-        {{I(8)}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t"},
-        {{I(16)}, u"Name\tNote\r\nb\ty\r\nsum\t"},
-        {{I(1 | 2 | 8 | 16)}, u"b\t2\ty"},
-        {{I(8), S(u" | "), S(u"\n")}, u"Name | Note\na | x\nb | y\nc | "},
-        {{I(8), S(u""), S(u"")}, u"NameNoteaxbyc"},
+        {t, {}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t\r\nsum\t"},
+        {t, {I(0)}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t\r\nsum\t"},
+        {t, {I(1)}, u"a\tx\r\nb\ty\r\nc\t\r\nsum\t"},
+        {t, {I(2)}, u"Name\tQty\tNote\r\na\t1\tx\r\nb\t2\ty\r\nc\t3\t\r\nsum\t6\t"},
+        {t, {I(8)}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t"},
+        {t, {I(16)}, u"Name\tNote\r\nb\ty\r\nsum\t"},
+        {t, {I(1 | 2 | 8 | 16)}, u"b\t2\ty"},
+        {t, {I(8), S(u" | "), S(u"\n")}, u"Name | Note\na | x\nb | y\nc | "},
+        {t, {I(8), S(u""), S(u"")}, u"NameNoteaxbyc"},
         // Rows: first and last, 1-based, taken in either order, clamped, at the edges of 32 bits.
-        {{I(9), S(u","), S(u"/"), I(2)}, u"b,y/c,"},
-        {{I(9), S(u","), S(u"/"), I(5)}, u"c,"},
-        {{I(9), S(u","), S(u"/"), I(2), I(1)}, u"a,x/b,y"},
-        {{I(9), S(u","), S(u"/"), I(0), I(0)}, u""},
-        {{I(9), S(u","), S(u"/"), I(INT_MAX), I(INT_MAX)}, u""},
-        {{I(9), S(u","), S(u"/"), I(INT_MIN), I(2)}, u"a,x/b,y"},
-        {{I(9), S(u","), S(u"/"), I(0), I(1)}, u"a,x"},
-        {{I(9), S(u","), S(u"/"), I(INT_MIN), I(INT_MIN)}, u""},
-        {{I(9), S(u","), S(u"/"), I(INT_MAX), I(INT_MIN)}, u"a,x/b,y/c,"},
-        {{I(8), S(u","), S(u"/"), I(4), I(9)}, u"Name,Note"}};
+        {t, {I(9), S(u","), S(u"/"), I(2)}, u"b,y/c,"},
+        {t, {I(9), S(u","), S(u"/"), I(5)}, u"c,"},
+        {t, {I(9), S(u","), S(u"/"), I(2), I(1)}, u"a,x/b,y"},
+        {t, {I(9), S(u","), S(u"/"), I(0), I(0)}, u""},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MAX), I(INT_MAX)}, u""},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MIN), I(2)}, u"a,x/b,y"},
+        {t, {I(9), S(u","), S(u"/"), I(0), I(1)}, u"a,x"},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MIN), I(INT_MIN)}, u""},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MAX), I(INT_MIN)}, u"a,x/b,y/c,"},
+        {t, {I(8), S(u","), S(u"/"), I(4), I(9)}, u"Name,Note"},
+        {f.control(blank), {I(0), S(u","), S(u"|")}, u"two|three"},
+        {f.control(titled), {I(0), S(u","), S(u"|")}, u"T||two|three"},
+        {f.control(cells), {I(1)}, u"1\t-42\t1099511627776\t2.5\t12.500000\t\xE9t\xE9 \xD83D\xDE00\t"},
+    };
     for (const Case& c : cases) {
-        std::vector<Value> args{t};
+        std::vector<Value> args{c.control};
         args.insert(args.end(), c.args.begin(), c.args.end());
-        SCOPED_TRACE(testing::Message() << "arguments: " << args.size());
+        SCOPED_TRACE(testing::Message() << "case " << (&c - cases));
         for (const char* name : {"TableToText", "TableVersTexte"}) {
             auto out = f.call(name, args);
             ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
-            EXPECT_EQ(out.result.s, c.text) << name << " case " << (&c - cases);
-            EXPECT_EQ(out.error.severity, KP_SEVERITY_NONE);
+            EXPECT_EQ(out.result.s, c.text) << name;
+            EXPECT_EQ(out.error.severity, KP_SEVERITY_NONE) << kp::host::utf8(out.error.message);
         }
     }
-}
-
-TEST(TableToText, SeparatorsOnlyBetweenWrittenText) {
-    Fixture f;
-    // One column with an empty title and an empty first cell: nothing is
-    // written before the second row, so no separator precedes it.
-    auto t = std::make_shared<TableControl>();
-    t->columns = {{u"", true}};
-    t->rows = {{S(u"")}, {S(u"two")}, {S(u"three")}};
-    auto out = f.call("TableToText", {f.control(t), I(0), S(u","), S(u"|")});
-    EXPECT_EQ(out.result.s, u"two|three");
-    // With a title the first data line follows it after one separator.
-    t->columns = {{u"T", true}};
-    out = f.call("TableToText", {f.control(t), I(0), S(u","), S(u"|")});
-    EXPECT_EQ(out.result.s, u"T||two|three");
-}
-
-TEST(TableToText, CellsOfEverySimpleType) {
-    Fixture f;
-    uint8_t cy[10];
-    ASSERT_TRUE(kp::host::currency_from_text("12.5", cy));
-    auto t = std::make_shared<TableControl>();
-    t->columns = {{u"b", true},  {u"i", true}, {u"i8", true},  {u"r", true},
-                  {u"cy", true}, {u"s", true}, {u"none", true}};
-    t->rows = {{Value::boolean(true), I(-42), Value::int64(int64_t{1} << 40), Value::real(2.5),
-                Value::currency(cy), S(u"\xE9t\xE9 \xD83D\xDE00"), Value::none()}};
-    auto out = f.call("TableToText", {f.control(t), I(1)});
-    ASSERT_EQ(out.error.severity, KP_SEVERITY_NONE) << kp::host::utf8(out.error.message);
-    EXPECT_EQ(out.result.s, u"1\t-42\t1099511627776\t2.5\t12.500000\t\xE9t\xE9 \xD83D\xDE00\t");
 }
 
 TEST(TableToText, FailuresGiveTheEmptyStringAndTheirError) {

@@ -2,7 +2,9 @@
 // DLLs built by the mingw-w64 binutils), the kind of an executable, and
 // damaged files: truncated anywhere, offsets outside the file, resource
 // directories that point back at themselves.
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "process_fixture.h"
 #include "system/pe_version.h"
@@ -173,22 +175,15 @@ TEST(ExecutableKind, EveryBranch) {
     }
 }
 
-// Offset of the resource section's raw data in a fixture, for damage.
+// Offset of the resource section's raw data in a fixture, for damage: its
+// section header lies in the first kilobyte.
 uint32_t resource_offset(const std::vector<uint8_t>& b) {
-    uint32_t nt;
-    std::memcpy(&nt, &b[60], 4);
-    uint16_t sections, optional;
-    std::memcpy(&sections, &b[nt + 6], 2);
-    std::memcpy(&optional, &b[nt + 20], 2);
-    for (uint16_t k = 0; k < sections; ++k) {
-        const uint8_t* s = &b[nt + 24 + optional + k * 40u];
-        if (std::memcmp(s, ".rsrc", 5) == 0) {
-            uint32_t raw;
-            std::memcpy(&raw, s + 20, 4);
-            return raw;
-        }
-    }
-    return 0;
+    const std::string_view name(".rsrc");
+    const auto end = b.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(b.size(), 1024));
+    const auto at = std::search(b.begin(), end, name.begin(), name.end());
+    uint32_t raw = 0;
+    if (at != end) std::memcpy(&raw, &*at + 20, 4);
+    return raw;
 }
 
 std::u16string company(const std::vector<uint8_t>& b) {
@@ -262,8 +257,7 @@ TEST(DamagedPe, VersionBlocksWithBadLengths) {
     auto block = [](uint16_t root_len, uint16_t string_len, uint16_t value_len) {
         std::vector<uint8_t> b;
         auto word = [&](uint16_t w) {
-            b.push_back(static_cast<uint8_t>(w));
-            b.push_back(static_cast<uint8_t>(w >> 8));
+            b.insert(b.end(), {static_cast<uint8_t>(w), static_cast<uint8_t>(w >> 8)});
         };
         auto key = [&](std::u16string_view k) {
             for (char16_t c : k)

@@ -7,8 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -25,9 +25,7 @@ using kp::host::CallOutcome;
 using kp::host::Value;
 namespace fs = std::filesystem;
 
-inline Value I(int64_t v) {
-    return Value::integer(v);
-}
+inline const auto I = [](int64_t v) { return Value::integer(v); };
 
 // Waits up to `ms` for `done` to hold.
 inline bool eventually(const std::function<bool()>& done, int ms = 5000) {
@@ -53,16 +51,15 @@ inline char process_state(int pid, int* parent = nullptr) {
     return stat[close + 2];
 }
 
-// Children of this process (any state, or only those that ended and were
-// never collected: 'Z').
-inline int children_of_this_process(char state = 0) {
+// Children of this process, in any state.
+inline int children_of_this_process() {
     int count = 0;
     for (const auto& e : fs::directory_iterator("/proc")) {
         const std::string name = e.path().filename().string();
         if (name.find_first_not_of("0123456789") != std::string::npos) continue;
         int parent = 0;
         const char s = process_state(std::stoi(name), &parent);
-        if (s != 0 && (state == 0 || s == state) && parent == getpid()) ++count;
+        if (s != 0 && parent == getpid()) ++count;
     }
     return count;
 }

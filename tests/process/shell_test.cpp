@@ -107,8 +107,7 @@ TEST_F(ShellTest, VerbsOfTheAssociatedApplication) {
     for (const auto& [verb, action] : rows) {
         SCOPED_TRACE(verb ? kp::host::utf8(verb) : "no verb");
         auto out = shell(u"\\docs\\a.kptest", verb);
-        EXPECT_TRUE(out.result.b);
-        EXPECT_EQ(out.error.severity, 1);
+        EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(true, 1));
         auto lines = launches(++n);
         ASSERT_EQ(lines.size(), n);
         // The program starts in the document's directory.

@@ -123,8 +123,7 @@ TEST_F(DBus, ShutdownModesReachLogind) {
         std::vector<Value> args{I(sys->constant(r.mode))};
         if (r.interactive >= 0) args.push_back(I(r.interactive));
         auto out = sys->call("SysShutdown", args);
-        EXPECT_TRUE(out.result.b);
-        EXPECT_EQ(1, out.error.severity);
+        EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(true, 1));
         ASSERT_FALSE(logind_calls().empty());
         EXPECT_EQ(0u, logind_calls().back().rfind(r.method, 0)) << logind_calls().back();
     }
@@ -143,8 +142,8 @@ TEST_F(DBus, StandbyAndPowerSource) {
     EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysBattery"))}));
     EXPECT_EQ(before + 2, suspends());
     auto out = sys->call("SysStandby", {I(0), I(sys->constant("sysMainsPower"))});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(1, out.error.severity) << "another power source is no error";
+    EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(false, 1))
+        << "another power source";
     EXPECT_EQ(before + 2, suspends());
     set("UPower", "", "OnBattery", "<false>");
     EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysMainsPower"))}));
@@ -210,9 +209,8 @@ TEST(DBusFailures, AddressWhereNoBusListens) {
     TempDir dir;
     kp::test::SystemHost nowhere("headless", "unix:path=" + (dir.path() / "no-such-socket").string());
     auto out = nowhere.call("SysShutdown", {I(3)});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity);
-    EXPECT_EQ(2u, out.error.system_code);
+    EXPECT_EQ(std::tie(out.result.b, out.error.severity, out.error.system_code),
+              std::make_tuple(false, KP_SEVERITY_ERROR, 2u));
 }
 
 } // namespace

@@ -106,8 +106,7 @@ TEST(SystemDirectories, EveryCodeOfTheFamily) {
     std::filesystem::remove_all(sys.device() / "Program Files");
     std::ofstream(sys.device() / "Program Files") << "x";
     auto out = sys.call("SysDir", {I(sys.constant("srCommonProgramFiles"))});
-    EXPECT_EQ(u"", out.result.s);
-    EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity);
+    EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(u"", KP_SEVERITY_ERROR));
 }
 
 TEST(SystemInformation, ThisMachine) {
@@ -131,8 +130,8 @@ TEST(SystemInformation, ThisMachine) {
     unsetenv("KP120_SYS_TEST");
     for (const char16_t* name : {u"KP120_SYS_TEST", u"", u"A=B", u"NUL\0X"}) {
         auto out = sys.call("SysEnvironment", {S(name)});
-        EXPECT_EQ(u"", out.result.s);
-        EXPECT_EQ(1, out.error.severity) << "an unset variable is empty, not an error";
+        EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(u"", 1))
+            << "unset: empty, no error";
     }
 
     EXPECT_FALSE(sys.text("SysSerialNum").empty());
@@ -145,8 +144,7 @@ TEST(SystemInformation, ThisMachine) {
 
     // This machine has no removable media mounted; the count runs out with no error.
     auto out = sys.call("SysDirStorageCard", {I(1000)});
-    EXPECT_EQ(u"", out.result.s);
-    EXPECT_EQ(1, out.error.severity);
+    EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(u"", 1));
 
     std::vector<kp::test::Refusal> rows;
     for (int bad : {30, -1, 1000})

@@ -70,12 +70,8 @@ struct SystemHost {
     }
 };
 
-inline kp::host::Value I(int64_t v) {
-    return kp::host::Value::integer(v);
-}
-inline kp::host::Value S(std::u16string v) {
-    return kp::host::Value::string(std::move(v));
-}
+inline const auto I = [](int64_t v) { return kp::host::Value::integer(v); };
+inline const auto S = [](std::u16string v) { return kp::host::Value::string(std::move(v)); };
 
 // A refused call: its result (an integer result's value; false and "" for
 // the others) and the system error of its record.

@@ -9,10 +9,10 @@
  *                                 id, then "dock W", "message TEXT", "undock W" */
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 static Window make(Display* d, const char* title, const char* cls) {
@@ -95,15 +95,9 @@ int main(int argc, char** argv) {
             }
             fflush(stdout);
         }
-        fd_set fds;
-        FD_ZERO(&fds);
-        FD_SET(0, &fds);
-        FD_SET(xfd, &fds);
-        if (select(xfd + 1, &fds, NULL, NULL, NULL) < 0) break;
-        if (FD_ISSET(0, &fds)) {
-            char buf[64];
-            if (read(0, buf, sizeof buf) <= 0) break;
-        }
+        struct pollfd fds[2] = {{0, POLLIN, 0}, {xfd, POLLIN, 0}};
+        char buf[64];
+        if (poll(fds, 2, -1) < 0 || (fds[0].revents && read(0, buf, sizeof buf) <= 0)) break;
     }
     XCloseDisplay(d);
     return 0;

@@ -59,17 +59,16 @@ class ListTest : public ProcessTest {
         n16 = kp::host::utf16(name);
         device_path = u"\\apps\\" + n16;
     }
-    int start_sleeper(const std::u16string& path) {
-        auto r = call("ExeRun", {Value::string(path + u" 30"), I(1), I(3)});
+    // Starts the copy for 30 s; returns once the process runs it (not a shell that will exec it).
+    int start_sleeper() {
+        auto r = call("ExeRun", {Value::string(device_path + u" 30"), I(1), I(3)});
         EXPECT_GT(r.result.i, 0) << kp::host::utf8(r.error.message);
-        int pid = static_cast<int>(r.result.i);
+        const int pid = static_cast<int>(r.result.i);
         started.push_back(pid);
-        // Running the copy (not a shell that will exec it).
-        const std::string file = kp::host::utf8(path.substr(path.find_last_of(u"\\") + 1));
+        std::error_code ec;
         EXPECT_TRUE(eventually([&] {
-            std::error_code ec;
-            return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == file;
-        })) << kp::host::utf8(path);
+            return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == name;
+        }));
         return pid;
     }
     int64_t running(const std::u16string& program) {
@@ -80,7 +79,7 @@ class ListTest : public ProcessTest {
 TEST_F(ListTest, CountsByNameAndDirectory) {
     EXPECT_EQ(running(device_path), 0);
     for (int k = 0; k < 3; ++k)
-        start_sleeper(device_path);
+        start_sleeper();
     struct Row {
         std::u16string program;
         int64_t count;
@@ -107,7 +106,7 @@ TEST_F(ListTest, CountsByNameAndDirectory) {
 // component) when ExeTerminate returns, by identifier and by name (file
 // names compared with their extension, without regard to case).
 TEST_F(ListTest, TerminatesByIdentifierAndByName) {
-    const int a = start_sleeper(device_path), b = start_sleeper(device_path), c = start_sleeper(device_path);
+    const int a = start_sleeper(), b = start_sleeper(), c = start_sleeper();
     auto r = call("ExeTerminate", {I(a)});
     EXPECT_EQ(std::tie(r.result.b, r.error.severity), std::make_tuple(true, 1));
     EXPECT_EQ(process_state(a), 0);
@@ -122,7 +121,7 @@ TEST_F(ListTest, TerminatesByIdentifierAndByName) {
     r = call("ExeTerminate", {Value::string(device_path)});
     EXPECT_EQ(std::tie(r.result.b, r.error.severity), std::make_tuple(false, 1));
     // By name only, without directory.
-    const int d = start_sleeper(device_path);
+    const int d = start_sleeper();
     EXPECT_TRUE(call("ExeTerminate", {Value::string(n16)}).result.b);
     EXPECT_EQ(process_state(d), 0);
     // 0 and negative identifiers must never reach a process group.
@@ -187,7 +186,7 @@ TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
 TEST_F(ListTest, ProcessOfAnotherUser) {
     int target;
     if (geteuid() == 0) {
-        target = start_sleeper(device_path);
+        target = start_sleeper();
     } else {
         int owner = -1;
         std::istringstream status(read_text("/proc/1/status"));
@@ -217,7 +216,7 @@ TEST_F(ListTest, ProcessOfAnotherUser) {
 }
 
 TEST_F(ListTest, ListColumns) {
-    int a = start_sleeper(device_path), b = start_sleeper(device_path);
+    int a = start_sleeper(), b = start_sleeper();
     auto list = [&](std::vector<Value> selectors) {
         auto r = call("ExeListProcess", selectors);
         EXPECT_EQ(r.error.severity, 1);
@@ -255,7 +254,7 @@ TEST_F(ListTest, ListColumns) {
 }
 
 TEST_F(ListTest, LibrariesOfAProcess) {
-    int a = start_sleeper(device_path);
+    int a = start_sleeper();
     // (The loader maps the C library just after the program starts.)
     CallOutcome r;
     EXPECT_TRUE(eventually([&] {

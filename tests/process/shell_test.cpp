@@ -73,9 +73,8 @@ class ShellTest : public ProcessTest {
     void SetUp() override {
         if (!g_desktop.ready) GTEST_SKIP() << "update-mime-database (shared-mime-info) is needed";
         fs::remove(g_desktop.log);
-        put("docs/a.kptest", "document\n");
-        put("docs/b.kporphan", "orphan\n");
-        put("docs/c.kpbroken", "broken\n");
+        for (const char* name : {"a.kptest", "b.kporphan", "c.kpbroken"})
+            put(std::string("docs/") + name, "document\n");
     }
     CallOutcome shell(const std::u16string& document, const char16_t* verb = nullptr) {
         std::vector<Value> args = {Value::string(document)};
@@ -123,20 +122,17 @@ TEST_F(ShellTest, FailuresAndTheirErrors) {
     };
     const Row rows[] = {{u"\\docs\\a.kptest", u"explore", 80105}, // no action of that name
                         {u"\\docs\\b.kporphan", nullptr, 80105},  // no application for the type
-                        {u"\\docs\\b.kporphan", u"open", 80105},
                         {u"\\docs\\missing.kptest", nullptr, 80102},
                         {u"\\nodir\\missing.kptest", nullptr, 80102},
                         {u"\\docs\\a*.kptest", nullptr, 80102},
                         {u"\\" + std::u16string(300, u'd'), nullptr, 80102},
                         {u"\\docs\\c.kpbroken", nullptr, 80104}, // the application cannot start
-                        {u"\\docs\\c.kpbroken", u"open", 80104},
-                        {u"", nullptr, 0}, // an empty document: false, and no error
-                        {u"", u"open", 0}};
+                        {u"", u"open", 0}};                      // an empty document: false, and no error
     for (const Row& r : rows) {
         auto out = shell(r.document, r.verb);
-        EXPECT_FALSE(out.result.b) << kp::host::utf8(r.document);
-        EXPECT_EQ(out.error.id, r.id) << kp::host::utf8(r.document);
-        EXPECT_EQ(out.error.severity, r.id ? 2 : 1);
+        EXPECT_EQ(std::tie(out.result.b, out.error.id, out.error.severity),
+                  std::make_tuple(false, r.id, r.id ? 2 : 1))
+            << kp::host::utf8(r.document);
     }
     EXPECT_TRUE(read_text(g_desktop.log).empty()) << "nothing was launched";
 }

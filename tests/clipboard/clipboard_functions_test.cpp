@@ -1,11 +1,13 @@
 // The clipboard functions over a scripted clipboard, the device store, and
-// the image headers.  This binary never uses a display: DISPLAY is removed
-// before anything runs, so the component's clipboard is the device store of
-// each test's own device root.
+// the image headers; TableToText and TableToClipboard through the reference
+// host's table controls.  This binary never uses a display: DISPLAY is
+// removed before anything runs, so the component's clipboard is the device
+// store of each test's own device root.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "clipboard/images.h"
+#include "component/runtime.h"
 #include "platform/clipboard.h"
 #include "platform/win32_error.h"
 #include "support/test_host.h"
@@ -22,7 +26,11 @@
 namespace {
 
 namespace clip = kp::platform::clipboard;
+using kp::host::CallStatus;
+using kp::host::TableControl;
 using kp::host::Value;
+using kp::test::dib_header;
+using kp::test::png_header;
 
 [[maybe_unused]] const bool kNoDisplay = [] { return unsetenv("DISPLAY") == 0; }();
 
@@ -49,27 +57,16 @@ class ScriptedClipboard : public clip::Clipboard {
     }
     bool open() override { return step("open"); }
     bool close() override { return step("close"); }
-    bool empty() override {
-        if (!step("empty")) return false;
-        data.clear();
-        return true;
-    }
+    bool empty() override { return step("empty") && (data.clear(), true); }
     bool set_data(uint32_t format, std::span<const uint8_t> d) override {
-        if (!step("set")) return false;
-        data[format].assign(d.begin(), d.end());
-        return true;
+        return step("set") && (data[format].assign(d.begin(), d.end()), true);
     }
     bool get_data(uint32_t format, std::vector<uint8_t>& out) override {
-        if (!step("get")) return false;
-        out = data.at(format);
-        return true;
+        return step("get") && (out = data.at(format), true);
     }
     bool is_format_available(uint32_t format) override {
-        if (format_error) {
-            kp::platform::set_last_error(format_error);
-            return false;
-        }
-        return data.count(format) != 0;
+        if (format_error) kp::platform::set_last_error(format_error);
+        return !format_error && data.count(format) != 0;
     }
     bool bitmap_size(int32_t&, int32_t&) override { return false; }
 };
@@ -80,48 +77,22 @@ struct Record {
     Record() { rec.severity = KP_SEVERITY_NONE; }
 };
 
-// PNG and BMP headers of a given size.
-std::vector<uint8_t> png_header(uint32_t w, uint32_t h) {
-    std::vector<uint8_t> b = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', 0, 0, 0, 13, 'I', 'H', 'D', 'R'};
-    for (uint32_t v : {w, h})
-        for (int k = 3; k >= 0; --k)
-            b.push_back(static_cast<uint8_t>(v >> (8 * k)));
-    b.insert(b.end(), {8, 6, 0, 0, 0, 0, 0, 0, 0});
-    return b;
-}
-std::vector<uint8_t> dib_header(int32_t w, int32_t h) {
-    std::vector<uint8_t> b(40, 0);
-    b[0] = 40;
-    for (int k = 0; k < 4; ++k) {
-        b[4 + k] = static_cast<uint8_t>(static_cast<uint32_t>(w) >> (8 * k));
-        b[8 + k] = static_cast<uint8_t>(static_cast<uint32_t>(h) >> (8 * k));
-    }
-    return b;
-}
-
 TEST(ClipboardFunctions, ToClipboardDeclaresUnicodeTextAndReportsEachFailingStep) {
-    struct Case {
-        const char* failing;
-        bool closed; // the clipboard is closed after the failure
-    };
-    for (const Case c :
-         {Case{"", true}, Case{"open", false}, Case{"empty", true}, Case{"set", true}, Case{"close", true}}) {
-        SCOPED_TRACE(c.failing);
+    // The failing step, and whether the clipboard is closed after it.
+    for (const auto& [failing, closed] : std::initializer_list<std::pair<const char*, bool>>{
+             {"", true}, {"open", false}, {"empty", true}, {"set", true}, {"close", true}}) {
+        SCOPED_TRACE(failing);
         ScriptedClipboard cb;
-        if (*c.failing) cb.fail[c.failing] = 5;
+        if (*failing) cb.fail[failing] = 5;
         Record r;
         const std::vector<uint8_t> payload = {1, 2, 3}; // a buffer of odd length is still "text"
         const bool ok = kp::system::to_clipboard(cb, payload, r.err);
-        EXPECT_EQ(ok, !*c.failing);
-        if (ok) {
-            EXPECT_EQ(cb.data.at(clip::kFormatUnicodeText), payload);
-            EXPECT_EQ(r.rec.severity, KP_SEVERITY_NONE);
-        } else {
-            EXPECT_EQ(r.rec.severity, KP_SEVERITY_ERROR);
-            EXPECT_EQ(r.rec.system_code, 5u);
-            EXPECT_EQ(r.rec.id, 0u);
-        }
-        EXPECT_EQ(std::count(cb.calls.begin(), cb.calls.end(), "close"), c.closed ? 1 : 0);
+        EXPECT_EQ(ok, !*failing);
+        EXPECT_EQ(ok ? cb.data.at(clip::kFormatUnicodeText) : payload, payload);
+        EXPECT_EQ(r.rec.severity, ok ? KP_SEVERITY_NONE : KP_SEVERITY_ERROR);
+        EXPECT_EQ(r.rec.system_code, ok ? 0u : 5u);
+        EXPECT_EQ(r.rec.id, 0u);
+        EXPECT_EQ(std::count(cb.calls.begin(), cb.calls.end(), "close"), closed ? 1 : 0);
     }
 }
 
@@ -138,8 +109,7 @@ TEST(ClipboardFunctions, ClipboardTextStopsAtTheTerminatorAndTellsAbsenceFromFai
         {"no text: empty and no error", {{2, png_header(1, 1)}}, "", 0, 0, u""},
         {"open fails", {{13, bytes_of(u"x")}}, "open", 0, 5, u""},
         {"get fails", {{13, bytes_of(u"x")}}, "get", 0, 5, u""},
-        {"an owner that never answered", {}, "", kp::platform::kErrorTimeout, 1460, u""},
-    };
+        {"an owner that never answered", {}, "", kp::platform::kErrorTimeout, 1460, u""}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         ScriptedClipboard cb;
@@ -150,9 +120,8 @@ TEST(ClipboardFunctions, ClipboardTextStopsAtTheTerminatorAndTellsAbsenceFromFai
         EXPECT_EQ(kp::system::clipboard_text(cb, r.err), c.text);
         EXPECT_EQ(r.rec.severity, c.code ? KP_SEVERITY_ERROR : KP_SEVERITY_NONE);
         EXPECT_EQ(r.rec.system_code, c.code);
-        if (!cb.calls.empty() && std::string(c.failing) != "open") {
-            EXPECT_EQ(cb.calls.back(), "close");
-        }
+        const bool closes = !cb.calls.empty() && std::string(c.failing) != "open";
+        EXPECT_EQ(closes ? cb.calls.back() : "close", "close");
     }
 }
 
@@ -163,30 +132,21 @@ TEST(ClipboardImages, SizesFromHeaders) {
         bool ok;
         int32_t w, h;
     };
-    std::vector<uint8_t> bmp = {'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0, 54, 0, 0, 0};
-    const std::vector<uint8_t> dib = dib_header(33, -17);
-    bmp.insert(bmp.end(), dib.begin(), dib.end());
-    std::vector<uint8_t> core = {12, 0, 0, 0, 0x20, 0x03, 0x58, 0x02, 1, 0, 24, 0};
     std::vector<uint8_t> truncated = png_header(5, 5);
     truncated.resize(20);
-    const Case cases[] = {
-        {"png", png_header(640, 480), true, 640, 480},
-        {"png of an impossible width", png_header(0x80000000u, 1), false, 0, 0},
-        {"bmp file, top-down", bmp, true, 33, 17},
-        {"dib", dib_header(7, 9), true, 7, 9},
-        {"dib of negative width", dib_header(-7, 9), false, 0, 0},
-        {"core header", core, true, 800, 600},
-        {"truncated png", truncated, false, 0, 0},
-        {"text", bytes_of(u"hello"), false, 0, 0},
-        {"nothing", {}, false, 0, 0},
-    };
+    const Case cases[] = {{"png", png_header(640, 480), true, 640, 480},
+                          {"png of an impossible width", png_header(0x80000000u, 1), false, 0, 0},
+                          {"bmp file, top-down", dib_header(33, -17, true), true, 33, 17},
+                          {"dib", dib_header(7, 9), true, 7, 9},
+                          {"dib of negative width", dib_header(-7, 9), false, 0, 0},
+                          {"core header", {12, 0, 0, 0, 0x20, 0x03, 0x58, 0x02, 1, 0, 24, 0}, true, 800, 600},
+                          {"truncated png", truncated, false, 0, 0},
+                          {"text", bytes_of(u"hello"), false, 0, 0},
+                          {"nothing", {}, false, 0, 0}};
     for (const Case& c : cases) {
         int32_t w = 0, h = 0;
         EXPECT_EQ(clip::image_size(c.bytes, w, h), c.ok) << c.what;
-        if (c.ok) {
-            EXPECT_EQ(w, c.w) << c.what;
-            EXPECT_EQ(h, c.h) << c.what;
-        }
+        EXPECT_EQ(c.ok ? std::make_pair(w, h) : std::make_pair(0, 0), std::make_pair(c.w, c.h)) << c.what;
     }
 }
 
@@ -194,8 +154,7 @@ TEST(ClipboardImages, SizesFromHeaders) {
 
 struct Store {
     kp::test::TempDir dir;
-    std::string root() const { return dir.path().string(); }
-    std::unique_ptr<clip::Clipboard> open_one() { return clip::make_device_clipboard(root()); }
+    std::unique_ptr<clip::Clipboard> open_one() { return clip::make_device_clipboard(dir.path().string()); }
     std::filesystem::path file() const { return dir.path() / "Windows" / "clipboard.dat"; }
 };
 
@@ -208,43 +167,45 @@ bool take(clip::Clipboard& cb, uint32_t format, std::vector<uint8_t>& out) {
     cb.close();
     return ok;
 }
+void wait_for(const std::atomic<int>& stage, int value) {
+    while (stage != value)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
 TEST(DeviceClipboard, KeepsEveryFormatByteForByteAcrossOpeners) {
     Store s;
-    std::vector<uint8_t> odd = {'a', 0, 'b'};
     const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> cases = {
-        {13, bytes_of(u"plain")},
         {13, bytes_of(u"lone \xD800 high, \xDC00 low, pair \xD83D\xDE00")},
         {13, bytes_of(u"two\0zeros", false)},
-        {13, odd},
+        {13, {'a', 0, 'b'}},
         {13, {0, 0}},
+        {13, bytes_of(std::u16string(1 << 20, u'\xE9'))}, // more than one read of the store
         {2, png_header(3, 4)},
-        {49161, {0xFF, 0x00, 0x80}},
-    };
+        {49161, {0xFF, 0x00, 0x80}}};
     for (const auto& [format, data] : cases) {
-        auto writer = s.open_one();
-        ASSERT_TRUE(put(*writer, format, data)) << format;
+        ASSERT_TRUE(put(*s.open_one(), format, data)) << format;
         auto reader = s.open_one(); // another opener, as another process would be
         std::vector<uint8_t> got;
         ASSERT_TRUE(take(*reader, format, got)) << format;
         EXPECT_EQ(got, data) << format;
         EXPECT_TRUE(reader->is_format_available(format));
     }
+    // The store is replaced whole, without leaving temporaries.
+    const auto files = std::distance(std::filesystem::directory_iterator(s.dir.path() / "Windows"), {});
+    EXPECT_EQ(files, 2) << "the store and its lock";
 }
 
 TEST(DeviceClipboard, Win32RulesOfTheCalls) {
     Store s;
     auto cb = s.open_one();
     std::vector<uint8_t> out;
+    int32_t w, h;
     kp::platform::set_last_error(0);
     EXPECT_FALSE(cb->get_data(13, out));
     EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
     EXPECT_FALSE(cb->close());
     EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
-    EXPECT_FALSE(cb->empty());
-    EXPECT_FALSE(cb->set_data(13, bytes_of(u"x")));
-    int32_t w, h;
-    EXPECT_FALSE(cb->bitmap_size(w, h));
+    EXPECT_FALSE(cb->empty() || cb->set_data(13, bytes_of(u"x")) || cb->bitmap_size(w, h));
     // Nothing stored yet: every format is absent, without error.
     kp::platform::set_last_error(0);
     EXPECT_FALSE(cb->is_format_available(13));
@@ -253,35 +214,26 @@ TEST(DeviceClipboard, Win32RulesOfTheCalls) {
     EXPECT_FALSE(cb->get_data(13, out));
     EXPECT_EQ(kp::platform::last_error(), 0u);
     // Empty removes every format; a DIB also stands for the bitmap.
-    ASSERT_TRUE(cb->set_data(8, dib_header(12, 34)));
-    ASSERT_TRUE(cb->set_data(13, bytes_of(u"x")));
-    ASSERT_TRUE(cb->close());
+    ASSERT_TRUE(cb->set_data(8, dib_header(12, 34)) && cb->set_data(13, bytes_of(u"x")) && cb->close());
     EXPECT_TRUE(cb->is_format_available(2));
-    ASSERT_TRUE(cb->open());
-    ASSERT_TRUE(cb->bitmap_size(w, h));
-    EXPECT_EQ(w, 12);
-    EXPECT_EQ(h, 34);
-    ASSERT_TRUE(cb->empty());
-    ASSERT_TRUE(cb->close());
-    EXPECT_FALSE(cb->is_format_available(13));
-    EXPECT_FALSE(cb->is_format_available(2));
+    ASSERT_TRUE(cb->open() && cb->bitmap_size(w, h));
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(12, 34));
+    ASSERT_TRUE(cb->empty() && cb->close());
+    EXPECT_FALSE(cb->is_format_available(13) || cb->is_format_available(2));
 }
 
 TEST(DeviceClipboard, OneOpenerAtATime) {
     Store s;
-    auto first = s.open_one();
-    auto second = s.open_one();
+    auto first = s.open_one(), second = s.open_one();
     std::atomic<int> stage{0};
     std::thread holder([&] {
         if (!first->open()) return;
         stage = 1;
-        while (stage != 2)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        wait_for(stage, 2);
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         first->close();
     });
-    while (stage == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    wait_for(stage, 1);
     EXPECT_FALSE(second->open());
     EXPECT_EQ(kp::platform::last_error(), kp::platform::kErrorAccessDenied);
     // The waiting opener gets the clipboard as soon as it is closed.
@@ -301,13 +253,11 @@ TEST(DeviceClipboard, TheOpeningThreadOwnsTheOpenClipboard) {
     auto cb = s.open_one();
     std::atomic<int> stage{0};
     std::thread opener([&] {
-        ASSERT_TRUE(cb->open() && cb->empty() && cb->set_data(13, bytes_of(u"left open")));
+        EXPECT_TRUE(cb->open() && cb->empty() && cb->set_data(13, bytes_of(u"left open")));
         stage = 1;
-        while (stage != 2)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        wait_for(stage, 2);
     });
-    while (stage == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    wait_for(stage, 1);
     kp::platform::set_last_error(0);
     EXPECT_FALSE(cb->close());
     EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
@@ -325,11 +275,8 @@ TEST(DeviceClipboard, DamagedStoresReadAsFarAsTheyAreWhole) {
     Store s;
     auto cb = s.open_one();
     ASSERT_TRUE(put(*cb, 13, bytes_of(u"kept")));
-    std::string good;
-    {
-        std::ifstream in(s.file(), std::ios::binary);
-        good.assign((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    }
+    std::ifstream in(s.file(), std::ios::binary);
+    const std::string good((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     const std::string cases[] = {
         "",                              // empty file
         "garbage that is no store",      // wrong magic
@@ -339,39 +286,19 @@ TEST(DeviceClipboard, DamagedStoresReadAsFarAsTheyAreWhole) {
         good + std::string("\x05\0\0\0\x09\0\0\0\x01\0\0\0\0\0\0\0x", 17), // unknown encoding
     };
     for (std::size_t k = 0; k < std::size(cases); ++k) {
-        {
-            std::ofstream out(s.file(), std::ios::binary | std::ios::trunc);
-            out << cases[k];
-        }
+        std::ofstream(s.file(), std::ios::binary | std::ios::trunc) << cases[k];
         std::vector<uint8_t> got;
         ASSERT_TRUE(cb->open()) << k;
-        const bool has = cb->get_data(13, got);
+        EXPECT_EQ(cb->get_data(13, got), k >= 3) << k;
         cb->close();
-        EXPECT_EQ(has, k >= 3) << k;
-        if (has) {
-            EXPECT_EQ(clip::text_of_block(got), u"kept");
-        }
+        EXPECT_EQ(k >= 3 ? clip::text_of_block(got) : u"kept", u"kept");
         EXPECT_FALSE(cb->is_format_available(2)) << k;
     }
 }
 
-// The store is replaced whole, without leaving temporaries; its text is WTF-8.
-TEST(DeviceClipboard, ReplacesTheStoreWithoutLeavingTemporaries) {
-    Store s;
-    auto cb = s.open_one();
-    for (int k = 0; k < 5; ++k)
-        ASSERT_TRUE(put(*cb, 13, bytes_of(u"round " + std::u16string(1, u'0' + k) + u"\xE9\xD800")));
-    const auto files = std::distance(std::filesystem::directory_iterator(s.dir.path() / "Windows"), {});
-    EXPECT_EQ(files, 2) << "the store and its lock";
-    std::ifstream in(s.file(), std::ios::binary);
-    const std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_NE(raw.find("round 4\xC3\xA9\xED\xA0\x80"), std::string::npos);
-}
-
 TEST(DeviceClipboard, AStoreThatCannotBeMadeFailsWithTheSystemError) {
     Store s;
-    // The system directory's name is taken by a file.
-    std::ofstream(s.dir.path() / "Windows") << "not a directory";
+    std::ofstream(s.dir.path() / "Windows") << "the system directory's name taken by a file";
     auto cb = s.open_one();
     kp::platform::set_last_error(0);
     EXPECT_FALSE(cb->open());
@@ -379,19 +306,244 @@ TEST(DeviceClipboard, AStoreThatCannotBeMadeFailsWithTheSystemError) {
     EXPECT_FALSE(cb->is_format_available(13));
     // The opener's hold is released: a later open waits for nothing.
     std::filesystem::remove(s.dir.path() / "Windows");
-    EXPECT_TRUE(cb->open());
-    EXPECT_TRUE(cb->close());
+    EXPECT_TRUE(cb->open() && cb->close());
 }
 
-TEST(DeviceClipboard, HundredMegabytes) {
-    Store s;
-    std::u16string big(50u * 1024 * 1024, u'\x00E9'); // 100 MB of UTF-16
-    auto cb = s.open_one();
-    ASSERT_TRUE(put(*cb, 13, bytes_of(big)));
+// ---- table exports -------------------------------------------------------
+
+const auto S = [](const char16_t* s) { return Value::string(s); };
+const auto I = [](int64_t i) { return Value::integer(i); };
+
+// Name (visible), Qty (hidden), Note (visible); three rows, the second
+// selected; totals.
+std::shared_ptr<TableControl> sample(int32_t kind = 9) {
+    auto t = std::make_shared<TableControl>();
+    t->kind = kind;
+    t->columns = {{u"Name", true}, {u"Qty", false}, {u"Note", true}};
+    t->rows = {{S(u"a"), I(1), S(u"x")}, {S(u"b"), I(2), S(u"y")}, {S(u"c"), I(3)}};
+    t->selected = {1};
+    t->has_totals = true;
+    t->totals = {S(u"sum"), I(6), S(u"")};
+    return t;
+}
+
+// The text block of the device store of `fx`.
+std::vector<uint8_t> stored(kp::test::HostFixture& fx) {
     std::vector<uint8_t> got;
-    ASSERT_TRUE(take(*s.open_one(), 13, got));
-    EXPECT_EQ(got.size(), big.size() * 2 + 2);
-    EXPECT_EQ(clip::text_of_block(got) == big, true);
+    take(*clip::make_device_clipboard(fx.device().string()), 13, got);
+    return got;
+}
+
+struct Fixture {
+    kp::test::HostFixture fx;
+    kp::host::CallOutcome call(const char* name, std::vector<Value> args) {
+        return fx.host->call(name, args);
+    }
+    Value control(std::shared_ptr<TableControl> t) {
+        return Value::integer(static_cast<int64_t>(fx.host->add_control(std::move(t))));
+    }
+    // What the clipboard calls tell: text (1, 13) and bitmap (2) present, the bitmap's size.
+    std::string shown() {
+        std::string out;
+        for (int64_t format : {1, 13, 2})
+            out += call("ClipboardFormat", {I(format)}).result.b ? "1 " : "0 ";
+        return out + std::to_string(call("ClipboardWidth", {}).result.i) + "x" +
+               std::to_string(call("ClipboardHeight", {}).result.i);
+    }
+};
+
+TEST(TableToText, OptionsSeparatorsRangesAndCells) {
+    Fixture f;
+    const Value t = f.control(sample());
+    // One column with an empty title and an empty first cell: nothing is
+    // written before the second row, so no separator precedes it; after a
+    // title the first data line follows one separator.
+    auto blank = std::make_shared<TableControl>();
+    blank->columns = {{u"", true}};
+    blank->rows = {{S(u"")}, {S(u"two")}, {S(u"three")}};
+    auto titled = std::make_shared<TableControl>(*blank);
+    titled->columns = {{u"T", true}};
+    // Cells of every simple type.
+    uint8_t cy[10];
+    ASSERT_TRUE(kp::host::currency_from_text("12.5", cy));
+    auto cells = std::make_shared<TableControl>();
+    cells->columns = {{u"b", true},  {u"i", true}, {u"i8", true},  {u"r", true},
+                      {u"cy", true}, {u"s", true}, {u"none", true}};
+    cells->rows = {{Value::boolean(true), I(-42), Value::int64(int64_t{1} << 40), Value::real(2.5),
+                    Value::currency(cy), S(u"\xE9t\xE9 \xD83D\xDE00"), Value::none()}};
+    struct Case {
+        Value control;
+        std::vector<Value> args; // after the control
+        std::u16string text;
+    };
+    const Case cases[] = {
+        {t, {}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t\r\nsum\t"},
+        {t, {I(0)}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t\r\nsum\t"},
+        {t, {I(1)}, u"a\tx\r\nb\ty\r\nc\t\r\nsum\t"},
+        {t, {I(2)}, u"Name\tQty\tNote\r\na\t1\tx\r\nb\t2\ty\r\nc\t3\t\r\nsum\t6\t"},
+        {t, {I(8)}, u"Name\tNote\r\na\tx\r\nb\ty\r\nc\t"},
+        {t, {I(16)}, u"Name\tNote\r\nb\ty\r\nsum\t"},
+        {t, {I(1 | 2 | 8 | 16)}, u"b\t2\ty"},
+        {t, {I(8), S(u" | "), S(u"\n")}, u"Name | Note\na | x\nb | y\nc | "},
+        {t, {I(8), S(u""), S(u"")}, u"NameNoteaxbyc"},
+        // Rows: first and last, 1-based, taken in either order, clamped, at the edges of 32 bits.
+        {t, {I(9), S(u","), S(u"/"), I(2)}, u"b,y/c,"},
+        {t, {I(9), S(u","), S(u"/"), I(5)}, u"c,"},
+        {t, {I(9), S(u","), S(u"/"), I(2), I(1)}, u"a,x/b,y"},
+        {t, {I(9), S(u","), S(u"/"), I(0), I(0)}, u""},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MAX), I(INT_MAX)}, u""},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MIN), I(2)}, u"a,x/b,y"},
+        {t, {I(9), S(u","), S(u"/"), I(0), I(1)}, u"a,x"},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MIN), I(INT_MIN)}, u""},
+        {t, {I(9), S(u","), S(u"/"), I(INT_MAX), I(INT_MIN)}, u"a,x/b,y/c,"},
+        {t, {I(8), S(u","), S(u"/"), I(4), I(9)}, u"Name,Note"},
+        {f.control(blank), {I(0), S(u","), S(u"|")}, u"two|three"},
+        {f.control(titled), {I(0), S(u","), S(u"|")}, u"T||two|three"},
+        {f.control(cells), {I(1)}, u"1\t-42\t1099511627776\t2.5\t12.500000\t\xE9t\xE9 \xD83D\xDE00\t"},
+    };
+    for (const Case& c : cases) {
+        std::vector<Value> args{c.control};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        SCOPED_TRACE(testing::Message() << "case " << (&c - cases));
+        for (const char* name : {"TableToText", "TableVersTexte"}) {
+            auto out = f.call(name, args);
+            ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+            EXPECT_EQ(out.result.s, c.text) << name;
+            EXPECT_EQ(out.error.severity, KP_SEVERITY_NONE) << kp::host::utf8(out.error.message);
+        }
+    }
+}
+
+TEST(TableToText, FailuresGiveTheEmptyStringAndTheirError) {
+    Fixture f;
+    auto buffer_cell = sample();
+    buffer_cell->rows[1][2] = Value::buffer({1, 2, 3}); // the host cannot convert a buffer to text
+    auto unreadable = sample();
+    unreadable->unreadable = true;
+    unreadable->read_error = 80256;
+    struct Case {
+        const char* what;
+        Value control;
+        int64_t options;
+        uint32_t id;
+    };
+    const Case cases[] = {{"options 4", f.control(sample()), 4, 80254},
+                          {"options 32", f.control(sample()), 32, 80254},
+                          {"options -1", f.control(sample()), -1, 80254},
+                          {"a control that is not a table", f.control(sample(4)), 0, 80253},
+                          {"kind 31", f.control(sample(31)), 0, 80253},
+                          {"no control", I(12345), 0, 80253},
+                          {"not a table and a bad option", f.control(sample(4)), 4, 80253},
+                          {"a cell that cannot be converted", f.control(buffer_cell), 0, 80014},
+                          {"a table the host cannot read", f.control(unreadable), 0, 80256}};
+    for (const Case& c : cases) {
+        for (const char* name : {"TableToText", "TableToClipboard"}) {
+            auto out = f.call(name, {c.control, I(c.options)});
+            ASSERT_EQ(out.status, CallStatus::Ok) << c.what;
+            EXPECT_TRUE(out.result.s.empty() && !out.result.b) << c.what << " " << name;
+            EXPECT_EQ(out.error.id, c.id) << c.what << " " << name;
+            EXPECT_EQ(out.error.severity, KP_SEVERITY_ERROR) << c.what;
+        }
+    }
+    // The cell that fails is not reached when its row is left out.
+    auto out = f.call("TableToText", {f.control(buffer_cell), I(8), S(u","), S(u"/"), I(1), I(1)});
+    EXPECT_EQ(out.result.s, u"Name,Note/a,x");
+    // The host's error for an unreadable table is the call's error.
+    out = f.call("TableToText", {f.control(unreadable)});
+    EXPECT_NE(kp::host::utf8(out.error.message).find("not available"), std::string::npos);
+    // Kinds 9, 30 and 35 are tables.
+    for (int32_t kind : {9, 30, 35})
+        EXPECT_EQ(f.call("TableToText", {f.control(sample(kind)), I(9)}).result.s, u"a\tx\r\nb\ty\r\nc\t")
+            << kind;
+}
+
+TEST(TableToClipboard, PutsTheTextAsAStringOnTheClipboard) {
+    Fixture f;
+    const Value t = f.control(sample());
+    for (int n = 1; n <= 6; ++n) {
+        std::vector<Value> args = {t, I(8), S(u";"), S(u"|"), I(2), I(3)};
+        args.resize(static_cast<std::size_t>(n));
+        auto text = f.call("TableToText", args);
+        ASSERT_TRUE(f.call("TableVersPressePapier", args).result.b) << n;
+        EXPECT_EQ(stored(f.fx), clip::block_of_text(text.result.s)) << n; // with its terminator
+    }
+    // A table with nothing to write puts the one-character empty text.
+    ASSERT_TRUE(f.call("TableToClipboard", {f.control(std::make_shared<TableControl>())}).result.b);
+    EXPECT_EQ(stored(f.fx), (std::vector<uint8_t>{0, 0}));
+    // A failing export leaves the clipboard as it was.
+    EXPECT_FALSE(f.call("TableToClipboard", {t, I(4)}).result.b);
+    EXPECT_EQ(stored(f.fx), (std::vector<uint8_t>{0, 0}));
+}
+
+TEST(ClipboardCalls, ThroughTheComponentOnTheDeviceStore) {
+    Fixture f;
+    auto store = clip::make_device_clipboard(f.fx.device().string());
+    struct Case {
+        Value value;
+        std::vector<uint8_t> bytes;
+        std::u16string read_back;
+    };
+    const Case cases[] = {{S(u"ab"), {'a', 0, 'b', 0, 0, 0}, u"ab"},
+                          {S(u""), {0, 0}, u""},
+                          {S(u"\xD800x"), {0x00, 0xD8, 'x', 0, 0, 0}, u"\xD800x"},
+                          {Value::buffer({'h', 0, 'i', 0}), {'h', 0, 'i', 0}, u"hi"},
+                          {Value::buffer({'o', 'd', 'd'}), {'o', 'd', 'd'}, u"\x646F"},
+                          {Value::buffer({}), {0, 0}, u""}}; // an empty buffer arrives as the empty string
+    for (const Case& c : cases) {
+        auto out = f.call("ToClipboard", {c.value});
+        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
+        EXPECT_TRUE(out.result.b);
+        EXPECT_EQ(stored(f.fx), c.bytes);
+        EXPECT_EQ(f.call("PressePapier", {}).result.s, c.read_back);
+        EXPECT_EQ(f.shown(), "1 1 0 -1x-1");
+    }
+    // A bitmap put by another program of the device.
+    ASSERT_TRUE(put(*store, 2, dib_header(200, 100)));
+    EXPECT_EQ(f.shown(), "0 0 1 200x100");
+    auto text = f.call("Clipboard", {});
+    EXPECT_EQ(std::tie(text.result.s, text.error.severity), std::make_tuple(u"", KP_SEVERITY_NONE));
+    // The clipboard held by another opener: ToClipboard fails with 5.
+    ASSERT_TRUE(store->open());
+    auto held = f.call("ToClipboard", {S(u"blocked")});
+    store->close();
+    EXPECT_EQ(std::tie(held.result.b, held.error.system_code, held.error.severity),
+              std::make_tuple(false, 5u, KP_SEVERITY_ERROR));
+}
+
+// A VM whose table interface predates the `self` slot: the export reads it,
+// and every operation is given the services block's vm pointer.
+TEST(TableToText, InterfaceOfAnOlderVm) {
+    static int vm_marker = 0, contexts_seen = 0, other_contexts = 0;
+    static kp_table_interface ti{};
+    static void (*const seen)(void*) = [](void* c) { (c == &vm_marker ? contexts_seen : other_contexts)++; };
+    ti.size = static_cast<uint32_t>(KP_SLOT_END(kp_table_interface, cell));
+    ti.self = &contexts_seen; // past the size: never read
+    ti.kind = [](void* c, uintptr_t) -> int32_t { return seen(c), KP_CONTROL_KIND_TABLE; };
+    ti.column_count = [](void* c, uintptr_t) -> int32_t { return seen(c), 1; };
+    ti.column_title = [](void* c, uintptr_t, int32_t, int32_t* n) -> const char16_t* {
+        seen(c);
+        *n = 5;
+        return u"Title";
+    };
+    ti.column_visible = [](void* c, uintptr_t, int32_t) -> int32_t { return seen(c), 1; };
+    ti.row_count = [](void* c, uintptr_t) -> int32_t { return seen(c), 0; };
+    ti.row_selected = [](void* c, uintptr_t, int32_t) -> int32_t { return seen(c), 0; };
+    ti.has_totals = [](void* c, uintptr_t) -> int32_t { return seen(c), 0; };
+    ti.cell = [](void* c, uintptr_t, int32_t, int32_t, kp_variant*) -> int32_t { return seen(c), 1; };
+    kp_services sv{};
+    sv.size = sizeof sv;
+    sv.vm = &vm_marker;
+    sv.table_interface = [](void*) -> const kp_table_interface* { return &ti; };
+    kp::runtime::state().services = &sv;
+    kp_error_record rec{};
+    rec.severity = 1;
+    kp::CXError err(&rec);
+    const std::u16string text = kp::system::table_to_text(1, 0, u"\t", u"\r\n", -1, -1, err);
+    kp::runtime::state().services = nullptr;
+    EXPECT_FALSE(err.failed()) << err.id();
+    EXPECT_EQ(text, u"Title");
+    EXPECT_GT(contexts_seen, 0);
+    EXPECT_EQ(other_contexts, 0);
 }
 
 } // namespace

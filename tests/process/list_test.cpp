@@ -29,10 +29,9 @@ TEST(SplitPath, DriveDirectoryNameExtension) {
                         {u"", u"", u"", u"", u""}};
     for (const Row& r : rows) {
         auto p = split_path(r.path);
-        EXPECT_EQ(p.drive, r.drive) << kp::host::utf8(r.path);
-        EXPECT_EQ(p.directory, r.dir) << kp::host::utf8(r.path);
-        EXPECT_EQ(p.name, r.name) << kp::host::utf8(r.path);
-        EXPECT_EQ(p.extension, r.ext) << kp::host::utf8(r.path);
+        EXPECT_EQ(std::tie(p.drive, p.directory, p.name, p.extension),
+                  std::tie(r.drive, r.dir, r.name, r.ext))
+            << kp::host::utf8(r.path);
     }
 }
 
@@ -51,42 +50,36 @@ std::vector<std::u16string> lines_of(const std::u16string& s) {
 class ListTest : public ProcessTest {
   protected:
     std::string name;
-    std::u16string device_path; // "\apps\<name>"
+    std::u16string n16, device_path; // name, "\apps\<name>"
     void SetUp() override {
         name = unique_name("kpsleep");
         if (!starts(sleeper("apps/" + name)))
             GTEST_SKIP() << "a copy of /bin/sleep cannot start here: under qemu-user without a binfmt_misc "
                             "handler, the target's programs cannot be started by the program under test";
-        device_path = u"\\apps\\" + kp::host::utf16(name);
+        n16 = kp::host::utf16(name);
+        device_path = u"\\apps\\" + n16;
     }
-    int start_sleeper(const std::u16string& path) {
-        auto r = call("ExeRun", {Value::string(path + u" 30"), I(1), I(3)});
+    // Starts the copy for 30 s; returns once the process runs it (not a shell that will exec it).
+    int start_sleeper() {
+        auto r = call("ExeRun", {Value::string(device_path + u" 30"), I(1), I(3)});
         EXPECT_GT(r.result.i, 0) << kp::host::utf8(r.error.message);
-        int pid = static_cast<int>(r.result.i);
+        const int pid = static_cast<int>(r.result.i);
         started.push_back(pid);
-        // Running the copy (not a shell that will exec it).
-        const std::string file = kp::host::utf8(path.substr(path.find_last_of(u"\\") + 1));
+        std::error_code ec;
         EXPECT_TRUE(eventually([&] {
-            std::error_code ec;
-            return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == file;
-        })) << kp::host::utf8(path);
+            return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == name;
+        }));
         return pid;
     }
     int64_t running(const std::u16string& program) {
         return call("ExeRunning", {Value::string(program)}).result.i;
     }
-    static bool gone(int pid) {
-        char s = process_state(pid);
-        return s == 0 || s == 'Z';
-    }
 };
 
 TEST_F(ListTest, CountsByNameAndDirectory) {
     EXPECT_EQ(running(device_path), 0);
-    int pids[3];
-    for (int& p : pids)
-        p = start_sleeper(device_path);
-    const std::u16string n16 = kp::host::utf16(name);
+    for (int k = 0; k < 3; ++k)
+        start_sleeper();
     struct Row {
         std::u16string program;
         int64_t count;
@@ -106,45 +99,39 @@ TEST_F(ListTest, CountsByNameAndDirectory) {
         EXPECT_EQ(running(r.program), r.count) << kp::host::utf8(r.program);
     // Without a program: the calling program itself (this test binary).
     auto self = call("ExeRunning", {});
-    EXPECT_GE(self.result.i, 1);
-    EXPECT_EQ(self.error.severity, 1);
+    EXPECT_TRUE(self.result.i >= 1 && self.error.severity == 1) << self.result.i;
 }
 
 // A program the component started and stopped is gone (collected by the
 // component) when ExeTerminate returns, by identifier and by name (file
 // names compared with their extension, without regard to case).
 TEST_F(ListTest, TerminatesByIdentifierAndByName) {
-    const int a = start_sleeper(device_path), b = start_sleeper(device_path), c = start_sleeper(device_path);
+    const int a = start_sleeper(), b = start_sleeper(), c = start_sleeper();
     auto r = call("ExeTerminate", {I(a)});
-    EXPECT_TRUE(r.result.b);
-    EXPECT_EQ(r.error.severity, 1);
+    EXPECT_EQ(std::tie(r.result.b, r.error.severity), std::make_tuple(true, 1));
     EXPECT_EQ(process_state(a), 0);
     EXPECT_EQ(running(device_path), 2);
     EXPECT_FALSE(call("ExeTerminate", {Value::string(device_path + u".exe")}).result.b);
-    EXPECT_FALSE(call("ExeTerminate", {Value::string(u"\\elsewhere\\" + kp::host::utf16(name))}).result.b);
+    EXPECT_FALSE(call("ExeTerminate", {Value::string(u"\\elsewhere\\" + n16)}).result.b);
     EXPECT_EQ(running(device_path), 2);
     EXPECT_TRUE(call("ExeTerminate", {Value::string(upper(device_path))}).result.b);
-    EXPECT_EQ(process_state(b), 0);
-    EXPECT_EQ(process_state(c), 0);
+    EXPECT_EQ(process_state(b) + process_state(c), 0);
     EXPECT_EQ(running(device_path), 0);
     // Nothing left to stop.
     r = call("ExeTerminate", {Value::string(device_path)});
-    EXPECT_FALSE(r.result.b);
-    EXPECT_EQ(r.error.severity, 1);
+    EXPECT_EQ(std::tie(r.result.b, r.error.severity), std::make_tuple(false, 1));
     // By name only, without directory.
-    const int d = start_sleeper(device_path);
-    EXPECT_TRUE(call("ExeTerminate", {Value::string(kp::host::utf16(name))}).result.b);
+    const int d = start_sleeper();
+    EXPECT_TRUE(call("ExeTerminate", {Value::string(n16)}).result.b);
     EXPECT_EQ(process_state(d), 0);
     // 0 and negative identifiers must never reach a process group.
     const int64_t pid_max = std::stoi(read_text("/proc/sys/kernel/pid_max"));
     for (int64_t pid :
          {int64_t(0), int64_t(-1), int64_t(-2), int64_t(INT32_MIN), pid_max + 1, int64_t(INT32_MAX)}) {
         r = call("ExeTerminate", {I(pid)});
-        EXPECT_FALSE(r.result.b) << pid;
-        EXPECT_EQ(r.error.id, 80101u) << pid;
+        EXPECT_EQ(std::tie(r.result.b, r.error.id), std::make_tuple(false, 80101u)) << pid;
         auto l = call("ExeListDLL", {I(pid)});
-        EXPECT_EQ(l.result.s, u"") << pid;
-        EXPECT_EQ(l.error.id, 80101u) << pid;
+        EXPECT_EQ(std::tie(l.result.s, l.error.id), std::make_tuple(u"", 80101u)) << pid;
     }
 }
 
@@ -172,8 +159,7 @@ TEST_F(ListTest, EndedProcessesAreNeitherRunningNorListedNorStopped) {
     EXPECT_EQ(list.find(u"\r\n" + id + u"\r\n"), std::u16string::npos);
     EXPECT_FALSE(call("ExeTerminate", {Value::string(device)}).result.b);
     auto r = call("ExeTerminate", {I(zombie)});
-    EXPECT_TRUE(r.result.b);
-    EXPECT_EQ(r.error.severity, 1);
+    EXPECT_EQ(std::tie(r.result.b, r.error.severity), std::make_tuple(true, 1));
     int status = 0;
     ASSERT_EQ(waitpid(zombie, &status, 0), zombie) << "the test's own child is left to the test";
 }
@@ -182,14 +168,14 @@ TEST_F(ListTest, EndedProcessesAreNeitherRunningNorListedNorStopped) {
 // is found by the script's name as well.
 TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
     script("Programs/" + name + ".sh", "while :; do sleep 0.1; done");
-    const std::u16string device = u"\\Programs\\" + kp::host::utf16(name) + u".sh";
+    const std::u16string device = u"\\Programs\\" + n16 + u".sh";
     auto r = call("ExeRun", {Value::string(device), I(1), I(3)});
     ASSERT_GT(r.result.i, 0);
     started.push_back(static_cast<int>(r.result.i));
     EXPECT_TRUE(eventually([&] { return running(device) == 1; }));
     // The shell's child is the script too until it has started `sleep`.
-    EXPECT_TRUE(eventually([&] { return running(kp::host::utf16(name)) == 1; }));
-    EXPECT_EQ(running(u"\\Other\\" + kp::host::utf16(name) + u".sh"), 0);
+    EXPECT_TRUE(eventually([&] { return running(n16) == 1; }));
+    EXPECT_EQ(running(u"\\Other\\" + n16 + u".sh"), 0);
     EXPECT_TRUE(call("ExeTerminate", {Value::string(device)}).result.b);
     EXPECT_EQ(running(device), 0);
 }
@@ -200,7 +186,7 @@ TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
 TEST_F(ListTest, ProcessOfAnotherUser) {
     int target;
     if (geteuid() == 0) {
-        target = start_sleeper(device_path);
+        target = start_sleeper();
     } else {
         int owner = -1;
         std::istringstream status(read_text("/proc/1/status"));
@@ -230,7 +216,7 @@ TEST_F(ListTest, ProcessOfAnotherUser) {
 }
 
 TEST_F(ListTest, ListColumns) {
-    int a = start_sleeper(device_path), b = start_sleeper(device_path);
+    int a = start_sleeper(), b = start_sleeper();
     auto list = [&](std::vector<Value> selectors) {
         auto r = call("ExeListProcess", selectors);
         EXPECT_EQ(r.error.severity, 1);
@@ -239,7 +225,6 @@ TEST_F(ListTest, ListColumns) {
     auto has = [](const std::vector<std::u16string>& lines, const std::u16string& line) {
         return std::count(lines.begin(), lines.end(), line);
     };
-    const std::u16string n16 = kp::host::utf16(name);
     const std::u16string pa = kp::host::utf16(std::to_string(a)), pb = kp::host::utf16(std::to_string(b));
 
     auto l = list({I(3), I(0)});
@@ -269,7 +254,7 @@ TEST_F(ListTest, ListColumns) {
 }
 
 TEST_F(ListTest, LibrariesOfAProcess) {
-    int a = start_sleeper(device_path);
+    int a = start_sleeper();
     // (The loader maps the C library just after the program starts.)
     CallOutcome r;
     EXPECT_TRUE(eventually([&] {
@@ -278,7 +263,7 @@ TEST_F(ListTest, LibrariesOfAProcess) {
     })) << kp::host::utf8(r.result.s);
     EXPECT_EQ(r.error.severity, 1);
     const std::u16string& dlls = r.result.s;
-    EXPECT_EQ(dlls.find(kp::host::utf16(name)), std::u16string::npos) << "the executable is not listed";
+    EXPECT_EQ(dlls.find(n16), std::u16string::npos) << "the executable is not listed";
     EXPECT_EQ(dlls.find(u"/"), std::u16string::npos) << "names, not paths";
     lines_of(dlls);
     // This process: the component's own module is among its libraries, each once.

@@ -4,19 +4,75 @@
 // host's system_bus setting: nothing here can reach the machine's own
 // power services.
 #include <algorithm>
+#include <chrono>
+#include <fstream>
 
-#include "dbus_bus.h"
 #include "system_fixture.h"
+#include "xvfb.h"
 
 using kp::host::Value;
+using kp::test::Child;
 using kp::test::I;
+using kp::test::run_on;
+using kp::test::TempDir;
 
 namespace {
 
+// A private D-Bus daemon of the test's own (never the machine's system bus)
+// and python3-dbusmock services on it, each logging the methods it receives
+// to a file of the test.
+class PrivateBus {
+  public:
+    bool start() {
+        const auto cfg = dir_.path() / "bus.conf";
+        std::ofstream(cfg) << "<busconfig><type>session</type><listen>unix:dir=" << dir_.path().string()
+                           << "</listen><policy context=\"default\"><allow send_destination=\"*\"/><allow "
+                              "receive_sender=\"*\"/>"
+                              "<allow own=\"*\"/></policy></busconfig>\n";
+        if (!daemon_.start({"dbus-daemon", "--config-file=" + cfg.string(), "--print-address=1", "--nofork",
+                            "--nopidfile"},
+                           {}, true))
+            return false;
+        address_ = daemon_.line(10000);
+        return !address_.empty();
+    }
+    const std::string& address() const { return address_; }
+    std::filesystem::path path(const std::string& name) const { return dir_.path() / name; }
+
+    // A dbusmock service from a template, logging to <log>; waits until
+    // `bus_name` is on the bus.
+    bool mock(Child& child, const std::string& tmpl, const std::string& bus_name, const std::string& log,
+              const std::string& parameters = "{}") {
+        if (!child.start({"/usr/bin/python3", "-m", "dbusmock", "--system", "-t", tmpl, "-l",
+                          path(log).string(), "-p", parameters},
+                         {"DBUS_SYSTEM_BUS_ADDRESS=" + address_, "DBUS_SESSION_BUS_ADDRESS=" + address_}))
+            return false;
+        return gdbus("wait --timeout 10 " + bus_name + " && echo up") == "up";
+    }
+    // gdbus on this bus.
+    std::string gdbus(const std::string& args) const {
+        return run_on("", "gdbus " + args.substr(0, args.find(' ')) + " --address " + address_ +
+                              args.substr(args.find(' ')));
+    }
+    // The methods a mock logged, without their time stamps.
+    std::vector<std::string> calls(const std::string& log) const {
+        std::ifstream in(path(log));
+        std::vector<std::string> out;
+        for (std::string line; std::getline(in, line);)
+            out.push_back(line.substr(line.find(' ') + 1)); // npos + 1: the whole line
+        return out;
+    }
+
+  private:
+    TempDir dir_;
+    Child daemon_;
+    std::string address_;
+};
+
 struct DBus : ::testing::Test {
     struct Services {
-        kp::test::PrivateBus bus;
-        kp::test::Child logind, upower, modems;
+        PrivateBus bus;
+        Child logind, upower, modems;
     };
     static inline Services* s = nullptr;
     static inline std::string why;
@@ -43,11 +99,11 @@ struct DBus : ::testing::Test {
         ASSERT_TRUE(sys->host->loaded());
     }
     std::vector<std::string> logind_calls() { return s->bus.calls("logind.log"); }
-    void set(const char* dest, const char* path, const char* iface, const char* prop,
-             const std::string& value) {
-        s->bus.gdbus(std::string("call --dest ") + dest + " --object-path " + path +
-                     " --method org.freedesktop.DBus.Properties.Set " + iface + " " + prop + " \"" + value +
-                     "\"");
+    // Sets a property of org.freedesktop.<service> (interface <service><iface>).
+    void set(const std::string& service, const char* iface, const char* prop, const char* value) {
+        s->bus.gdbus("call --dest org.freedesktop." + service + " --object-path /org/freedesktop/" + service +
+                     " --method org.freedesktop.DBus.Properties.Set org.freedesktop." + service + iface +
+                     " " + prop + " \"" + value + "\"");
     }
 };
 
@@ -57,18 +113,17 @@ TEST_F(DBus, ShutdownModesReachLogind) {
         const char* mode;
         int interactive; // -1: the one-argument form
         std::string method;
-    } rows[] = {
-        {"sysPoweroff", -1, "PowerOff False"},  {"sysReboot", -1, "Reboot False"},
-        {"sysPoweroff", 1, "PowerOff True"},    {"sysReboot", 0, "Reboot False"},
-        {"sysLogoff", -1, "TerminateSession "},
-    };
+    } rows[] = {{"sysPoweroff", -1, "PowerOff False"},
+                {"sysReboot", -1, "Reboot False"},
+                {"sysPoweroff", 1, "PowerOff True"},
+                {"sysReboot", 0, "Reboot False"},
+                {"sysLogoff", -1, "TerminateSession "}};
     for (const Row& r : rows) {
         SCOPED_TRACE(r.mode);
         std::vector<Value> args{I(sys->constant(r.mode))};
         if (r.interactive >= 0) args.push_back(I(r.interactive));
         auto out = sys->call("SysShutdown", args);
-        EXPECT_TRUE(out.result.b);
-        EXPECT_EQ(1, out.error.severity);
+        EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(true, 1));
         ASSERT_FALSE(logind_calls().empty());
         EXPECT_EQ(0u, logind_calls().back().rfind(r.method, 0)) << logind_calls().back();
     }
@@ -87,24 +142,20 @@ TEST_F(DBus, StandbyAndPowerSource) {
     EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysBattery"))}));
     EXPECT_EQ(before + 2, suspends());
     auto out = sys->call("SysStandby", {I(0), I(sys->constant("sysMainsPower"))});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(1, out.error.severity) << "another power source is no error";
+    EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(false, 1))
+        << "another power source";
     EXPECT_EQ(before + 2, suspends());
-    set("org.freedesktop.UPower", "/org/freedesktop/UPower", "org.freedesktop.UPower", "OnBattery",
-        "<false>");
+    set("UPower", "", "OnBattery", "<false>");
     EXPECT_TRUE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysMainsPower"))}));
     EXPECT_FALSE(sys->boolean("SysStandby", {I(0), I(sys->constant("sysBattery"))}));
     EXPECT_EQ(before + 3, suspends());
 
     // The automatic standby delay: logind's idle action and its delay.
     EXPECT_EQ(0, sys->integer("SysStandby")) << "the mock's idle action is ignore";
-    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "IdleAction",
-        "<'suspend'>");
-    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
-        "IdleActionUSec", "<uint64 600000000>");
+    set("login1", ".Manager", "IdleAction", "<'suspend'>");
+    set("login1", ".Manager", "IdleActionUSec", "<uint64 600000000>");
     EXPECT_EQ(600, sys->integer("SysStandby"));
-    set("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "IdleAction",
-        "<'lock'>");
+    set("login1", ".Manager", "IdleAction", "<'lock'>");
     EXPECT_EQ(0, sys->integer("SysStandby"));
 }
 
@@ -115,9 +166,9 @@ TEST_F(DBus, ImeiOfTheFirstModem) {
 
 // Without ModemManager, the first modem of oFono.
 TEST(DBusOfono, ImeiOfTheFirstOfonoModem) {
-    kp::test::PrivateBus bus;
+    PrivateBus bus;
     ASSERT_TRUE(bus.start());
-    kp::test::Child ofono;
+    Child ofono;
     ASSERT_TRUE(bus.mock(ofono, "ofono", "org.ofono", "ofono.log"));
     kp::test::SystemHost sys("headless", bus.address());
     ASSERT_TRUE(sys.host->loaded());
@@ -127,7 +178,7 @@ TEST(DBusOfono, ImeiOfTheFirstOfonoModem) {
 
 // A bus without the services, and a logind that never answers.
 TEST(DBusFailures, MissingAndSilentServices) {
-    kp::test::PrivateBus bus;
+    PrivateBus bus;
     ASSERT_TRUE(bus.start());
     kp::test::SystemHost sys("headless", bus.address());
     ASSERT_TRUE(sys.host->loaded());
@@ -140,7 +191,7 @@ TEST(DBusFailures, MissingAndSilentServices) {
         EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity) << r.name;
         EXPECT_NE(0u, out.error.system_code) << r.name;
     }
-    kp::test::Child silent;
+    Child silent;
     ASSERT_TRUE(bus.mock(silent, "logind", "org.freedesktop.login1", "silent.log"));
     bus.gdbus("call --dest org.freedesktop.login1 --object-path /org/freedesktop/login1 --method "
               "org.freedesktop.DBus.Mock.AddMethod org.freedesktop.login1.Manager PowerOff b '' "
@@ -155,12 +206,11 @@ TEST(DBusFailures, MissingAndSilentServices) {
 
 // The component holds one services block: each host here is alone.
 TEST(DBusFailures, AddressWhereNoBusListens) {
-    kp::test::TempDir dir;
+    TempDir dir;
     kp::test::SystemHost nowhere("headless", "unix:path=" + (dir.path() / "no-such-socket").string());
     auto out = nowhere.call("SysShutdown", {I(3)});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity);
-    EXPECT_EQ(2u, out.error.system_code);
+    EXPECT_EQ(std::tie(out.result.b, out.error.severity, out.error.system_code),
+              std::make_tuple(false, KP_SEVERITY_ERROR, 2u));
 }
 
 } // namespace

@@ -1,7 +1,12 @@
 // The device functions on the headless handheld and with no display at all:
 // what the component itself computes (orientation texts, colour element
-// forms, pointer origins, mouse actions, the colour dialog's variable), and
-// the failure value and system error of every call it refuses.
+// forms, pointer origins, mouse actions, the colour dialog's variable), the
+// failure value and system error of every call it refuses, and every
+// overload called with hostile arguments: integers at the edges, handles
+// that were never windows, empty texts, texts of 100,000 characters, lone
+// surrogates and NULs, each call leaving its record cleared or an error.
+#include <sstream>
+
 #include "system_fixture.h"
 
 using kp::host::HeadlessDisplay;
@@ -46,9 +51,8 @@ TEST_F(Headless, WhatTheComponentComputes) {
     // The pointer from the screen, the frame (at the top of the work area)
     // and the client area (below the caption); 16 signed bits each.
     EXPECT_TRUE(sys.boolean("EmulateMouse", {I(0), I(10), I(100)}));
-    EXPECT_EQ(10 | (100 << 16), sys.integer("CursorPos", {I(0)}));
-    EXPECT_EQ(10 | (74 << 16), sys.integer("CursorPos", {I(1)}));
-    EXPECT_EQ(10 | (50 << 16), sys.integer("CursorPos", {I(2)}));
+    for (auto [origin, y] : {std::pair{0, 100}, {1, 74}, {2, 50}})
+        EXPECT_EQ(10 | (y << 16), sys.integer("CursorPos", {I(origin)})) << origin;
     EXPECT_TRUE(sys.boolean("EmulateMouse", {I(0), I(5), I(30)}));
     EXPECT_EQ(0xFFEC0005u, static_cast<uint32_t>(sys.integer("CursorPos", {I(2)})));
     // Every mouse action, at a place and at the pointer.
@@ -57,24 +61,23 @@ TEST_F(Headless, WhatTheComponentComputes) {
                                                        {0x100000, "right click"}, {0x200000, "right double"},
                                                        {0x300000, "right down"},  {0x400000, "right up"}};
     for (const auto& [action, event] : actions) {
-        EXPECT_TRUE(sys.boolean("EmulateMouse", {I(action), I(20), I(40)}));
-        EXPECT_EQ(std::string(event) + " 20,40", hd->events().back());
-        EXPECT_TRUE(sys.boolean("EmulateMouse", {I(action)}));
-        EXPECT_EQ(std::string(event) + " 20,40", hd->events().back());
+        for (auto args : {std::vector<Value>{I(action), I(20), I(40)}, {I(action)}}) {
+            EXPECT_TRUE(sys.boolean("EmulateMouse", args));
+            EXPECT_EQ(std::string(event) + " 20,40", hd->events().back());
+        }
     }
 
-    EXPECT_TRUE(sys.boolean("SysShutdown", {I(sys.constant("sysPoweroffScreen"))}));
-    EXPECT_FALSE(hd->screen_on());
-    EXPECT_TRUE(sys.boolean("SysShutdown", {I(sys.constant("sysPoweronScreen"))}));
-    EXPECT_TRUE(hd->screen_on());
+    for (const char* mode : {"sysPoweroffScreen", "sysPoweronScreen"}) {
+        EXPECT_TRUE(sys.boolean("SysShutdown", {I(sys.constant(mode))}));
+        EXPECT_EQ(hd->screen_on(), std::string(mode) == "sysPoweronScreen");
+    }
     for (int mode : {0, 1, 2, 3, 4, 5, 8, 9})
         EXPECT_TRUE(sys.boolean("SysWinShow", {I(w), I(mode)})) << mode;
 }
 
 TEST_F(Headless, ColourDialogAndItsVariable) {
     auto out = sys.call("SelectColor");
-    EXPECT_EQ(-1, out.result.i) << "cancelled";
-    EXPECT_EQ(1, out.error.severity) << "a cancelled dialog is no error";
+    EXPECT_EQ(std::tie(out.result.i, out.error.severity), std::make_tuple(-1, 1)) << "cancelled: no error";
     hd->answer_colour_dialog(0x123456);
     EXPECT_EQ(0x123456, sys.integer("SelectColor", {I(0xFF)}));
     Value var = Value::variable(Value::integer(0x00FF00));
@@ -95,7 +98,6 @@ TEST_F(Headless, RefusedCallsGiveTheirFailureValueAndError) {
 
     std::vector<Refusal> rows = {{"SysGetSubMenu", 0, 1401, I(menu), I(3)},
                                  {"SysGetSubMenu", 0, 87, I(menu), I(-1)},
-                                 {"SysGetSubMenu", 0, 1401, I(0), I(0)},
                                  {"SysGetSubMenu", 0, 1401, I(12345), I(0)},
                                  {"SysGetMenu", 0, 1401, I(bare)},
                                  {"SysReleaseDC", 0, 6, I(w), I(dc)},
@@ -142,8 +144,7 @@ TEST_F(Headless, RefusedCallsGiveTheirFailureValueAndError) {
         rows.push_back({"SysWinShow", 0, 1400, I(h), I(1)});
         rows.push_back({"SysReleaseDC", 0, 6, I(h), I(h)});
         auto out = sys.call("SysValidHandle", {I(h)});
-        EXPECT_FALSE(out.result.b) << h;
-        EXPECT_EQ(1, out.error.severity) << "an invalid handle is an answer, not an error";
+        EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(false, 1)) << h << ": no error";
     }
     expect_refusals(sys, rows);
     // Nothing has the focus once the window is hidden.
@@ -179,6 +180,61 @@ TEST(NoDisplay, EveryDisplayFunctionFailsWithNotSupported) {
     expect_refusals(sys, rows);
     // Without a display the keys come from the VM's key-state service.
     EXPECT_FALSE(sys.boolean("KeyPressed", {I(27)}));
+}
+
+// Names separated by spaces.
+const char kDeviceFunctions[] =
+    "SysXRes SysYRes SysMetric SysColorRes SysInstance SysWinTitle SysColor SysDir SysWinHandle "
+    "CursorPos SysSetFocus SysWinActive SysWinShow SysIconize SysValidHandle SelectColor SysNameExe "
+    "SysGetMenu SysGetSubMenu SysSpace SysGetDC SysReleaseDC SysWindowsVersion SysEnvironment "
+    "SysIconAdd SysIconModify SysIconDelete SysShutdown KeyPressed EmulateInput "
+    "SysListScreenOrientation SysScreenOrientation EmulateMouse SysIMEI SysStandby SysSerialNum "
+    "SysDirStorageCard";
+
+TEST_F(Headless, EveryOverloadWithArgumentsAtTheEdges) {
+    const uintptr_t real = hd->create_window(u"Real", u"KPForm", 2);
+
+    const int64_t ints[] = {
+        0, -1, 1, 2147483647, -2147483647 - 1, 0x40000000, 0x10000, 27, static_cast<int64_t>(real)};
+    std::u16string lone(1, static_cast<char16_t>(0xD800));
+    std::u16string with_nul(u"a\0b", 3);
+    const std::u16string texts[] = {u"",    std::u16string(100000, u'w'), lone, with_nul, u"90", u"Real",
+                                    u"PATH"};
+    int calls = 0;
+    std::istringstream names(kDeviceFunctions);
+    for (std::string name; names >> name;) {
+        const kp_function* fn = sys.host->find_function(name.c_str());
+        ASSERT_NE(fn, nullptr) << name;
+        const int overloads = static_cast<int>(fn->ident >> 24);
+        for (int k = 0; k < overloads; ++k) {
+            const kp_overload& ov = fn->overloads[k];
+            ASSERT_NE(ov.handler, nullptr) << name << " " << k + 1;
+            for (int round = 0; round < 9; ++round) {
+                std::vector<Value> args;
+                for (int p = 0; p < ov.param_count; ++p) {
+                    const uint16_t t = ov.params[p];
+                    Value v = (t & 0xFF) == KP_T_STRING
+                                  ? Value::string(texts[(round + p) % std::size(texts)])
+                                  : Value::integer(ints[(round * 3 + p) % std::size(ints)]);
+                    if (t & KP_PARAM_FLAG_4000) v = Value::variable(v);
+                    args.push_back(v);
+                }
+                auto out = sys.host->call_overload(*fn, k, args);
+                ++calls;
+                SCOPED_TRACE(std::string(name) + " overload " + std::to_string(k + 1) + " round " +
+                             std::to_string(round));
+                EXPECT_EQ(kp::host::CallStatus::Ok, out.status) << out.detail;
+                EXPECT_TRUE(out.error.severity == KP_SEVERITY_NONE || out.error.severity == KP_SEVERITY_ERROR)
+                    << out.error.severity;
+                if (out.error.severity == KP_SEVERITY_ERROR) {
+                    EXPECT_NE(0u, out.error.system_code);
+                }
+            }
+        }
+    }
+    EXPECT_EQ(59 * 9, calls);
+    // No call closes a window: the real one is still there, whatever its title became.
+    EXPECT_TRUE(hd->is_window(real));
 }
 
 } // namespace

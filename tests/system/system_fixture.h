@@ -32,27 +32,23 @@ struct SystemHost {
     }
     std::filesystem::path device() const { return dir.path() / "device"; }
 
-    kp::host::CallOutcome call(const char* name, std::vector<kp::host::Value> args = {}) {
+    using Args = std::vector<kp::host::Value>;
+    using Kind = kp::host::Value::Kind;
+    kp::host::CallOutcome call(const char* name, Args args = {}) {
         kp::host::CallOutcome out = host->call(name, args);
         EXPECT_EQ(kp::host::CallStatus::Ok, out.status) << name << ": " << out.detail;
         return out;
     }
-    int64_t integer(const char* name, std::vector<kp::host::Value> args = {}) {
-        auto out = call(name, std::move(args));
-        EXPECT_TRUE(out.result.kind == kp::host::Value::Kind::Int ||
-                    out.result.kind == kp::host::Value::Kind::Int64)
-            << name;
-        return out.result.i;
+    // The result of a call that must be of `kind` (Int: either integer kind).
+    kp::host::Value typed(const char* name, Args args, Kind kind) {
+        kp::host::Value v = call(name, std::move(args)).result;
+        EXPECT_EQ(kind, v.kind == Kind::Int64 ? Kind::Int : v.kind) << name;
+        return v;
     }
-    bool boolean(const char* name, std::vector<kp::host::Value> args = {}) {
-        auto out = call(name, std::move(args));
-        EXPECT_EQ(kp::host::Value::Kind::Bool, out.result.kind) << name;
-        return out.result.b;
-    }
-    std::u16string text(const char* name, std::vector<kp::host::Value> args = {}) {
-        auto out = call(name, std::move(args));
-        EXPECT_EQ(kp::host::Value::Kind::String, out.result.kind) << name;
-        return out.result.s;
+    int64_t integer(const char* name, Args args = {}) { return typed(name, std::move(args), Kind::Int).i; }
+    bool boolean(const char* name, Args args = {}) { return typed(name, std::move(args), Kind::Bool).b; }
+    std::u16string text(const char* name, Args args = {}) {
+        return typed(name, std::move(args), Kind::String).s;
     }
     // Value of an integer constant by English name.
     int64_t constant(const char* name) {
@@ -74,12 +70,8 @@ struct SystemHost {
     }
 };
 
-inline kp::host::Value I(int64_t v) {
-    return kp::host::Value::integer(v);
-}
-inline kp::host::Value S(std::u16string v) {
-    return kp::host::Value::string(std::move(v));
-}
+inline const auto I = [](int64_t v) { return kp::host::Value::integer(v); };
+inline const auto S = [](std::u16string v) { return kp::host::Value::string(std::move(v)); };
 
 // A refused call: its result (an integer result's value; false and "" for
 // the others) and the system error of its record.

@@ -1,23 +1,18 @@
-/* x11_peer.c - another X client for the display tests: it creates windows
- * and reports what it receives.
- *
- *   kp_x11_peer TITLE CLASS        one window; prints its id, then one line
- *                                  per key ("key KEYSYM-NAME STATE") and
- *                                  button ("button N X Y", "release N X Y")
- *                                  it receives
- *   kp_x11_peer --many N PREFIX    N windows titled PREFIX0 .. PREFIX<N-1>;
- *                                  prints the id of the last one
- *   kp_x11_peer --tray             the screen's notification area: prints
- *                                  its window's id, then "dock WINDOW",
- *                                  "message TEXT" and "undock WINDOW" lines
- *
- * It runs until its standard input closes. */
+/* x11_peer.c - another X client for the display tests, running until its
+ * standard input closes:
+ *   kp_x11_peer TITLE CLASS       one window; prints its id, then a line per
+ *                                 key ("key KEYSYM-NAME STATE") and button
+ *                                 ("button N X Y", "release N X Y") it receives
+ *   kp_x11_peer --many N PREFIX   N windows PREFIX0 .. PREFIX<N-1>; prints
+ *                                 the id of the last one
+ *   kp_x11_peer --tray            the notification area: prints its window's
+ *                                 id, then "dock W", "message TEXT", "undock W" */
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 static Window make(Display* d, const char* title, const char* cls) {
@@ -100,15 +95,9 @@ int main(int argc, char** argv) {
             }
             fflush(stdout);
         }
-        fd_set fds;
-        FD_ZERO(&fds);
-        FD_SET(0, &fds);
-        FD_SET(xfd, &fds);
-        if (select(xfd + 1, &fds, NULL, NULL, NULL) < 0) break;
-        if (FD_ISSET(0, &fds)) {
-            char buf[64];
-            if (read(0, buf, sizeof buf) <= 0) break;
-        }
+        struct pollfd fds[2] = {{0, POLLIN, 0}, {xfd, POLLIN, 0}};
+        char buf[64];
+        if (poll(fds, 2, -1) < 0 || (fds[0].revents && read(0, buf, sizeof buf) <= 0)) break;
     }
     XCloseDisplay(d);
     return 0;

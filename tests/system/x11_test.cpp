@@ -1,8 +1,10 @@
-// The display over X11, under an Xvfb server the test starts, checked
-// against xdotool, xprop and xrandr on a window another client (the
-// suite's kp_x11_peer) creates.
+// The display over X11, under an Xvfb server the test starts (and openbox
+// managing its windows for X11Managed), checked against xdotool, xprop,
+// xrandr and xmodmap on windows another client (the suite's kp_x11_peer)
+// creates.
 #include <X11/keysym.h>
 
+#include <cstdio>
 #include <regex>
 #include <thread>
 
@@ -11,37 +13,77 @@
 #include "xvfb.h"
 
 using kp::host::Value;
+using kp::test::Child;
+using kp::test::expect_refusals;
 using kp::test::I;
 using kp::test::run_on;
 using kp::test::S;
 
 namespace {
 
-struct X11 : ::testing::Test {
+template <bool Managed> struct OnDisplay : ::testing::Test {
     static inline kp::test::Xvfb xvfb;
+    static inline Child wm;
     static inline bool started = false;
-    static void SetUpTestSuite() { started = xvfb.start(); }
-    static void TearDownTestSuite() { xvfb.stop(); }
+    static void SetUpTestSuite() {
+        started = (!Managed || std::system("command -v openbox >/dev/null 2>&1") == 0) && xvfb.start();
+        if (!Managed || !started) return;
+        wm.start({"openbox", "--sm-disable"}, {"DISPLAY=" + xvfb.name()}, true);
+        started = false;
+        for (int k = 0; k < 500 && !started; ++k, usleep(10000))
+            started = run_on(xvfb.name(), "xprop -root _NET_SUPPORTING_WM_CHECK").find("window id") !=
+                      std::string::npos;
+        // Openbox names itself before it manages new windows: a first window
+        // mapped in between stays unmanaged.  A throwaway peer, started again
+        // until the manager takes it, makes the first test's window a
+        // window like the others.
+        for (int attempt = 0; started && attempt < 10; ++attempt) {
+            Child probe;
+            if (!start_peer(probe, {"Probe", "KPProbeClass"}) || managed(std::stoul(probe.line()), 40)) break;
+        }
+    }
+    static void TearDownTestSuite() {
+        wm.stop();
+        xvfb.stop();
+    }
+    static bool start_peer(Child& c, std::vector<std::string> args) {
+        args.insert(args.begin(), KP120_X11_PEER);
+        return c.start(kp::test::target_command(args), {"DISPLAY=" + xvfb.name()});
+    }
+    // Whether the window manager lists `window` among its clients within `tries` polls.
+    static bool managed(unsigned long window, int tries) {
+        char hex[32];
+        std::snprintf(hex, sizeof hex, "0x%lx", window);
+        for (int k = 0; k < tries; ++k, usleep(50000))
+            if (run_on(xvfb.name(), "xprop -root _NET_CLIENT_LIST").find(hex) != std::string::npos)
+                return true;
+        return false;
+    }
 
     std::unique_ptr<kp::test::SystemHost> sys;
-    kp::test::Child peer;
+    Child peer;
     uintptr_t peer_window = 0;
 
     void SetUp() override {
+        if (Managed && !started) GTEST_SKIP() << "openbox is not installed or did not start";
         ASSERT_TRUE(started) << "Xvfb did not start";
         sys = std::make_unique<kp::test::SystemHost>("x11:" + xvfb.name());
         ASSERT_TRUE(sys->host->loaded());
         ASSERT_NE(sys->host->display(), nullptr);
         ASSERT_STREQ("x11", sys->host->display()->kind());
-        ASSERT_TRUE(peer.start(kp::test::target_command({KP120_X11_PEER, "Peer window", "KPPeerClass"}),
-                               {"DISPLAY=" + xvfb.name()}));
+        ASSERT_TRUE(start_peer(peer, {"Peer window", "KPPeerClass"}));
         const std::string id = peer.line();
         ASSERT_FALSE(id.empty()) << "the peer wrote no window identifier";
         peer_window = std::stoul(id);
-        ASSERT_NE(0u, peer_window);
+        if (!Managed) return;
+        ASSERT_TRUE(managed(peer_window, 200)) << "openbox did not manage the peer's window";
+        xdo("windowactivate --sync " + std::to_string(peer_window));
     }
-    std::string xdo(const std::string& args) { return run_on(xvfb.name(), "xdotool " + args); }
+    // xdotool, its waits (--sync) bounded.
+    std::string xdo(const std::string& args) { return run_on(xvfb.name(), "timeout 10 xdotool " + args); }
 };
+using X11 = OnDisplay<false>;
+using X11Managed = OnDisplay<true>;
 
 TEST_F(X11, ScreenAgainstXrandr) {
     const std::string q = run_on(xvfb.name(), "xrandr --query");
@@ -55,15 +97,11 @@ TEST_F(X11, ScreenAgainstXrandr) {
     EXPECT_EQ(std::string::npos, q.find("left")) << q;
     EXPECT_EQ(u"0", sys->text("SysListScreenOrientation"));
     EXPECT_EQ(u"0", sys->text("SysScreenOrientation"));
-    auto out = sys->call("SysScreenOrientation", {S(u"90")});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(50u, out.error.system_code);
     EXPECT_TRUE(sys->boolean("SysScreenOrientation", {S(u"0")}));
     // Nor DPMS: the screen's power cannot be switched (xset agrees).
     EXPECT_NE(std::string::npos, run_on(xvfb.name(), "xset q").find("does not have the DPMS"));
-    out = sys->call("SysShutdown", {I(sys->constant("sysPoweroffScreen"))});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(50u, out.error.system_code);
+    expect_refusals(*sys, {{"SysScreenOrientation", 0, 50, S(u"90")},
+                           {"SysShutdown", 0, 50, I(sys->constant("sysPoweroffScreen"))}});
 }
 
 TEST_F(X11, TitlesAgainstXdotoolAndXprop) {
@@ -164,15 +202,9 @@ TEST_F(X11, KeysAndClicksReachThePeer) {
         {0x13, "Pause"},        {0x5B, "Super_L"},    {0x5D, "Menu"},        {0x7B, "F12"},
         {0x2C, "Print"}};
     auto only = [&](int vk) {
-        EXPECT_TRUE(sys->boolean("KeyPressed", {I(vk)}));
-        for (const auto& [other, name] : keys) {
-            if (other != vk) {
-                EXPECT_FALSE(sys->boolean("KeyPressed", {I(other)})) << name;
-            }
-        }
-        if (vk != 0xE2) {
-            EXPECT_FALSE(sys->boolean("KeyPressed", {I(0xE2)}));
-        }
+        for (const auto& [other, name] : keys)
+            EXPECT_EQ(other == vk, sys->boolean("KeyPressed", {I(other)})) << name;
+        EXPECT_EQ(vk == 0xE2, sys->boolean("KeyPressed", {I(0xE2)}));
     };
     for (const auto& [vk, key] : keys) {
         SCOPED_TRACE(key);
@@ -218,26 +250,25 @@ TEST(X11Keys, VirtualKeysAndKeySymbolsBothWays) {
 TEST_F(X11, WindowsThatCloseAndHandlesThatNeverWere) {
     EXPECT_TRUE(sys->boolean("SysValidHandle", {I(peer_window)}));
     peer.stop();
+    // Once the server has destroyed the window (xwininfo no longer finds it).
+    const std::string alive = "xwininfo -id " + std::to_string(peer_window) + " >/dev/null && echo alive";
+    for (int k = 0; k < 1000 && run_on(xvfb.name(), alive) == "alive"; ++k)
+        usleep(10000);
+    std::vector<kp::test::Refusal> rows;
     for (int64_t h : std::initializer_list<int64_t>{static_cast<int64_t>(peer_window), 0x12345, 1, 0}) {
-        SCOPED_TRACE(h);
-        EXPECT_FALSE(sys->boolean("SysValidHandle", {I(h)}));
-        auto out = sys->call("SysWinTitle", {I(h)});
-        EXPECT_EQ(u"", out.result.s);
-        EXPECT_EQ(1400u, out.error.system_code);
-        out = sys->call("SysWinShow", {I(h), I(1)});
-        EXPECT_FALSE(out.result.b);
-        EXPECT_EQ(1400u, out.error.system_code);
+        EXPECT_FALSE(sys->boolean("SysValidHandle", {I(h)})) << h;
+        rows.push_back({"SysWinTitle", 0, 1400, I(h)});
+        rows.push_back({"SysWinShow", 0, 1400, I(h), I(1)});
     }
+    expect_refusals(*sys, rows);
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Peer window")}));
 
     // Windows that close while lookups go on: the lookups see the others.
-    kp::test::Child stable, many;
-    ASSERT_TRUE(stable.start(kp::test::target_command({KP120_X11_PEER, "Stable", "KPPeer"}),
-                             {"DISPLAY=" + xvfb.name()}));
+    Child stable, many;
+    ASSERT_TRUE(start_peer(stable, {"Stable", "KPPeer"}));
     const int64_t stable_window = std::stol(stable.line());
     for (int round = 0; round < 5; ++round) {
-        ASSERT_TRUE(many.start(kp::test::target_command({KP120_X11_PEER, "--many", "300", "Going"}),
-                               {"DISPLAY=" + xvfb.name()}));
+        ASSERT_TRUE(start_peer(many, {"--many", "300", "Going"}));
         ASSERT_FALSE(many.line().empty());
         std::thread closer([&] { many.stop(); });
         for (int k = 0; k < 20; ++k)
@@ -250,33 +281,29 @@ TEST_F(X11, WindowsThatCloseAndHandlesThatNeverWere) {
 // bare server's view: the client list, the active window, the work area.
 TEST_F(X11, WindowManagerPropertiesOfTheRoot) {
     const uintptr_t own = sys->host->display()->create_window(u"Unlisted", u"KPForm", 0);
-    const std::string root = "xprop -root ";
-    run_on(xvfb.name(),
-           root + "-f _NET_CLIENT_LIST 32x -set _NET_CLIENT_LIST " + std::to_string(peer_window));
-    run_on(xvfb.name(), root + "-f _NET_SUPPORTING_WM_CHECK 32x -set _NET_SUPPORTING_WM_CHECK " +
-                            std::to_string(peer_window));
-    run_on(xvfb.name(),
-           root + "-f _NET_ACTIVE_WINDOW 32x -set _NET_ACTIVE_WINDOW " + std::to_string(peer_window));
-    run_on(xvfb.name(), root + "-f _NET_WORKAREA 32c -set _NET_WORKAREA '0, 30, 800, 540'");
+    const std::string peer = std::to_string(peer_window);
+    const std::string props[][3] = {{"_NET_CLIENT_LIST", "32x", peer},
+                                    {"_NET_SUPPORTING_WM_CHECK", "32x", peer},
+                                    {"_NET_ACTIVE_WINDOW", "32x", peer},
+                                    {"_NET_WORKAREA", "32c", "'0, 30, 800, 540'"}};
+    for (const auto& [name, format, value] : props)
+        run_on(xvfb.name(), "xprop -root -f " + name + " " + format + " -set " + name + " " + value);
     EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Peer window")}));
     EXPECT_EQ(0, sys->integer("SysWinHandle", {S(u"Unlisted")})) << "only the managed windows are listed";
     EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinActive"));
     EXPECT_EQ(540, sys->integer("SysMetric", {I(sys->constant("metCyFullScreen"))}));
     EXPECT_EQ(800, sys->integer("SysMetric", {I(sys->constant("metCxFullScreen"))}));
-    for (const char* p :
-         {"_NET_CLIENT_LIST", "_NET_SUPPORTING_WM_CHECK", "_NET_ACTIVE_WINDOW", "_NET_WORKAREA"})
-        run_on(xvfb.name(), root + "-remove " + p);
+    for (const auto& p : props)
+        run_on(xvfb.name(), "xprop -root -remove " + p[0]);
     EXPECT_EQ(static_cast<int64_t>(own), sys->integer("SysWinHandle", {S(u"Unlisted")}));
     EXPECT_EQ(600, sys->integer("SysMetric", {I(sys->constant("metCyFullScreen"))}));
 }
 
 // The icon docks in the notification area another client keeps.
 TEST_F(X11, NotificationIconDocksInTheTray) {
-    auto out = sys->call("SysIconAdd", {S(u"\\icon.ico")});
-    EXPECT_FALSE(out.result.b) << "no notification area yet";
-    EXPECT_EQ(50u, out.error.system_code);
-    kp::test::Child tray;
-    ASSERT_TRUE(tray.start(kp::test::target_command({KP120_X11_PEER, "--tray"}), {"DISPLAY=" + xvfb.name()}));
+    expect_refusals(*sys, {{"SysIconAdd", 0, 50, S(u"\\icon.ico")}}); // no notification area yet
+    Child tray;
+    ASSERT_TRUE(start_peer(tray, {"--tray"}));
     ASSERT_FALSE(tray.line().empty());
     EXPECT_TRUE(
         sys->boolean("SysIconAdd", {S(u"\\icon.ico"), S(u"Orders: 3"), S(u"New order \u00e9 received")}));
@@ -289,9 +316,7 @@ TEST_F(X11, NotificationIconDocksInTheTray) {
     EXPECT_EQ("Orders: 4", xdo("getwindowname " + icon));
     EXPECT_TRUE(sys->boolean("SysIconDelete"));
     EXPECT_EQ("undock " + icon, tray.line());
-    out = sys->call("SysIconModify", {S(u"\\icon.ico")});
-    EXPECT_FALSE(out.result.b);
-    EXPECT_EQ(6u, out.error.system_code);
+    expect_refusals(*sys, {{"SysIconModify", 0, 6, S(u"\\icon.ico")}});
 }
 
 // Last: the server goes away under the display.
@@ -304,6 +329,61 @@ TEST_F(X11, ZDisplayThatGoesAway) {
     EXPECT_FALSE(sys->boolean("EmulateInput", {S(u"a")}));
     EXPECT_EQ(-1, sys->integer("CursorPos"));
     started = false;
+}
+
+TEST_F(X11Managed, HiddenWindowsAreFoundByTitle) {
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"PEER Window")}));
+    EXPECT_TRUE(sys->boolean("SysWinShow", {I(peer_window), I(sys->constant("swsHide"))}));
+    EXPECT_EQ("", xdo("search --onlyvisible --name '^Peer window$'"));
+    EXPECT_EQ(static_cast<int64_t>(peer_window), sys->integer("SysWinHandle", {S(u"Peer window")}));
+    EXPECT_EQ(static_cast<int64_t>(peer_window),
+              sys->integer("SysWinHandle", {S(u"peer window"), S(u"kppeerclass")}));
+    EXPECT_TRUE(sys->boolean("SysWinShow", {I(peer_window), I(sys->constant("swsVisible"))}));
+    EXPECT_EQ(std::to_string(peer_window), xdo("search --sync --onlyvisible --name '^Peer window$'"));
+}
+
+// Clicks at different places, one after the other: each press and its
+// release at the place asked, whatever the window manager's grab does.
+TEST_F(X11Managed, EachClickLandsWhereItWasAsked) {
+    const std::string info = run_on(xvfb.name(), "xwininfo -id " + std::to_string(peer_window));
+    int x0 = 0, y0 = 0;
+    ASSERT_EQ(1, std::sscanf(info.c_str() + info.find("Absolute upper-left X:") + 22, "%d", &x0)) << info;
+    ASSERT_EQ(1, std::sscanf(info.c_str() + info.find("Absolute upper-left Y:") + 22, "%d", &y0)) << info;
+    const int places[][2] = {{20, 20}, {150, 100}, {40, 130}, {180, 30}, {100, 70}};
+    for (int round = 0; round < 3; ++round) {
+        for (const auto& p : places)
+            ASSERT_TRUE(
+                sys->boolean("EmulateMouse", {I(sys->constant("dmLeftClick")), I(x0 + p[0]), I(y0 + p[1])}));
+        for (const auto& p : places) {
+            const std::string at = std::to_string(x0 + p[0]) + " " + std::to_string(y0 + p[1]);
+            EXPECT_EQ("button 1 " + at, peer.line());
+            EXPECT_EQ("release 1 " + at, peer.line());
+        }
+    }
+}
+
+// Every character arrives, in order, as the receiving client reads it with
+// its own copy of the keyboard map; the map is the same before and after.
+TEST_F(X11Managed, EveryCharacterArrivesAndTheKeyboardIsLeftAsItWas) {
+    const std::string map_before = run_on(xvfb.name(), "xmodmap -pke");
+    std::u16string text = u"a\u00e9B\u20ac";
+    std::vector<std::string> expected = {"key a 0", "key eacute 0", "key B 1", "key U20AC 0"};
+    for (char16_t c = 0x4E00; c < 0x4E00 + 150; ++c) { // more characters than spare keys
+        text.push_back(c);
+        char name[16];
+        std::snprintf(name, sizeof name, "key U%04X 0", static_cast<unsigned>(c));
+        expected.push_back(name);
+    }
+    text += u"\xD83D\xDE00z\u00e9";
+    expected.insert(expected.end(), {"key U0001F600 0", "key z 0", "key eacute 0"});
+    EXPECT_TRUE(sys->boolean("EmulateInput", {S(text)}));
+    for (const std::string& e : expected)
+        ASSERT_EQ(e, peer.line());
+    // The spare keys get their empty symbols back a moment after the text.
+    std::string map_after;
+    for (int k = 0; k < 100 && (map_after = run_on(xvfb.name(), "xmodmap -pke")) != map_before; ++k)
+        usleep(50000);
+    EXPECT_EQ(map_before, map_after);
 }
 
 } // namespace

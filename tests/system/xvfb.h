@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -41,10 +42,9 @@ class Child {
         // same name rather than before them: which of two entries a program
         // sees is its own choice (qemu-user keeps the last).
         std::vector<char*> args = {const_cast<char*>("env")};
-        for (const auto& e : env)
-            args.push_back(const_cast<char*>(e.c_str()));
-        for (const auto& a : argv)
-            args.push_back(const_cast<char*>(a.c_str()));
+        for (const auto* list : {&env, &argv})
+            for (const auto& a : *list)
+                args.push_back(const_cast<char*>(a.c_str()));
         args.push_back(nullptr);
         const int r = posix_spawnp(&pid_, "env", &fa, nullptr, args.data(), environ);
         posix_spawn_file_actions_destroy(&fa);
@@ -58,24 +58,21 @@ class Child {
     // One line of the child's output, "" after `ms` milliseconds or at its end.
     std::string line(int ms = 5000) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-        for (;;) {
-            const std::size_t nl = buf_.find('\n');
-            if (nl != std::string::npos) {
-                std::string l = buf_.substr(0, nl);
-                buf_.erase(0, nl + 1);
-                return l;
-            }
+        std::size_t nl;
+        while ((nl = buf_.find('\n')) == std::string::npos) {
             const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now())
-                    .count();
-            if (left <= 0) return {};
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
             pollfd p{out_, POLLIN, 0};
-            if (poll(&p, 1, static_cast<int>(left)) <= 0) return {};
             char b[4096];
-            const ssize_t n = read(out_, b, sizeof b);
-            if (n <= 0) return {};
+            ssize_t n = 0;
+            if (left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0 ||
+                (n = read(out_, b, sizeof b)) <= 0)
+                return {};
             buf_.append(b, static_cast<std::size_t>(n));
         }
+        std::string l = buf_.substr(0, nl);
+        buf_.erase(0, nl + 1);
+        return l;
     }
     void stop() {
         if (in_ >= 0) close(in_), in_ = -1;
@@ -100,19 +97,13 @@ class Child {
 // the program (KP120_TARGET_EMULATOR, its words separated by '|').
 inline std::vector<std::string> target_command(std::vector<std::string> argv) {
 #ifdef KP120_TARGET_EMULATOR
-    std::vector<std::string> out;
-    const std::string words = KP120_TARGET_EMULATOR;
-    for (std::size_t at = 0;;) {
-        const std::size_t bar = words.find('|', at);
-        out.push_back(words.substr(at, bar == std::string::npos ? std::string::npos : bar - at));
-        if (bar == std::string::npos) break;
-        at = bar + 1;
-    }
-    out.insert(out.end(), argv.begin(), argv.end());
-    return out;
-#else
-    return argv;
+    std::istringstream words(KP120_TARGET_EMULATOR);
+    std::vector<std::string> emulator;
+    for (std::string w; std::getline(words, w, '|');)
+        emulator.push_back(w);
+    argv.insert(argv.begin(), emulator.begin(), emulator.end());
 #endif
+    return argv;
 }
 
 // Xvfb choosing its own free display number (-displayfd).
@@ -124,9 +115,8 @@ class Xvfb {
                 true))
             return false;
         const std::string n = server_.line(10000);
-        if (n.empty()) return false;
-        name_ = ":" + n;
-        return true;
+        name_ = n.empty() ? "" : ":" + n;
+        return !n.empty();
     }
     void stop() { server_.stop(); }
     const std::string& name() const { return name_; }
@@ -136,17 +126,15 @@ class Xvfb {
     std::string name_;
 };
 
-// Output of a shell command run against `display`, trailing newline removed.
-inline std::string run_on(const std::string& display, const std::string& command) {
+// Output of a shell command run against `display`, trailing newlines removed unless `whole`.
+inline std::string run_on(const std::string& display, const std::string& command, bool whole = false) {
     std::string out;
     FILE* p = popen(("DISPLAY=" + display + " " + command + " 2>/dev/null").c_str(), "r");
-    if (!p) return out;
     char b[4096];
-    std::size_t n;
-    while ((n = fread(b, 1, sizeof b, p)) > 0)
+    for (std::size_t n; p && (n = fread(b, 1, sizeof b, p)) > 0;)
         out.append(b, n);
-    pclose(p);
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r'))
+    if (p) pclose(p);
+    while (!whole && !out.empty() && (out.back() == '\n' || out.back() == '\r'))
         out.pop_back();
     return out;
 }

@@ -301,10 +301,21 @@ const kp_value_interface_ops kValueOps = [] {
 kp_value_interface g_values{&kValueOps};
 
 std::string fold_key(std::string_view utf8_name) {
+    // ASCII folds to its lower case, without a round trip through UTF-16.
+    std::string out(utf8_name);
+    bool ascii = true;
+    for (char& c : out) {
+        if (static_cast<unsigned char>(c) >= 0x80) {
+            ascii = false;
+            break;
+        }
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    if (ascii) return out;
+    out.clear();
     icu::UnicodeString u = icu::UnicodeString::fromUTF8(
         icu::StringPiece(utf8_name.data(), static_cast<int32_t>(utf8_name.size())));
     u.foldCase();
-    std::string out;
     u.toUTF8String(out);
     return out;
 }
@@ -643,8 +654,8 @@ int Host::choose_overload(const kp_function& fn, const std::vector<Value>& args,
             best_unprovided = k, best_unprovided_score = score;
         }
     }
-    std::string name = name_utf8(fn.english);
     if (best >= 0) return best;
+    const std::string name = name_utf8(fn.english);
     if (why) {
         if (best_unprovided >= 0)
             *why = name + " is not provided by this edition";

@@ -7,11 +7,17 @@
 
 namespace kp::platform {
 
-std::string device_root() {
-    std::string root = runtime::setting(KP_SETTING_DEVICE_ROOT);
+std::string_view device_root_view() {
+    const auto fn = runtime::service(&kp_services::setting);
+    const char* text = fn ? fn(runtime::vm(), KP_SETTING_DEVICE_ROOT) : nullptr;
+    std::string_view root = text ? text : "";
     while (!root.empty() && root.back() == '/')
-        root.pop_back();
+        root.remove_suffix(1);
     return root;
+}
+
+std::string device_root() {
+    return std::string(device_root_view());
 }
 
 RootDirectory& kept_root() {

@@ -192,9 +192,9 @@ void report_system_error(CXError& err) {
 bool f_file_exist(std::u16string_view name, CXError& err) {
     if (name.empty()) return false;
     if (refuse_relative(name, err)) return false;
-    pf::FileInfo info;
     // A pattern exists when a file matches it, as a directory search tells.
     if (pf::has_wildcards(name)) {
+        pf::FileInfo info;
         pf::FileSearch search;
         for (bool ok = search.first(name, info); ok; ok = search.next(info))
             if (!(info.attributes & pf::kAttributeDirectory)) return true;

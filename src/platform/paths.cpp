@@ -101,6 +101,64 @@ void components(std::u16string_view name, std::vector<std::u16string_view>& part
     }
 }
 
+// A device name as a host path relative to the root, built on the stack:
+// the components in UTF-8 joined by "/", "." dropped and ".." kept inside
+// the root, as components() gives them ("" for the root itself).  The name
+// has passed check_name, so that it is at most kMaxDeviceName units long
+// and holds no lone surrogate: 3 bytes a unit at most.
+struct RelativeName {
+    char text[kMaxDeviceName * 3 + 1];
+    std::size_t size = 0;
+    bool too_long = false; // a component longer than the host allows
+};
+
+void relative_name(std::u16string_view name, RelativeName& out) {
+    char* const begin = out.text;
+    char* p = begin;
+    std::size_t i = 0;
+    while (i < name.size()) {
+        while (i < name.size() && is_separator(name[i]))
+            ++i;
+        if (i == name.size()) break;
+        char* const part = p == begin ? p : p + 1;
+        char* q = part;
+        for (; i < name.size() && !is_separator(name[i]); ++i) {
+            uint32_t cp = name[i];
+            if (cp >= 0xD800 && cp < 0xDC00) { // a pair (check_name refused lone ones)
+                cp = 0x10000 + ((cp - 0xD800) << 10) + (name[i + 1] - 0xDC00);
+                ++i;
+            }
+            if (cp < 0x80) {
+                *q++ = static_cast<char>(cp);
+            } else if (cp < 0x800) {
+                *q++ = static_cast<char>(0xC0 | (cp >> 6));
+                *q++ = static_cast<char>(0x80 | (cp & 0x3F));
+            } else if (cp < 0x10000) {
+                *q++ = static_cast<char>(0xE0 | (cp >> 12));
+                *q++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+                *q++ = static_cast<char>(0x80 | (cp & 0x3F));
+            } else {
+                *q++ = static_cast<char>(0xF0 | (cp >> 18));
+                *q++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+                *q++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+                *q++ = static_cast<char>(0x80 | (cp & 0x3F));
+            }
+        }
+        const std::string_view written(part, static_cast<std::size_t>(q - part));
+        if (written == ".") continue;
+        if (written == "..") {
+            // Back to the end of the component before (none above the root).
+            while (p > begin && *--p != '/') {}
+            continue;
+        }
+        if (written.size() > kMaxComponentBytes) out.too_long = true;
+        if (p != begin) *p = '/';
+        p = q;
+    }
+    *p = '\0';
+    out.size = static_cast<std::size_t>(p - begin);
+}
+
 // --- Resolution beneath the root --------------------------------------------
 
 // More links than this on the way is a loop, as for the kernel.
@@ -277,10 +335,10 @@ Fd& Fd::operator=(Fd&& o) noexcept {
 namespace {
 // A root path as the kept descriptor is compared by: no trailing "/", and
 // "/" for the host's root.
-std::string normal_root(std::string_view path) {
+std::string_view normal_root(std::string_view path) {
     while (!path.empty() && path.back() == '/')
         path.remove_suffix(1);
-    return path.empty() ? std::string("/") : std::string(path);
+    return path.empty() ? std::string_view("/") : path;
 }
 } // namespace
 
@@ -297,14 +355,14 @@ SharedFd RootDirectory::reopen(const std::string& path) {
 }
 
 SharedFd RootDirectory::open(std::string_view path_in) {
-    const std::string path = normal_root(path_in);
+    const std::string_view path = normal_root(path_in);
     std::lock_guard<std::mutex> lock(mutex_);
     if (fd_ && path == path_) return fd_;
-    return reopen(path);
+    return reopen(std::string(path));
 }
 
 bool RootDirectory::replaced(std::string_view path_in) {
-    const std::string path = normal_root(path_in);
+    const std::string path(normal_root(path_in));
     struct stat st;
     const bool found = stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
     std::lock_guard<std::mutex> lock(mutex_);
@@ -315,8 +373,8 @@ bool RootDirectory::replaced(std::string_view path_in) {
     return static_cast<bool>(reopen(path)) || had;
 }
 
-int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode) {
-    const char* r = rel.empty() ? "." : rel.c_str();
+namespace {
+int open_path_beneath(int root_fd, const char* r, int flags, unsigned mode) {
     if (resolver_mode(root_fd) == kModeWalk) return walk_beneath(root_fd, r, flags, mode, nullptr);
     for (int attempt = 0;; ++attempt) {
         long fd = call_openat2(root_fd, r, flags, mode);
@@ -324,6 +382,11 @@ int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode) 
         // EAGAIN: a rename raced with ".." (the kernel asks for a retry).
         if ((errno != EAGAIN && errno != EINTR) || attempt == 16) return -1;
     }
+}
+} // namespace
+
+int open_beneath(int root_fd, const std::string& rel, int flags, unsigned mode) {
+    return open_path_beneath(root_fd, rel.empty() ? "." : rel.c_str(), flags, mode);
 }
 
 int open_resolved(const ResolvedName& r, int flags, unsigned mode) {
@@ -489,17 +552,11 @@ int open_device_name(std::u16string_view name, int flags, bool* dangling) {
         return -1;
     }
     // At once when every component exists as written.
-    std::vector<std::u16string_view> parts;
-    components(name, parts);
-    std::string rel;
-    for (std::u16string_view p : parts) {
-        if (!rel.empty()) rel += '/';
-        rel += to_utf8(p);
-    }
-    std::string root = device_root();
-    SharedFd root_fd = kept_root().open(root);
-    if (root_fd) {
-        int fd = open_beneath(root_fd.get(), rel, flags);
+    RelativeName rel;
+    relative_name(name, rel);
+    SharedFd root_fd = kept_root().open(device_root_view());
+    if (root_fd && !rel.too_long) {
+        int fd = open_path_beneath(root_fd.get(), rel.size ? rel.text : ".", flags, 0);
         if (fd >= 0) return fd;
         if (errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG) {
             set_last_error(win32_from_resolve_errno(errno));

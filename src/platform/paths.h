@@ -124,6 +124,9 @@ struct ResolvedName {
 // function (component/device_root.cpp) from the host's "device_root"
 // setting, and every function here that takes a `root` is passed it.
 std::string device_root();
+// The same without a copy: the host's own text, read at once (a host may
+// change it between calls).
+std::string_view device_root_view();
 // The device root's kept descriptor: the component supplies it too, from
 // its state (component/device_root.cpp).
 RootDirectory& kept_root();

@@ -95,7 +95,9 @@ bool wildcard_match(std::u16string_view pattern, std::u16string_view name) {
 }
 
 bool has_wildcards(std::u16string_view text) {
-    return text.find_first_of(u"*?") != std::u16string_view::npos;
+    for (char16_t c : text)
+        if (c == u'*' || c == u'?') return true;
+    return false;
 }
 
 } // namespace kp::platform

@@ -1,8 +1,5 @@
-// Power, battery and modem requests against python3-dbusmock's logind,
-// UPower and a ModemManager on a private bus of the test, checking the
-// method each call made.  The component is pointed at that bus through the
-// host's system_bus setting: nothing here can reach the machine's own
-// power services.
+// Power, battery and modem requests against python3-dbusmock's logind, UPower and ModemManager
+// on a private bus (the host's system_bus): nothing here reaches the machine's power services.
 #include <algorithm>
 #include <chrono>
 #include <fstream>
@@ -18,9 +15,7 @@ using kp::test::TempDir;
 
 namespace {
 
-// A private D-Bus daemon of the test's own (never the machine's system bus)
-// and python3-dbusmock services on it, each logging the methods it receives
-// to a file of the test.
+// A private D-Bus daemon and dbusmock services on it, each logging the methods it receives.
 class PrivateBus {
   public:
     bool start() {
@@ -39,8 +34,7 @@ class PrivateBus {
     const std::string& address() const { return address_; }
     std::filesystem::path path(const std::string& name) const { return dir_.path() / name; }
 
-    // A dbusmock service from a template, logging to <log>; waits until
-    // `bus_name` is on the bus.
+    // A dbusmock service from a template, logging to <log>; waits until `bus_name` is on the bus.
     bool mock(Child& child, const std::string& tmpl, const std::string& bus_name, const std::string& log,
               const std::string& parameters = "{}") {
         if (!child.start({"/usr/bin/python3", "-m", "dbusmock", "--system", "-t", tmpl, "-l",
@@ -49,7 +43,6 @@ class PrivateBus {
             return false;
         return gdbus("wait --timeout 10 " + bus_name + " && echo up") == "up";
     }
-    // gdbus on this bus.
     std::string gdbus(const std::string& args) const {
         return run_on("", "gdbus " + args.substr(0, args.find(' ')) + " --address " + address_ +
                               args.substr(args.find(' ')));
@@ -109,23 +102,20 @@ struct DBus : ::testing::Test {
 
 TEST_F(DBus, ShutdownModesReachLogind) {
     setenv("XDG_SESSION_ID", "c7", 1);
-    struct Row {
-        const char* mode;
-        int interactive; // -1: the one-argument form
-        std::string method;
-    } rows[] = {{"sysPoweroff", -1, "PowerOff False"},
-                {"sysReboot", -1, "Reboot False"},
-                {"sysPoweroff", 1, "PowerOff True"},
-                {"sysReboot", 0, "Reboot False"},
-                {"sysLogoff", -1, "TerminateSession "}};
-    for (const Row& r : rows) {
-        SCOPED_TRACE(r.mode);
-        std::vector<Value> args{I(sys->constant(r.mode))};
-        if (r.interactive >= 0) args.push_back(I(r.interactive));
+    // mode, interactive (-1: the one-argument form), method logged
+    const std::tuple<const char*, int, std::string> rows[] = {{"sysPoweroff", -1, "PowerOff False"},
+                                                              {"sysReboot", -1, "Reboot False"},
+                                                              {"sysPoweroff", 1, "PowerOff True"},
+                                                              {"sysReboot", 0, "Reboot False"},
+                                                              {"sysLogoff", -1, "TerminateSession "}};
+    for (const auto& [mode, interactive, method] : rows) {
+        SCOPED_TRACE(mode);
+        std::vector<Value> args{I(sys->constant(mode))};
+        if (interactive >= 0) args.push_back(I(interactive));
         auto out = sys->call("SysShutdown", args);
         EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(true, 1));
         ASSERT_FALSE(logind_calls().empty());
-        EXPECT_EQ(0u, logind_calls().back().rfind(r.method, 0)) << logind_calls().back();
+        EXPECT_EQ(0u, logind_calls().back().rfind(method, 0)) << logind_calls().back();
     }
     unsetenv("XDG_SESSION_ID");
 }
@@ -182,14 +172,11 @@ TEST(DBusFailures, MissingAndSilentServices) {
     ASSERT_TRUE(bus.start());
     kp::test::SystemHost sys("headless", bus.address());
     ASSERT_TRUE(sys.host->loaded());
-    struct Row {
-        const char* name;
-        std::vector<Value> args;
-    } rows[] = {{"SysShutdown", {I(2)}}, {"SysStandby", {I(0)}}, {"SysStandby", {}}, {"SysIMEI", {}}};
-    for (Row& r : rows) {
-        auto out = sys.call(r.name, r.args);
-        EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity) << r.name;
-        EXPECT_NE(0u, out.error.system_code) << r.name;
+    const std::pair<const char*, std::vector<Value>> rows[] = {
+        {"SysShutdown", {I(2)}}, {"SysStandby", {I(0)}}, {"SysStandby", {}}, {"SysIMEI", {}}};
+    for (const auto& [name, args] : rows) {
+        auto out = sys.call(name, args);
+        EXPECT_TRUE(out.error.severity == KP_SEVERITY_ERROR && out.error.system_code != 0) << name;
     }
     Child silent;
     ASSERT_TRUE(bus.mock(silent, "logind", "org.freedesktop.login1", "silent.log"));

@@ -1,5 +1,4 @@
-// System information: the parsers on given texts, and the functions on
-// this machine through the component.
+// System information: the parsers on given texts, the functions on this machine.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -34,26 +33,21 @@ TEST(OsRelease, ValuesQuotedAndNot) {
 TEST(WindowsVersion, EverySelectorOfTheFamily) {
     const std::string os =
         "NAME=Debian\nVERSION=\"12 (bookworm)\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n";
-    struct Row {
-        int32_t selector;
-        const char* release;
-        std::string_view os_release;
-        std::u16string expected;
-    } rows[] = {{0, "6.1.0-18-amd64", os, u"Linux 6.1.0"},
-                {1, "6.1.0-18-amd64", os, u"6.1.0"},
-                {2, "6.1.0-18-amd64", os, u"6.1.0-18-amd64"},
-                {3, "6.1.0-18-amd64", os, u"Linux"},
-                {4, "6.1.0-18-amd64", os, u"Debian GNU/Linux 12 (bookworm)"},
-                {4, "6.1", "NAME=Alpine\nVERSION=3.19\n", u"Alpine 3.19"},
-                {4, "6.1", "", u"Linux"},
-                {1, "5.15.", os, u"5.15"},
-                {1, "weird", os, u""},
-                {0, "", os, u"Linux"}};
-    for (const Row& r : rows) {
+    const std::tuple<int32_t, const char*, std::string_view, std::u16string> rows[] = {
+        {0, "6.1.0-18-amd64", os, u"Linux 6.1.0"},
+        {1, "6.1.0-18-amd64", os, u"6.1.0"},
+        {2, "6.1.0-18-amd64", os, u"6.1.0-18-amd64"},
+        {3, "6.1.0-18-amd64", os, u"Linux"},
+        {4, "6.1.0-18-amd64", os, u"Debian GNU/Linux 12 (bookworm)"},
+        {4, "6.1", "NAME=Alpine\nVERSION=3.19\n", u"Alpine 3.19"},
+        {4, "6.1", "", u"Linux"},
+        {1, "5.15.", os, u"5.15"},
+        {1, "weird", os, u""},
+        {0, "", os, u"Linux"}};
+    for (const auto& [selector, release, os_release, expected] : rows) {
         bool known = false;
-        EXPECT_EQ(r.expected,
-                  kp::system::windows_version_of(r.selector, "Linux", r.release, r.os_release, &known))
-            << r.selector << " " << r.release;
+        EXPECT_EQ(expected, kp::system::windows_version_of(selector, "Linux", release, os_release, &known))
+            << selector << " " << release;
         EXPECT_TRUE(known);
     }
     bool known = true;

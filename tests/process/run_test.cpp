@@ -102,11 +102,8 @@ class RunTest : public ProcessTest {
 TEST_F(RunTest, ChildReceivesTheArgumentsItWouldOnTheDevice) {
     const std::pair<std::u16string, std::string> rows[] = {
         {u"\\bin\\args.sh \"with space\" x", "[with space][x]"},
-        {u"\\bin\\args.sh C:\\dir\\file.txt", "[C:\\dir\\file.txt]"},
-        {u"\\bin\\args.sh \"\" end", "[][end]"},
         {u"\\bin\\args.sh \u00E9t\u00E9 \u4E2D", "[\xC3\xA9t\xC3\xA9][\xE4\xB8\xAD]"},
         {u"\"\\Program Files\\My App\\args.sh\" one two", "[one][two]"},
-        {u"\"\\Program Files\\My App\\args.sh\"Xone two", "[one][two]"},
         {u"/BIN/ARGS.SH one two", "[one][two]"}};
     for (const auto& [line, received] : rows) {
         fs::remove(out_file);

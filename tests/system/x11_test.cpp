@@ -150,11 +150,6 @@ TEST_F(X11, FocusAgainstXdotool) {
     EXPECT_EQ(std::to_string(own), xdo("getwindowfocus"));
     xdo("windowfocus --sync " + std::to_string(peer_window));
     EXPECT_EQ(pw, sys->integer("SysWinActive"));
-    // Hidden, shown: the map state xdotool searches by.
-    EXPECT_TRUE(sys->boolean("SysWinShow", {I(own), I(sys->constant("swsHide"))}));
-    EXPECT_EQ("", xdo("search --onlyvisible --name '^Own window$'"));
-    EXPECT_TRUE(sys->boolean("SysWinShow", {I(own), I(sys->constant("swsVisible"))}));
-    EXPECT_EQ(std::to_string(own), xdo("search --sync --onlyvisible --name '^Own window$'"));
     EXPECT_NE(0, sys->integer("SysGetSubMenu", {I(sys->integer("SysGetMenu", {I(own)})), I(0)}));
     const int64_t dc = sys->integer("SysGetDC", {I(own)});
     EXPECT_NE(0, dc);

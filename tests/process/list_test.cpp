@@ -201,9 +201,7 @@ TEST_F(ListTest, ListColumns) {
         EXPECT_EQ(r.error.severity, 1);
         return lines_of(r.result.s);
     };
-    auto has = [](const std::vector<std::u16string>& lines, const std::u16string& line) {
-        return std::count(lines.begin(), lines.end(), line);
-    };
+    auto has = [](const auto& v, const std::u16string& x) { return std::count(v.begin(), v.end(), x); };
     const std::u16string pa = kp::host::utf16(std::to_string(a)), pb = kp::host::utf16(std::to_string(b));
 
     auto l = list({I(3), I(0)});

@@ -18,13 +18,10 @@ std::vector<uint8_t> bytes_of(const fs::path& p) {
     return std::vector<uint8_t>(s.begin(), s.end());
 }
 
-fs::path fixture(const char* name) {
-#ifdef KP120_PE_FIXTURES
-    return fs::path(KP120_PE_FIXTURES) / name;
-#else
-    return fs::path("/nonexistent") / name;
+#ifndef KP120_PE_FIXTURES
+#define KP120_PE_FIXTURES "/nonexistent"
 #endif
-}
+const auto fixture = [](const char* name) { return fs::path(KP120_PE_FIXTURES) / name; };
 
 #define NEED_FIXTURES()                                                                                      \
     if (!fs::exists(fixture("english64.dll"))) GTEST_SKIP() << "no PE fixtures: no mingw-w64 binutils"
@@ -232,23 +229,13 @@ TEST(DamagedPe, VersionBlocksWithBadLengths) {
     // A version block written by hand: root, StringFileInfo, table, one string.
     auto block = [](uint16_t root_len, uint16_t string_len, uint16_t value_len) {
         std::vector<uint8_t> b;
-        auto word = [&](uint16_t w) {
-            b.insert(b.end(), {static_cast<uint8_t>(w), static_cast<uint8_t>(w >> 8)});
-        };
-        auto key = [&](std::u16string_view k) {
-            for (char16_t c : k)
-                word(c);
-            word(0);
-            while (b.size() % 4)
-                b.push_back(0);
-        };
+        auto word = [&](uint16_t w) { b.insert(b.end(), {uint8_t(w), uint8_t(w >> 8)}); };
+        auto text = [&](std::u16string_view t) { std::for_each(t.begin(), t.end(), word), word(0); };
+        auto key = [&](std::u16string_view k) { text(k), b.resize((b.size() + 3) / 4 * 4); };
         word(root_len), word(0), word(0), key(u"VS_VERSION_INFO");
         word(0xFFFF), word(0), word(1), key(u"StringFileInfo");
         word(0xFFFF), word(0), word(1), key(u"040904E4");
-        word(string_len), word(value_len), word(1), key(u"CompanyName");
-        for (char16_t c : std::u16string_view(u"Acme"))
-            word(c);
-        word(0);
+        word(string_len), word(value_len), word(1), key(u"CompanyName"), text(u"Acme");
         return b;
     };
     // root, string and value lengths, the value read

@@ -87,7 +87,6 @@ TEST(Serial, PlaceholdersAreNoSerial) {
 
 TEST(SystemDirectories, EveryCodeOfTheFamily) {
     kp::test::SystemHost sys;
-    ASSERT_TRUE(sys.host->loaded());
     for (const std::string& n : sys.family("sr")) {
         std::string rel = kp::host::utf8(sys.text("SysDir", {I(sys.constant(n.c_str()))}));
         ASSERT_FALSE(rel.empty()) << n;
@@ -105,7 +104,6 @@ TEST(SystemDirectories, EveryCodeOfTheFamily) {
 
 TEST(SystemInformation, ThisMachine) {
     kp::test::SystemHost sys;
-    ASSERT_TRUE(sys.host->loaded());
     const int64_t instance = sys.integer("SysInstance");
     EXPECT_EQ(static_cast<int64_t>(getpid()), instance);
     const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();

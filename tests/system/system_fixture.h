@@ -29,6 +29,7 @@ struct SystemHost {
         o.display = display;
         o.system_bus = bus;
         host = std::make_unique<kp::host::Host>(o);
+        EXPECT_TRUE(host->loaded()) << host->load_error();
     }
     std::filesystem::path device() const { return dir.path() / "device"; }
 

@@ -59,8 +59,7 @@ class ListTest : public ProcessTest {
     int start_sleeper() {
         auto r = call("ExeRun", {Value::string(device_path + u" 30"), I(1), I(3)});
         EXPECT_GT(r.result.i, 0) << kp::host::utf8(r.error.message);
-        const int pid = static_cast<int>(r.result.i);
-        started.push_back(pid);
+        const int pid = started.emplace_back(static_cast<int>(r.result.i));
         std::error_code ec;
         EXPECT_TRUE(eventually([&] {
             return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == name;

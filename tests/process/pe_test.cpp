@@ -238,7 +238,6 @@ TEST(DamagedPe, VersionBlocksWithBadLengths) {
         word(string_len), word(value_len), word(1), key(u"CompanyName"), text(u"Acme");
         return b;
     };
-    // root, string and value lengths, the value read
     const std::tuple<uint16_t, uint16_t, uint16_t, std::u16string> rows[] = {
         {0xFFFF, 0xFFFF, 5, u"Acme"},                      // lengths past the end are cut to it
         {0, 0xFFFF, 5, u""},                               // a root shorter than its header

@@ -80,9 +80,9 @@ class RunTest : public ProcessTest {
         return r.result.i;
     }
     // Programs that ended through the gate.
-    std::size_t ended() {
-        const std::string s = read_text(mark);
-        return static_cast<std::size_t>(std::count(s.begin(), s.end(), '\n'));
+    auto ended() {
+        const auto s = read_text(mark);
+        return std::count(s.begin(), s.end(), '\n');
     }
     // ExeRun with the gate closed, opened by a thread once the program runs.
     int64_t run_gated(std::vector<Value> args) {
@@ -121,18 +121,18 @@ TEST_F(RunTest, WaitModes) {
         EXPECT_EQ(run(u"\\bin\\gated.sh", mode), 1) << mode;
     EXPECT_EQ(call("ExeRun", {Value::string(u"\\bin\\gated.sh")}).result.i, 1);
     EXPECT_EQ(call("ExeRun", {Value::string(u"\\bin\\gated.sh"), I(2)}).result.i, 1);
-    EXPECT_EQ(ended(), 0u) << "a mode that does not wait waited";
+    EXPECT_EQ(ended(), 0) << "a mode that does not wait waited";
     std::ofstream{gate};
     ASSERT_TRUE(eventually([&] { return ended() == 6; }, 30000));
     EXPECT_NE(read_text(mark).find(std::to_string(pid) + "\n"), std::string::npos);
 
     // 1 and 2 return once the program has ended (2 with its exit code), whatever the window mode.
     EXPECT_EQ(run_gated({Value::string(u"\\bin\\gated.sh"), I(1), I(1)}), 1);
-    EXPECT_EQ(ended(), 7u) << "mode 1 returned before the program ended";
+    EXPECT_EQ(ended(), 7) << "mode 1 returned before the program ended";
     EXPECT_EQ(run_gated({Value::string(u"\\bin\\gated.sh"), I(1), I(2)}), 42);
-    EXPECT_EQ(ended(), 8u);
+    EXPECT_EQ(ended(), 8);
     EXPECT_EQ(run_gated({Value::string(u"\\bin\\gated.sh"), I(0), I(2), Value::string(u"ignored")}), 42);
-    EXPECT_EQ(ended(), 9u);
+    EXPECT_EQ(ended(), 9);
 }
 
 TEST_F(RunTest, ExitCodes) {

@@ -71,7 +71,6 @@ struct DBus : ::testing::Test {
     static void SetUpTestSuite() {
         s = new Services;
         if (!s->bus.start()) why = "dbus-daemon did not start";
-        // child, template, bus name, log, parameters
         const std::tuple<Child*, const char*, const char*, const char*, const char*> mocks[] = {
             {&s->logind, "logind", "org.freedesktop.login1", "logind.log", "{}"},
             {&s->upower, "upower", "org.freedesktop.UPower", "upower.log", "{\"OnBattery\": true}"},

@@ -69,9 +69,7 @@ TEST(Mountinfo, FieldsEscapesAndRemovableMedia) {
     const auto& m = mounts[1];
     EXPECT_EQ("/media/card one /dev/sdb1 8:17",
               m.mount_point + " " + m.source + " " + std::to_string(m.major) + ":" + std::to_string(m.minor));
-    auto removable = [](uint32_t major, uint32_t minor) {
-        return (major == 8 && minor >= 16) || major == 179;
-    };
+    auto removable = [](uint32_t ma, uint32_t mi) { return (ma == 8 && mi >= 16) || ma == 179; };
     EXPECT_EQ((std::vector<std::string>{"/media/card one", "/mnt/sd"}),
               platform::removable_mounts(text, removable));
     EXPECT_TRUE(platform::removable_mounts("", removable).empty());
@@ -120,10 +118,9 @@ TEST(SystemInformation, ThisMachine) {
     const std::u16string all = sys.text("SysEnvironment");
     EXPECT_NE(std::u16string::npos, all.find(u"\r\nKP120_SYS_TEST=valeur \u00e9"));
     unsetenv("KP120_SYS_TEST");
-    for (const char16_t* name : {u"KP120_SYS_TEST", u"", u"A=B", u"NUL\0X"}) {
+    for (const auto& name : std::vector<std::u16string>{u"KP120_SYS_TEST", u"", u"A=B", {u"NUL\0X", 5}}) {
         auto out = sys.call("SysEnvironment", {S(name)});
-        EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(u"", 1))
-            << "unset: empty, no error";
+        EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(u"", 1)) << "unset: no error";
     }
 
     EXPECT_FALSE(sys.text("SysSerialNum").empty());

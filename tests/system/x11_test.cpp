@@ -38,10 +38,7 @@ template <bool Managed> struct OnDisplay : ::testing::Test {
             if (!start_peer(probe, {"Probe", "KPProbeClass"}) || managed(std::stoul(probe.line()), 40)) break;
         }
     }
-    static void TearDownTestSuite() {
-        wm.stop();
-        xvfb.stop();
-    }
+    static void TearDownTestSuite() { wm.stop(), xvfb.stop(); }
     static bool start_peer(Child& c, std::vector<std::string> args) {
         args.insert(args.begin(), KP120_X11_PEER);
         return c.start(kp::test::target_command(args), {"DISPLAY=" + xvfb.name()});
@@ -210,13 +207,12 @@ TEST_F(X11, KeysAndClicksReachThePeer) {
 TEST(X11Keys, VirtualKeysAndKeySymbolsBothWays) {
     namespace x = kp::host::x11;
     int mapped = 0;
-    for (int vk = 0; vk < 256; ++vk) {
+    for (int vk = 0; vk < 256; ++vk)
         for (unsigned long sym : x::keysyms_of_virtual_key(vk)) {
             const int generic = vk >= 0xA0 && vk <= 0xA5 ? 0x10 + (vk - 0xA0) / 2 : vk;
             EXPECT_EQ(generic, x::virtual_key_of_keysym(sym)) << std::hex << vk << " " << sym;
             ++mapped;
         }
-    }
     EXPECT_GT(mapped, 150);
     // Symbols the peer test above does not hold (the ones it holds are checked there).
     const std::pair<int, unsigned long> named[] = {{0x2E, XK_Delete},   {0x69, XK_KP_9},    {0x41, XK_a},

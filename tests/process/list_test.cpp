@@ -1,6 +1,5 @@
-// ExeRunning, ExeTerminate, ExeListProcess and ExeListDLL over processes
-// this test starts: copies of sleep under unique names on the device, so
-// that no process of the machine is counted or stopped by mistake.
+// ExeRunning, ExeTerminate, ExeListProcess and ExeListDLL over copies of sleep under unique
+// names on the device: no process of the machine is counted or stopped by mistake.
 #include <sys/wait.h>
 
 #include <climits>
@@ -16,9 +15,7 @@ namespace {
 using kp::system::split_path;
 
 TEST(SplitPath, DriveDirectoryNameExtension) {
-    struct Row {
-        std::u16string path, drive, dir, name, ext;
-    };
+    using Row = std::tuple<std::u16string, std::u16string, std::u16string, std::u16string, std::u16string>;
     const Row rows[] = {{u"\\Windows\\prog.exe", u"", u"\\Windows\\", u"prog", u".exe"},
                         {u"C:\\a\\b.c.d", u"C:", u"\\a\\", u"b.c", u".d"},
                         {u"prog", u"", u"", u"prog", u""},
@@ -27,11 +24,10 @@ TEST(SplitPath, DriveDirectoryNameExtension) {
                         {u"\\dir\\", u"", u"\\dir\\", u"", u""},
                         {u".hidden", u"", u"", u"", u".hidden"},
                         {u"", u"", u"", u"", u""}};
-    for (const Row& r : rows) {
-        auto p = split_path(r.path);
-        EXPECT_EQ(std::tie(p.drive, p.directory, p.name, p.extension),
-                  std::tie(r.drive, r.dir, r.name, r.ext))
-            << kp::host::utf8(r.path);
+    for (const auto& [path, drive, dir, name, ext] : rows) {
+        auto p = split_path(path);
+        EXPECT_EQ(std::tie(p.drive, p.directory, p.name, p.extension), std::tie(drive, dir, name, ext))
+            << kp::host::utf8(path);
     }
 }
 
@@ -63,8 +59,7 @@ class ListTest : public ProcessTest {
     int start_sleeper() {
         auto r = call("ExeRun", {Value::string(device_path + u" 30"), I(1), I(3)});
         EXPECT_GT(r.result.i, 0) << kp::host::utf8(r.error.message);
-        const int pid = static_cast<int>(r.result.i);
-        started.push_back(pid);
+        const int pid = started.emplace_back(static_cast<int>(r.result.i));
         std::error_code ec;
         EXPECT_TRUE(eventually([&] {
             return fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec).filename() == name;
@@ -80,31 +75,19 @@ TEST_F(ListTest, CountsByNameAndDirectory) {
     EXPECT_EQ(running(device_path), 0);
     for (int k = 0; k < 3; ++k)
         start_sleeper();
-    struct Row {
-        std::u16string program;
-        int64_t count;
-    };
-    const Row rows[] = {{device_path, 3},
-                        {n16, 3},
-                        {u"\\APPS\\" + n16, 3},
-                        {upper(n16), 3},
-                        {u"/apps/" + n16, 3},
-                        // Counted by name: the extension is not compared.
-                        {n16 + u".exe", 3},
-                        {u"\\other\\" + n16, 0},
-                        {u"\\apps\\" + n16 + u"x", 0},
-                        {u"\\apps\\", 0},
-                        {u"", 0}};
-    for (const Row& r : rows)
-        EXPECT_EQ(running(r.program), r.count) << kp::host::utf8(r.program);
+    // Counted by name and directory, in any case; the extension is not compared.
+    for (const std::u16string& program :
+         {device_path, n16, u"\\APPS\\" + n16, upper(n16), u"/apps/" + n16, n16 + u".exe"})
+        EXPECT_EQ(running(program), 3) << kp::host::utf8(program);
+    for (const std::u16string& program :
+         {u"\\other\\" + n16, u"\\apps\\" + n16 + u"x", std::u16string(u"\\apps\\"), std::u16string()})
+        EXPECT_EQ(running(program), 0) << kp::host::utf8(program);
     // Without a program: the calling program itself (this test binary).
     auto self = call("ExeRunning", {});
     EXPECT_TRUE(self.result.i >= 1 && self.error.severity == 1) << self.result.i;
 }
 
-// A program the component started and stopped is gone (collected by the
-// component) when ExeTerminate returns, by identifier and by name (file
-// names compared with their extension, without regard to case).
+// Stopped by identifier or by name (extension compared, case not), a program is collected at once.
 TEST_F(ListTest, TerminatesByIdentifierAndByName) {
     const int a = start_sleeper(), b = start_sleeper(), c = start_sleeper();
     auto r = call("ExeTerminate", {I(a)});
@@ -135,10 +118,7 @@ TEST_F(ListTest, TerminatesByIdentifierAndByName) {
     }
 }
 
-// A process in state Z has ended: never running, never listed, never
-// stopped again, whoever its parent is; stopping one by identifier is true
-// and sends it nothing.  A short name, so that the command name a zombie is
-// known by is the whole name.
+// A zombie (short name: it is known by its command name) is neither running, listed nor stopped.
 TEST_F(ListTest, EndedProcessesAreNeitherRunningNorListedNorStopped) {
     const std::string shortname = "kz" + std::to_string(getpid() % 100000);
     const fs::path program = sleeper("apps/" + shortname);
@@ -164,8 +144,7 @@ TEST_F(ListTest, EndedProcessesAreNeitherRunningNorListedNorStopped) {
     ASSERT_EQ(waitpid(zombie, &status, 0), zombie) << "the test's own child is left to the test";
 }
 
-// A script runs as its interpreter with the script's path as argument: it
-// is found by the script's name as well.
+// A script, run by its interpreter, is found by its own name.
 TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
     script("Programs/" + name + ".sh", "while :; do sleep 0.1; done");
     const std::u16string device = u"\\Programs\\" + n16 + u".sh";
@@ -180,9 +159,8 @@ TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
     EXPECT_EQ(running(device), 0);
 }
 
-// A process of another user can be neither stopped nor read: checked from
-// a child that gives up the super-user's rights (or, for an ordinary user,
-// against a process of the super-user).
+// A process of another user can be neither stopped nor read (from a child that drops root, or
+// as an ordinary user against process 1).
 TEST_F(ListTest, ProcessOfAnotherUser) {
     int target;
     if (geteuid() == 0) {
@@ -222,9 +200,7 @@ TEST_F(ListTest, ListColumns) {
         EXPECT_EQ(r.error.severity, 1);
         return lines_of(r.result.s);
     };
-    auto has = [](const std::vector<std::u16string>& lines, const std::u16string& line) {
-        return std::count(lines.begin(), lines.end(), line);
-    };
+    auto has = [](const auto& v, const std::u16string& x) { return std::count(v.begin(), v.end(), x); };
     const std::u16string pa = kp::host::utf16(std::to_string(a)), pb = kp::host::utf16(std::to_string(b));
 
     auto l = list({I(3), I(0)});
@@ -255,7 +231,6 @@ TEST_F(ListTest, ListColumns) {
 
 TEST_F(ListTest, LibrariesOfAProcess) {
     int a = start_sleeper();
-    // (The loader maps the C library just after the program starts.)
     CallOutcome r;
     EXPECT_TRUE(eventually([&] {
         r = call("ExeListDLL", {I(a)});

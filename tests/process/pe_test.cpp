@@ -1,7 +1,5 @@
-// ExeInfo: the key table over real PE files (32- and 64-bit executables and
-// DLLs built by the mingw-w64 binutils), the kind of an executable, and
-// damaged files: truncated anywhere, offsets outside the file, resource
-// directories that point back at themselves.
+// ExeInfo over PE files built by the mingw-w64 binutils, the kind of an executable, and damaged
+// files: truncated anywhere, offsets outside the file, resource directories that loop.
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -20,13 +18,10 @@ std::vector<uint8_t> bytes_of(const fs::path& p) {
     return std::vector<uint8_t>(s.begin(), s.end());
 }
 
-fs::path fixture(const char* name) {
-#ifdef KP120_PE_FIXTURES
-    return fs::path(KP120_PE_FIXTURES) / name;
-#else
-    return fs::path("/nonexistent") / name;
+#ifndef KP120_PE_FIXTURES
+#define KP120_PE_FIXTURES "/nonexistent"
 #endif
-}
+const auto fixture = [](const char* name) { return fs::path(KP120_PE_FIXTURES) / name; };
 
 #define NEED_FIXTURES()                                                                                      \
     if (!fs::exists(fixture("english64.dll"))) GTEST_SKIP() << "no PE fixtures: no mingw-w64 binutils"
@@ -49,53 +44,39 @@ class ExeInfoTest : public ProcessTest {
 
 TEST_F(ExeInfoTest, EveryKeyOfEveryFixture) {
     NEED_FIXTURES();
-    struct Fixture {
-        const char* file;
-        const char16_t *mode, *company, *version, *description, *copyright;
-    };
-    const Fixture fixtures[] = {
-        {"english32.exe", u"32", u"Kp Test Company", u"1.2.3.4", u"Fixture program", u"Copyright (C) Kp"},
-        {"english64.exe", u"64", u"Kp Test Company", u"1.2.3.4", u"Fixture program", u"Copyright (C) Kp"},
-        {"english32.dll", u"32", u"Kp Test Company", u"1.2.3.4", u"Fixture program", u"Copyright (C) Kp"},
-        {"english64.dll", u"64", u"Kp Test Company", u"1.2.3.4", u"Fixture program", u"Copyright (C) Kp"},
+    using Str = const char16_t*;
+    const Str e[] = {u"Kp Test Company", u"1.2.3.4", u"Fixture program", u"Copyright (C) Kp"};
+    // file, mode, company, version, description, copyright
+    const std::tuple<const char*, Str, Str, Str, Str, Str> fixtures[] = {
+        {"english32.exe", u"32", e[0], e[1], e[2], e[3]},
+        {"english64.exe", u"64", e[0], e[1], e[2], e[3]},
+        {"english32.dll", u"32", e[0], e[1], e[2], e[3]},
+        {"english64.dll", u"64", e[0], e[1], e[2], e[3]},
         // The first translation (French, UTF-16) wins over the English table.
         {"french64.dll", u"64", u"Soci\u00E9t\u00E9 d'essai", u"5.6.0.7", u"Biblioth\u00E8que", u"(c) Essai"},
-        // The translation names a table that is missing: the 040904E4 table answers.
+        // The translation names a missing table: the 040904E4 table answers.
         {"fallback32.exe", u"32", u"Fallback Company", u"3.0", u"", u""},
-        // No version resource at all.
-        {"plain64.exe", u"64", u"", u"", u"", u""}};
-    for (const Fixture& f : fixtures) {
-        SCOPED_TRACE(f.file);
-        const std::u16string path = install(f.file);
-        struct Key {
-            const char16_t* key;
-            std::u16string expected;
-        };
-        // Keys in English or French, in any case, "\u00E9" standing for "E".
-        const Key keys[] = {{u"Nom", path},
-                            {u"DIRECTORY", u"\\Program Files\\Kp"},
-                            {u"R\u00E9pertoire", u"\\Program Files\\Kp"},
-                            {u"mode", f.mode},
-                            {u"COMPANY", f.company},
-                            {u"Soci\u00E9t\u00E9", f.company},
-                            {u"Version", f.version},
-                            {u"DESCRIPTION", f.description},
-                            {u"COPYRIGHT", f.copyright},
-                            // Other keys name version strings, without regard to case.
-                            {u"CompanyName", f.company},
-                            {u"companyname", f.company},
-                            {u"FileVersion", f.version},
-                            {u"NoSuchString", u""},
-                            {u"", u""},
-                            // "\u00C9" is not folded: only the small letter is.
-                            {u"R\u00C9PERTOIRE", u""}};
-        for (const Key& k : keys)
-            EXPECT_EQ(info(k.key, path), k.expected) << kp::host::utf8(k.key);
+        {"plain64.exe", u"64", u"", u"", u"", u""}}; // no version resource
+    for (const auto& [file, mode, company, version, description, copyright] : fixtures) {
+        SCOPED_TRACE(file);
+        const std::u16string path = install(file);
+        // Keys in English or French, in any case ("\u00E9" standing for "E", "\u00C9" not folded);
+        // other keys name version strings, in any case.
+        // clang-format off
+        const std::pair<Str, std::u16string> keys[] = {
+            {u"Nom", path}, {u"DIRECTORY", u"\\Program Files\\Kp"}, {u"R\u00E9pertoire", u"\\Program Files\\Kp"},
+            {u"mode", mode}, {u"COMPANY", company}, {u"Soci\u00E9t\u00E9", company}, {u"Version", version},
+            {u"DESCRIPTION", description}, {u"COPYRIGHT", copyright}, {u"CompanyName", company},
+            {u"companyname", company}, {u"FileVersion", version}, {u"NoSuchString", u""}, {u"", u""},
+            {u"R\u00C9PERTOIRE", u""}};
+        // clang-format on
+        for (const auto& [key, expected] : keys)
+            EXPECT_EQ(info(key, path), expected) << kp::host::utf8(key);
     }
     const std::u16string fr = install("french64.dll");
     // Values are cut to 199 characters.
     EXPECT_EQ(info(u"Comments", fr), std::u16string(120, u'L') + std::u16string(79, u'M'));
-    // Names of more than 50 characters give nothing; 50 are looked up.
+    // Names of more than 50 characters give nothing.
     EXPECT_EQ(info(std::u16string(51, u'C'), fr), u"");
     EXPECT_EQ(info(u"\\StringFileInfo\\040C04B0\\FileVersion", fr), u"") << "a name, not a path";
     const std::u16string en = install("english32.exe");
@@ -103,20 +84,17 @@ TEST_F(ExeInfoTest, EveryKeyOfEveryFixture) {
 }
 
 TEST_F(ExeInfoTest, PathItemsOfAnyName) {
-    struct Row {
-        std::u16string path, directory;
-    };
-    const Row rows[] = {{u"\\Windows\\prog.exe", u"\\Windows"},
-                        {u"\\prog.exe", u""},
-                        {u"COM1:", u"COM1:"},
-                        {u"A:prog", u"A:"},
-                        {u"/usr/bin/x", u"/usr/bin"},
-                        {u"prog.exe", u""},
-                        {u"", u""}};
-    for (const Row& r : rows) {
-        EXPECT_EQ(info(u"NAME", r.path), r.path);
-        EXPECT_EQ(info(u"DIRECTORY", r.path), r.directory) << kp::host::utf8(r.path);
-        EXPECT_EQ(info(u"VERSION", r.path), u"") << "missing file";
+    const std::pair<std::u16string, std::u16string> rows[] = {{u"\\Windows\\prog.exe", u"\\Windows"},
+                                                              {u"\\prog.exe", u""},
+                                                              {u"COM1:", u"COM1:"},
+                                                              {u"A:prog", u"A:"},
+                                                              {u"/usr/bin/x", u"/usr/bin"},
+                                                              {u"prog.exe", u""},
+                                                              {u"", u""}};
+    for (const auto& [path, directory] : rows) {
+        EXPECT_EQ(info(u"NAME", path), path);
+        EXPECT_EQ(info(u"DIRECTORY", path), directory) << kp::host::utf8(path);
+        EXPECT_EQ(info(u"VERSION", path), u"") << "missing file";
     }
 }
 
@@ -129,7 +107,7 @@ TEST_F(ExeInfoTest, CallingProgramByDefault) {
         << "an ELF program: no executable kind of the device, no version";
 }
 
-// Headers written by hand for the kinds the fixtures do not cover.
+// A header written by hand, for the kinds the fixtures do not cover.
 std::vector<uint8_t> header(uint16_t relocations, uint32_t next, uint16_t signature, uint16_t magic,
                             std::size_t size = 512) {
     std::vector<uint8_t> b(size, 0);
@@ -144,11 +122,7 @@ std::vector<uint8_t> header(uint16_t relocations, uint32_t next, uint16_t signat
 }
 
 TEST(ExecutableKind, EveryBranch) {
-    struct Row {
-        std::vector<uint8_t> bytes;
-        int32_t kind;
-        std::u16string text;
-    };
+    using Row = std::tuple<std::vector<uint8_t>, int32_t, std::u16string>;
     std::vector<uint8_t> elf(128, 0);
     elf[0] = 0x7F, elf[1] = 'E', elf[2] = 'L', elf[3] = 'F';
     // The 248 bytes after the offset must all be there; the last row points back at "MZ".
@@ -168,15 +142,14 @@ TEST(ExecutableKind, EveryBranch) {
     for (uint16_t signature : {0x454E, 0x454C, 0x584C, 0x3357}) // NE, LE, LX, W3
         rows.push_back({header(64, 128, signature, 0), 1, u"16"});
     for (std::size_t i = 0; i < std::size(rows); ++i) {
-        SpanSource src(rows[i].bytes);
-        const int32_t kind = kp::system::executable_kind(src);
-        EXPECT_EQ(kind, rows[i].kind) << "row " << i;
-        EXPECT_EQ(kp::system::executable_kind_text(kind), rows[i].text) << "row " << i;
+        const auto& [bytes, kind, text] = rows[i];
+        SpanSource src(bytes);
+        const int32_t got = kp::system::executable_kind(src);
+        EXPECT_EQ(std::make_tuple(got, kp::system::executable_kind_text(got)), std::tie(kind, text)) << i;
     }
 }
 
-// Offset of the resource section's raw data in a fixture, for damage: its
-// section header lies in the first kilobyte.
+// Offset of the resource section's raw data in a fixture (its header lies in the first kilobyte).
 uint32_t resource_offset(const std::vector<uint8_t>& b) {
     const std::string_view name(".rsrc");
     const auto end = b.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(b.size(), 1024));
@@ -256,38 +229,24 @@ TEST(DamagedPe, VersionBlocksWithBadLengths) {
     // A version block written by hand: root, StringFileInfo, table, one string.
     auto block = [](uint16_t root_len, uint16_t string_len, uint16_t value_len) {
         std::vector<uint8_t> b;
-        auto word = [&](uint16_t w) {
-            b.insert(b.end(), {static_cast<uint8_t>(w), static_cast<uint8_t>(w >> 8)});
-        };
-        auto key = [&](std::u16string_view k) {
-            for (char16_t c : k)
-                word(c);
-            word(0);
-            while (b.size() % 4)
-                b.push_back(0);
-        };
+        auto word = [&](uint16_t w) { b.insert(b.end(), {uint8_t(w), uint8_t(w >> 8)}); };
+        auto text = [&](std::u16string_view t) { std::for_each(t.begin(), t.end(), word), word(0); };
+        auto key = [&](std::u16string_view k) { text(k), b.resize((b.size() + 3) / 4 * 4); };
         word(root_len), word(0), word(0), key(u"VS_VERSION_INFO");
         word(0xFFFF), word(0), word(1), key(u"StringFileInfo");
         word(0xFFFF), word(0), word(1), key(u"040904E4");
-        word(string_len), word(value_len), word(1), key(u"CompanyName");
-        for (char16_t c : std::u16string_view(u"Acme"))
-            word(c);
-        word(0);
+        word(string_len), word(value_len), word(1), key(u"CompanyName"), text(u"Acme");
         return b;
     };
-    struct Row {
-        uint16_t root, string, value;
-        std::u16string expected;
-    };
-    const Row rows[] = {
+    const std::tuple<uint16_t, uint16_t, uint16_t, std::u16string> rows[] = {
         {0xFFFF, 0xFFFF, 5, u"Acme"},                      // lengths past the end are cut to it
         {0, 0xFFFF, 5, u""},                               // a root shorter than its header
         {5, 0xFFFF, 5, u""},          {0xFFFF, 0, 5, u""}, // a child shorter than its header ends the walk
         {0xFFFF, 0xFFFF, 0, u""},                          // an empty value
         {0xFFFF, 0xFFFF, 2, u"Ac"},   {0xFFFF, 0xFFFF, 0xFFFF, u"Acme"}};
-    for (const Row& r : rows) {
-        const auto b = block(r.root, r.string, r.value);
-        EXPECT_EQ(kp::system::version_value(b, u"CompanyName"), r.expected) << r.root << " " << r.string;
+    for (const auto& [root, string, value, expected] : rows) {
+        const auto b = block(root, string, value);
+        EXPECT_EQ(kp::system::version_value(b, u"CompanyName"), expected) << root << " " << string;
         for (std::size_t n = 0; n <= b.size(); ++n)
             kp::system::version_value(std::span<const uint8_t>(b.data(), n), u"CompanyName");
     }

@@ -1,5 +1,4 @@
-// process_fixture.h - a host over a temporary device root that holds the
-// programs the tests start, and helpers to watch the processes they leave.
+// process_fixture.h - a host over a temporary device root, and helpers to watch processes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -84,8 +83,7 @@ class ProcessTest : public ::testing::Test {
     void TearDown() override {
         for (int pid : started)
             if (pid > 0 && process_state(pid) != 0) ::kill(pid, SIGKILL);
-        // The component collects the programs it started, once ended, at its
-        // next call: none is left running or as a zombie once they end.
+        // The component collects its ended programs at its next call: no zombie is left.
         EXPECT_TRUE(eventually(
             [&] {
                 call("ExeRunning", {Value::string(u"\\none")});
@@ -110,18 +108,9 @@ class ProcessTest : public ::testing::Test {
     fs::path script(const std::string& rel, const std::string& body) {
         return put(rel, "#!/bin/sh\n" + body + "\n", 0755);
     }
-    // A copy of /bin/sleep under the device root: a process whose module
-    // is a file of the device.
-    fs::path sleeper(const std::string& rel) {
-        fs::path p = host_path(rel);
-        fs::create_directories(p.parent_path());
-        fs::copy_file("/bin/sleep", p, fs::copy_options::overwrite_existing);
-        ::chmod(p.c_str(), 0755);
-        return p;
-    }
-    // Whether `program` starts and ends well with the argument "0": under
-    // qemu-user without a binfmt_misc handler, the copy of the target's
-    // /bin/sleep cannot start, and the tests that need one skip.
+    // A copy of /bin/sleep under the device root: a process whose module is a file of the device.
+    fs::path sleeper(const std::string& rel) { return put(rel, read_text("/bin/sleep"), 0755); }
+    // Whether `program` runs with the argument "0" (not under qemu-user without binfmt_misc).
     static bool starts(const fs::path& program) {
         return std::system(("'" + program.string() + "' 0").c_str()) == 0;
     }

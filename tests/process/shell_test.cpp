@@ -1,7 +1,5 @@
-// ShellExecute over a desktop of the test's own: a MIME database and
-// desktop entries under a temporary XDG_DATA_HOME (and no other data or
-// configuration directory, no session bus, no display), so nothing of the
-// machine's desktop is ever launched.
+// ShellExecute over a desktop of the test's own (MIME database and desktop entries in temporary
+// XDG directories; no session bus, no display): nothing of the machine's desktop is launched.
 #include <cstdlib>
 #include <sstream>
 
@@ -97,8 +95,7 @@ class ShellTest : public ProcessTest {
 
 TEST_F(ShellTest, VerbsOfTheAssociatedApplication) {
     const std::string doc = host_path("docs/a.kptest").string(), docs = host_path("docs").string();
-    // No verb or an empty one is "open", the entry's main command; verbs are
-    // compared without regard to case.
+    // No verb or an empty one is "open", the entry's main command; verbs ignore case.
     const std::pair<const char16_t*, std::string> rows[] = {
         {nullptr, "open"},   {u"open", "open"},   {u"OPEN", "open"}, {u"", "open"},
         {u"print", "print"}, {u"Print", "print"}, {u"edit", "edit"}, {u"Edit", "edit"}};
@@ -115,24 +112,20 @@ TEST_F(ShellTest, VerbsOfTheAssociatedApplication) {
 }
 
 TEST_F(ShellTest, FailuresAndTheirErrors) {
-    struct Row {
-        std::u16string document;
-        const char16_t* verb;
-        uint32_t id;
-    };
-    const Row rows[] = {{u"\\docs\\a.kptest", u"explore", 80105}, // no action of that name
-                        {u"\\docs\\b.kporphan", nullptr, 80105},  // no application for the type
-                        {u"\\docs\\missing.kptest", nullptr, 80102},
-                        {u"\\nodir\\missing.kptest", nullptr, 80102},
-                        {u"\\docs\\a*.kptest", nullptr, 80102},
-                        {u"\\" + std::u16string(300, u'd'), nullptr, 80102},
-                        {u"\\docs\\c.kpbroken", nullptr, 80104}, // the application cannot start
-                        {u"", u"open", 0}};                      // an empty document: false, and no error
-    for (const Row& r : rows) {
-        auto out = shell(r.document, r.verb);
+    const std::tuple<std::u16string, const char16_t*, uint32_t> rows[] = {
+        {u"\\docs\\a.kptest", u"explore", 80105}, // no action of that name
+        {u"\\docs\\b.kporphan", nullptr, 80105},  // no application for the type
+        {u"\\docs\\missing.kptest", nullptr, 80102},
+        {u"\\nodir\\missing.kptest", nullptr, 80102},
+        {u"\\docs\\a*.kptest", nullptr, 80102},
+        {u"\\" + std::u16string(300, u'd'), nullptr, 80102},
+        {u"\\docs\\c.kpbroken", nullptr, 80104}, // the application cannot start
+        {u"", u"open", 0}};                      // an empty document: false, and no error
+    for (const auto& [document, verb, id] : rows) {
+        auto out = shell(document, verb);
         EXPECT_EQ(std::tie(out.result.b, out.error.id, out.error.severity),
-                  std::make_tuple(false, r.id, r.id ? 2 : 1))
-            << kp::host::utf8(r.document);
+                  std::make_tuple(false, id, id ? 2 : 1))
+            << kp::host::utf8(document);
     }
     EXPECT_TRUE(read_text(g_desktop.log).empty()) << "nothing was launched";
 }

@@ -1,8 +1,5 @@
-// Power, battery and modem requests against python3-dbusmock's logind,
-// UPower and a ModemManager on a private bus of the test, checking the
-// method each call made.  The component is pointed at that bus through the
-// host's system_bus setting: nothing here can reach the machine's own
-// power services.
+// Power, battery and modem requests against python3-dbusmock's logind, UPower and ModemManager
+// on a private bus (the host's system_bus): nothing here reaches the machine's power services.
 #include <algorithm>
 #include <chrono>
 #include <fstream>
@@ -18,17 +15,14 @@ using kp::test::TempDir;
 
 namespace {
 
-// A private D-Bus daemon of the test's own (never the machine's system bus)
-// and python3-dbusmock services on it, each logging the methods it receives
-// to a file of the test.
+// A private D-Bus daemon and dbusmock services on it, each logging the methods it receives.
 class PrivateBus {
   public:
     bool start() {
         const auto cfg = dir_.path() / "bus.conf";
         std::ofstream(cfg) << "<busconfig><type>session</type><listen>unix:dir=" << dir_.path().string()
-                           << "</listen><policy context=\"default\"><allow send_destination=\"*\"/><allow "
-                              "receive_sender=\"*\"/>"
-                              "<allow own=\"*\"/></policy></busconfig>\n";
+                           << "</listen><policy context=\"default\"><allow send_destination=\"*\"/>"
+                              "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n";
         if (!daemon_.start({"dbus-daemon", "--config-file=" + cfg.string(), "--print-address=1", "--nofork",
                             "--nopidfile"},
                            {}, true))
@@ -39,8 +33,7 @@ class PrivateBus {
     const std::string& address() const { return address_; }
     std::filesystem::path path(const std::string& name) const { return dir_.path() / name; }
 
-    // A dbusmock service from a template, logging to <log>; waits until
-    // `bus_name` is on the bus.
+    // A dbusmock service from a template, logging to <log>; waits until `bus_name` is on the bus.
     bool mock(Child& child, const std::string& tmpl, const std::string& bus_name, const std::string& log,
               const std::string& parameters = "{}") {
         if (!child.start({"/usr/bin/python3", "-m", "dbusmock", "--system", "-t", tmpl, "-l",
@@ -49,7 +42,6 @@ class PrivateBus {
             return false;
         return gdbus("wait --timeout 10 " + bus_name + " && echo up") == "up";
     }
-    // gdbus on this bus.
     std::string gdbus(const std::string& args) const {
         return run_on("", "gdbus " + args.substr(0, args.find(' ')) + " --address " + address_ +
                               args.substr(args.find(' ')));
@@ -78,17 +70,16 @@ struct DBus : ::testing::Test {
     static inline std::string why;
     static void SetUpTestSuite() {
         s = new Services;
-        if (!s->bus.start())
-            why = "dbus-daemon did not start";
-        else if (!s->bus.mock(s->logind, "logind", "org.freedesktop.login1", "logind.log"))
-            why = "the logind mock did not start";
-        else if (!s->bus.mock(s->upower, "upower", "org.freedesktop.UPower", "upower.log",
-                              "{\"OnBattery\": true}"))
-            why = "the UPower mock did not start";
-        else if (!s->bus.mock(s->modems, std::string(KP120_SOURCE_DIR) + "/tests/system/modemmanager_mock.py",
-                              "org.freedesktop.ModemManager1", "modems.log",
-                              "{\"IMEI\": \"49015420323751\", \"Modems\": \"3, 10\"}"))
-            why = "the ModemManager mock did not start";
+        if (!s->bus.start()) why = "dbus-daemon did not start";
+        const std::tuple<Child*, const char*, const char*, const char*, const char*> mocks[] = {
+            {&s->logind, "logind", "org.freedesktop.login1", "logind.log", "{}"},
+            {&s->upower, "upower", "org.freedesktop.UPower", "upower.log", "{\"OnBattery\": true}"},
+            {&s->modems, KP120_SOURCE_DIR "/tests/system/modemmanager_mock.py",
+             "org.freedesktop.ModemManager1", "modems.log",
+             "{\"IMEI\": \"49015420323751\", \"Modems\": \"3, 10\"}"}};
+        for (const auto& [child, tmpl, name, log, parameters] : mocks)
+            if (why.empty() && !s->bus.mock(*child, tmpl, name, log, parameters))
+                why = name + std::string(" did not start");
     }
     static void TearDownTestSuite() { delete s; }
 
@@ -96,7 +87,6 @@ struct DBus : ::testing::Test {
     void SetUp() override {
         ASSERT_TRUE(why.empty()) << why;
         sys = std::make_unique<kp::test::SystemHost>("headless", s->bus.address());
-        ASSERT_TRUE(sys->host->loaded());
     }
     std::vector<std::string> logind_calls() { return s->bus.calls("logind.log"); }
     // Sets a property of org.freedesktop.<service> (interface <service><iface>).
@@ -109,23 +99,20 @@ struct DBus : ::testing::Test {
 
 TEST_F(DBus, ShutdownModesReachLogind) {
     setenv("XDG_SESSION_ID", "c7", 1);
-    struct Row {
-        const char* mode;
-        int interactive; // -1: the one-argument form
-        std::string method;
-    } rows[] = {{"sysPoweroff", -1, "PowerOff False"},
-                {"sysReboot", -1, "Reboot False"},
-                {"sysPoweroff", 1, "PowerOff True"},
-                {"sysReboot", 0, "Reboot False"},
-                {"sysLogoff", -1, "TerminateSession "}};
-    for (const Row& r : rows) {
-        SCOPED_TRACE(r.mode);
-        std::vector<Value> args{I(sys->constant(r.mode))};
-        if (r.interactive >= 0) args.push_back(I(r.interactive));
+    // mode, interactive (-1: the one-argument form), method logged
+    const std::tuple<const char*, int, std::string> rows[] = {{"sysPoweroff", -1, "PowerOff False"},
+                                                              {"sysReboot", -1, "Reboot False"},
+                                                              {"sysPoweroff", 1, "PowerOff True"},
+                                                              {"sysReboot", 0, "Reboot False"},
+                                                              {"sysLogoff", -1, "TerminateSession "}};
+    for (const auto& [mode, interactive, method] : rows) {
+        SCOPED_TRACE(mode);
+        std::vector<Value> args{I(sys->constant(mode))};
+        if (interactive >= 0) args.push_back(I(interactive));
         auto out = sys->call("SysShutdown", args);
         EXPECT_EQ(std::tie(out.result.b, out.error.severity), std::make_tuple(true, 1));
         ASSERT_FALSE(logind_calls().empty());
-        EXPECT_EQ(0u, logind_calls().back().rfind(r.method, 0)) << logind_calls().back();
+        EXPECT_EQ(0u, logind_calls().back().rfind(method, 0)) << logind_calls().back();
     }
     unsetenv("XDG_SESSION_ID");
 }
@@ -171,7 +158,6 @@ TEST(DBusOfono, ImeiOfTheFirstOfonoModem) {
     Child ofono;
     ASSERT_TRUE(bus.mock(ofono, "ofono", "org.ofono", "ofono.log"));
     kp::test::SystemHost sys("headless", bus.address());
-    ASSERT_TRUE(sys.host->loaded());
     const std::u16string imei = sys.text("SysIMEI");
     EXPECT_EQ(0u, imei.rfind(u"12345678-1234-1234-1234-", 0)) << kp::host::utf8(imei);
 }
@@ -181,15 +167,11 @@ TEST(DBusFailures, MissingAndSilentServices) {
     PrivateBus bus;
     ASSERT_TRUE(bus.start());
     kp::test::SystemHost sys("headless", bus.address());
-    ASSERT_TRUE(sys.host->loaded());
-    struct Row {
-        const char* name;
-        std::vector<Value> args;
-    } rows[] = {{"SysShutdown", {I(2)}}, {"SysStandby", {I(0)}}, {"SysStandby", {}}, {"SysIMEI", {}}};
-    for (Row& r : rows) {
-        auto out = sys.call(r.name, r.args);
-        EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity) << r.name;
-        EXPECT_NE(0u, out.error.system_code) << r.name;
+    const std::pair<const char*, std::vector<Value>> rows[] = {
+        {"SysShutdown", {I(2)}}, {"SysStandby", {I(0)}}, {"SysStandby", {}}, {"SysIMEI", {}}};
+    for (const auto& [name, args] : rows) {
+        auto out = sys.call(name, args);
+        EXPECT_TRUE(out.error.severity == KP_SEVERITY_ERROR && out.error.system_code != 0) << name;
     }
     Child silent;
     ASSERT_TRUE(bus.mock(silent, "logind", "org.freedesktop.login1", "silent.log"));

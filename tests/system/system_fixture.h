@@ -1,5 +1,5 @@
-// system_fixture.h - a reference host with a chosen display and system bus
-// over a temporary device root, and short ways to call and read results.
+// system_fixture.h - a reference host with a chosen display and system bus over a temporary
+// device root, and short ways to call and read results.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,6 +29,7 @@ struct SystemHost {
         o.display = display;
         o.system_bus = bus;
         host = std::make_unique<kp::host::Host>(o);
+        EXPECT_TRUE(host->loaded()) << host->load_error();
     }
     std::filesystem::path device() const { return dir.path() / "device"; }
 
@@ -73,8 +74,7 @@ struct SystemHost {
 inline const auto I = [](int64_t v) { return kp::host::Value::integer(v); };
 inline const auto S = [](std::u16string v) { return kp::host::Value::string(std::move(v)); };
 
-// A refused call: its result (an integer result's value; false and "" for
-// the others) and the system error of its record.
+// A refused call: its integer result (false and "" count as 0) and system error.
 struct Refusal {
     const char* name;
     int64_t failure;
@@ -88,12 +88,10 @@ inline void expect_refusals(SystemHost& sys, const std::vector<Refusal>& rows) {
     for (const Refusal& r : rows) {
         SCOPED_TRACE(testing::Message() << r.name << ", row " << &r - rows.data());
         const auto out = sys.call(r.name, r.args);
-        if (out.result.kind == kp::host::Value::Kind::String)
-            EXPECT_EQ(u"", out.result.s);
-        else if (out.result.kind == kp::host::Value::Kind::Bool)
-            EXPECT_FALSE(out.result.b);
-        else
-            EXPECT_EQ(r.failure, out.result.i);
+        const kp::host::Value& v = out.result; // a text's length, a boolean or an integer
+        EXPECT_EQ(r.failure, v.kind == SystemHost::Kind::String ? int64_t(v.s.size())
+                             : v.kind == SystemHost::Kind::Bool ? int64_t(v.b)
+                                                                : v.i);
         EXPECT_EQ(KP_SEVERITY_ERROR, out.error.severity);
         EXPECT_EQ(r.code, out.error.system_code);
     }

@@ -1,12 +1,7 @@
-/* x11_peer.c - another X client for the display tests, running until its
- * standard input closes:
- *   kp_x11_peer TITLE CLASS       one window; prints its id, then a line per
- *                                 key ("key KEYSYM-NAME STATE") and button
- *                                 ("button N X Y", "release N X Y") it receives
- *   kp_x11_peer --many N PREFIX   N windows PREFIX0 .. PREFIX<N-1>; prints
- *                                 the id of the last one
- *   kp_x11_peer --tray            the notification area: prints its window's
- *                                 id, then "dock W", "message TEXT", "undock W" */
+/* x11_peer.c - another X client of the display tests, running until its stdin closes:
+ *   TITLE CLASS       one window; prints its id, then "key KEYSYM STATE", "button N X Y", "release N X Y"
+ *   --many N PREFIX   N windows PREFIX0 .. PREFIX<N-1>; prints the last one's id
+ *   --tray            the notification area: prints its id, then "dock W", "message TEXT", "undock W" */
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <poll.h>
@@ -62,9 +57,7 @@ int main(int argc, char** argv) {
             if (e.type == MappingNotify) {
                 XRefreshKeyboardMapping(&e.xmapping);
             } else if (e.type == KeyPress) {
-                /* As clients do: the symbol through Xlib's own copy of the
-                 * keyboard map, refreshed on MappingNotify and read when
-                 * the event is handled. */
+                /* As clients do: through Xlib's copy of the map, refreshed on MappingNotify. */
                 char text[16];
                 KeySym sym = NoSymbol;
                 XLookupString(&e.xkey, text, sizeof text, &sym, NULL);

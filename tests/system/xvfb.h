@@ -1,5 +1,4 @@
-// xvfb.h - an Xvfb server on a free display number, started by the test
-// itself (never the machine's display), and child processes with pipes.
+// xvfb.h - an Xvfb server of the test's own on a free display number, and children with pipes.
 #pragma once
 
 #include <fcntl.h>
@@ -27,8 +26,7 @@ class Child {
     Child& operator=(const Child&) = delete;
     ~Child() { stop(); }
 
-    // Starts argv[0] (looked up in PATH) with extra environment entries;
-    // a quiet child's diagnostics go to /dev/null.
+    // Starts argv[0] (looked up in PATH) with extra environment entries; a quiet one's stderr is dropped.
     bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
                bool quiet = false) {
         int in[2], out[2];
@@ -38,9 +36,7 @@ class Child {
         posix_spawn_file_actions_adddup2(&fa, in[0], 0);
         posix_spawn_file_actions_adddup2(&fa, out[1], 1);
         if (quiet) posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
-        // env(1) puts the extra entries in place of the inherited ones of the
-        // same name rather than before them: which of two entries a program
-        // sees is its own choice (qemu-user keeps the last).
+        // env(1) replaces inherited entries of the same name (of two, qemu-user would keep the last).
         std::vector<char*> args = {const_cast<char*>("env")};
         for (const auto* list : {&env, &argv})
             for (const auto& a : *list)
@@ -92,9 +88,7 @@ class Child {
     std::string buf_;
 };
 
-// The command line that starts a program built for the target: the program
-// itself, or in a cross build the emulator the tests run under followed by
-// the program (KP120_TARGET_EMULATOR, its words separated by '|').
+// A target program's command: in a cross build behind KP120_TARGET_EMULATOR (words joined by '|').
 inline std::vector<std::string> target_command(std::vector<std::string> argv) {
 #ifdef KP120_TARGET_EMULATOR
     std::istringstream words(KP120_TARGET_EMULATOR);
@@ -106,7 +100,6 @@ inline std::vector<std::string> target_command(std::vector<std::string> argv) {
     return argv;
 }
 
-// Xvfb choosing its own free display number (-displayfd).
 class Xvfb {
   public:
     bool start(const std::string& geometry = "800x600x24") {

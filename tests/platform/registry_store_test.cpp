@@ -1,8 +1,4 @@
-// registry_store_test.cpp - the registry store on SQLite: Win32 call
-// semantics and codes, case folding, enumeration orders and the file's
-// schema.  Files that cannot be used (not SQLite, a later schema, none,
-// read-only, locked) are tried through the registry functions in
-// tests/registry, which reach these calls and check their codes.
+// registry_store_test.cpp - the registry store on SQLite (unusable files: tests/registry).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -41,7 +37,7 @@ class Store : public ::testing::Test {
         return k;
     }
     void set_dword(Key k, std::u16string_view name, uint32_t v) { ASSERT_EQ(put_dword(k, name, v), 0u); }
-    // The code of a query of a value's size, and of a creation through a handle.
+    // The code of a query of a value's size, and of a creation under a handle.
     uint32_t query(Key k, std::u16string_view name) {
         uint32_t size = 0;
         return query_value(k, name, nullptr, nullptr, &size);
@@ -105,8 +101,7 @@ TEST_F(Store, CreateOpenAndCaseFolding) {
     EXPECT_EQ(close_key(a), 6u);
 }
 
-// Names written by another tool read with the platform's rules for UTF-8;
-// the store writes a name it is given as exactly those bytes.
+// Names another tool wrote read with the platform's UTF-8 rules; names written are those bytes.
 TEST_F(Store, NamesAsUtf8) {
     Key sw = create(u"Software");
     const auto& cases = kp::test::utf8_cases();
@@ -225,18 +220,14 @@ TEST_F(Store, EnumerationOrders) {
     n = 2;
     EXPECT_EQ(enum_value(k, 0, name, &n, &type, small, &size), 234u);
     EXPECT_EQ(size, 4u);
-    KeyInfo info;
-    ASSERT_EQ(query_info_key(k, &info), 0u);
-    EXPECT_EQ(info.subkeys, 4u);
-    EXPECT_EQ(info.values, 3u);
-    EXPECT_EQ(info.max_subkey_len, 1u);
-    EXPECT_EQ(info.max_value_name_len, 1u);
-    EXPECT_EQ(info.max_value_len, 4u);
+    KeyInfo i;
+    ASSERT_EQ(query_info_key(k, &i), 0u);
+    EXPECT_EQ(std::tuple(i.subkeys, i.values, i.max_subkey_len, i.max_value_name_len, i.max_value_len),
+              std::tuple(4u, 3u, 1u, 1u, 4u));
     close_key(k);
 }
 
-// Sequential walks go on from where the last one stopped; any other order
-// of indexes, and two walks interleaved on one key, give the same items.
+// Walks in any order of indexes, two of them interleaved on one key, give the same items.
 TEST_F(Store, EnumerationInAnyOrderOfIndexes) {
     Key k = create(u"Any");
     std::vector<std::u16string> names;

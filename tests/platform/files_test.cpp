@@ -282,13 +282,11 @@ TEST(ChildProcesses, MovingKeepsOneOwnerOfTheProcess) {
     ASSERT_TRUE(start_process("/bin/sh", {"-c", "exit 7"}, a));
     const int32_t pid = a.pid();
     ChildProcess b(std::move(a));
-    EXPECT_FALSE(a.valid());
-    EXPECT_EQ(b.pid(), pid);
+    EXPECT_EQ(std::tuple(a.valid(), b.pid()), std::tuple(false, pid));
     ChildProcess c;
     ASSERT_TRUE(start_process("/bin/sh", {"-c", "exit 3"}, c));
     c = std::move(b); // c's first process is waited for, then c owns b's
-    EXPECT_FALSE(b.valid());
-    EXPECT_EQ(c.pid(), pid);
+    EXPECT_EQ(std::tuple(b.valid(), c.pid()), std::tuple(false, pid));
     ChildProcess& same = c;
     c = std::move(same); // moving onto itself changes nothing
     EXPECT_EQ(c.pid(), pid);

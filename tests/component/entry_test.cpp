@@ -1,6 +1,4 @@
-// The exported entry points, answered through the real module as a VM calls
-// them, and calls through it: name resolution, overload choice, results,
-// error records and allocators.
+// The exported entry points as a VM calls them, and name resolution, overloads and results.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -32,13 +30,11 @@ TEST_F(EntryTest, NamesResolveWithoutRegardToCaseOrLanguage) {
                   std::tuple(Value::Kind::Int, 24053, 1));
     }
     // French names in UTF-8; accented capitals fold too.
-    const std::pair<const char*, const char*> same[] = {
-        {"EntierVersDate", "IntegerToDate"},
-        {"HeureVersChaîne", "timetostring"},
-        {"heureverschaîne", "TimeToString"},
-        {"DATEVERSCHAÎNE", "datetostring"},
-        {"EstPair", "ISEVEN"},
-    };
+    const std::pair<const char*, const char*> same[] = {{"EntierVersDate", "IntegerToDate"},
+                                                        {"HeureVersChaîne", "timetostring"},
+                                                        {"heureverschaîne", "TimeToString"},
+                                                        {"DATEVERSCHAÎNE", "datetostring"},
+                                                        {"EstPair", "ISEVEN"}};
     for (const auto& [name, other] : same) {
         EXPECT_NE(host().find_function(name), nullptr) << name;
         EXPECT_EQ(host().find_function(name), host().find_function(other)) << name;
@@ -56,8 +52,7 @@ TEST_F(EntryTest, ResolutionFailuresDoNotCall) {
     EXPECT_NE(out.detail.find("does not fit"), std::string::npos);
 }
 
-// String results go back to the host's allocator after the call; a failure
-// travels in the error record.
+// String results go back to the host's allocator; a failure travels in the error record.
 TEST_F(EntryTest, ResultsAreReleasedAndFailuresRecorded) {
     auto before = host().allocator_stats();
     for (int i = 0; i < 50; ++i) {
@@ -143,10 +138,8 @@ TEST_F(EntryTest, CommandsAndExecutionCodes) {
     EXPECT_EQ(host().info(0, 0), 2); // still answering
 }
 
-// A module without "Execution": nothing is registered and 0 comes back,
-// unless the hooks exist already (the host attached at start-up).  The
-// conversion hooks are refused on a wrong revision or mode, or when the
-// module lacks them.
+// A module without "Execution" registers nothing (once the host's own attach ends); the
+// conversion hooks are refused on a wrong revision or mode, or a module lacking them.
 TEST_F(EntryTest, AttachAndConversionsNeedThePeerEntryPoints) {
     void* libm = dlopen("libm.so.6", RTLD_NOW);
     ASSERT_NE(libm, nullptr);
@@ -159,8 +152,7 @@ TEST_F(EntryTest, AttachAndConversionsNeedThePeerEntryPoints) {
          {std::tuple{(void*)nullptr, 1, 0}, {nullptr, 2, 3}, {libm, 2, 0}})
         EXPECT_EQ(host().init_conversions(module, revision, mode), 0);
     dlclose(libm);
-    // The component's own handle answers with the component's own entry point:
-    // no peer (forwarding a locale message to it would recurse).
+    // The component's own handle is no peer (forwarding a locale message to it would recurse).
     void* self = dlopen("libkp120std.so.1", RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(self, nullptr);
     block[1] = reinterpret_cast<uintptr_t>(self);
@@ -191,9 +183,7 @@ TEST_F(EntryTest, ReplacingTheAllocatorReleasesTheOldOne) {
     host().general_param(2008, reinterpret_cast<intptr_t>(mine));
 }
 
-// Versioned blocks of the VM: a block whose size covers only the older
-// slots is read, and the slots past its size are absent; a block larger
-// than the component knows is read as far as it knows.
+// The VM's versioned blocks: slots past a block's size are absent, a larger one is read.
 TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
     using kp::runtime::slot;
     int context = 0;
@@ -205,15 +195,11 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
     t.kind = [](void*, uintptr_t) -> int32_t { return 9; };
     t.cell = [](void*, uintptr_t, int32_t, int32_t, kp_variant*) -> int32_t { return 0; };
     t.self = &context;
-    // The sizes of the display and table blocks, and which of their slots
-    // are present: screen, screen_power, choose_colour, then kind, cell, self.
+    // Display and table block sizes, and which slots are present: screen, screen_power,
+    // choose_colour, then kind, cell, self.
     // clang-format off
-    struct Row {
-        std::size_t size, table_size;
-        const char* present;
-    };
     const std::size_t all = sizeof(kp_display), table = sizeof(kp_table_interface);
-    const Row rows[] = {
+    const std::tuple<std::size_t, std::size_t, std::string> rows[] = {
         {0, 0, "000000"},
         {KP_SLOT_END(kp_display, screen) - 1, KP_SLOT_END(kp_table_interface, kind) - 1, "000000"},
         {KP_SLOT_END(kp_display, screen), KP_SLOT_END(kp_table_interface, kind), "100100"},
@@ -221,17 +207,17 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
         {all - 1, KP_SLOT_END(kp_table_interface, cell), "110110"}, // a VM that predates `self`
         {all, table, "111111"}, {all + 64, table + 64, "111111"}};
     // clang-format on
-    for (const Row& r : rows) {
-        d.size = static_cast<uint32_t>(r.size);
-        t.size = static_cast<uint32_t>(r.table_size);
+    for (const auto& [size, table_size, want] : rows) {
+        d.size = static_cast<uint32_t>(size);
+        t.size = static_cast<uint32_t>(table_size);
         std::string present;
         for (bool p :
              {slot(&d, &kp_display::screen) != nullptr, slot(&d, &kp_display::screen_power) != nullptr,
               slot(&d, &kp_display::choose_colour) != nullptr, slot(&t, &kp_table_interface::kind) != nullptr,
               slot(&t, &kp_table_interface::cell) != nullptr, slot(&t, &kp_table_interface::self) != nullptr})
             present += p ? '1' : '0';
-        EXPECT_EQ(present, r.present) << r.size << "/" << r.table_size;
-        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), r.present[1] == '1') << r.size;
+        EXPECT_EQ(present, want) << size << "/" << table_size;
+        EXPECT_EQ(KP_HAS_SLOT(&d, kp_display, screen_power), want[1] == '1') << size;
     }
     // No block, or an empty slot inside the size: absent too.
     EXPECT_EQ(slot(static_cast<const kp_display*>(nullptr), &kp_display::screen), nullptr);
@@ -243,20 +229,14 @@ TEST(VersionedBlocks, SlotsPastTheSizeAreAbsent) {
 
 namespace {
 
-// The release check runs at the first attach; its failure is the component's
-// error state, reported by the component object.
-struct ReleaseCase {
-    bool accept;
-    const char* version;
-    uint32_t message_number;
-};
-
-const kp_error_record* attach_with(kp::test::TempDir& dir, const ReleaseCase& c, kp::host::Host*& out) {
+// The release check runs at the first attach; the component object reports its failure.
+const kp_error_record* attach_with(kp::test::TempDir& dir, bool accept, const char* version,
+                                   kp::host::Host*& out) {
     kp::host::Options o;
     if (const char* p = std::getenv("KP120_COMPONENT")) o.component_path = p;
     o.device_root = dir.path().string();
-    o.accept_component = c.accept;
-    o.vm_version = c.version;
+    o.accept_component = accept;
+    o.vm_version = version;
     out = new kp::host::Host(o);
     kp_component_object* obj = out->query_proxy(60);
     const kp_error_record* r = obj->ops->last_error(obj);
@@ -266,15 +246,14 @@ const kp_error_record* attach_with(kp::test::TempDir& dir, const ReleaseCase& c,
 
 TEST(ReleaseCheck, MismatchedObjectModuleIsFatal) {
     kp::test::TempDir dir;
-    for (const ReleaseCase& c : {ReleaseCase{true, "9.00Ab", 28567}, ReleaseCase{false, "9.00Aa", 28117}}) {
+    for (const auto& [accept, version] : {std::pair{true, "9.00Ab"}, {false, "9.00Aa"}}) {
         kp::host::Host* h = nullptr;
-        const kp_error_record* r = attach_with(dir, c, h);
+        const kp_error_record* r = attach_with(dir, accept, version, h);
         ASSERT_NE(r, nullptr);
         EXPECT_EQ(r->severity, KP_SEVERITY_FATAL);
         std::u16string text(r->message, r->message_length);
-        EXPECT_NE(text.find(u"9.00Aa"), std::u16string::npos) << c.message_number;
-        EXPECT_NE(text.find(u"12.00Dr"), std::u16string::npos) << c.message_number;
-        EXPECT_NE(text.find(u"KM120OBJ.DLL"), std::u16string::npos) << c.message_number;
+        for (const char16_t* part : {u"9.00Aa", u"12.00Dr", u"KM120OBJ.DLL"})
+            EXPECT_NE(text.find(part), std::u16string::npos) << version;
         delete h;
     }
     // Matching releases record nothing.

@@ -1,5 +1,4 @@
-// CXError: applying definitions, severities, system errors, message lookup
-// through the VM's callback, and the insert syntax.
+// CXError: definitions, severities, system errors, messages through the VM's callback, inserts.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -30,8 +29,7 @@ class ErrorTest : public ::testing::Test {
 
 TEST_F(ErrorTest, DefinitionRows) {
     err.set(80260); // the first row of the identifier wins
-    EXPECT_EQ(rec.id, 80260u);
-    EXPECT_EQ(rec.severity, KP_SEVERITY_ERROR);
+    EXPECT_EQ(std::tuple(rec.id, rec.severity), std::tuple(80260u, KP_SEVERITY_ERROR));
     EXPECT_EQ(std::string(rec.module_name) + " " + rec.module_version, "KP120STD.DLL 12.00Dr");
     err.set(80102);
     EXPECT_EQ(rec.extra, 3u);
@@ -48,8 +46,7 @@ TEST_F(ErrorTest, SeverityAndSystemErrors) {
     uint32_t len = rec.message_length;
     err.set_severity(2);
     err.set_severity(2);
-    EXPECT_EQ(rec.severity, 2);
-    EXPECT_EQ(rec.message_length, len);
+    EXPECT_EQ(std::tuple(rec.severity, rec.message_length), std::tuple(2, len));
     err.set_severity(3);
     EXPECT_EQ(rec.severity, 3);
     err.set_system(2);
@@ -63,8 +60,7 @@ TEST_F(ErrorTest, SeverityAndSystemErrors) {
               std::tuple(1, 0u, 0u, 0u));
     err.set_system(0xDEADBEEF); // no text for it
     EXPECT_EQ(rec.system_text_length, 0u);
-    // A system failure alone (identifier 0) still names the module and carries
-    // the system's text as its message; an error with a message keeps it.
+    // A system failure alone (identifier 0) names the module, with the system's text as message.
     err.clear();
     err.set_system(3);
     err.set_severity(2);
@@ -75,7 +71,7 @@ TEST_F(ErrorTest, SeverityAndSystemErrors) {
     err.set(80121);
     const std::u16string own = msg(rec);
     err.set_system(3);
-    EXPECT_EQ(msg(rec), own);
+    EXPECT_EQ(msg(rec), own); // an error's own message stays
 }
 
 int g_calls = 0;
@@ -112,8 +108,7 @@ TEST_F(ErrorTest, MessagesAreAppendedOnLinesOfTheirOwn) {
     err.append_formatted(u"##(IXStream)-Handle=<%1!p!>##", {reinterpret_cast<const void*>(0x1F)});
     std::u16string all = msg(rec);
     EXPECT_EQ(all.substr(0, first.size()), first);
-    // A pointer insert takes as many hex digits as a pointer has: 8 in the
-    // 32-bit build, as on the device, 16 in the 64-bit one.
+    // A pointer insert takes a pointer's hex digits: 8 in the 32-bit build (the device's), 16 in 64.
     const std::u16string digits = sizeof(void*) == 4 ? u"0000001F" : u"000000000000001F";
     EXPECT_EQ(all.substr(first.size()), u"\r\n##(IXStream)-Handle=<" + digits + u">##");
     err.append_line(std::u16string(10000, u'a')); // longer than the record: cut

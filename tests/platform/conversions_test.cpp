@@ -1,6 +1,4 @@
-// conversions_test.cpp - errno to Win32 codes, the per-thread last error, the
-// code pages and the WTF-8 names handed to POSIX, beside the host's own
-// conversions.
+// conversions_test.cpp - Win32 codes, code pages and WTF-8 names, beside the host's own.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -56,8 +54,7 @@ std::vector<uint8_t> bytes(std::string_view s) {
 }
 
 TEST(CodePages, Windows1252BothWays) {
-    // The 0x80-0x9F block is where 1252 differs from Latin-1; its holes keep
-    // their control value.
+    // 0x80-0x9F is where 1252 differs from Latin-1; its holes keep their control value.
     const std::pair<uint8_t, char16_t> rows[] = {{0x41, u'A'},   {0x80, 0x20AC}, {0x81, 0x0081},
                                                  {0x8D, 0x008D}, {0x9F, 0x0178}, {0xA0, 0x00A0},
                                                  {0xE9, 0x00E9}, {0xFF, 0x00FF}, {0x00, 0x0000}};
@@ -79,8 +76,7 @@ TEST(CodePages, Windows1252BothWays) {
     EXPECT_EQ(decode_1252(bytes("a\x80\x9F")), u"a\u20AC\u0178");
 }
 
-// Other pages go through the converter (437 found under its "cp" name);
-// characters a page lacks encode as question marks.
+// Other pages go through the converter (437 as "cp437"); missing characters encode as '?'.
 TEST(CodePages, OtherPagesThroughTheConverter) {
     const std::tuple<uint32_t, std::string, std::u16string> rows[] = {
         {kCodePage1252, "\x80", u"\u20AC"},

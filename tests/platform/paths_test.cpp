@@ -1,6 +1,4 @@
-// paths_test.cpp - device names under a root, without regard to case, and
-// the device's name patterns: stars, question marks, case, the ".*" rule,
-// and patterns that would make a backtracking matcher take exponential time.
+// paths_test.cpp - device names under a root, without regard to case, and name patterns.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -54,27 +52,12 @@ TEST_F(DeviceNames, CaseIsIgnoredOnlyWhenNeeded) {
     ResolvedName r = resolve(u"\\DOCS\\report.txt");
     EXPECT_TRUE(r.exists);
     EXPECT_EQ(r.host_path, root() + "/Docs/Report.TXT");
-    // Two names that differ only in case: the one written wins, otherwise
-    // the first in byte order.
+    // Of two names differing only in case, the one written wins, else the first in byte order.
     touch("Docs/report.txt");
     EXPECT_EQ(resolve(u"\\docs\\report.txt").host_path, root() + "/Docs/report.txt");
     EXPECT_EQ(resolve(u"\\docs\\REPORT.txt").host_path, root() + "/Docs/Report.TXT");
-    // Non-ASCII letters fold too.
     touch("\xC3\x89t\xC3\xA9.txt");
-    EXPECT_TRUE(resolve(u"\\\u00e9T\u00c9.TXT").exists);
-}
-
-TEST_F(DeviceNames, MissingComponents) {
-    ResolvedName r = resolve(u"\\new.txt");
-    EXPECT_FALSE(r.exists);
-    EXPECT_TRUE(r.parent_exists);
-    EXPECT_EQ(r.host_path, root() + "/new.txt");
-    r = resolve(u"\\no\\such\\file");
-    EXPECT_FALSE(r.exists);
-    EXPECT_FALSE(r.parent_exists);
-    touch("file");
-    r = resolve(u"\\file\\below");
-    EXPECT_FALSE(r.parent_exists);
+    EXPECT_TRUE(resolve(u"\\\u00e9T\u00c9.TXT").exists); // non-ASCII letters fold too
 }
 
 TEST_F(DeviceNames, BadNames) {
@@ -102,7 +85,6 @@ TEST_F(DeviceNames, DeviceNameOfAHostPath) {
     EXPECT_EQ(device_name_of(root(), "/elsewhere"), u"");
 }
 
-// Accented capitals fold too.
 TEST(Wildcard, Table) {
     // clang-format off
     struct Row { const char16_t* pattern; const char16_t* name; bool match; } rows[] = {
@@ -116,13 +98,10 @@ TEST(Wildcard, Table) {
         {u"f.txt", u"F.Txt", true}, {u"*.tx?", u"a.txt", true}, {u"*.tx?", u"a.tx", false}};
     // clang-format on
     for (const Row& r : rows)
-        EXPECT_EQ(wildcard_match(r.pattern, r.name), r.match)
-            << std::u16string_view(r.pattern).size() << " pattern, name size "
-            << std::u16string_view(r.name).size();
+        EXPECT_EQ(wildcard_match(r.pattern, r.name), r.match) << &r - rows;
 }
 
-// "*a*a*...*a*b" against "aaaa...": a backtracking matcher tries every
-// split; this one walks the name once a segment.
+// "*a*a*...*a*b" against "aaa...": exponential for a backtracking matcher.
 TEST(Wildcard, PathologicalPatterns) {
     std::u16string pattern;
     for (int i = 0; i < 5000; ++i)

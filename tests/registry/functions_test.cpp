@@ -1,6 +1,4 @@
-// functions_test.cpp - the registry functions: key paths, conversions both
-// ways (byte for byte in the database), value numbers, keys, deletion,
-// listing, the walk over subkeys, search, and their failures.
+// functions_test.cpp - the registry functions, byte for byte in the database, and failures.
 #include <cstring>
 #include <filesystem>
 #include <sys/mman.h>
@@ -83,10 +81,7 @@ TEST(Conversion, SearchMatching) {
 
 using Functions = kp::test::RegistryFixture;
 
-// A page whose address fits the 32-bit integer the address form of
-// RegistrySetValue takes.  On a 32-bit target every address does; x86-64
-// has MAP_32BIT; other 64-bit targets (arm64) have no such flag, so low
-// addresses are asked for as hints.
+// A page at an address fitting RegistrySetValue's 32-bit form (MAP_32BIT or low hints).
 void* low_page() {
     const int prot = PROT_READ | PROT_WRITE;
     int flags = MAP_PRIVATE | MAP_ANONYMOUS;
@@ -105,9 +100,7 @@ void* low_page() {
     return MAP_FAILED;
 }
 
-// Every value type through every overload of RegistrySetValue, stored byte
-// for byte as the host value's table says, and read back by
-// RegistryQueryValue.
+// Every value type through every overload of RegistrySetValue, byte for byte, and read back.
 TEST_F(Functions, RoundTripOfEveryValueType) {
     ASSERT_TRUE(ok("RegistryCreateKey", {S(u"HKEY_CURRENT_USER\\RT")}));
     const std::u16string k = u"HKEY_CURRENT_USER\\RT";
@@ -121,7 +114,6 @@ TEST_F(Functions, RoundTripOfEveryValueType) {
     int32_t address = static_cast<int32_t>(reinterpret_cast<uintptr_t>(low));
 
     // clang-format off
-    // extra: the size of the address form
     struct Case { const char* name; Value value; std::vector<Value> extra; std::string stored; Value back; };
     const Case cases[] = {
         {"s", S(u"hé"), {}, "1:6800E9000000", S(u"hé")}, {"i", I(-2), {}, "4:FEFFFFFF", I(-2)},
@@ -132,13 +124,10 @@ TEST_F(Functions, RoundTripOfEveryValueType) {
     // clang-format on
     auto expect_back = [&](Value name, const Value& want) {
         Value got = call("RegistryQueryValue", {S(k), name}).result;
-        EXPECT_EQ(got.kind, want.kind);
-        EXPECT_EQ(got.s, want.s);
-        EXPECT_EQ(got.i, want.i);
-        EXPECT_EQ(got.bytes, want.bytes);
+        EXPECT_EQ(std::tie(got.kind, got.s, got.i, got.bytes),
+                  std::tie(want.kind, want.s, want.i, want.bytes));
     };
-    // By name, then by number: value n is the n-th written, its name is
-    // kept; a string so written has no NUL and reads back the same.
+    // By name, then by number (value n is the n-th written, a string so written has no NUL).
     for (bool by_number : {false, true}) {
         for (int n = 1; n <= 6; ++n) {
             const Case& c = cases[n - 1];
@@ -160,8 +149,8 @@ TEST_F(Functions, RoundTripOfEveryValueType) {
     munmap(low, 4096);
 }
 
+// Types the language cannot write, read through the store's data.
 TEST_F(Functions, StoredTypesReadBack) {
-    // Types the language cannot write, read through the store's data.
     store::Key k = 0;
     ASSERT_EQ(store::create_key(store::kLocalMachine, u"Types", store::kAllAccess, &k), 0u);
     const uint8_t b1234[] = {1, 2, 3, 4};
@@ -350,8 +339,7 @@ TEST_F(Functions, WalkOverSubkeys) {
         walk.push_back(k);
     EXPECT_EQ(walk, (std::vector<std::u16string>{u"HKEY_CURRENT_USER\\Walk\\A", u"HKEY_CURRENT_USER\\Walk\\b",
                                                  u"HKEY_CURRENT_USER\\Walk\\c"}));
-    // Without a key the walk starts at HKEY_CURRENT_USER; keys right under
-    // a root walk too.
+    // Without a key the walk starts at HKEY_CURRENT_USER; keys right under a root walk too.
     std::u16string first = text("RegistryFirstSubKey", {});
     EXPECT_EQ(first, u"HKEY_CURRENT_USER\\Top1");
     EXPECT_EQ(text("RegistryNextKey", {S(first)}), u"HKEY_CURRENT_USER\\Walk");
@@ -412,8 +400,7 @@ TEST_F(Functions, LargeValuesAndLongNames) {
     EXPECT_TRUE(ok("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\Big"), S(u"mb"), S(mb)}));
     EXPECT_EQ(text("RegistryQueryValue", {S(u"HKEY_CURRENT_USER\\Big"), S(u"mb")}), mb);
     EXPECT_EQ(text("RegistryQueryValue", {S(u"HKEY_CURRENT_USER\\Big"), I(1)}), mb);
-    // A value name longer than the 256-character enumeration buffer can be
-    // written and read by name, not by number.
+    // A name longer than the 256-character enumeration buffer is reached by name, not number.
     std::u16string long_name(300, u'n');
     EXPECT_TRUE(ok("RegistrySetValue", {S(u"HKEY_CURRENT_USER\\Big"), S(long_name), I(7)}));
     EXPECT_EQ(call("RegistryQueryValue", {S(u"HKEY_CURRENT_USER\\Big"), S(long_name)}).result.i, 7);

@@ -1,8 +1,4 @@
-// robustness_test.cpp - the registry functions over database files that
-// cannot be used (not SQLite, of a later release, locked by another
-// process past the timeout, no file at all), and several processes writing
-// one file while one of them is killed at random moments: the file stays
-// sound and every write that returned true is there.
+// robustness_test.cpp - unusable database files, and a writer killed at random moments.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -27,12 +23,8 @@ namespace {
 
 namespace store = platform::registry;
 
-struct Outcome {
-    bool written;
-    uint32_t id, system;
-};
-
-Outcome write_one(std::u16string_view key) {
+// Whether a value was written under the key, and the identifier and system code recorded.
+std::tuple<bool, uint32_t, uint32_t> write_one(std::u16string_view key) {
     kp_error_record rec{};
     rec.severity = 1;
     CXError err(&rec);
@@ -66,8 +58,7 @@ TEST(UnusableDatabases, FailWithTheirErrorsAndStayUntouched) {
     for (const auto& c : cases) {
         store::use_database(c.file);
         SCOPED_TRACE(c.file);
-        Outcome o = write_one(u"HKEY_CURRENT_USER");
-        EXPECT_EQ(std::tuple(o.written, o.id, o.system), std::tuple(false, 80293u, c.system));
+        EXPECT_EQ(write_one(u"HKEY_CURRENT_USER"), std::tuple(false, 80293u, c.system));
         kp_error_record rec{};
         CXError err(&rec);
         EXPECT_FALSE(create_key(u"HKEY_CURRENT_USER\\X", err));
@@ -97,10 +88,7 @@ TEST(UnusableDatabases, LockedPastTheTimeout) {
     ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
     store::set_busy_timeout(150);
-    Outcome o = write_one(u"HKEY_CURRENT_USER\\L");
-    EXPECT_FALSE(o.written);
-    EXPECT_EQ(o.id, 80293u);
-    EXPECT_EQ(o.system, 170u);
+    EXPECT_EQ(write_one(u"HKEY_CURRENT_USER\\L"), std::tuple(false, 80293u, 170u));
     // Reading goes on while another process writes.
     EXPECT_TRUE(exists(u"HKEY_CURRENT_USER\\L"));
     EXPECT_FALSE(delete_key(u"HKEY_CURRENT_USER\\L", err));
@@ -109,7 +97,7 @@ TEST(UnusableDatabases, LockedPastTheTimeout) {
     EXPECT_EQ(rec.system_code, 170u);
     sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
     sqlite3_close(other);
-    EXPECT_TRUE(write_one(u"HKEY_CURRENT_USER\\L").written);
+    EXPECT_TRUE(std::get<0>(write_one(u"HKEY_CURRENT_USER\\L")));
     store::set_busy_timeout(5000);
     store::use_database("");
 }
@@ -134,8 +122,7 @@ bool written(int writer, int n) {
                        : query_value(key, ValueRef::named(u"v" + tag)).integer == n;
 }
 
-// Child process: writes 1..kWrites, logging each write that returned true,
-// resuming after the last logged one.
+// Child process: writes 1..kWrites from after the last logged one, logging each success.
 [[noreturn]] void run_writer(const std::string& file, const std::string& log, int writer) {
     platform::registry::use_database(file);
     int n = 0; // the last write logged
@@ -169,8 +156,7 @@ TEST(Concurrency, KilledWriterLosesNothingAcknowledged) {
     };
     pid_t steady = start(1);
     pid_t victim = start(0);
-    // Each life of the victim is cut at a random moment once it is writing
-    // (its log has grown), forty times; then it is left to finish.
+    // Each life of the victim is cut at random once its log grows, forty times; then it finishes.
     auto logged_bytes = [&] {
         std::error_code ec;
         auto n = std::filesystem::file_size(logs[0], ec);

@@ -1,5 +1,4 @@
-// support.h - helpers of the registry tests: a host over a temporary
-// registry and raw reads of the database file.
+// support.h - a host over a temporary registry, and raw reads of the database file.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -34,8 +33,7 @@ inline std::string sql_text(const std::string& file, const std::string& sql) {
     return out;
 }
 
-// A registry in a temporary folder, reached both through the component
-// (the host) and directly (the same file selected for the pure functions).
+// A registry in a temporary folder, reached through the host and directly.
 struct RegistryFixture : ::testing::Test {
     HostFixture fx;
     std::string file() const { return (fx.dir.path() / "registry.sqlite3").string(); }

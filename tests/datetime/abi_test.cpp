@@ -1,5 +1,4 @@
-// The date and time functions called through the component module, as the
-// VM calls them: arguments, results, failure values and error records.
+// The date and time functions through the module: arguments, results, failure values and error records.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -16,15 +15,12 @@ using kp::host::CallOutcome;
 using kp::host::CallStatus;
 using kp::host::Value;
 
-Value s(const char16_t* v) {
-    return Value::string(v);
-}
-Value n(int64_t v) {
-    return Value::integer(v);
-}
+// clang-format off
+Value s(const char16_t* v) { return Value::string(v); }
+Value n(int64_t v) { return Value::integer(v); }
+// clang-format on
 
-// One call, its result (a text, or a number: booleans as 0 and 1) and the
-// error it records (0: none, severity 1).
+// One call, its result (a text, or a number: booleans as 0 and 1) and its error (0: none, severity 1).
 struct Row {
     const char* name;
     std::vector<Value> args;
@@ -38,14 +34,9 @@ class DateTimeAbi : public ::testing::Test {
     kp::test::HostFixture fx{1};
 
     CallOutcome call(const char* name, std::vector<Value> args, int overload = -1) {
-        CallOutcome out;
-        if (overload < 0) {
-            out = fx.host->call(name, args);
-        } else {
-            const kp_function* fn = fx.host->find_function(name);
-            EXPECT_NE(fn, nullptr) << name;
-            out = fx.host->call_overload(*fn, overload, args);
-        }
+        CallOutcome out = overload < 0
+                              ? fx.host->call(name, args)
+                              : fx.host->call_overload(*fx.host->find_function(name), overload, args);
         EXPECT_EQ(out.status, CallStatus::Ok) << name << ": " << out.detail;
         return out;
     }
@@ -61,18 +52,13 @@ class DateTimeAbi : public ::testing::Test {
             else
                 EXPECT_EQ(out.result.kind == Value::Kind::Bool ? out.result.b : out.result.i,
                           std::get<int64_t>(r.result));
-            EXPECT_EQ(out.error.id, r.error);
-            EXPECT_EQ(out.error.severity, r.error ? 2 : 1);
+            EXPECT_EQ(std::pair(out.error.id, out.error.severity), std::pair(r.error, r.error ? 2 : 1));
         }
     }
 };
 
-// The handlers with logic of their own (the functions that only pass their
-// arguments on are checked by their unit tests, and every handler is called
-// by the generic fuzz target replayed with the tests).  Setting an invalid
-// value records the validation error; only refused values are tried, a
-// valid one would move the machine's clock.  The mask letters are the VM's:
-// D for days in English, J in French.  Left-out parameters mean the short form.
+// The handlers with logic of their own.  Only refused clock values are tried (a valid one would move the
+// machine's clock).  Mask letters: D for days in English, J in French.  Left-out parameters: the short form.
 TEST_F(DateTimeAbi, ResultsFailureValuesLanguageAndToday) {
     // clang-format off
     const std::vector<Row> rows = {
@@ -96,7 +82,6 @@ TEST_F(DateTimeAbi, ResultsFailureValuesLanguageAndToday) {
         {"StringToDuration", {s(u"0000001001")}, int64_t{1001}, 0, 1}};
     // clang-format on
     check(rows);
-    // Results that depend on today.
     EXPECT_EQ(text("Age", {s(u"18000101")}).size(), 8u);
     EXPECT_EQ(call("Age", {s(u"18000101")}, 1).result.s.size(), 8u);
     fx.host->set_language(0);

@@ -1,5 +1,4 @@
-// Calendar arithmetic, validation and the functions without masks, the
-// clock, and bad input of any length and content.
+// Calendar arithmetic, validation, the functions without masks, the clock, and bad input.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -26,18 +25,14 @@ TEST(DayNumber, KnownDaysImpossibleDatesAndTheReform) {
     EXPECT_EQ(day_number(1900, 1, 1), 36525);
     for (const auto& [y, m, d] : {std::array{-1, 1, 1}, {2023, 2, 29}, {2023, 13, 1}, {2023, 4, 0}})
         EXPECT_FALSE(day_number(y, m, d)) << y << "-" << m << "-" << d;
-    // First four days of January to November get the correction, other days
-    // do not: 4 and 5 March 1500 are therefore more than one day apart.
+    // Only the first four days of January to November are corrected: 4 and 5 March 1500 are not adjacent.
     EXPECT_NE(*day_number(1500, 3, 5) - *day_number(1500, 3, 4), 1);
-    // December is never corrected.
     EXPECT_EQ(*day_number(1500, 12, 5) - *day_number(1500, 12, 4), 1);
     EXPECT_TRUE(is_leap(1500) && !is_leap(1900) && is_leap(2000));
 }
 
-// Every valid date of the four-digit years: the 32-bit path of the
-// formatting functions against the general one, reform corrections
-// included, and from 1583 on against the C library's proleptic Gregorian
-// calendar (day number, weekday and the way back to the date).
+// Every date of years 1-9999: the 32-bit path against the general one, and from 1583 on against the
+// C library's proleptic Gregorian calendar (day number, weekday, date back).
 TEST(DayNumber, FourDigitYearsMatchTheValidDatePathAndTheCLibrary) {
     std::tm start{};
     start.tm_year = 1583 - 1900;
@@ -67,22 +62,12 @@ TEST(DayNumber, FourDigitYearsMatchTheValidDatePathAndTheCLibrary) {
             }
 }
 
-// Day numbers to dates over the whole 32-bit range: a date wherever the
-// year search stays at or above year 0, the year with as many digits as it
-// needs; 80132 below 1 January of year 0.  IntegerToDay keeps the sign of
-// C's remainder.
+// Day numbers over the 32-bit range: a date of as many year digits as needed from 1 January of year 0
+// (80132 below); IntegerToDay keeps the sign of C's remainder.  Cases: year -1; year 0; the last negative
+// remainder; remainder 0; an estimate a year short; 32900 wrapping to a 16-bit Julian year.
 TEST(DayNumber, WholeRangeToDatesAndWeekdays) {
-    // The day number, its date ("" where there is none) and IntegerToDay:
-    // 31 December of year -1; 1 January of year 0, reform correction
-    // included; the last negative remainder; remainder 0; an estimate a year
-    // short, carried forward; 32900 wrapping to a 16-bit year of the Julian rule.
-    struct Case {
-        int32_t n;
-        const char16_t* date;
-        int32_t day;
-    };
     // clang-format off
-    const Case cases[] = {
+    const struct { int32_t n; const char16_t* date; int32_t day; } cases[] = {
         {INT32_MIN, u"", 7}, {-1661267722, u"", 7}, {-657414, u"", 7}, {-657413, u"00000101", -6},
         {-657072, u"00001207", -1}, {-657071, u"00001208", 7}, {0, u"17991231", 2}, {1, u"18000101", 3},
         {-292179, u"10000101", 3}, {-652893, u"00120519", 6}, {73049, u"20000101", 6}, {2958465, u"99000101", 1},
@@ -97,8 +82,7 @@ TEST(DayNumber, WholeRangeToDatesAndWeekdays) {
         const int32_t week = integer_week_number(c.n, e.err);
         EXPECT_EQ(e.id(), date.empty() ? kErrDayNumber : 0u) << c.n;
         EXPECT_TRUE(date.empty() ? week == -1 : week >= 0 && week <= 54) << c.n;
-        // The part selectors cut the same text: the year is what precedes
-        // the month and day.
+        // The part selectors cut the same text: the year is what precedes the month and day.
         const std::size_t y = date.empty() ? 0 : date.size() - 4;
         EXPECT_EQ(integer_to_date(c.n, u"A", e.err), date.substr(0, y));
         EXPECT_EQ(integer_to_date(c.n, u"m", e.err), date.substr(y, date.empty() ? 0 : 2));
@@ -106,9 +90,8 @@ TEST(DayNumber, WholeRangeToDatesAndWeekdays) {
     }
 }
 
-// Every date found past the four-digit years is the one whose day number is
-// n, wherever the 16-bit leap rule agrees with the day-number formula's, and
-// has a week number and a weekday.
+// Past the four-digit years the date of n has day number n (where the 16-bit leap rule agrees), a week, a
+// day.
 TEST(DayNumber, LargeAndSixtyFourBitDayNumbers) {
     kp::test::XorShift g;
     Err e;
@@ -128,8 +111,7 @@ TEST(DayNumber, LargeAndSixtyFourBitDayNumbers) {
             ++failures;
         }
     }
-    // The 64-bit day numbers end with the year 2147483646; beyond, and at the
-    // ends of int64_t, there is no date (and no overflow).
+    // 64-bit day numbers end with the year 2147483646; beyond, and at the ends of int64_t, no date.
     for (int64_t n : {INT64_MAX, INT64_MAX - 657071, int64_t{1} << 50, INT64_MIN, INT64_MIN + 1})
         EXPECT_FALSE(date_of(n)) << n;
     auto far = date_of(784351000000);
@@ -153,8 +135,7 @@ TEST(Validation, DatesAndTimesRecordTheirIdentifiers) {
         Date d;
         EXPECT_EQ(parse_date(date, d, &e.err), id == 0)
             << std::string(date, date + std::char_traits<char16_t>::length(date));
-        EXPECT_EQ(e.id(), id);
-        EXPECT_EQ(e.rec.severity, id ? 2 : 1);
+        EXPECT_EQ(std::pair(e.id(), e.rec.severity), std::pair(id, id ? 2 : 1));
         EXPECT_EQ(date_valid(date), id == 0);
     }
     // clang-format off
@@ -166,9 +147,8 @@ TEST(Validation, DatesAndTimesRecordTheirIdentifiers) {
     for (const auto& [time, id] : time_cases) {
         Err e2;
         Time t;
-        EXPECT_FALSE(parse_time(time, t, &e2.err));
+        EXPECT_FALSE(parse_time(time, t, &e2.err) || time_valid(time));
         EXPECT_EQ(e2.id(), id);
-        EXPECT_EQ(time_valid(time), 0);
     }
     Err e2;
     EXPECT_EQ(time_to_integer(u"1230", e2.err), 4500000);
@@ -199,9 +179,8 @@ TEST(IntegerConversions, TimesDatesAndDayNumbers) {
     EXPECT_EQ(std::pair(e2.id(), e3.id()), (std::pair<uint32_t, uint32_t>(kErrNegativeTime, kErrDateLength)));
 }
 
-// 2021 begins on a Friday: 1 to 3 January are in week 0.  2024 begins on a
-// Monday; its last days stay in week 53.  2020 begins on a Wednesday: the
-// first days are in week 1.
+// 2021 begins on a Friday (1-3 January in week 0), 2024 on a Monday (its last days in week 53), 2020 on a
+// Wednesday (week 1).
 TEST(Calendar, WeekNumbersDifferencesAndAges) {
     Err e;
     const std::pair<const char16_t*, int32_t> cases[] = {
@@ -219,36 +198,35 @@ TEST(Calendar, WeekNumbersDifferencesAndAges) {
     EXPECT_EQ(date_difference(u"20240101", u"20241231", e2.err), 365);
     EXPECT_EQ(date_difference(u"20241231", u"20240101", e2.err), -365);
     EXPECT_EQ(time_difference(u"1230", u"1200", e2.err), -180000);
+    // clang-format off
     const std::tuple<const char16_t*, const char16_t*, const char16_t*> differences[] = {
-        {u"2024010112000000", u"2024010112000000", u"+000000000000000"},
-        {u"2024010212000000", u"20240101", u"-000000112000000"},
-        {u"20240101", u"2025010101020304", u"+000036601020304"},
-        {u"2024010", u"20240101", u""},
-        {u"2024010125000000", u"20240101", u""}};
+        {u"2024010112000000", u"2024010112000000", u"+000000000000000"}, {u"2024010", u"20240101", u""},
+        {u"2024010212000000", u"20240101", u"-000000112000000"}, {u"2024010125000000", u"20240101", u""},
+        {u"20240101", u"2025010101020304", u"+000036601020304"}};
+    // clang-format on
     for (const auto& [a, b, difference] : differences) {
         Err d;
         EXPECT_EQ(date_time_difference(a, b, d.err), difference);
         EXPECT_EQ(d.id(), *difference ? 0u : uint32_t{kErrDateDifference});
     }
     EXPECT_TRUE(e2.clean());
-    EXPECT_EQ(date_difference(u"20240101", u"20240230", e2.err), -1);
-    EXPECT_EQ(e2.id(), kErrDateDifference);
     Err e3;
-    EXPECT_EQ(time_difference(u"1260", u"1200", e3.err), -1);
-    EXPECT_EQ(e3.id(), kErrTimeDifference);
+    EXPECT_EQ(date_difference(u"20240101", u"20240230", e2.err) + time_difference(u"1260", u"1200", e3.err),
+              -2);
+    EXPECT_EQ(std::pair(e2.id(), e3.id()),
+              (std::pair<uint32_t, uint32_t>(kErrDateDifference, kErrTimeDifference)));
     // December lends 31 days.
+    // clang-format off
     const std::tuple<const char16_t*, const char16_t*, const char16_t*> ages[] = {
-        {u"19800615", u"20240615", u"00440000"}, {u"19800615", u"20240614", u"00431130"},
-        {u"20230115", u"20240110", u"00001126"}, {u"20230129", u"20240301", u"00010101"},
-        {u"20240110", u"20240310", u"00000200"}, {u"20240310", u"20240310", u"00000000"},
-        {u"20240311", u"20240310", u""},         {u"2024031", u"20240310", u""},
-        {u"20240310", u"20240230", u""}};
+        {u"19800615", u"20240615", u"00440000"}, {u"19800615", u"20240614", u"00431130"}, {u"20240311", u"20240310", u""},
+        {u"20230115", u"20240110", u"00001126"}, {u"20230129", u"20240301", u"00010101"}, {u"2024031", u"20240310", u""},
+        {u"20240110", u"20240310", u"00000200"}, {u"20240310", u"20240310", u"00000000"}, {u"20240310", u"20240230", u""}};
+    // clang-format on
     for (const auto& [birth, today, result] : ages)
         EXPECT_EQ(age(birth, today), result);
 }
 
-// Easter by an independent formulation (Gauss's algorithm with Lichtenberg's
-// corrections), checked to fall on a Sunday in March or April.
+// Easter against Gauss's algorithm with Lichtenberg's corrections, and on a Sunday.
 TEST(Easter, EveryYearFrom1583To9999) {
     for (int32_t y = 1583; y <= 9999; ++y) {
         int32_t k = y / 100, m = 15 + (3 * k + 3) / 4 - (8 * k + 13) / 25, s = 2 - (3 * k + 3) / 4;
@@ -256,8 +234,7 @@ TEST(Easter, EveryYearFrom1583To9999) {
         int32_t og = 21 + d - r, sz = 7 - (y + y / 4 + s) % 7, oe = 7 - (og - sz) % 7;
         int32_t os = og + oe; // day of March, may run into April
         int32_t month = os > 31 ? 4 : 3, day = os > 31 ? os - 31 : os;
-        std::u16string got = easter(y);
-        ASSERT_EQ(got, format_date(y, month, day)) << y;
+        ASSERT_EQ(easter(y), format_date(y, month, day)) << y;
         ASSERT_EQ(weekday(*day_number(y, month, day)), 7) << y;
     }
     for (int32_t year : {1582, 10000, INT32_MIN})
@@ -280,33 +257,28 @@ class TimeZone : public ::testing::Test {
 TEST_F(TimeZone, UtcToLocalFollowsDaylightSavingAndFailuresRecord80051) {
     Err e;
     // The spring change happens at 01:00 UTC.
-    const std::pair<const char16_t*, const char16_t*> cases[] = {{u"2024011512000000", u"2024011513000000"},
-                                                                 {u"2024070112000042", u"2024070114000042"},
-                                                                 {u"2024033100590000", u"2024033101590000"},
-                                                                 {u"2024033101000000", u"2024033103000000"},
-                                                                 {u"20241231233000", u"2025010100300000"}};
+    // clang-format off
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"2024011512000000", u"2024011513000000"}, {u"2024070112000042", u"2024070114000042"},
+        {u"2024033100590000", u"2024033101590000"}, {u"2024033101000000", u"2024033103000000"},
+        {u"20241231233000", u"2025010100300000"}};
+    // clang-format on
     for (const auto& [utc, local] : cases) {
         EXPECT_EQ(date_time_utc_to_local(utc, e.err), local);
-        if (std::u16string_view(utc).size() == 16) {
-            EXPECT_EQ(date_time_local_to_utc(local, e.err), utc);
-        }
+        EXPECT_EQ(std::u16string_view(utc).size() == 16 ? date_time_local_to_utc(local, e.err) : utc, utc);
     }
     EXPECT_TRUE(e.clean());
-    // Past the last day a date string holds.
-    EXPECT_EQ(date_time_utc_to_local(u"99991231235959", e.err), u"");
+    EXPECT_EQ(date_time_utc_to_local(u"99991231235959", e.err), u""); // past the last day a date string holds
     EXPECT_EQ(e.id(), kErrTimeZone);
     for (const char16_t* bad :
          {u"", u"2024011", u"2024013112000000x", u"2024023012000000", u"15000101", u"2024011525000000"}) {
         Err e, e2;
-        EXPECT_EQ(date_time_utc_to_local(bad, e.err), u"");
-        EXPECT_EQ(date_time_local_to_utc(bad, e2.err), u"");
+        EXPECT_EQ(date_time_utc_to_local(bad, e.err) + date_time_local_to_utc(bad, e2.err), u"");
         EXPECT_EQ(std::pair(e.id(), e2.id()), (std::pair<uint32_t, uint32_t>(kErrTimeZone, kErrTimeZone)));
     }
 }
 
-// Current date and time, the smoothed hundredths and setting the clock,
-// over a clock the test drives.
-
+// Current date and time, the smoothed hundredths and setting the clock, over a clock the test drives.
 class FakeClock : public platform::Clock {
   public:
     platform::SystemTime now{2024, 2, 29, 13, 5, 42, 378, 4};
@@ -316,16 +288,10 @@ class FakeClock : public platform::Clock {
     mutable platform::SystemTime written{};
 
     platform::SystemTime local_time() const override { return now; }
-    bool set_local_time(const platform::SystemTime& t, uint32_t* error) const override {
-        if (refuse) {
-            *error = platform::kErrorPrivilegeNotHeld;
-            return false;
-        }
-        ++writes;
-        written = t;
-        return true;
-    }
     uint32_t tick_ms() const override { return tick; }
+    bool set_local_time(const platform::SystemTime& t, uint32_t* error) const override {
+        return refuse ? (*error = platform::kErrorPrivilegeNotHeld, false) : (++writes, written = t, true);
+    }
 };
 
 TEST(CurrentTime, PlainAndSmoothedReadings) {
@@ -334,8 +300,8 @@ TEST(CurrentTime, PlainAndSmoothedReadings) {
     EXPECT_EQ(date_sys(c), u"20240229");
     EXPECT_EQ(time_sys(c, false, s), u"13054237");
     FakeClock c2;
-    c2.now.milliseconds = 0;
     Smoother s2;
+    c2.now.milliseconds = 0;
     EXPECT_EQ(time_sys(c2, true, s2), u"13054200");
     c2.tick += 456; // the clock still reads the same second
     EXPECT_EQ(time_sys(c2, true, s2), u"13054245");
@@ -345,13 +311,11 @@ TEST(CurrentTime, PlainAndSmoothedReadings) {
     Smoother s3;
     const int64_t base = 3600000;
     EXPECT_EQ(s3.next(base, 0xFFFFFF00u), base);
-    // The tick wraps around 2^32 without a jump.
-    EXPECT_EQ(s3.next(base, 0x100u), base + 512);
-    // More than two seconds of drift: the clock's3 reading wins.
+    EXPECT_EQ(s3.next(base, 0x100u), base + 512); // the tick wraps around 2^32 without a jump
+    // More than two seconds of drift: the clock's reading wins.
     EXPECT_EQ(s3.next(base + 10000, 0x200u), base + 10000);
     EXPECT_EQ(s3.next(base + 10000, 0x200u + 2000), base + 12000);
-    // Past midnight: taken again from the clock.
-    Smoother late;
+    Smoother late; // past midnight: taken again from the clock
     EXPECT_EQ(late.next(86399000, 0), 86399000);
     EXPECT_EQ(late.next(86399000, 1500), 86399000);
 }
@@ -359,8 +323,8 @@ TEST(CurrentTime, PlainAndSmoothedReadings) {
 TEST(SetClock, FieldsInvalidValuesAndRefusal) {
     FakeClock c;
     Err e;
+    const auto& w = c.written;
     auto fields = [&] {
-        const auto& w = c.written;
         return std::vector<int>{w.year, w.month, w.day, w.hour, w.minute, w.second, w.milliseconds};
     };
     EXPECT_TRUE(set_date_sys(u"20231225", c, e.err));
@@ -370,13 +334,11 @@ TEST(SetClock, FieldsInvalidValuesAndRefusal) {
     EXPECT_EQ(e.rec.severity, 1);
     FakeClock c2;
     Err i1, i2, i3;
-    EXPECT_FALSE(set_date_sys(u"20230229", c2, i1.err));
-    EXPECT_FALSE(set_time_sys(u"2500", c2, i2.err));
-    EXPECT_FALSE(set_date_sys(u"", c2, i3.err));
+    EXPECT_FALSE(set_date_sys(u"20230229", c2, i1.err) || set_time_sys(u"2500", c2, i2.err) ||
+                 set_date_sys(u"", c2, i3.err));
     EXPECT_EQ(std::tuple(i1.id(), i2.id(), i3.id()),
               (std::tuple<uint32_t, uint32_t, uint32_t>(kErrFebruary29, kErrHours, kErrDateLength)));
-    // A refusal records the system error.
-    c2.refuse = true;
+    c2.refuse = true; // a refusal records the system error
     Err r1, r2;
     EXPECT_FALSE(set_date_sys(u"20231225", c2, r1.err) || set_time_sys(u"1200", c2, r2.err));
     EXPECT_EQ(r1.rec.severity, 2);
@@ -387,9 +349,7 @@ TEST(SetClock, FieldsInvalidValuesAndRefusal) {
     EXPECT_EQ(c2.writes, 0);
 }
 
-// Inputs of any length and content: every function gives its failure value
-// or a well-formed result.  (The fuzz targets, replayed with the tests, call
-// every reader on such inputs.)
+// Inputs of any length and content: every function gives its failure value or a well-formed result.
 TEST(BadInput, RandomTextGivesFailureValuesOrWellFormedResults) {
     kp::test::XorShift g;
     auto text = [&] {

@@ -28,24 +28,17 @@ const kp_regional_settings kNoNames{};
 
 using kp::test::Err;
 
-// One conversion of a text under a mask and its expected result.
-struct Row {
+struct Row { // a text, a mask and the result
     std::u16string_view in, mask, out;
     const kp_regional_settings* rs = &kFrench;
 };
 using SV = std::u16string_view;
 using Conversion = std::u16string (*)(SV, SV, const kp_regional_settings&);
-const Conversion date_mask = [](SV in, SV mask, const kp_regional_settings& rs) {
-    Err e;
-    return date_to_string(in, &mask, rs, e.err);
-};
-const Conversion time_mask = [](SV in, SV mask, const kp_regional_settings& rs) {
-    Err e;
-    return time_to_string(in, &mask, rs, e.err);
-};
-const Conversion parse = [](SV in, SV mask, const kp_regional_settings& rs) {
-    return string_to_date(in, &mask, rs);
-};
+// clang-format off
+const Conversion date_mask = [](SV in, SV mask, const kp_regional_settings& rs) { Err e; return date_to_string(in, &mask, rs, e.err); };
+const Conversion time_mask = [](SV in, SV mask, const kp_regional_settings& rs) { Err e; return time_to_string(in, &mask, rs, e.err); };
+const Conversion parse = [](SV in, SV mask, const kp_regional_settings& rs) { return string_to_date(in, &mask, rs); };
+// clang-format on
 void check(Conversion f, std::initializer_list<Row> rows) {
     for (const Row& r : rows)
         EXPECT_EQ(f(r.in, r.mask, *r.rs), r.out)
@@ -59,8 +52,7 @@ TEST(DateToString, AbbreviationsTokensDefaultFormAndInvalidDates) {
         {u"", u""}};
     for (const auto& [name, abbreviation] : cases)
         EXPECT_EQ(abbreviate(name), abbreviation);
-    // JJ found: DD stays literal; AAAA found: AA and YY stay literal.  Every
-    // occurrence of the matched spelling is replaced.
+    // JJ found: DD stays literal; AAAA found: AA and YY too.  Every occurrence of the spelling is replaced.
     // clang-format off
     check(date_mask, {
         {u"20240105", u"JJ/MM/AA", u"05/01/24"}, {u"20240105", u"DD-MM-YYYY", u"05-01-2024"},
@@ -100,9 +92,7 @@ TEST(Masks, TimesAndParsedDates) {
     std::u16string_view mask = u"HH:MM";
     EXPECT_EQ(time_to_string(u"126000", &mask, kFrench, e.err), u"");
     EXPECT_EQ(e.rec.id, kErrMinutes);
-    // Followed by MM the two-digit year is not checked as a number; fields
-    // are copied as they stand; a two-digit year that does not read as a
-    // number up to 99 is no year.
+    // Fields are copied as they stand; a two-digit year not reading as a number up to 99 is no year.
     const std::u16string big(50000, u'7'), surrogates(9, u'\xDC00');
     // clang-format off
     check(parse, {
@@ -179,8 +169,8 @@ TEST(Durations, FixedFormsAndMasks) {
 TEST(Names, DayAndMonthFunctions) {
     Err e;
     int32_t friday = date_to_integer(u"20240105", false, e.err); // a Friday
-    // Past the four-digit years the names follow the date; the days of year 0
-    // that IntegerToDay numbers below 1 have no name.
+    // Past the four-digit years names follow the date; days of year 0 that IntegerToDay numbers below 1 have
+    // none.
     // clang-format off
     const std::pair<std::u16string, const char16_t*> names[] = {
         {integer_to_day_in_alpha(friday, kFrench, e.err), u"vendredi"},
@@ -224,16 +214,13 @@ TEST(SystemMask, RegionalPicturesFormatAndParse) {
     EXPECT_EQ(parse_date_picture(u"14 juin 2024", u"d MMMM yyyy", kFrench), u"20240614");
 }
 
-// The replacements one after the other, as written down, with the public
-// token replacement: the reference that the one-pass formatting of common
-// masks must agree with on every mask.
+// The replacements one after the other: the reference the one-pass formatting must agree with on every mask.
 std::u16string reference_date_mask(const Date& d, std::u16string s, const kp_regional_settings& rs) {
     int32_t wd = weekday(*day_number(d.year, d.month, d.day));
     std::u16string day(day_name(rs, wd)), month(month_name(rs, d.month));
     auto num = [](int v, int w) {
         std::string a = std::to_string(v);
-        while (static_cast<int>(a.size()) < w)
-            a.insert(a.begin(), '0');
+        a.insert(0, std::max(0, w - static_cast<int>(a.size())), '0');
         return std::u16string(a.begin(), a.end());
     };
     replace_token(s, u"JJJJ", day);

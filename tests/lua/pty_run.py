@@ -1,9 +1,6 @@
 #!/usr/bin/env python3
-"""Runs a command on a pseudo-terminal, types the lines of standard input one
-at a time (as a user would), and prints everything the terminal showed.
-    pty_run.py COMMAND [ARG...] < keystrokes
-Each line of the input is sent once the program has shown something since
-the previous one; the input ends with Ctrl-D.  Ends when the program does."""
+"""pty_run.py COMMAND [ARG...] < keystrokes: runs COMMAND on a pseudo-terminal, types each line once the
+program has shown something since the previous one, then Ctrl-D, and prints everything the terminal showed."""
 import os
 import pty
 import select

@@ -1,6 +1,5 @@
--- The clipboard between kp120 processes on one device, and table controls
--- built from Lua.  Every process runs without a display (env -u DISPLAY),
--- so the clipboard is the device store of this test's own device root.
+-- The clipboard between kp120 processes without a display (the device store of this test's own root), and
+-- table controls built from Lua.
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 local exe, work = arg[1], arg[2]
 
@@ -8,8 +7,7 @@ local q = T.q
 local root = work .. "/clipboard-device"
 os.execute("rm -rf " .. q(root) .. " && mkdir -p " .. q(root))
 
--- A separate kp120 process on the shared root running a chunk: its command
--- line, and its output.
+-- A separate kp120 process on the shared root running a chunk: its command line, and its output.
 local function cmdline(chunk) return "env -u DISPLAY " .. q(exe) .. " --root " .. q(root) .. " -e " .. q(chunk) end
 local function process(chunk) local out, err = T.run(cmdline(chunk)) return out .. err end
 
@@ -26,10 +24,7 @@ T.group("two processes exchange text through the device store", function()
   for k = 1, 4 do
     writers[k] = assert(io.popen(cmdline('for i = 1, 20 do assert(kp.ToClipboard("writer ' .. k .. ' " .. i)) end io.write("done")') .. " 2>&1"))
   end
-  for k = 1, 4 do
-    T.eq(writers[k]:read("a"), "done", "writer " .. k)
-    writers[k]:close()
-  end
+  for k = 1, 4 do T.eq(writers[k]:read("a"), "done", "writer " .. k) writers[k]:close() end
   T.ok(process('io.write(kp.Clipboard())'):match("^writer %d 20$"), "the last text of one writer")
 end)
 
@@ -41,8 +36,7 @@ io.write(kp.TableToText(t), "|", kp.TableToText(t, 2 + 8, ";", "/"), "|", kp.Tab
 io.write(tostring(kp.TableToClipboard(t, 1, ";", "/", 2)), "|", kp.Clipboard())
 ]])
   T.eq(out, "Name\r\na\r\nb\r\n|Name;Qty/a;1/b;2|b/|true|b/", "exports")
-  -- The refusals of TableToText are tests/clipboard's; a table the
-  -- component cannot read is built here alone.
+  -- The refusals of TableToText are tests/clipboard's; an unreadable table can only be built here.
   T.eq(process('io.write("[", kp.TableToText(kp.table{columns = {"x"}, unreadable = true}), "] ", kp.lasterror().severity)'),
        "[] 2", "an unreadable table")
   T.eq(process('local ok, e = pcall(kp.table, {rows = 3}) io.write(tostring(ok), " ", tostring(e):match("rows must be a table") or e)'),

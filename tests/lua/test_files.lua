@@ -1,11 +1,8 @@
--- Files by name through kp120: walks calling back into Lua (counts, stop on
--- false, user value, recursion, interruption with kp.presskey, a procedure
--- that raises), and the selectors answered by kp.onselect.
+-- Walks calling back into Lua (stop on false, user value, recursion, interruption, a procedure that raises),
+-- and the selectors answered by kp.onselect.
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 
-if not T.provided("fMakeDir", "\\lua") then
-  T.skip("file management not provided")
-end
+if not T.provided("fMakeDir", "\\lua") then T.skip("file management not provided") end
 
 kp.fMakeDir("\\lua\\sub")
 for _, n in ipairs({ "\\lua\\a.txt", "\\lua\\b.txt", "\\lua\\c.log", "\\lua\\sub\\d.txt" }) do
@@ -26,16 +23,10 @@ T.group("procedure forms", function()
 end)
 
 T.group("interruption, a procedure that raises", function()
-  local n = kp.fListFile("\\lua\\*.txt", function(_, _, i)
-    if i == 1 then kp.presskey(27) end
-    return true
-  end, 0, kp.frInterruptible)
+  local n = kp.fListFile("\\lua\\*.txt", function(_, _, i) if i == 1 then kp.presskey(27) end return true end, 0, kp.frInterruptible)
   T.eq(n, 1, "Escape pressed during the first entry")
   local calls = 0
-  T.raises("boom", kp.fListFile, "\\lua\\*.txt", function()
-    calls = calls + 1
-    error("boom")
-  end)
+  T.raises("boom", kp.fListFile, "\\lua\\*.txt", function() calls = calls + 1 error("boom") end)
   T.eq(calls, 1, "the walk stops at the failing call")
   T.eq(kp.fListFile("\\lua\\*.txt", function() return true end), 3, "the next call works")
 end)

@@ -1,6 +1,4 @@
--- kp120 reg export and import: registry editor files out of and into the
--- registry of the command line, the bad lines of a file with their numbers,
--- and nothing written from a file that does not parse.
+-- kp120 reg export and import of registry editor files: bad lines with their numbers, all or nothing.
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 
 local exe, work = arg[1], arg[2]
@@ -14,8 +12,7 @@ local function kp120(reg, args) return q(exe) .. " --root " .. q(work .. "/reg-d
 local function lua(reg, code) return run_ok(kp120(reg, "-e " .. q(code))) end
 local key = q("HKEY_CURRENT_USER\\Software\\Reg")
 
-os.remove(work .. "/a.sqlite3")
-os.remove(work .. "/b.sqlite3")
+for _, f in ipairs({ "a.sqlite3", "b.sqlite3" }) do os.remove(work .. "/" .. f) end
 
 T.group("export: the 5.00 form in UTF-16 and the REGEDIT4 form", function()
   lua("a.sqlite3", [[local k = "HKEY_CURRENT_USER\\Software\\Reg"
@@ -48,8 +45,7 @@ T.group("import: round trip, then all or nothing", function()
   run_ok(kp120("b.sqlite3", "reg import " .. q(work .. "/del.reg")))
   T.eq(lua("b.sqlite3", 'local k = "HKEY_CURRENT_USER\\\\Software\\\\Reg" print(kp.RegistryListValue(k), kp.RegistryFirstSubKey(k) == "")'),
     "n\ttrue\n", "value and key deleted")
-  -- A name no file can hold is left out and said; a database that is not
-  -- one refuses the import with its system error.
+  -- A name no file can hold is left out and said; a file that is no database refuses the import.
   lua("b.sqlite3", 'assert(kp.RegistrySetValue("HKEY_CURRENT_USER\\\\Software\\\\Reg", "two\\nlines", 1))')
   local out, err2, code2 = run(kp120("b.sqlite3", "reg export --regedit4 " .. key))
   T.eq(code2, 0, "export with a name left out")

@@ -1,5 +1,4 @@
--- Values of the kp table that need no component function: buffers,
--- currency, variables, JSON and WTF-8 round trips.
+-- Values of the kp table that need no component function: buffers, currency, variables, JSON, WTF-8.
 local T = dofile((arg[0]:match("^(.*)/") or ".") .. "/testlib.lua")
 
 T.group("buffers from bytes and hex, and their bad input", function()
@@ -9,9 +8,7 @@ T.group("buffers from bytes and hex, and their bad input", function()
   T.eq(kp.hex("4100FF"), b, "hex digits in either case")
   T.eq(#kp.buffer() + #kp.hex(""), 0, "empty buffer and empty hex")
   T.ok(kp.hex("00") ~= kp.hex("0000"), "different lengths differ")
-  T.raises("odd number", kp.hex, "abc")
-  T.raises("position 3", kp.hex, "00zz")
-  T.raises("kp.hex", kp.hex, 12)
+  for _, c in ipairs({ { "odd number", "abc" }, { "position 3", "00zz" }, { "kp.hex", 12 } }) do T.raises(c[1], kp.hex, c[2]) end
   T.raises("kp.buffer", kp.buffer, {})
 end)
 
@@ -33,8 +30,7 @@ T.group("variables", function()
   T.eq(tostring(kp.var(kp.currency("2")).value), "2.000000", "currency")
   local v = kp.var()
   v.value = 42
-  T.eq(v.value, 42, "assigned")
-  T.raises("only the field 'value'", function() return v.other end)
+  T.eq(v.value, 42, "assigned")  T.raises("only the field 'value'", function() return v.other end)
   T.raises("only the field 'value'", function() v.other = 1 end)
 end)
 

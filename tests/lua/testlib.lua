@@ -1,12 +1,13 @@
--- testlib.lua - checks for the Lua tests of the kp120 command.
--- Each group runs in its own pcall; the script exits 1 when any failed.
+-- testlib.lua - checks for the Lua tests of kp120: each group runs in its own pcall; exit 1 when any failed.
 local T = { failed = 0, groups = 0 }
 
 local function show(v) return type(v) == "string" and string.format("%q", v) or tostring(v) end
 
-function T.eq(got, want, what)
-  if got ~= want then error(string.format("%s: got %s, want %s", what or "value", show(got), show(want)), 2) end
+local function differ(got, want, what, level)
+  if got ~= want then error(string.format("%s: got %s, want %s", what, show(got), show(want)), level + 1) end
 end
+
+function T.eq(got, want, what) differ(got, want, what or "value", 2) end
 
 function T.ok(cond, what)
   if not cond then error((what or "condition") .. " is false", 2) end
@@ -14,9 +15,7 @@ end
 
 -- Checks every row {got, want, what} of a table with T.eq.
 function T.rows(rows)
-  for i, r in ipairs(rows) do
-    if r[1] ~= r[2] then error(string.format("%s: got %s, want %s", r[3] or i, show(r[1]), show(r[2])), 2) end
-  end
+  for i, r in ipairs(rows) do differ(r[1], r[2], r[3] or i, 2) end
 end
 
 -- Calls f(...) and expects a Lua error whose message contains `needle`.
@@ -28,8 +27,7 @@ function T.raises(needle, f, ...)
   return msg
 end
 
--- True when calling kp[name] with these arguments works; false when this
--- build does not provide it (the group is then skipped by its caller).
+-- True when calling kp[name] with these arguments works; false when this build does not provide it.
 function T.provided(name, ...)
   local ok, msg = pcall(kp[name], ...)
   if ok then return true end
@@ -40,14 +38,9 @@ end
 function T.group(name, f)
   T.groups = T.groups + 1
   local ok, msg = xpcall(f, debug.traceback)
-  if ok then
-    print("ok     " .. name)
-  elseif tostring(msg):find("^SKIP") then
-    print("skip   " .. name .. " (" .. tostring(msg):gsub("\n.*", "") .. ")")
-  else
-    T.failed = T.failed + 1
-    print("FAILED " .. name .. "\n" .. tostring(msg))
-  end
+  if ok then print("ok     " .. name)
+  elseif tostring(msg):find("^SKIP") then print("skip   " .. name .. " (" .. tostring(msg):gsub("\n.*", "") .. ")")
+  else T.failed = T.failed + 1 print("FAILED " .. name .. "\n" .. tostring(msg)) end
 end
 
 function T.skip(why) error("SKIP: " .. why, 0) end
@@ -56,21 +49,11 @@ function T.skip(why) error("SKIP: " .. why, 0) end
 function T.q(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
 
 -- The whole content of a file, and a file written whole.
-function T.read(path)
-  local f = assert(io.open(path, "rb"))
-  local s = f:read("a")
-  f:close()
-  return s
-end
+function T.read(path) local f <close> = assert(io.open(path, "rb")) return f:read("a") end
 
-function T.write(path, s)
-  local f = assert(io.open(path, "wb"))
-  f:write(s)
-  f:close()
-end
+function T.write(path, s) local f <close> = assert(io.open(path, "wb")) f:write(s) end
 
--- Runs a shell command line (standard input from `input`, or none);
--- returns its stdout, stderr and exit code.
+-- Runs a shell command line (standard input from `input`, or none): its stdout, stderr and exit code.
 function T.run(cmdline, input)
   local errfile, infile = os.tmpname(), input and os.tmpname()
   if infile then T.write(infile, input) end
@@ -78,8 +61,7 @@ function T.run(cmdline, input)
   local out = p:read("a")
   local _, _, code = p:close()
   local err = T.read(errfile)
-  os.remove(errfile)
-  if infile then os.remove(infile) end
+  os.remove(errfile) if infile then os.remove(infile) end
   return out, err, code
 end
 

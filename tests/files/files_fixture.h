@@ -1,5 +1,4 @@
-// files_fixture.h - a host over a temporary device root, with helpers to
-// put bytes on the device and read them back.
+// files_fixture.h - a host over a temporary device root, with helpers to put and get its bytes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -35,10 +34,8 @@ inline std::string capture(const std::string& command) {
 
 constexpr int64_t kAny = INT64_MIN;
 
-// One call of a table and what it gives: the result as text (a Boolean
-// true/false, a number in decimal, nothing "none", bytes one character
-// each; "*": not checked), then the record's severity, identifier and
-// system code (kAny: not checked).
+// A call and its result as text (true/false, decimal, "none", bytes one a character; "*": unchecked),
+// then the record's severity, identifier and system code (kAny: unchecked).
 struct Expect {
     const char* fn;
     std::vector<Value> args;

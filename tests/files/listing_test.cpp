@@ -1,5 +1,4 @@
-// listing_test.cpp - walks with a procedure of the host and their text forms,
-// the trash against trash-cli, and the selectors answered by the host.
+// listing_test.cpp - walks with a host procedure, their text forms, the trash (trash-cli), selectors.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,9 +1,9 @@
-// stream_test.cpp - IXStream on its own (the failure protocol, exact and
-// counted reads, the line readers, lengths, locks) and the handle table.
+// stream_test.cpp - IXStream on its own (failures, reads, line readers, lengths, locks), the handle table.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include "files/stream.h"
 #include "files/streams.h"
@@ -44,10 +44,8 @@ class Stream : public ::testing::Test {
 TEST_F(Stream, FailedOpenRecordsTheErrorAndOpenAlwaysTellsWhetherItCreated) {
     for (uint32_t how : {platform::kOpenExisting, platform::kTruncateExisting}) {
         EXPECT_FALSE(open(s, "none", kGenericRead, how));
-        EXPECT_EQ(rec.severity, 3);
-        EXPECT_EQ(rec.system_code, 2u);
-        EXPECT_EQ(s.GetLastError(), 2u);
-        EXPECT_EQ(platform::last_error(), 2u);
+        EXPECT_EQ(std::tuple(rec.severity, rec.system_code, s.GetLastError(), platform::last_error()),
+                  std::tuple(3, 2u, 2u, 2u));
     }
     rec.severity = 1;
     for (bool expected : {true, false}) {
@@ -56,31 +54,27 @@ TEST_F(Stream, FailedOpenRecordsTheErrorAndOpenAlwaysTellsWhetherItCreated) {
         EXPECT_EQ(created, expected);
         s.Close();
     }
-    EXPECT_EQ(platform::last_error(), platform::kErrorAlreadyExists);
-    EXPECT_EQ(rec.severity, 1);
+    EXPECT_EQ(std::tuple(platform::last_error(), rec.severity), std::tuple(platform::kErrorAlreadyExists, 1));
 }
 
 TEST_F(Stream, ExactReadsFailShortCountedReadsDoNot) {
     ASSERT_TRUE(open(s, "r", kGenericRead, platform::kOpenExisting, "abc", 3));
     char buf[8];
     EXPECT_FALSE(s.Read(buf, 5));
-    EXPECT_EQ(rec.system_code, 0u); // the system read itself succeeded
-    EXPECT_EQ(s.GetPosition(), 3u);
+    EXPECT_EQ(std::tuple(rec.system_code, s.GetPosition()), std::tuple(0u, 3u)); // the system read succeeded
     rec.severity = 1;
     EXPECT_TRUE(s.ReadAt(0, buf, 2));
     EXPECT_EQ(rec.severity, 1);
     uint32_t n = 0;
     EXPECT_TRUE(s.Read(buf, 8, &n));
-    EXPECT_EQ(n, 1u);
-    EXPECT_EQ(s.GetLength(), 3);
+    EXPECT_EQ(std::tuple(n, s.GetLength()), std::tuple(1u, 3));
     // A write-only stream cannot read.
     IXStream w;
     w.bind(&e.err);
     ASSERT_TRUE(open(w, "w", platform::kGenericWrite, platform::kCreateAlways));
     n = 9;
     EXPECT_FALSE(w.Read(buf, 4, &n));
-    EXPECT_EQ(n, 0u);
-    EXPECT_EQ(rec.system_code, 5u);
+    EXPECT_EQ(std::tuple(n, rec.system_code), std::tuple(0u, 5u));
 }
 
 TEST_F(Stream, SeekLengthsExtendAndPrintf) {
@@ -89,8 +83,7 @@ TEST_F(Stream, SeekLengthsExtendAndPrintf) {
     EXPECT_EQ(s.GetPosition(), 10u);
     EXPECT_EQ(s.Seek(-4, 1), 6);
     EXPECT_EQ(s.Seek(-11, 2), -1);
-    EXPECT_EQ(rec.system_code, 131u);
-    EXPECT_EQ(s.GetPosition(), 6u);
+    EXPECT_EQ(std::tuple(rec.system_code, s.GetPosition()), std::tuple(131u, 6u));
     EXPECT_TRUE(s.SetLength(-2, 1));
     EXPECT_EQ(s.GetLength(), 8);
     EXPECT_FALSE(s.SetLength(0, 2));
@@ -158,12 +151,10 @@ TEST_F(Stream, LocksAndReopen) {
     EXPECT_EQ(other.GetPosition(), 0u);
     EXPECT_TRUE(other.Write("D", 1));
     EXPECT_TRUE(other.Close());
-    EXPECT_FALSE(other.is_open());
-    EXPECT_TRUE(other.Close()); // nothing open: no effect
+    EXPECT_TRUE(!other.is_open() && other.Close()); // nothing open: no effect
 }
 
-// Slots 0 and 1 are placeholders; the last freed slot is given first; the
-// table grows by its step; a slot given again finds its new record.
+// Slots 0 and 1 are placeholders; the last freed slot is given first; the table grows by its step.
 TEST(FileHandleTable, SlotsReuseAndGrowth) {
     FileHandleTable t(5);
     EXPECT_EQ(t.capacity(), 0);
@@ -182,14 +173,10 @@ TEST(FileHandleTable, SlotsReuseAndGrowth) {
     EXPECT_EQ(t.in_use(), 3);
     EXPECT_EQ(t.insert(&a), 4);
     EXPECT_EQ(t.insert(&c), 2);
-    EXPECT_EQ(t.find(4), &a);
-    EXPECT_EQ(t.find(2), &c);
-    EXPECT_EQ(t.used(), 5);
+    EXPECT_EQ((std::tuple{t.find(4), t.find(2), t.used()}), std::tuple(&a, &c, 5));
     for (int i = 0; i < 1001; ++i)
         t.insert(&b);
-    EXPECT_EQ(t.used(), 1006);
-    EXPECT_EQ(t.capacity(), 1010);
-    EXPECT_EQ(t.find(1005), &b);
+    EXPECT_EQ(std::tuple(t.used(), t.capacity(), t.find(1005)), std::tuple(1006, 1010, &b));
     for (int32_t bad : {-1, 0, 1, 1006, 1 << 30, INT32_MIN, INT32_MAX}) {
         EXPECT_EQ(t.find(bad), nullptr) << bad;
         EXPECT_EQ(t.remove(bad), nullptr) << bad;

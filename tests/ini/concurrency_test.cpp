@@ -1,5 +1,4 @@
-// concurrency_test.cpp - several processes on one INI file: writers lose
-// nothing, readers never see a half-rewritten file.
+// concurrency_test.cpp - processes on one INI file: writers lose nothing, readers see no half rewrite.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -25,8 +24,7 @@ int wait_for(pid_t pid) {
 TEST(IniProcesses, TwoWritersOfAThousandKeysEachLoseNothing) {
     kp::test::TempDir dir;
     const std::u16string file = platform::from_utf8((dir.path() / "shared.ini").string());
-    // A key after both sections: every insertion moves it, so a reader that
-    // could see a file in the middle of a rewrite would miss it.
+    // A key after both sections: every insertion moves it, a reader of a half rewrite would miss it.
     const std::string key = "key", present = "present";
     uint32_t code = 0;
     for (const char* section : {"first", "second", "witness"})

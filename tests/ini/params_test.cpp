@@ -1,5 +1,4 @@
-// params_test.cpp - saved parameters: the pure rules, round trips in both
-// stores, their layout, deletion.
+// params_test.cpp - saved parameters: pure rules, round trips in both stores, their layout, deletion.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -14,8 +13,6 @@
 namespace kp::files::params {
 namespace {
 
-// --- Pure rules ------------------------------------------------------------------
-
 TEST(ParamRules, PathsSplitAtTheLastSeparator) {
     const std::tuple<std::u16string, std::u16string, std::u16string> cases[] = {
         {u"size", u"", u"size"},         {u"win/size", u"win", u"size"}, {u"win.size", u"win", u"size"},
@@ -29,13 +26,11 @@ TEST(ParamRules, PathsSplitAtTheLastSeparator) {
 }
 
 TEST(ParamRules, EscapingAndSections) {
-    const std::pair<std::u16string, std::u16string> cases[] = {
-        {u"a b", u"a\\_b"},
-        {u"C:\\dir\\f", u"C:\\\\dir\\\\f"},
-        {u"l1\r\nl2\tx", u"l1\\r\\nl2\\tx"},
-        {u" \\_", u"\\_\\\\_"},
-        {u"", u""},
-    };
+    const std::pair<std::u16string, std::u16string> cases[] = {{u"a b", u"a\\_b"},
+                                                               {u"C:\\dir\\f", u"C:\\\\dir\\\\f"},
+                                                               {u"l1\r\nl2\tx", u"l1\\r\\nl2\\tx"},
+                                                               {u" \\_", u"\\_\\\\_"},
+                                                               {u"", u""}};
     for (const auto& [plain, escaped] : cases) {
         EXPECT_EQ(escape(plain), escaped);
         EXPECT_EQ(unescape(escaped), plain);
@@ -59,30 +54,25 @@ TEST(ParamRules, RealsAsTheShortestTextThatReadsBack) {
 
 TEST(ParamRules, ConversionsToTheDefaultsKind) {
     using K = Param::Kind;
+    using P = Param;
+    // clang-format off
     const std::tuple<Param, K, bool, Param> cases[] = {
-        {Param::string(u"42"), K::Int, true, Param::integer(42)},
-        {Param::string(u" -7 "), K::Int, true, Param::integer(-7)},
-        {Param::string(u"4.5"), K::Int, false, {}},
-        {Param::string(u"3000000000"), K::Int, false, {}},
-        {Param::string(u"3000000000"), K::Int64, true, Param::int64(3000000000)},
-        {Param::string(u"9223372036854775807"), K::Int64, true, Param::int64(INT64_MAX)},
-        {Param::string(u"1"), K::Bool, true, Param::boolean(true)},
-        {Param::string(u"0"), K::Bool, true, Param::boolean(false)},
-        {Param::string(u"yes"), K::Bool, false, {}},
-        {Param::integer(1), K::Bool, true, Param::boolean(true)},
-        {Param::string(u"2,5"), K::Real, true, Param::real(2.5)},
-        {Param::integer(12), K::Text, true, Param::string(u"12")},
-        {Param::string(u"ab"), K::Bytes, true, Param::buffer({'a', 'b'})},
-        {Param::buffer({1, 2}), K::Int, false, {}},
-    };
+        {P::string(u"42"), K::Int, true, P::integer(42)}, {P::string(u" -7 "), K::Int, true, P::integer(-7)},
+        {P::string(u"4.5"), K::Int, false, {}},           {P::string(u"3000000000"), K::Int, false, {}},
+        {P::string(u"3000000000"), K::Int64, true, P::int64(3000000000)},
+        {P::string(u"9223372036854775807"), K::Int64, true, P::int64(INT64_MAX)},
+        {P::string(u"1"), K::Bool, true, P::boolean(true)},
+        {P::string(u"0"), K::Bool, true, P::boolean(false)},
+        {P::string(u"yes"), K::Bool, false, {}},          {P::integer(1), K::Bool, true, P::boolean(true)},
+        {P::string(u"2,5"), K::Real, true, P::real(2.5)}, {P::integer(12), K::Text, true, P::string(u"12")},
+        {P::string(u"ab"), K::Bytes, true, P::buffer({'a', 'b'})}, {P::buffer({1, 2}), K::Int, false, {}}};
+    // clang-format on
     for (const auto& [value, kind, ok, want] : cases) {
         Param out;
         EXPECT_EQ(convert_to(value, kind, out), ok);
         EXPECT_TRUE(!ok || out == want);
     }
 }
-
-// --- Through the component ---------------------------------------------------------
 
 using files::test::DeviceTest;
 using files::test::I;
@@ -121,8 +111,7 @@ class Params : public DeviceTest {
             {u"g.sub/real", Value::real(0.1)},
             {u"g.sub/tiny", Value::real(-4.9e-324)},
             {u"text", S(u" lead, trail \\ tab\t CR\r LF\n \u00e9 = [x] ;")},
-            {u"buffer", Value::buffer(bytes)},
-        };
+            {u"buffer", Value::buffer(bytes)}};
         for (auto& [name, v] : values)
             EXPECT_EQ(save(name, v).error.severity, 1) << std::string(name.begin(), name.end());
         for (auto& [name, v] : values) {
@@ -254,8 +243,7 @@ TEST_F(Params, DeleteRemovesAValueOrAWholeGroup) {
     }
 }
 
-// A group hundreds of registry levels deep is deleted without recursion: on
-// a thread with a 192 KiB stack, a frame a level would overflow it.
+// A group 600 registry levels deep is deleted without recursion, on a 192 KiB stack.
 TEST_F(Params, DeleteTakesADeepGroupOnASmallStack) {
     init(0, u"Software\\DeepTest");
     std::u16string group = u"deep";

@@ -38,7 +38,6 @@ class Listing : public DeviceTest {
             args.push_back(std::move(v));
         return call_with(fn, args).result.i;
     }
-    // The names seen, separated by blanks.
     static std::u16string names(const std::vector<Seen>& seen) {
         std::u16string out;
         for (const Seen& s : seen)
@@ -66,10 +65,8 @@ TEST_F(Listing, ProcedureForms) {
         int64_t n = walk(fn, path, {I(42), I(options)}, seen);
         EXPECT_EQ(names(seen), expected);
         EXPECT_EQ(n, static_cast<int64_t>(std::count(expected.begin(), expected.end(), u' ') + 1));
-        for (std::size_t k = 0; k < seen.size(); ++k) {
-            EXPECT_EQ(seen[k].number, static_cast<int64_t>(k + 1));
-            EXPECT_EQ(seen[k].user, 42);
-        }
+        for (std::size_t k = 0; k < seen.size(); ++k)
+            EXPECT_EQ(std::tuple(seen[k].number, seen[k].user), std::tuple(int64_t(k + 1), 42));
     }
 }
 
@@ -132,8 +129,7 @@ TEST_F(Listing, LoopsUnreadableDirectoriesAndFailingProcedures) {
         EXPECT_EQ(walk("fListFile", u"\\d\\*.txt", {}, seen), 3); // left out, the walk goes on
         chmod(host_path("d/sub").c_str(), 0755);
     }
-    // No procedure: no crash.
-    call("fListFile", {S(u"\\d\\*"), Value::none()});
+    call("fListFile", {S(u"\\d\\*"), Value::none()}); // no procedure: no crash
 }
 
 TEST_F(Listing, RecycleBinSeenByTrashList) {
@@ -145,9 +141,8 @@ TEST_F(Listing, RecycleBinSeenByTrashList) {
     const char* old = std::getenv("XDG_DATA_HOME");
     std::string saved = old ? old : "";
     setenv("XDG_DATA_HOME", home.c_str(), 1);
-    put("r/one.txt", "1");
-    put("r/two.txt", "2");
-    put("r/three.dat", "3");
+    for (const char* f : {"r/one.txt", "r/two.txt", "r/three.dat"})
+        put(f, "1");
     EXPECT_EQ(call("fDelete", {S(u"\\r\\one.txt"), I(0x100)}).result.i, 1);
     EXPECT_EQ(call("fDelete", {S(u"\\r\\*.txt"), I(0x100)}).result.i, 1);
     put("r/one.txt", "again");
@@ -167,8 +162,8 @@ TEST_F(Listing, RecycleBinSeenByTrashList) {
     EXPECT_NE(listing.find(one, first + 1), std::string::npos) << listing; // both deletions of one.txt
     EXPECT_NE(listing.find(two), std::string::npos) << listing;
     EXPECT_EQ(listing.find("three"), std::string::npos) << listing;
-    EXPECT_TRUE(fs::exists(home / "Trash/files/one.txt"));
-    EXPECT_TRUE(fs::exists(home / "Trash/info/one.txt.trashinfo"));
+    EXPECT_TRUE(fs::exists(home / "Trash/files/one.txt") &&
+                fs::exists(home / "Trash/info/one.txt.trashinfo"));
 }
 
 TEST_F(Listing, SelectorsAnsweredByTheHost) {
@@ -184,11 +179,9 @@ TEST_F(Listing, SelectorsAnsweredByTheHost) {
               answer);
     EXPECT_EQ(call("fSelectDir", {S(u"\\"), S(u"Pick")}).result.s, answer);
     ASSERT_EQ(asked.size(), 2u);
-    EXPECT_EQ(asked[0].kind, KP_SELECT_FILE);
-    EXPECT_EQ(asked[0].texts.size(), 5u);
-    EXPECT_EQ(asked[0].texts[3], u"Text|*.txt");
-    EXPECT_EQ(asked[0].options, 3);
-    EXPECT_EQ(asked[1].kind, KP_SELECT_DIRECTORY);
+    ASSERT_EQ(asked[0].texts.size(), 5u);
+    EXPECT_EQ(std::tuple(asked[0].kind, asked[0].texts[3], asked[0].options, asked[1].kind),
+              std::tuple(KP_SELECT_FILE, u"Text|*.txt", 3, KP_SELECT_DIRECTORY));
     // An answer longer than the first buffer comes back whole.
     answer = u"\\" + std::u16string(5000, u'x');
     EXPECT_EQ(call("fGraphicFilter", {}).result.s, answer);

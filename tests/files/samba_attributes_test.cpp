@@ -15,7 +15,6 @@ namespace {
 
 using host::Value;
 
-// The Python of the system: Samba's bindings are packaged for it.
 constexpr const char* kPython = "/usr/bin/python3";
 
 std::string run_python(const std::string& script, const std::string& args = "") {

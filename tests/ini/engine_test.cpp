@@ -34,7 +34,6 @@ class Engine : public ::testing::Test {
         std::ifstream f(path(), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
     }
-    // The text with "|" standing for CR LF.
     static std::string crlf(std::string s) {
         for (std::size_t i = 0; (i = s.find('|', i)) != std::string::npos; i += 2)
             s.replace(i, 1, "\r\n");

@@ -1,5 +1,4 @@
-// The zone list itself: positions at both ends, deletion under the current
-// position, seek, and the key order of the sort.
+// The zone list itself: positions at both ends, deletion under the current position, seek, sort order.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -30,7 +29,6 @@ Item money(int64_t millionths) {
     return Item::currency(b);
 }
 
-// Short makers for the key tables.
 const auto R = [](double v) { return Item::real(v); };
 const auto L = [](int64_t v) { return Item::int64(v); };
 const auto T = [](const char16_t* s) { return Item::string(s); };

@@ -195,9 +195,8 @@ TEST(ProgramStart, ASwapAfterTheResolutionDoesNotRedirect) {
         {"binary", "/bin/false", "/bin/true", true, 1},
         {"script", script, "/bin/true", false, pf::kErrorAccessDenied}};
     for (const auto& [what, original, replacement, started, want] : rows) {
-        fs::remove_all(d);
-        fs::remove_all(other);
-        fs::remove_all(dir.path() / "d.old");
+        for (const fs::path& p : {d, other, dir.path() / "d.old"})
+            fs::remove_all(p);
         fs::create_directories(d);
         fs::create_directories(other);
         fs::copy_file(original, d / "prog");

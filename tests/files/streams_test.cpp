@@ -195,25 +195,21 @@ TEST_F(Streams, WriteForms) {
 TEST_F(Streams, SeekSizeAndReadCounts) {
     put("s.bin", "0123456789");
     const int64_t h = open(u"\\s.bin", kReadWrite);
+    // clang-format off
     const auto L = [](int64_t v) { return Value::int64(v); };
     expect_calls({
-        {"fSeek", {I(h), L(-3), I(2)}, u"7"},
-        {"fSeek", {I(h), L(-2), I(1)}, u"5"},
-        {"fSeek", {I(h), L(100), I(0)}, u"100"},
-        {"fSeek", {I(h), L(0), I(3)}, u"-1", kAny, 80023},
-        {"fSeek", {I(h), L(-1), I(0)}, u"-1", 2, kAny, 131},
-        {"fSeek", {I(h), L(0), I(1)}, u"100"},
+        {"fSeek", {I(h), L(-3), I(2)}, u"7"}, {"fSeek", {I(h), L(-2), I(1)}, u"5"},
+        {"fSeek", {I(h), L(100), I(0)}, u"100"}, {"fSeek", {I(h), L(0), I(3)}, u"-1", kAny, 80023},
+        {"fSeek", {I(h), L(-1), I(0)}, u"-1", 2, kAny, 131}, {"fSeek", {I(h), L(0), I(1)}, u"100"},
         // fChangeSize keeps the position inside the file.
-        {"fSeek", {I(h), L(8), I(0)}, u"8"},
-        {"fChangeSize", {I(h), L(5)}, u"true"},
-        {"fSeek", {I(h), L(0), I(1)}, u"5"},
-        {"fSeek", {I(h), L(2), I(0)}, u"2"},
-        {"fChangeSize", {I(h), L(20)}, u"true"},
-        {"fSeek", {I(h), L(0), I(1)}, u"2"},
+        {"fSeek", {I(h), L(8), I(0)}, u"8"}, {"fChangeSize", {I(h), L(5)}, u"true"},
+        {"fSeek", {I(h), L(0), I(1)}, u"5"}, {"fSeek", {I(h), L(2), I(0)}, u"2"},
+        {"fChangeSize", {I(h), L(20)}, u"true"}, {"fSeek", {I(h), L(0), I(1)}, u"2"},
         {"fChangeSize", {I(h), L(-1)}, u"false", 2},
         // Counted reads: a negative count reads nothing, a large one the rest.
         {"fRead", {I(h), I(-5)}, u"none", 1},
     });
+    // clang-format on
     EXPECT_EQ(call("fRead", {I(h), I(100)}).result.bytes,
               (std::vector<uint8_t>{'2', '3', '4', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     expect_calls({{"fRead", {I(h), I(10)}, u"none", 1}});

@@ -212,8 +212,8 @@ TEST_F(Management, Dates) {
 }
 
 TEST_F(Management, TempNamesAreUniqueAndCreated) {
-    EXPECT_EQ(call("fTempPath", {}).result.s, u"\\Temp\\");
-    EXPECT_TRUE(fs::is_directory(host_path("Temp")));
+    EXPECT_EQ((std::tuple{call("fTempPath", {}).result.s, fs::is_directory(host_path("Temp"))}),
+              std::tuple(u"\\Temp\\", true));
     std::set<std::u16string> names;
     for (int i = 0; i < 50; ++i) {
         std::u16string n = call("fTempFile", {S(u"\\Temp"), S(u"kp")}).result.s;
@@ -225,17 +225,15 @@ TEST_F(Management, TempNamesAreUniqueAndCreated) {
 }
 
 TEST_F(Management, Texts) {
-    EXPECT_TRUE(call("fSaveText", {S(u"\\t.txt"), S(u"caf\u00e9\r\n\u20ac")}).result.b);
-    EXPECT_EQ(get("t.txt"), "caf\xE9\r\n\x80");
-    EXPECT_EQ(call("fLoadText", {S(u"\\t.txt")}).result.s, u"caf\u00e9\r\n\u20ac");
-    EXPECT_TRUE(call("fSaveText", {S(u"\\b.bin"), Value::buffer({0xFF, 0xFE, 'h', 0, 'i', 0})}).result.b);
-    EXPECT_EQ(get("b.bin"), std::string("\xFF\xFEh\0i\0", 6));
-    EXPECT_EQ(call("fLoadText", {S(u"\\b.bin")}).result.s, u"hi"); // UTF-16 after its mark
+    expect_calls({{"fSaveText", {S(u"\\t.txt"), S(u"caf\u00e9\r\n\u20ac")}, u"true"},
+                  {"fLoadText", {S(u"\\t.txt")}, u"caf\u00e9\r\n\u20ac"},
+                  {"fSaveText", {S(u"\\b.bin"), Value::buffer({0xFF, 0xFE, 'h', 0, 'i', 0})}, u"true"},
+                  {"fLoadText", {S(u"\\b.bin")}, u"hi"}}); // UTF-16 after its mark
+    EXPECT_EQ(get("t.txt") + get("b.bin"), std::string("caf\xE9\r\n\x80\xFF\xFEh\0i\0", 13));
 }
 
 TEST_F(Management, Directories) {
-    EXPECT_TRUE(call("fMakeDir", {S(u"\\a\\b\\c")}).result.b);
-    EXPECT_TRUE(fs::is_directory(host_path("a/b/c")));
+    EXPECT_TRUE(call("fMakeDir", {S(u"\\a\\b\\c")}).result.b && fs::is_directory(host_path("a/b/c")));
     EXPECT_TRUE(call("fMakeDir", {S(u"\\a\\b")}).result.b); // already there
     EXPECT_EQ(call("fMakeDir_55", {S(u"\\a\\x")}).result.i, 1);
     put("file", "x");

@@ -84,18 +84,16 @@ TEST_F(Streams, ByteOrderMark) {
     call("fWriteLine", {I(h), S(u"h\u00e9")});
     close(h);
     EXPECT_EQ(get("u.txt"), kMark + utf16le(u"h\u00e9\r\n"));
-    close(open(u"\\new.txt", kReadWrite | kCreateIfNotExist | kUnicode));
-    EXPECT_EQ(get("new.txt"), kMark);
     put("old.txt", utf16le(u"x"));
-    close(open(u"\\old.txt", kReadWrite | kCreateIfNotExist | kUnicode));
-    EXPECT_EQ(get("old.txt"), utf16le(u"x"));
+    for (const char16_t* name : {u"\\new.txt", u"\\old.txt"})
+        close(open(name, kReadWrite | kCreateIfNotExist | kUnicode));
+    EXPECT_EQ(std::tuple(get("new.txt"), get("old.txt")), std::tuple(kMark, utf16le(u"x")));
     put("m.txt", kMark + utf16le(u"\u00e9t\u00e9\r\nA\rB\nC\r\nsecond"));
     EXPECT_EQ(lines(u"\\m.txt", kRead | kUnicode),
               (std::vector<std::u16string>{u"\u00e9t\u00e9", u"A\rB\nC", u"second"}));
     put("n.txt", utf16le(u"plain\r\n"));
     h = open(u"\\n.txt", kRead | kUnicode);
-    EXPECT_EQ(tell(h), 0);
-    EXPECT_EQ(line(h), u"plain");
+    EXPECT_EQ((std::tuple{tell(h), line(h)}), std::tuple(0, u"plain"));
     close(h);
 }
 
@@ -235,12 +233,10 @@ TEST_F(Streams, Names) {
     put("Dir/File.TXT", "found\r\n");
     EXPECT_EQ(lines(u"\\DIR\\file.txt"), std::vector<std::u16string>{u"found"});
     close(create(u"\\dir\\FILE.txt"));
-    EXPECT_EQ(get("Dir/File.TXT"), "");
-    EXPECT_FALSE(fs::exists(host_path("dir")));
+    EXPECT_EQ(std::tuple(get("Dir/File.TXT"), fs::exists(host_path("dir"))), std::tuple("", false));
     close(create(u"/sub/../../x.txt"));
-    EXPECT_TRUE(fs::exists(host_path("x.txt")));
     close(create(u"COM9:"));
-    EXPECT_TRUE(fs::exists(host_path("COM9:")));
+    EXPECT_TRUE(fs::exists(host_path("x.txt")) && fs::exists(host_path("COM9:")));
     expect_calls({{"fCreate", {S(u"\\" + std::u16string(10000, u'n'))}, u"-1", kAny, kAny, 206},
                   {"fCreate", {S(std::u16string(u"\\a\0b", 4))}, u"-1", kAny, kAny, 123},
                   {"fCreate", {S(std::u16string(u"\\a") + char16_t(0xD800) + u"b")}, u"-1", kAny, kAny, 123},

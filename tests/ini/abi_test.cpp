@@ -36,11 +36,10 @@ class IniAbi : public DeviceTest {
 
 TEST_F(IniAbi, ShortFormsUseTheWindowsIniOfTheDevice) {
     put("Windows/win.ini", "[Fonts]\r\nArial=arial.ttf\r\n[Ports]\r\nCOM1:=9600\r\n");
-    EXPECT_EQ(read({S(u"")}), u"Fonts\r\nPorts\r\n");
-    EXPECT_EQ(read({S(u"ports")}), u"COM1:\r\n");
-    EXPECT_EQ(read({S(u"FONTS"), S(u"arial")}), u"arial.ttf");
-    EXPECT_EQ(read({S(u"Fonts"), S(u"Times"), S(u"none")}), u"none");
-    EXPECT_EQ(read({S(u"Fonts"), S(u"Times")}), u"");
+    EXPECT_EQ((std::tuple{read({S(u"")}), read({S(u"ports")}), read({S(u"FONTS"), S(u"arial")})}),
+              std::tuple(u"Fonts\r\nPorts\r\n", u"COM1:\r\n", u"arial.ttf"));
+    EXPECT_EQ((std::tuple{read({S(u"Fonts"), S(u"Times"), S(u"none")}), read({S(u"Fonts"), S(u"Times")})}),
+              std::tuple(u"none", u""));
 
     EXPECT_TRUE(write({S(u"Fonts"), S(u"Times"), S(u"times.ttf")}).result.b);
     EXPECT_TRUE(write({S(u"Fonts"), S(u"Arial")}).result.b); // (section, key): deletes the key

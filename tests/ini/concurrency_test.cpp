@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "files/ini.h"
@@ -52,8 +53,7 @@ TEST(IniProcesses, TwoWritersOfAThousandKeysEachLoseNothing) {
             if (!read_file(file, &s, &k, kReadMax, kCp, out) || out != "present") _exit(1);
         }
     }
-    EXPECT_EQ(wait_for(a), 0);
-    EXPECT_EQ(wait_for(b), 0);
+    EXPECT_EQ((std::tuple{wait_for(a), wait_for(b)}), std::tuple(0, 0));
     kill(reader, SIGKILL);
     EXPECT_EQ(wait_for(reader), 100 + SIGKILL) << "the reader saw the witness key missing";
 

@@ -67,9 +67,8 @@ TEST(Zone, NavigationAtBothEnds) {
                                             : z.previous();
             const int at = s[1] - '0';
             SCOPED_TRACE(std::string(steps) + " step " + std::to_string((s - steps) / 2));
-            EXPECT_EQ(at ? 10 * at : -1, value_of(el));
-            EXPECT_EQ(at == 0, z.out());
-            EXPECT_EQ(at, z.current());
+            EXPECT_EQ(std::tuple(at ? 10 * at : -1, at == 0, at),
+                      std::tuple(value_of(el), z.out(), z.current()));
         }
     }
 }
@@ -118,10 +117,9 @@ TEST(Zone, SeekFindsTheFirstEqualKeyAcrossNumberTypes) {
     };
     for (const auto& [key, expect] : cases) {
         z.set_position(3);
-        EXPECT_EQ(expect, z.seek(key));
-        EXPECT_EQ(expect != 0, z.found());
         // A failed seek does not move the position.
-        EXPECT_EQ(expect ? expect : 3, z.current());
+        EXPECT_EQ((std::tuple{z.seek(key), z.found(), z.current()}),
+                  std::tuple(expect, expect != 0, expect ? expect : 3));
     }
 }
 
@@ -201,12 +199,10 @@ TEST(Zone, SortDuringIterationFollowsTheCurrentElement) {
     z.set_position(3); // the element 3
     z.sort();
     EXPECT_EQ(std::tuple(3, 3), std::tuple(z.current(), value_of(z.current_element())));
-    EXPECT_EQ(4, value_of(z.next()));
-    EXPECT_EQ(-1, value_of(z.next()));
+    EXPECT_EQ(std::tuple(4, -1), (std::tuple{value_of(z.next()), value_of(z.next())}));
     // Outside, the position stays outside.
     z.sort();
-    EXPECT_TRUE(z.out());
-    EXPECT_EQ(4, value_of(z.previous()));
+    EXPECT_EQ(std::tuple(true, 4), (std::tuple{z.out(), value_of(z.previous())}));
 }
 
 TEST(Zone, ClearForgetsPositionAndFound) {
@@ -239,7 +235,6 @@ TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
         {R(1e30), money(1), 1},      {Item::boolean(true), I(1), 0},
     };
     for (const auto& [a, b, expect] : cases) {
-        EXPECT_EQ(expect, compare(a, b));
-        EXPECT_EQ(-expect, compare(b, a));
+        EXPECT_EQ(std::tuple(expect, -expect), std::tuple(compare(a, b), compare(b, a)));
     }
 }

@@ -1,10 +1,6 @@
-// The device root as a jail: a root seeded with hostile symbolic links
-// (absolute and relative ones to a canary folder beside the root, to a
-// file and to a folder, dangling ones, loops) and every family's
-// name-taking functions called through them.  Nothing outside the root is
-// read, created, changed or deleted; links that stay inside keep working.
-// The suite runs twice: once as the host resolves names (openat2), once
-// with KP120_RESOLVE_WALK=1, which forces the walk component by component.
+// The device root as a jail: hostile links (absolute, relative, dangling, loops) to a canary beside it,
+// every family's name-taking functions called through them; nothing outside is read or changed, links
+// inside work.  Runs with openat2 and with KP120_RESOLVE_WALK=1 (the walk component by component).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -82,39 +78,34 @@ class Confinement : public DeviceTest {
     }
 };
 
-// One call through a hostile name: it may fail, but it neither changes the
-// canary nor hands back what the canary holds (its content, a name in it, or
-// the size of secret.txt).
+// A call through a hostile name may fail, but neither changes the canary nor returns its content,
+// a name in it or the size of secret.txt.
 TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
     auto text = [](const CallOutcome& r) {
         return kp::host::utf8(r.result.s) + " i=" + std::to_string(r.result.i) + ";";
     };
+    // clang-format off
     const std::pair<const char*, std::vector<Value>> calls[] = {
-        {"fLoadText", {S(u"\\Data\\abs_file")}},
-        {"fLoadText", {S(u"\\Data\\rel_file")}},
+        {"fLoadText", {S(u"\\Data\\abs_file")}}, {"fLoadText", {S(u"\\Data\\rel_file")}},
         {"fLoadText", {S(u"\\Data\\rel_dir\\secret.txt")}},
-        {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}},
-        {"fSize", {S(u"\\Data\\abs_file")}},
+        {"fCopyFile", {S(u"\\Data\\in.txt"), S(u"\\Data\\abs_dir\\c")}}, {"fSize", {S(u"\\Data\\abs_file")}},
         {"INIRead", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
         {"INIWrite", {S(u"\\Data\\abs_dir\\ini.ini"), S(u"s"), S(u"k")}},
-        {"fDirSize", {S(u"\\Data\\abs_dir")}},
-        {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
+        {"fDirSize", {S(u"\\Data\\abs_dir")}}, {"fSaveText", {S(u"\\Data\\abs_dir\\new.txt"), S(u"x")}},
         {"fSaveText", {S(u"\\Data\\dangling"), S(u"x")}},
         {"fSaveText", {S(u"\\Data\\dangling_rel"), S(u"x")}},
         {"fRename", {S(u"\\Data\\sub\\deep.txt"), S(u"\\Data\\abs_dir\\moved.txt")}},
         {"fAttributeReadOnly", {S(u"\\Data\\abs_file"), Value::boolean(true)}},
         {"fAttribute", {S(u"\\Data\\abs_dir\\secret.txt"), S(u"+H")}},
-        {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}},
-        {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
+        {"fTempFile", {S(u"\\Data\\abs_dir"), S(u"kp")}}, {"fMakeDir", {S(u"\\Data\\abs_dir\\made")}},
         {"fCrypt", {S(u"\\Data\\in.txt"), S(u"\\Data\\rel_dir\\enc"), S(u"key")}},
         {"fDelete", {S(u"\\Data\\abs_dir\\secret.txt")}},
         {"fDelete", {S(u"\\Data\\out*"), I(8)}}, // wildcard, read-only included
-        {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}},
-        {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
+        {"fRemoveDir", {S(u"\\Data\\abs_dir\\sub"), I(1)}}, {"fRemoveDir", {S(u"\\Data\\rel_dir"), I(1)}},
         {"ExeRun", {S(u"\\Data\\prog"), I(1), I(1)}}, // waits for the program
-        {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}},
-        {"SysDir", {I(21)}},
+        {"ExeInfo", {S(u"COPYRIGHT"), S(u"\\Data\\abs_file")}}, {"SysDir", {I(21)}},
         {"_zipCreate_old", {S(u"a"), S(u"\\Data\\abs_dir\\a.zip")}}};
+    // clang-format on
     auto check = [&](const std::string& what, const std::function<std::string()>& run) {
         const auto before = snapshot();
         const std::string got = run();
@@ -161,9 +152,7 @@ TEST_F(Confinement, NoFamilyReachesOutsideTheRoot) {
     });
 }
 
-// Links whose target lies inside keep working: relative ones, absolute ones
-// read from the root, folders; a loop fails with 1921 and writing through a
-// dangling link creates its target inside the root.
+// Links inside work (absolute ones from the root); a loop fails with 1921; a dangling one is made inside.
 TEST_F(Confinement, LinksInsideWork) {
     const std::pair<const char16_t*, std::u16string> rows[] = {{u"\\Data\\in_rel", u"inside"},
                                                                {u"\\Data\\in_abs", u"windows"},
@@ -181,9 +170,7 @@ TEST_F(Confinement, LinksInsideWork) {
     EXPECT_TRUE(fs::is_regular_file(root / "Data" / "made.txt")); // the target, read from the root
 }
 
-// The root's descriptor is kept between calls: a root replaced at its path
-// (renamed, another made in its place) is taken up at the first name not
-// found in the one kept, and the old one is no longer looked in.
+// A root replaced at its path is taken up at the first name not found in the kept one.
 TEST_F(Confinement, ARootReplacedAtItsPathIsTakenUp) {
     EXPECT_TRUE(call("fFileExist", {S(u"\\Data\\in.txt")}).result.b);
     fs::rename(root, root.string() + ".old");
@@ -194,11 +181,8 @@ TEST_F(Confinement, ARootReplacedAtItsPathIsTakenUp) {
     EXPECT_TRUE(fs::exists(root / "Data" / "made.txt"));
 }
 
-// A program runs from the file its name resolved to: a folder on its path
-// swapped for a link between the resolution and the start does not change
-// what runs (a binary), or makes the start fail with 5 (a script, which its
-// interpreter is given by path).  The device root of these calls is the
-// host's "/".
+// A folder swapped for a link between resolution and start: a binary runs the file resolved, a script
+// (given to its interpreter by path) fails with 5.  The device root here is "/".
 TEST(ProgramStart, ASwapAfterTheResolutionDoesNotRedirect) {
     namespace pf = kp::platform;
     kp::test::TempDir dir;
@@ -211,9 +195,8 @@ TEST(ProgramStart, ASwapAfterTheResolutionDoesNotRedirect) {
         {"binary", "/bin/false", "/bin/true", true, 1},
         {"script", script, "/bin/true", false, pf::kErrorAccessDenied}};
     for (const auto& [what, original, replacement, started, want] : rows) {
-        fs::remove_all(d);
-        fs::remove_all(other);
-        fs::remove_all(dir.path() / "d.old");
+        for (const fs::path& p : {d, other, dir.path() / "d.old"})
+            fs::remove_all(p);
         fs::create_directories(d);
         fs::create_directories(other);
         fs::copy_file(original, d / "prog");

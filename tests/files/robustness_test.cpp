@@ -1,5 +1,4 @@
-// robustness_test.cpp - random files: the line reader gives the file back
-// exactly.
+// robustness_test.cpp - random files: the line reader gives the file back exactly.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -14,14 +13,9 @@
 namespace kp::files {
 namespace {
 
-// Without a host the device root is "/": names are host paths here.  Random
-// files rich in the pieces of the line end, each line against a plain
-// search: ANSI files against the plain 1252 decoder (high bytes at every
-// offset of the reader's 16-byte blocks), read in turn into a
-// new string and into one string kept from line to line, some with lines
-// longer than the read-ahead and high bytes; Unicode files (no byte-order
-// mark), where 0D 00 0A 00 is searched byte by byte and so found at odd
-// offsets too, wherever it falls in the reader's 16-byte blocks.
+// Random files rich in CR and LF, each line against a plain search (names are host paths): ANSI against
+// the 1252 decoder, into a new string and a kept one, some lines past the read-ahead; UTF-16 without a mark,
+// where 0D 00 0A 00 is found at odd offsets too.
 TEST(LineReaderProperty, LinesAndLineEndsGiveTheFileBack) {
     kp::test::TempDir dir;
     const std::string path = (dir.path() / "r.txt").string();

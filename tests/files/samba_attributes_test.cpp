@@ -1,7 +1,4 @@
-// Hidden, system and archive attributes against Samba itself: the records
-// of user.DOSATTRIB are made and read by Samba's own Python bindings
-// (python3-samba), both ways.  Skipped, saying why, where the bindings or
-// user extended attributes are missing.
+// Attributes against Samba: user.DOSATTRIB records made and read by its Python bindings (python3-samba).
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -18,7 +15,6 @@ namespace {
 
 using host::Value;
 
-// The Python of the system: Samba's bindings are packaged for it.
 constexpr const char* kPython = "/usr/bin/python3";
 
 std::string run_python(const std::string& script, const std::string& args = "") {
@@ -40,16 +36,12 @@ std::string from_hex(const std::string& hex) {
 
 std::string to_hex(const std::string& bytes) {
     std::string out;
-    char buf[3];
-    for (unsigned char c : bytes) {
-        std::snprintf(buf, sizeof buf, "%02x", c);
-        out += buf;
-    }
+    for (unsigned char c : bytes)
+        out += {"0123456789abcdef"[c >> 4], "0123456789abcdef"[c & 15]};
     return out;
 }
 
-// A record of `version` made by Samba: attributes, hex text, creation time
-// (LONG: a name longer than a small fixed buffer).
+// A record of `version` made by Samba (LONG: a name longer than a small fixed buffer).
 constexpr const char* kMake = R"(
 LONG = 'n' * 200
 def make(version, attrib, create=0, name=''):
@@ -101,8 +93,7 @@ class SambaAttributes : public DeviceTest {
     }
 };
 
-// Samba writes, the component reads: every version, and a record longer than
-// a small fixed buffer (version 2 with a long name).
+// Samba writes, the component reads: every version, one longer than a small buffer.
 TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
     // The last stays: a hidden file is not listed by frNoHiddenFile.
     const std::pair<const char*, const char16_t*> rows[] = {
@@ -120,8 +111,7 @@ TEST_F(SambaAttributes, RecordsSambaWritesAreRead) {
     EXPECT_EQ(call("fListFile", {S(u"\\*.txt"), I(0x102)}).result.s, u"\\g.txt");
 }
 
-// The component writes, Samba reads: version 5 with an empty text, keeping the
-// creation time and the attributes it does not manage of the record there.
+// The component writes version 5 with an empty text, keeping the record's creation time and other bits.
 TEST_F(SambaAttributes, RecordsTheComponentWritesAreReadBySamba) {
     put("f.txt", "x");
     store("f.txt", records(std::array{std::pair{"make(4, 0x2100, 0x01d9000011112222)", 0}})[0]);
@@ -135,14 +125,11 @@ for h in sys.argv[1:]:
     i = d.info
     print(repr(d.attrib_hex), d.version, i.valid_flags, hex(i.attrib), hex(i.create_time))
 )";
-    // The records go to Python as arguments of the script.
     const std::string out = run_python(read, to_hex(stored("f.txt")) + " " + to_hex(stored("new.txt")));
     EXPECT_EQ(out, "'' 5 17 0x2106 0x1d9000011112222\n'' 5 1 0x20 0x0\n");
 }
 
-// The creation time a record keeps is the file's creation date and time, in
-// every version that has one; a record without one (or with 0) leaves the
-// file system's.
+// A record's creation time (any version) is the file's; without one (or 0), the file system's.
 TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
     put("f.txt", "x");
     auto created = [&] { return call("fDateTime", {S(u"\\f.txt"), S(u""), I(1)}).result.s; };
@@ -166,8 +153,7 @@ TEST_F(SambaAttributes, TheRecordsCreationTimeIsTheFilesCreationTime) {
     }
 }
 
-// A record cut anywhere or of an unknown version: the attributes of the text
-// when it has them, else those of a file without the attribute; never more.
+// A record cut anywhere or of an unknown version: the text's attributes if any, else none.
 TEST_F(SambaAttributes, TruncatedAndUnknownRecords) {
     const std::vector<std::string> made =
         records(std::array{std::pair{"make(5, 0x06, 3)", 0}, std::pair{"make(3, 0x02, 1)", 0}});

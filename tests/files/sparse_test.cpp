@@ -1,5 +1,4 @@
-// Sparse files: fCopyFile keeps the holes of its source and fCompare
-// compares contents, a hole reading as zeros.
+// Sparse files: fCopyFile keeps the holes; fCompare compares contents, a hole reading as zeros.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,8 +13,7 @@ constexpr off_t kMiB = 1 << 20;
 
 class Sparse : public DeviceTest {
   protected:
-    // A 64 MiB file with data at the given MiB offsets (64 KiB each, bytes
-    // from `seed`), the rest holes.
+    // A 64 MiB file with 64 KiB of data at each MiB offset of `at`, the rest holes.
     void sparse(const std::string& rel, std::initializer_list<int> at, char seed = 'a') {
         put(rel, "");
         int fd = ::open(host_path(rel).c_str(), O_WRONLY);

@@ -36,11 +36,10 @@ class IniAbi : public DeviceTest {
 
 TEST_F(IniAbi, ShortFormsUseTheWindowsIniOfTheDevice) {
     put("Windows/win.ini", "[Fonts]\r\nArial=arial.ttf\r\n[Ports]\r\nCOM1:=9600\r\n");
-    EXPECT_EQ(read({S(u"")}), u"Fonts\r\nPorts\r\n");
-    EXPECT_EQ(read({S(u"ports")}), u"COM1:\r\n");
-    EXPECT_EQ(read({S(u"FONTS"), S(u"arial")}), u"arial.ttf");
-    EXPECT_EQ(read({S(u"Fonts"), S(u"Times"), S(u"none")}), u"none");
-    EXPECT_EQ(read({S(u"Fonts"), S(u"Times")}), u"");
+    EXPECT_EQ((std::tuple{read({S(u"")}), read({S(u"ports")}), read({S(u"FONTS"), S(u"arial")})}),
+              std::tuple(u"Fonts\r\nPorts\r\n", u"COM1:\r\n", u"arial.ttf"));
+    EXPECT_EQ((std::tuple{read({S(u"Fonts"), S(u"Times"), S(u"none")}), read({S(u"Fonts"), S(u"Times")})}),
+              std::tuple(u"none", u""));
 
     EXPECT_TRUE(write({S(u"Fonts"), S(u"Times"), S(u"times.ttf")}).result.b);
     EXPECT_TRUE(write({S(u"Fonts"), S(u"Arial")}).result.b); // (section, key): deletes the key
@@ -78,8 +77,7 @@ TEST_F(IniAbi, IntegerFormsDeleteWithZeroAndRefuseAnythingElse) {
 TEST_F(IniAbi, ExplicitFilesThatCannotBeWrittenReport80294) {
     put("ro.ini", "[s]\r\n");
     std::filesystem::permissions(host_path("ro.ini"), std::filesystem::perms::owner_read);
-    // No section with an explicit file is refused; the default file fails
-    // quietly (no \Windows folder on this device).
+    // No section with an explicit file is refused; the default file fails quietly (no \Windows here).
     const Value k = S(u"k"), v = S(u"v");
     expect_calls({{"INIWrite", {S(u"s"), k, v, S(u"\\no such dir\\a.ini")}, u"false", kAny, 80294, 3},
                   {"INIWrite", {S(u""), k, v, S(u"\\a.ini")}, u"false", kAny, 80294},
@@ -124,8 +122,7 @@ TEST_F(IniAbi, ValuesAreCutAt8191Characters) {
     EXPECT_EQ(read4(u"s", u"k", u"\\big.ini"), big);
 }
 
-// Files of a megabyte without a line end or of nothing but one character
-// (random files: the ini_engine fuzz target).
+// Files of a megabyte of one character or without a line end (random ones: the ini_engine fuzz target).
 TEST_F(IniAbi, BadFilesNeverCrash) {
     for (const std::string& f :
          {std::string(1 << 20, '\0'), std::string(1 << 20, '['), "[s]" + std::string(1 << 20, 'k')}) {

@@ -1,10 +1,10 @@
-// concurrency_test.cpp - several processes on one INI file: writers lose
-// nothing, readers never see a half-rewritten file.
+// concurrency_test.cpp - processes on one INI file: writers lose nothing, readers see no half rewrite.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "files/ini.h"
@@ -25,8 +25,7 @@ int wait_for(pid_t pid) {
 TEST(IniProcesses, TwoWritersOfAThousandKeysEachLoseNothing) {
     kp::test::TempDir dir;
     const std::u16string file = platform::from_utf8((dir.path() / "shared.ini").string());
-    // A key after both sections: every insertion moves it, so a reader that
-    // could see a file in the middle of a rewrite would miss it.
+    // A key after both sections: every insertion moves it, a reader of a half rewrite would miss it.
     const std::string key = "key", present = "present";
     uint32_t code = 0;
     for (const char* section : {"first", "second", "witness"})
@@ -54,8 +53,7 @@ TEST(IniProcesses, TwoWritersOfAThousandKeysEachLoseNothing) {
             if (!read_file(file, &s, &k, kReadMax, kCp, out) || out != "present") _exit(1);
         }
     }
-    EXPECT_EQ(wait_for(a), 0);
-    EXPECT_EQ(wait_for(b), 0);
+    EXPECT_EQ((std::tuple{wait_for(a), wait_for(b)}), std::tuple(0, 0));
     kill(reader, SIGKILL);
     EXPECT_EQ(wait_for(reader), 100 + SIGKILL) << "the reader saw the witness key missing";
 

@@ -1,5 +1,4 @@
-// The memory-zone functions through the component module: named and
-// default zones, values of every simple type, failures, threads, size.
+// The memory-zone functions through the component module: named and default zones, types, failures, size.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -7,16 +6,16 @@
 #include <tuple>
 #include <unistd.h>
 
-#include "support/test_host.h"
+#include "files/files_fixture.h"
 
 using kp::host::CallOutcome;
 using kp::host::CallStatus;
 using kp::host::Value;
+using namespace kp::files::test;
 
 namespace {
 
-struct MemAbi : ::testing::Test {
-    kp::test::HostFixture fx;
+struct MemAbi : DeviceTest {
     CallOutcome call(const char* name, std::vector<Value> args) {
         CallOutcome out = fx.host->call(name, args);
         EXPECT_EQ(CallStatus::Ok, out.status) << name << ": " << out.detail;
@@ -26,14 +25,10 @@ struct MemAbi : ::testing::Test {
         ASSERT_TRUE(fx.host->loaded()) << fx.host->load_error();
         call("MemDeleteAll", {});
     }
-    static Value S(const char16_t* s) { return Value::string(s); }
-    static Value I(int64_t i) { return Value::integer(i); }
 };
 
-// AddressSanitizer keeps freed blocks in quarantine: resident memory says
-// nothing about the zones there.  ThreadSanitizer's shadow memory and the
-// history it keeps of every access multiply what ten million zone elements
-// cost beyond the machine.
+// AddressSanitizer's quarantine hides what the zones give back; ThreadSanitizer's shadow memory
+// makes ten million elements exceed the machine.
 #ifndef __has_feature
 #define __has_feature(x) 0
 #endif
@@ -79,43 +74,33 @@ TEST_F(MemAbi, DefaultZoneRoundTripsEverySimpleType) {
 }
 
 TEST_F(MemAbi, NamedZonesAreSeparateFromTheDefaultOne) {
-    EXPECT_TRUE(call("MemCreate", {S(u"orders")}).result.b);
-    EXPECT_FALSE(call("MemCreate", {S(u"orders")}).result.b); // exists: false, no error
-    EXPECT_TRUE(call("MemExist", {S(u"orders")}).result.b);
-    EXPECT_FALSE(call("MemExist", {S(u"Orders")}).result.b); // names compare exactly
-    EXPECT_TRUE(call("MemExist", {S(u"")}).result.b);        // the default zone
-    call("MemAdd", {S(u"orders"), S(u"first"), I(2)});
-    call("MemAdd", {S(u"orders"), S(u"second"), I(1)});
-    call("MemAdd", {I(99)});
-    EXPECT_EQ(2, call("MemCount", {S(u"orders")}).result.i);
-    EXPECT_EQ(1, call("MemCount", {}).result.i);
-    // French names reach the same functions.
-    EXPECT_TRUE(call("MemTrie", {S(u"orders")}).result.b);
-    EXPECT_EQ(u"second", call("MemPremier", {S(u"orders")}).result.s);
-    EXPECT_EQ(1, call("MemKeyVal", {S(u"orders")}).result.i);
-    EXPECT_EQ(99, call("MemFirst", {}).result.i);
-    call("MemDeleteAll", {S(u"orders")});
-    EXPECT_EQ(0, call("MemCount", {S(u"orders")}).result.i);
-    EXPECT_TRUE(call("MemExist", {S(u"orders")}).result.b);
+    // An existing zone is not created again, without an error; names compare exactly; "" is the default
+    // zone; the French names (MemTrie, MemPremier) reach the same functions.
+    // clang-format off
+    expect_calls({{"MemCreate", {S(u"orders")}, u"true"}, {"MemCreate", {S(u"orders")}, u"false", 1},
+                  {"MemExist", {S(u"orders")}, u"true"}, {"MemExist", {S(u"Orders")}, u"false"},
+                  {"MemExist", {S(u"")}, u"true"}, {"MemAdd", {S(u"orders"), S(u"first"), I(2)}, u"1"},
+                  {"MemAdd", {S(u"orders"), S(u"second"), I(1)}, u"2"}, {"MemAdd", {I(99)}, u"1"},
+                  {"MemCount", {S(u"orders")}, u"2"}, {"MemCount", {}, u"1"},
+                  {"MemTrie", {S(u"orders")}, u"true"}, {"MemPremier", {S(u"orders")}, u"second"},
+                  {"MemKeyVal", {S(u"orders")}, u"1"}, {"MemFirst", {}, u"99"},
+                  {"MemDeleteAll", {S(u"orders")}, u"*"}, {"MemCount", {S(u"orders")}, u"0"},
+                  {"MemExist", {S(u"orders")}, u"true"}});
+    // clang-format on
 }
 
 TEST_F(MemAbi, SeekFoundAndPositionThroughTheInterface) {
-    // A string first argument names a zone: the values here are numbers.
+    // A string first argument names a zone: the values here are numbers.  MemModify(3, "w") makes the key
+    // of element 3 its new value; seeking a missing key gives 0 (the position after it: Zone tests).
     for (const char16_t* k : {u"x", u"y", u"x"})
         call("MemAdd", {I(0), S(k)});
-    EXPECT_FALSE(call("MemFound", {}).result.b);
-    EXPECT_EQ(2, call("MemSeek", {S(u"y")}).result.i);
-    EXPECT_TRUE(call("MemFound", {}).result.b);
-    EXPECT_EQ(2, call("MemCurrent", {}).result.i);
-    EXPECT_EQ(u"y", call("MemKeyVal", {}).result.s);
-    EXPECT_EQ(0, call("MemSeek", {S(u"z")}).result.i); // the position after it: Zone tests
-    EXPECT_TRUE(call("MemSetPosition", {I(3)}).result.b);
-    EXPECT_TRUE(call("MemModify", {I(3), S(u"w")}).result.b); // the key becomes the value
-    EXPECT_EQ(3, call("MemSeek", {S(u"w")}).result.i);
-    EXPECT_TRUE(call("MemDelete", {I(1)}).result.b);
-    EXPECT_EQ(u"w", call("MemRetrieve", {I(2)}).result.s);
-    EXPECT_EQ(u"", call("MemNext", {}).result.s);
-    EXPECT_TRUE(call("MemOut", {}).result.b);
+    // clang-format off
+    expect_calls({{"MemFound", {}, u"false"}, {"MemSeek", {S(u"y")}, u"2"}, {"MemFound", {}, u"true"},
+                  {"MemCurrent", {}, u"2"}, {"MemKeyVal", {}, u"y"}, {"MemSeek", {S(u"z")}, u"0"},
+                  {"MemSetPosition", {I(3)}, u"true"}, {"MemModify", {I(3), S(u"w")}, u"true"},
+                  {"MemSeek", {S(u"w")}, u"3"}, {"MemDelete", {I(1)}, u"true"}, {"MemRetrieve", {I(2)}, u"w"},
+                  {"MemNext", {}, u""}, {"MemOut", {}, u"true"}});
+    // clang-format on
 }
 
 TEST_F(MemAbi, FailuresGiveTheFailureValueAndAnIdentifier) {
@@ -123,9 +108,8 @@ TEST_F(MemAbi, FailuresGiveTheFailureValueAndAnIdentifier) {
     auto fails = [&](const char* fn, std::vector<Value> args) {
         SCOPED_TRACE(fn);
         CallOutcome out = call(fn, args);
-        EXPECT_EQ(80001u, out.error.id);
-        EXPECT_EQ(2, out.error.severity);
-        EXPECT_FALSE(out.error.message.empty());
+        EXPECT_EQ(std::tuple(80001u, 2, false),
+                  std::tuple(out.error.id, out.error.severity, out.error.message.empty()));
         EXPECT_TRUE(out.result.i == 0 && !out.result.b && out.result.s.empty());
     };
     // Positions outside the zone, and zones that do not exist: 80001.
@@ -141,8 +125,7 @@ TEST_F(MemAbi, FailuresGiveTheFailureValueAndAnIdentifier) {
     EXPECT_EQ(1, call("MemCount", {}).result.i); // nothing was lost
 }
 
-// Ten million elements: they all fit, memory grows with them only (32 bytes
-// an element plus the vector's slack) and emptying the zone gives it back.
+// Ten million elements fit in 32 bytes each plus slack; emptying the zone gives the memory back.
 TEST_F(MemAbi, TenMillionElements) {
     if (kThreadSanitizer) GTEST_SKIP() << "ten million elements exceed memory under ThreadSanitizer";
     const long before = resident_kb();

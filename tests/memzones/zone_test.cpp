@@ -1,11 +1,11 @@
-// The zone list itself: positions at both ends, deletion under the current
-// position, seek, and the key order of the sort.
+// The zone list itself: positions at both ends, deletion under the current position, seek, sort order.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <tuple>
@@ -29,22 +29,11 @@ Item money(int64_t millionths) {
     return Item::currency(b);
 }
 
-// Short makers for the key tables.
-Item R(double v) {
-    return Item::real(v);
-}
-Item L(int64_t v) {
-    return Item::int64(v);
-}
-Item T(const char16_t* s) {
-    return Item::string(s);
-}
-Item I(int32_t v) {
-    return Item::integer(v);
-}
-Item NaN() {
-    return R(std::numeric_limits<double>::quiet_NaN());
-}
+const auto R = [](double v) { return Item::real(v); };
+const auto L = [](int64_t v) { return Item::int64(v); };
+const auto T = [](const char16_t* s) { return Item::string(s); };
+const auto I = [](int32_t v) { return Item::integer(v); };
+const auto NaN = [] { return R(std::numeric_limits<double>::quiet_NaN()); };
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // Zone of integers 10, 20, ... (keys are the values).
@@ -55,16 +44,12 @@ Zone tens(int n) {
     return z;
 }
 
-int value_of(const Element* el) {
-    return el ? static_cast<int>(el->value.integer_value()) : -1;
-}
+const auto value_of = [](const Element* el) { return el ? static_cast<int>(el->value.integer_value()) : -1; };
 
 } // namespace
 
 TEST(Zone, NavigationAtBothEnds) {
-    // {zone size, steps}: each step a move (First, Last, Next, Previous) and
-    // the current position it reaches (0: outside, MemOut true), the value
-    // there being ten times the position.
+    // {zone size, steps}: each step a move (First Last Next Previous) and the position it reaches (0: out).
     const std::pair<int, const char*> cases[] = {
         {3, "N1N2"},     // next from a fresh zone starts at the first
         {3, "P0N1"},     // previous from a fresh zone stays before
@@ -82,9 +67,8 @@ TEST(Zone, NavigationAtBothEnds) {
                                             : z.previous();
             const int at = s[1] - '0';
             SCOPED_TRACE(std::string(steps) + " step " + std::to_string((s - steps) / 2));
-            EXPECT_EQ(at ? 10 * at : -1, value_of(el));
-            EXPECT_EQ(at == 0, z.out());
-            EXPECT_EQ(at, z.current());
+            EXPECT_EQ(std::tuple(at ? 10 * at : -1, at == 0, at),
+                      std::tuple(value_of(el), z.out(), z.current()));
         }
     }
 }
@@ -101,8 +85,8 @@ TEST(Zone, DeletionKeepsTheCurrentElementOrTheNextOne) {
         Zone z = tens(5);
         z.set_position(at);
         z.remove(remove);
-        EXPECT_EQ(current, z.current()) << at << "/" << remove;
-        EXPECT_EQ(value, value_of(z.current_element())) << at << "/" << remove;
+        EXPECT_EQ(std::tuple(current, value), std::tuple(z.current(), value_of(z.current_element())))
+            << at << "/" << remove;
     }
     // Deleting the current element inside a loop visits every other one once.
     Zone z = tens(6);
@@ -133,17 +117,15 @@ TEST(Zone, SeekFindsTheFirstEqualKeyAcrossNumberTypes) {
     };
     for (const auto& [key, expect] : cases) {
         z.set_position(3);
-        EXPECT_EQ(expect, z.seek(key));
-        EXPECT_EQ(expect != 0, z.found());
         // A failed seek does not move the position.
-        EXPECT_EQ(expect ? expect : 3, z.current());
+        EXPECT_EQ((std::tuple{z.seek(key), z.found(), z.current()}),
+                  std::tuple(expect, expect != 0, expect ? expect : 3));
     }
 }
 
 TEST(Zone, SortIsStableAndOrdersMixedKeys) {
     Zone z;
-    // Values number the insertion order: -1.5 in currency (3), 5.0 equal to
-    // 5 (1, stays after it), "b" again (11, equal to 0).
+    // Values number the insertion order; ties (5 and 5.0, "b" twice) keep it.
     const Item bytes = Item::buffer(std::vector<uint8_t>{1});
     Item keys[] = {
         T(u"b"),      I(5),   NaN(), money(-1500000), T(u"B"), R(5.0), bytes.clone(),
@@ -155,15 +137,12 @@ TEST(Zone, SortIsStableAndOrdersMixedKeys) {
     std::vector<int> order;
     for (const Element* el = z.first(); el; el = z.next())
         order.push_back(value_of(el));
-    // empty; numbers -inf, -2, -1.5, true, 5, 5.0, NaN; strings "", "B", "b",
-    // "b", "é"; buffers.
+    // empty; numbers -inf, -2, -1.5, true, 5, 5.0, NaN; strings "", "B", "b", "b", "é"; buffers.
     EXPECT_EQ((std::vector<int>{8, 10, 9, 3, 13, 1, 5, 2, 12, 4, 0, 11, 7, 6}), order);
 }
 
-// The sort against a plain stable sort by the key order, on random keys of
-// every kind with many ties (small integers, their reals and currency
-// values, -0 and 0, NaN, integers beyond a real's precision); one round in
-// three has numbers only (no NaN), which the sort gathers by another way.
+// The sort against std::stable_sort on random keys with many ties (-0 and 0, NaN, integers beyond a
+// real's precision); one round in three has numbers only, which the sort gathers by another way.
 TEST(Zone, SortAgreesWithAPlainStableSort) {
     std::mt19937_64 rng(27);
     bool numbers_only = false;
@@ -201,8 +180,7 @@ TEST(Zone, SortAgreesWithAPlainStableSort) {
             z.add(I(i), std::move(k));
         }
         std::vector<int> expected(static_cast<std::size_t>(n));
-        for (int i = 0; i < n; ++i)
-            expected[static_cast<std::size_t>(i)] = i;
+        std::iota(expected.begin(), expected.end(), 0);
         std::stable_sort(expected.begin(), expected.end(), [&](int a, int b) {
             return compare(copy.at(a + 1).key(), copy.at(b + 1).key()) < 0;
         });
@@ -220,14 +198,11 @@ TEST(Zone, SortDuringIterationFollowsTheCurrentElement) {
         z.add(I(v), Item::same_as_value());
     z.set_position(3); // the element 3
     z.sort();
-    EXPECT_EQ(3, z.current());
-    EXPECT_EQ(3, value_of(z.current_element()));
-    EXPECT_EQ(4, value_of(z.next()));
-    EXPECT_EQ(-1, value_of(z.next()));
+    EXPECT_EQ(std::tuple(3, 3), std::tuple(z.current(), value_of(z.current_element())));
+    EXPECT_EQ(std::tuple(4, -1), (std::tuple{value_of(z.next()), value_of(z.next())}));
     // Outside, the position stays outside.
     z.sort();
-    EXPECT_TRUE(z.out());
-    EXPECT_EQ(4, value_of(z.previous()));
+    EXPECT_EQ(std::tuple(true, 4), (std::tuple{z.out(), value_of(z.previous())}));
 }
 
 TEST(Zone, ClearForgetsPositionAndFound) {
@@ -235,9 +210,7 @@ TEST(Zone, ClearForgetsPositionAndFound) {
     z.seek(I(20));
     ASSERT_TRUE(z.found());
     z.clear();
-    EXPECT_EQ(0, z.count());
-    EXPECT_FALSE(z.found());
-    EXPECT_TRUE(z.out());
+    EXPECT_EQ(std::tuple(0, false, true), std::tuple(z.count(), z.found(), z.out()));
     EXPECT_EQ(-1, value_of(z.next()));
 }
 
@@ -247,14 +220,11 @@ TEST(Zone, ValuesOfNoSimpleTypeAreRefused) {
     v.type = KP_T_PROCEDURE; // no conversion hook answers in this process
     Item out = I(1);
     EXPECT_FALSE(kp::memzones::item_from_variant(&v, out, e.err));
-    EXPECT_EQ(80014u, e.id());
-    EXPECT_EQ(KP_SEVERITY_ERROR, e.rec.severity);
+    EXPECT_EQ(std::tuple(80014u, KP_SEVERITY_ERROR), std::tuple(e.id(), e.rec.severity));
 }
 
 TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
-    // Near the ends of 64-bit integers and at a millionth's distance: no
-    // pair may come out equal through a rounded intermediate, whatever the
-    // width of the target's long double.
+    // Near the ends of int64 and a millionth apart: no pair equal through a rounded long double.
     const int64_t max = std::numeric_limits<int64_t>::max(), min = std::numeric_limits<int64_t>::min();
     const double two63 = 9223372036854775808.0;
     const std::tuple<Item, Item, int> cases[] = {
@@ -265,7 +235,6 @@ TEST(Zone, NumericKeysCompareExactlyAcrossTypes) {
         {R(1e30), money(1), 1},      {Item::boolean(true), I(1), 0},
     };
     for (const auto& [a, b, expect] : cases) {
-        EXPECT_EQ(expect, compare(a, b));
-        EXPECT_EQ(-expect, compare(b, a));
+        EXPECT_EQ(std::tuple(expect, -expect), std::tuple(compare(a, b), compare(b, a)));
     }
 }

@@ -1,8 +1,5 @@
-// The clipboard on an X11 display: the component (loaded by the reference
-// host, DISPLAY naming the test's own Xvfb) against xclip as the other
-// client, and the X11 clipboard itself against other Xlib clients: owners
-// that misbehave, a requestor of the owner's answers, a clipboard manager,
-// and a display that goes away.
+// The clipboard on the test's own Xvfb: the component against xclip, and the X11 clipboard
+// against Xlib clients (misbehaving owners, a requestor, a clipboard manager, a lost display).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -16,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "clipboard/images.h"
@@ -35,8 +33,7 @@ namespace clip = kp::platform::clipboard;
 using kp::host::CallStatus;
 using kp::host::Value;
 
-// One server for the whole binary, named by DISPLAY before the component
-// first uses its clipboard.
+// One server for the binary, in DISPLAY before the component first uses its clipboard.
 class TestDisplay : public testing::Environment {
   public:
     void SetUp() override {
@@ -71,9 +68,7 @@ unsigned long clipboard_owner() {
     return owner;
 }
 
-// xclip takes the clipboard as `target` from a process it leaves behind
-// (its output discarded: the process would hold the pipe open); waits until
-// it owns it.
+// xclip takes the clipboard as `target` in a process left behind; waits until it owns it.
 void xclip_in(const std::string& data, const std::string& target = "UTF8_STRING") {
     static kp::test::TempDir dir;
     const std::string file = (dir.path() / "in").string();
@@ -134,23 +129,18 @@ TEST(X11Clipboard, TextPutByTheComponentIsReadByXclipByteForByte) {
 TEST(X11Clipboard, TextPutByXclipIsReadByTheComponent) {
     NEED_DISPLAY();
     Fixture f;
-    struct Case {
-        std::string bytes;
-        const char* target;
-        std::u16string text;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, const char*, std::u16string> cases[] = {
         {"from xclip", "UTF8_STRING", u"from xclip"},
         {"\xC3\xBCn\xC3\xAF \xF0\x9F\x98\x80", "UTF8_STRING", u"\xFCn\xEF \xD83D\xDE00"},
         {"bad \xFF\xFE bytes \xC3", "UTF8_STRING", u"bad \xFFFD\xFFFD bytes \xFFFD"}, // not UTF-8
         {"\xED\xA0\x80 alone", "UTF8_STRING", u"\xFFFD alone"},                       // an encoded surrogate
         {std::string("cut\0here", 8), "UTF8_STRING", u"cut"}, // the text ends at a zero
         {"caf\xE9", "STRING", u"caf\xE9"}};                   // Latin-1 from an old owner
-    for (const Case& c : cases) {
-        xclip_in(c.bytes, c.target);
+    for (const auto& [bytes, target, text] : cases) {
+        xclip_in(bytes, target);
         auto out = f.call("PressePapier");
-        EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(c.text, KP_SEVERITY_NONE))
-            << c.bytes;
+        EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(text, KP_SEVERITY_NONE))
+            << bytes;
         EXPECT_EQ(f.shown(), "1 0 -1x-1");
     }
 }
@@ -158,16 +148,13 @@ TEST(X11Clipboard, TextPutByXclipIsReadByTheComponent) {
 TEST(X11Clipboard, ImagesPutByXclipGiveTheirSize) {
     NEED_DISPLAY();
     Fixture f;
-    struct Case {
-        std::vector<uint8_t> bytes;
-        const char* target;
-        const char* shown;
-    };
-    for (const Case& c : {Case{kp::test::png_header(640, 480), "image/png", "0 1 640x480"},
-                          Case{kp::test::png_header(1, 65535), "image/png", "0 1 1x65535"},
-                          Case{kp::test::dib_header(21, -10, true), "image/bmp", "0 1 21x10"}}) {
-        xclip_in(std::string(c.bytes.begin(), c.bytes.end()), c.target);
-        EXPECT_EQ(f.shown(), c.shown) << c.target;
+    const std::tuple<std::vector<uint8_t>, const char*, const char*> cases[] = {
+        {kp::test::png_header(640, 480), "image/png", "0 1 640x480"},
+        {kp::test::png_header(1, 65535), "image/png", "0 1 1x65535"},
+        {kp::test::dib_header(21, -10, true), "image/bmp", "0 1 21x10"}};
+    for (const auto& [bytes, target, shown] : cases) {
+        xclip_in(std::string(bytes.begin(), bytes.end()), target);
+        EXPECT_EQ(f.shown(), shown) << target;
         auto text = f.call("Clipboard");
         EXPECT_EQ(std::tie(text.result.s, text.error.severity), std::make_tuple(u"", KP_SEVERITY_NONE));
     }
@@ -185,10 +172,7 @@ TEST(X11Clipboard, HundredMegabytesBothWays) {
         << got.size();
     // xclip to the component.
     xclip_in(std::string(100u * 1024 * 1024, 'x'));
-    // Read through a clipboard of the component's kind whose wait for each
-    // piece is long enough for a loaded machine: xclip serves 100 MB in
-    // pieces of its own pace, and the component's 2 s bound is a bound, not
-    // a speed this test should measure.
+    // A 60 s wait for each piece: the component's 2 s bound is no speed for a loaded machine.
     auto cb = clip::make_x11_clipboard(TestDisplay::name(), 60000);
     ASSERT_TRUE(cb);
     std::vector<uint8_t> block;
@@ -200,9 +184,7 @@ TEST(X11Clipboard, HundredMegabytesBothWays) {
 
 // ---- other Xlib clients ----------------------------------------------
 
-// Another client of the test's display with a window of its own, owning the
-// selection `owns` if given.  Given a handler, a thread of its own hands it
-// every event the client receives until the client ends.
+// A client with a window, owning `owns` if given; a thread hands `handler` every event.
 class XClient {
   public:
     using Handler = std::function<void(XClient&, const XEvent&)>;
@@ -243,8 +225,7 @@ class XClient {
     std::thread thread_;
 };
 
-// An owner that never answers, or (incremental) one that starts an
-// incremental answer and stops.
+// An owner that never answers, or one that starts an incremental answer and stops.
 std::unique_ptr<XClient> silent_owner(bool incremental) {
     if (!incremental) return std::make_unique<XClient>("CLIPBOARD");
     return std::make_unique<XClient>("CLIPBOARD", [](XClient& c, const XEvent& ev) {
@@ -281,8 +262,7 @@ TEST(X11Clipboard, AnOwnerThatNeverAnswersGivesATimeout) {
     }
 }
 
-// Our clipboard against itself in another client: what one client puts
-// the other reads, and a format of its own stays with the owner.
+// What one client puts the other reads; a private format stays with the owner.
 TEST(X11Clipboard, TwoClientsOfOneDisplay) {
     NEED_DISPLAY();
     auto a = clip::make_x11_clipboard(TestDisplay::name()), b = clip::make_x11_clipboard(TestDisplay::name());
@@ -327,8 +307,7 @@ TEST(X11Clipboard, ADisplayThatGoesAway) {
     EXPECT_EQ(kp::platform::last_error(), clip::kErrorNotReady);
 }
 
-// What the owner answers a requestor converting CLIPBOARD into a property
-// of its window.
+// The owner's answer to a requestor converting CLIPBOARD into a property of its window.
 struct Answer {
     bool ok = false; // the owner answered with a property
     Atom type = None;
@@ -350,8 +329,7 @@ Answer read(XClient& r, Atom property) {
     if (data) XFree(data);
     return a;
 }
-// Converts `target` into `property` (None: an obsolete request), waiting
-// for the answer with a safety deadline.
+// Converts `target` into `property` (None: an obsolete request), with a safety deadline.
 Answer convert(XClient& r, const char* target, Atom property) {
     XConvertSelection(r.dpy, r.atom("CLIPBOARD"), r.atom(target), property, r.win, CurrentTime);
     XFlush(r.dpy);
@@ -399,9 +377,7 @@ TEST(X11Clipboard, TheOwnerAnswersTimestampMultipleAndLatin1) {
     EXPECT_FALSE(convert(r, "MULTIPLE", None).ok) << "MULTIPLE needs its property";
 }
 
-// A clipboard manager (the freedesktop protocol): it owns CLIPBOARD_MANAGER,
-// and asked for SAVE_TARGETS it converts the clipboard's UTF8_STRING, takes
-// the clipboard and serves the text it kept; a silent one never answers.
+// A freedesktop clipboard manager: on SAVE_TARGETS it takes the text and the clipboard.
 std::unique_ptr<XClient> clipboard_manager(bool answers) {
     return std::make_unique<XClient>("CLIPBOARD_MANAGER", [answers, pending = XSelectionRequestEvent{},
                                                            text = std::string()](XClient& c,
@@ -444,9 +420,7 @@ TEST(X11Clipboard, TextOutlivesItsOwnerThroughTheClipboardManager) {
     }
 }
 
-// The thread's wake-up descriptor cannot be made (no descriptor left): no
-// clipboard (the device store serves instead), rather than one whose calls
-// wait for a thread that never wakes.
+// No descriptor left for the thread's wake-up: no clipboard, not one whose calls never return.
 TEST(X11Clipboard, NoDescriptorForTheThreadGivesNoClipboard) {
     NEED_DISPLAY();
     rlimit old{};

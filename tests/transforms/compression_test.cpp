@@ -94,9 +94,8 @@ TEST(Compress, RoundTripsEveryModeAndSize) {
     }
 }
 
-// The highest literal (0xFF, code 256) and strings that repeat, all 9 bits
-// wide, then the end code; decoding 260 comes before the decoder has made
-// it (the previous string followed by its own first byte).
+// The highest literal (0xFF, code 256) and repeats at 9 bits, then the end code; 260 is decoded
+// before the decoder made it (the previous string and its own first byte).
 TEST(Lzw, LiteralCodesOfKnownInputs) {
     const auto a = 'a' + 1u, b = 'b' + 1u;
     const std::pair<std::string, std::vector<uint32_t>> cases[] = {
@@ -115,8 +114,7 @@ TEST(Lzw, LiteralCodesOfKnownInputs) {
     }
 }
 
-// The encoder's blocks are a stored format: these inputs (short, filling
-// the dictionary many times over, one long run, incompressible, periodic)
+// Blocks are a stored format: short, dictionary-filling, long-run, random and periodic inputs
 // keep giving the same bytes, and read back.
 TEST(Lzw, BlocksOfKnownInputsNeverChange) {
     std::vector<std::vector<uint8_t>> inputs;
@@ -147,8 +145,7 @@ TEST(Lzw, BlocksOfKnownInputsNeverChange) {
 }
 
 TEST(Lzw, PeriodsHandMadeAndForgedStreams) {
-    // Strings that repeat themselves (code = next free code) and overlapping
-    // copies at every short distance.
+    // Strings that repeat themselves (code = next free code), overlapping copies at short distances.
     for (std::size_t period : {1u, 2u, 3u, 15u, 16u, 17u, 250u}) {
         std::vector<uint8_t> data(1 << 20), packed, back;
         for (std::size_t i = 0; i < data.size(); ++i)
@@ -179,8 +176,7 @@ TEST(Lzw, PeriodsHandMadeAndForgedStreams) {
 }
 
 TEST(Dictionary, HandMadeBlocksAndEncoder) {
-    // a, b (adds 256 = "ab"), escape 0 = code 256 (adds 257 = "ba"), a, end;
-    // a, b, a (257 = "ba"), widen to 10 bits, 257, end at 10 bits.
+    // a, b (256 = "ab"), escape 0 = 256 (257 = "ba"), a, end; a, b, a, widen to 10 bits, 257, end.
     for (const auto& payload :
          {pack({{'a', 9}, {'b', 9}, {256, 9}, {0, 9}, {'a', 9}, {256, 9}, {3, 9}}, true),
           pack({{'a', 9}, {'b', 9}, {'a', 9}, {256, 9}, {2, 9}, {257, 10}, {256, 10}, {3, 10}}, true)}) {
@@ -201,8 +197,7 @@ TEST(Dictionary, HandMadeBlocksAndEncoder) {
 }
 
 TEST(Uncompress, BadInputAndCorruptShortStrings) {
-    // Behind a header of mode 1: an unknown method, a stored length beyond
-    // the data, 4 GB promised by an LZW block, a payload length beyond the data.
+    // Mode 1: unknown method, stored length beyond the data, 4 GB promised, payload beyond the data.
     std::vector<uint8_t> unknown(26, 0), stored(35, 1), beyond = block(kMethodLzw, {1, 2, 3}, 10);
     unknown[0] = 9;
     stored[0] = 0;

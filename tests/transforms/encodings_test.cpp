@@ -59,9 +59,7 @@ TEST(Base64Family, SingleBytePaddingAndLineBreaks) {
     }
 }
 
-// The decoding rule written plainly: count the characters that are not
-// line breaks, take trailing "=" off a text of whole groups, and write the
-// groups' bytes up to that count.
+// The decoding rule plainly: skip line breaks, drop trailing "=" of whole groups, write the bytes.
 std::vector<uint8_t> reference_decode(std::u16string_view text, bool padded) {
     auto value = [&](char16_t c) -> uint8_t {
         if (c >= u'A' && c <= u'Z') return static_cast<uint8_t>(c - u'A');
@@ -89,9 +87,8 @@ std::vector<uint8_t> reference_decode(std::u16string_view text, bool padded) {
     return out;
 }
 
-// The vector code of each level the processor has against the portable
-// code, and both against the rule: every length up to a few lines, every
-// character in every lane, and line breaks and "=" at every position.
+// Each vector level against the portable code and the rule: lengths, every character in every
+// lane, line breaks and "=" at every position.
 TEST(Base64Family, VectorCodeAgreesWithPortable) {
     std::vector<Base64Simd> levels = {Base64Simd::None};
     if (base64_simd_available() >= Base64Simd::Ssse3) levels.push_back(Base64Simd::Ssse3);

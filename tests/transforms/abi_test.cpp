@@ -141,8 +141,8 @@ TEST_F(TransformsAbi, FileCryptCopiesTextWrongPasswordAndErrors) {
     EXPECT_EQ(std::u16string(text.begin(), text.end()), make_encoder(2)->encode(data));
     const auto data2 = test::random_bytes(5000, 3);
     put("a.bin", data2);
-    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.enc", u"right", 1, 0).result.b);
-    auto out = run("fUncrypt", u"\\a.enc", u"\\a.out", u"wrong", 1, 0);
+    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.enc", u"right", 2, 0).result.b);
+    auto out = run("fUncrypt", u"\\a.enc", u"\\a.out", u"wrong", 2, 0);
     EXPECT_FALSE(out.result.b);
     EXPECT_EQ(out.error.severity, 2);
     EXPECT_NE(out.error.message.find(kp::catalogue_text(28279, false)), std::u16string::npos);

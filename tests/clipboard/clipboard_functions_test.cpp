@@ -14,7 +14,7 @@
 #include <tuple>
 #include <vector>
 
-#include "clipboard/images.h"
+#include "clipboard/clipboard_util.h"
 #include "component/runtime.h"
 #include "platform/clipboard.h"
 #include "platform/win32_error.h"
@@ -30,6 +30,8 @@ using kp::host::TableControl;
 using kp::host::Value;
 using kp::test::dib_header;
 using kp::test::png_header;
+using kp::test::take;
+using Fixture = kp::test::ClipboardHost;
 
 [[maybe_unused]] const bool kNoDisplay = [] { return unsetenv("DISPLAY") == 0; }();
 
@@ -141,12 +143,6 @@ struct Store {
 
 bool put(clip::Clipboard& cb, uint32_t format, const std::vector<uint8_t>& data) {
     return cb.open() && cb.empty() && cb.set_data(format, data) && cb.close();
-}
-bool take(clip::Clipboard& cb, uint32_t format, std::vector<uint8_t>& out) {
-    if (!cb.open()) return false;
-    const bool ok = cb.get_data(format, out);
-    cb.close();
-    return ok;
 }
 void wait_for(const std::atomic<int>& stage, int value) {
     while (stage != value)
@@ -311,24 +307,6 @@ std::vector<uint8_t> stored(kp::test::HostFixture& fx) {
     take(*clip::make_device_clipboard(fx.device().string()), 13, got);
     return got;
 }
-
-struct Fixture {
-    kp::test::HostFixture fx;
-    kp::host::CallOutcome call(const char* name, std::vector<Value> args) {
-        return fx.host->call(name, args);
-    }
-    Value control(std::shared_ptr<TableControl> t) {
-        return Value::integer(static_cast<int64_t>(fx.host->add_control(std::move(t))));
-    }
-    // What the clipboard calls tell: text (1, 13) and bitmap (2) present, the bitmap's size.
-    std::string shown() {
-        std::string out;
-        for (int64_t format : {1, 13, 2})
-            out += call("ClipboardFormat", {I(format)}).result.b ? "1 " : "0 ";
-        return out + std::to_string(call("ClipboardWidth", {}).result.i) + "x" +
-               std::to_string(call("ClipboardHeight", {}).result.i);
-    }
-};
 
 TEST(TableToText, OptionsSeparatorsRangesAndCells) {
     Fixture f;

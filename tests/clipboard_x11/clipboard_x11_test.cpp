@@ -16,7 +16,7 @@
 #include <tuple>
 #include <vector>
 
-#include "clipboard/images.h"
+#include "clipboard/clipboard_util.h"
 #include "platform/clipboard.h"
 #include "platform/codepage.h"
 #include "platform/win32_error.h"
@@ -32,6 +32,8 @@ namespace {
 namespace clip = kp::platform::clipboard;
 using kp::host::CallStatus;
 using kp::host::Value;
+using kp::test::take;
+using Fixture = kp::test::ClipboardHost;
 
 // One server for the binary, in DISPLAY before the component first uses its clipboard.
 class TestDisplay : public testing::Environment {
@@ -83,26 +85,6 @@ void xclip_in(const std::string& data, const std::string& target = "UTF8_STRING"
 bool put_text(clip::Clipboard& cb, std::u16string_view text) {
     return cb.open() && cb.empty() && cb.set_data(13, clip::block_of_text(text)) && cb.close();
 }
-bool take(clip::Clipboard& cb, uint32_t format, std::vector<uint8_t>& out) {
-    if (!cb.open()) return false;
-    const bool ok = cb.get_data(format, out);
-    return cb.close() && ok;
-}
-
-struct Fixture {
-    kp::test::HostFixture fx;
-    kp::host::CallOutcome call(const char* name, std::vector<Value> args = {}) {
-        return fx.host->call(name, args);
-    }
-    // What the clipboard calls tell: text (1) and bitmap (2) present, the bitmap's size.
-    std::string shown() {
-        std::string out;
-        for (int64_t format : {1, 2})
-            out += call("ClipboardFormat", {Value::integer(format)}).result.b ? "1 " : "0 ";
-        return out + std::to_string(call("ClipboardWidth").result.i) + "x" +
-               std::to_string(call("PressePapierHauteur").result.i);
-    }
-};
 
 TEST(X11Clipboard, TextPutByTheComponentIsReadByXclipByteForByte) {
     NEED_DISPLAY();
@@ -122,7 +104,7 @@ TEST(X11Clipboard, TextPutByTheComponentIsReadByXclipByteForByte) {
         EXPECT_EQ(xclip_out("text/plain\\;charset=utf-8"), utf8);
         // The owner reads its own text back as it was put, lone surrogates included.
         EXPECT_EQ(f.call("Clipboard").result.s, text);
-        EXPECT_EQ(f.shown(), "1 0 -1x-1");
+        EXPECT_EQ(f.shown(), "1 1 0 -1x-1");
     }
 }
 
@@ -141,7 +123,7 @@ TEST(X11Clipboard, TextPutByXclipIsReadByTheComponent) {
         auto out = f.call("PressePapier");
         EXPECT_EQ(std::tie(out.result.s, out.error.severity), std::make_tuple(text, KP_SEVERITY_NONE))
             << bytes;
-        EXPECT_EQ(f.shown(), "1 0 -1x-1");
+        EXPECT_EQ(f.shown(), "1 1 0 -1x-1");
     }
 }
 
@@ -149,9 +131,9 @@ TEST(X11Clipboard, ImagesPutByXclipGiveTheirSize) {
     NEED_DISPLAY();
     Fixture f;
     const std::tuple<std::vector<uint8_t>, const char*, const char*> cases[] = {
-        {kp::test::png_header(640, 480), "image/png", "0 1 640x480"},
-        {kp::test::png_header(1, 65535), "image/png", "0 1 1x65535"},
-        {kp::test::dib_header(21, -10, true), "image/bmp", "0 1 21x10"}};
+        {kp::test::png_header(640, 480), "image/png", "0 0 1 640x480"},
+        {kp::test::png_header(1, 65535), "image/png", "0 0 1 1x65535"},
+        {kp::test::dib_header(21, -10, true), "image/bmp", "0 0 1 21x10"}};
     for (const auto& [bytes, target, shown] : cases) {
         xclip_in(std::string(bytes.begin(), bytes.end()), target);
         EXPECT_EQ(f.shown(), shown) << target;

@@ -61,12 +61,10 @@ TEST(Base64Family, SingleBytePaddingAndLineBreaks) {
 
 // The decoding rule plainly: skip line breaks, drop trailing "=" of whole groups, write the bytes.
 std::vector<uint8_t> reference_decode(std::u16string_view text, bool padded) {
-    auto value = [&](char16_t c) -> uint8_t {
-        if (c >= u'A' && c <= u'Z') return static_cast<uint8_t>(c - u'A');
-        if (c >= u'a' && c <= u'z') return static_cast<uint8_t>(c - u'a' + 26);
-        if (c >= u'0' && c <= u'9') return static_cast<uint8_t>(c - u'0' + 52);
-        if (c == u'+') return 62;
-        return padded && c == u'=' ? 0 : 63;
+    constexpr std::u16string_view alphabet =
+        u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+";
+    auto value = [&](char16_t c) -> uint32_t {
+        return alphabet.find(c) != alphabet.npos ? alphabet.find(c) : padded && c == u'=' ? 0 : 63;
     };
     std::u16string chars;
     for (char16_t c : text)

@@ -30,6 +30,7 @@ using kp::host::TableControl;
 using kp::host::Value;
 using kp::test::dib_header;
 using kp::test::png_header;
+using kp::test::put;
 using kp::test::take;
 using Fixture = kp::test::ClipboardHost;
 
@@ -141,8 +142,10 @@ struct Store {
     std::filesystem::path file() const { return dir.path() / "Windows" / "clipboard.dat"; }
 };
 
-bool put(clip::Clipboard& cb, uint32_t format, const std::vector<uint8_t>& data) {
-    return cb.open() && cb.empty() && cb.set_data(format, data) && cb.close();
+// The last error a failing call leaves, cleared before it; ~0u when it succeeds.
+template <class Call> uint32_t error_of(Call call) {
+    kp::platform::set_last_error(0);
+    return call() ? ~0u : kp::platform::last_error();
 }
 void wait_for(const std::atomic<int>& stage, int value) {
     while (stage != value)
@@ -177,19 +180,13 @@ TEST(DeviceClipboard, Win32RulesOfTheCalls) {
     auto cb = s.open_one();
     std::vector<uint8_t> out;
     int32_t w, h;
-    kp::platform::set_last_error(0);
-    EXPECT_FALSE(cb->get_data(13, out));
-    EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
-    EXPECT_FALSE(cb->close());
-    EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
+    EXPECT_EQ(error_of([&] { return cb->get_data(13, out); }), clip::kErrorClipboardNotOpen);
+    EXPECT_EQ(error_of([&] { return cb->close(); }), clip::kErrorClipboardNotOpen);
     EXPECT_FALSE(cb->empty() || cb->set_data(13, bytes_of(u"x")) || cb->bitmap_size(w, h));
     // Nothing stored yet: every format is absent, without error.
-    kp::platform::set_last_error(0);
-    EXPECT_FALSE(cb->is_format_available(13));
-    EXPECT_EQ(kp::platform::last_error(), 0u);
+    EXPECT_EQ(error_of([&] { return cb->is_format_available(13); }), 0u);
     ASSERT_TRUE(cb->open());
-    EXPECT_FALSE(cb->get_data(13, out));
-    EXPECT_EQ(kp::platform::last_error(), 0u);
+    EXPECT_EQ(error_of([&] { return cb->get_data(13, out); }), 0u);
     // Empty removes every format; a DIB also stands for the bitmap.
     ASSERT_TRUE(cb->set_data(8, dib_header(12, 34)) && cb->set_data(13, bytes_of(u"x")) && cb->close());
     EXPECT_TRUE(cb->is_format_available(2));
@@ -211,8 +208,7 @@ TEST(DeviceClipboard, OneOpenerAtATime) {
         first->close();
     });
     wait_for(stage, 1);
-    EXPECT_FALSE(second->open());
-    EXPECT_EQ(kp::platform::last_error(), kp::platform::kErrorAccessDenied);
+    EXPECT_EQ(error_of([&] { return second->open(); }), kp::platform::kErrorAccessDenied);
     // The waiting opener gets the clipboard as soon as it is closed.
     stage = 2;
     EXPECT_TRUE(second->open());
@@ -233,9 +229,7 @@ TEST(DeviceClipboard, TheOpeningThreadOwnsTheOpenClipboard) {
         wait_for(stage, 2);
     });
     wait_for(stage, 1);
-    kp::platform::set_last_error(0);
-    EXPECT_FALSE(cb->close());
-    EXPECT_EQ(kp::platform::last_error(), clip::kErrorClipboardNotOpen);
+    EXPECT_EQ(error_of([&] { return cb->close(); }), clip::kErrorClipboardNotOpen);
     EXPECT_FALSE(cb->set_data(13, bytes_of(u"not mine")));
     stage = 2;
     opener.join();
@@ -275,9 +269,7 @@ TEST(DeviceClipboard, AStoreThatCannotBeMadeFailsWithTheSystemError) {
     Store s;
     std::ofstream(s.dir.path() / "Windows") << "the system directory's name taken by a file";
     auto cb = s.open_one();
-    kp::platform::set_last_error(0);
-    EXPECT_FALSE(cb->open());
-    EXPECT_NE(kp::platform::last_error(), 0u);
+    EXPECT_TRUE(error_of([&] { return cb->open(); }) + 1u > 1u); // failed, with an error
     EXPECT_FALSE(cb->is_format_available(13));
     // The opener's hold is released: a later open waits for nothing.
     std::filesystem::remove(s.dir.path() / "Windows");

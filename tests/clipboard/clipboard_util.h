@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,10 @@ inline std::vector<uint8_t> dib_header(int32_t w, int32_t h, bool file = false) 
     return b;
 }
 
+// Opens the clipboard, empties it, puts `data` as `format` and closes it.
+inline bool put(kp::platform::clipboard::Clipboard& cb, uint32_t format, std::span<const uint8_t> data) {
+    return cb.open() && cb.empty() && cb.set_data(format, data) && cb.close();
+}
 // Opens the clipboard, reads `format` and closes it.
 inline bool take(kp::platform::clipboard::Clipboard& cb, uint32_t format, std::vector<uint8_t>& out) {
     if (!cb.open()) return false;

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdio>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -43,14 +43,12 @@ uint16_t mask(const char* english) {
 
 // Parameter words of an overload, as a string such as "12,8,8008" (hex).
 std::string signature(const kp_overload& o) {
-    std::string s;
-    char buf[8];
-    for (unsigned i = 0; i < o.param_count && i < 10; ++i) {
-        std::snprintf(buf, sizeof buf, "%s%x", i ? "," : "", o.params[i]);
-        s += buf;
-    }
-    std::snprintf(buf, sizeof buf, "->%x", o.result);
-    return s + buf;
+    std::ostringstream s;
+    s << std::hex;
+    for (unsigned i = 0; i < o.param_count && i < 10; ++i)
+        s << (i ? "," : "") << o.params[i];
+    s << "->" << int{o.result};
+    return s.str();
 }
 std::vector<std::string> signatures(const char* english) {
     const kp_function& f = fn(english);

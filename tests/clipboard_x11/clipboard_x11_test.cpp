@@ -30,8 +30,8 @@
 namespace {
 
 namespace clip = kp::platform::clipboard;
-using kp::host::CallStatus;
 using kp::host::Value;
+using kp::test::put;
 using kp::test::take;
 using Fixture = kp::test::ClipboardHost;
 
@@ -82,10 +82,6 @@ void xclip_in(const std::string& data, const std::string& target = "UTF8_STRING"
         usleep(5000);
 }
 
-bool put_text(clip::Clipboard& cb, std::u16string_view text) {
-    return kp::test::put(cb, 13, clip::block_of_text(text));
-}
-
 TEST(X11Clipboard, TextPutByTheComponentIsReadByXclipByteForByte) {
     NEED_DISPLAY();
     Fixture f;
@@ -97,9 +93,7 @@ TEST(X11Clipboard, TextPutByTheComponentIsReadByXclipByteForByte) {
         {u"lone \xD800 surrogate", "lone \xEF\xBF\xBD surrogate"}, // UTF-8 cannot carry it
         {u"", ""}};
     for (const auto& [text, utf8] : cases) {
-        auto out = f.call("ToClipboard", {Value::string(text)});
-        ASSERT_EQ(out.status, CallStatus::Ok) << out.detail;
-        EXPECT_TRUE(out.result.b);
+        ASSERT_TRUE(f.call("ToClipboard", {Value::string(text)}).result.b);
         EXPECT_EQ(xclip_out(), utf8);
         EXPECT_EQ(xclip_out("text/plain\\;charset=utf-8"), utf8);
         // The owner reads its own text back as it was put, lone surrogates included.
@@ -229,7 +223,7 @@ TEST(X11Clipboard, AnOwnerThatNeverAnswersGivesATimeout) {
         EXPECT_TRUE(cb->close());
         EXPECT_EQ(incremental ? kp::platform::kErrorTimeout : code, kp::platform::kErrorTimeout);
         // Taking the clipboard back works at once.
-        EXPECT_TRUE(put_text(*cb, u"mine again"));
+        EXPECT_TRUE(put(*cb, 13, clip::block_of_text(u"mine again")));
         EXPECT_EQ(xclip_out(), "mine again");
     }
 }
@@ -240,7 +234,8 @@ TEST(X11Clipboard, TwoClientsOfOneDisplay) {
     auto a = clip::make_x11_clipboard(TestDisplay::name()), b = clip::make_x11_clipboard(TestDisplay::name());
     ASSERT_TRUE(a && b);
     std::vector<uint8_t> got;
-    ASSERT_TRUE(put_text(*a, u"a's") && a->open() && a->set_data(49200, std::vector<uint8_t>{1, 2, 3}));
+    ASSERT_TRUE(put(*a, 13, clip::block_of_text(u"a's")) && a->open() &&
+                a->set_data(49200, std::vector<uint8_t>{1, 2, 3}));
     EXPECT_TRUE(a->is_format_available(49200));
     EXPECT_FALSE(b->is_format_available(49200));
     ASSERT_TRUE(a->get_data(49200, got) && a->close());
@@ -249,7 +244,7 @@ TEST(X11Clipboard, TwoClientsOfOneDisplay) {
     EXPECT_TRUE(take(*b, 13, got));
     EXPECT_EQ(clip::text_of_block(got), u"a's");
     // Another client taking the selection ends the first one's ownership.
-    ASSERT_TRUE(put_text(*b, u"b's"));
+    ASSERT_TRUE(put(*b, 13, clip::block_of_text(u"b's")));
     EXPECT_TRUE(take(*a, 13, got));
     EXPECT_EQ(clip::text_of_block(got), u"b's");
     EXPECT_FALSE(take(*a, 49200, got) || a->is_format_available(49200));
@@ -261,7 +256,7 @@ TEST(X11Clipboard, ADisplayThatGoesAway) {
     ASSERT_TRUE(server.start("320x240x24"));
     auto cb = clip::make_x11_clipboard(server.name(), 500);
     ASSERT_TRUE(cb);
-    ASSERT_TRUE(put_text(*cb, u"soon gone"));
+    ASSERT_TRUE(put(*cb, 13, clip::block_of_text(u"soon gone")));
     server.stop();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     std::vector<uint8_t> out;
@@ -318,7 +313,7 @@ TEST(X11Clipboard, TheOwnerAnswersTimestampMultipleAndLatin1) {
     auto cb = clip::make_x11_clipboard(TestDisplay::name());
     ASSERT_TRUE(cb);
     const std::u16string text = u"\xE9t\xE9 \x65E5 \xD83D\xDE00 end";
-    ASSERT_TRUE(put_text(*cb, text));
+    ASSERT_TRUE(put(*cb, 13, clip::block_of_text(text)));
     EXPECT_EQ(xclip_out("STRING"), "\xE9t\xE9 ? ? end") << "Latin-1, one '?' a character outside it";
     XClient r;
     ASSERT_TRUE(r.dpy);
@@ -386,7 +381,7 @@ TEST(X11Clipboard, TextOutlivesItsOwnerThroughTheClipboardManager) {
         ASSERT_TRUE(manager->dpy);
         auto cb = clip::make_x11_clipboard(TestDisplay::name(), 300);
         ASSERT_TRUE(cb);
-        ASSERT_TRUE(put_text(*cb, text));
+        ASSERT_TRUE(put(*cb, 13, clip::block_of_text(text)));
         cb.reset(); // returns, whether the manager answers or not
         EXPECT_EQ(answers ? xclip_out() : "", answers ? kp::platform::to_utf8(text) : "");
     }

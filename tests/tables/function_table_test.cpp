@@ -1,14 +1,13 @@
-// The descriptor tables: record layout invariants, identifier words, the
-// availability bit 0x200 and its handler rules, names in both languages,
-// the signatures that programs and the families depend on, the constants'
-// kinds, values and texts, and the variables' identifier words.
+// The descriptor tables: records, identifier words, the availability bit 0x200
+// and handlers, names in both languages, edge signatures, constants, variables.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdio>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -17,8 +16,7 @@
 #include "support/test_host.h"
 
 namespace kp::tables {
-// Written by the table generator next to the tables: bit n of entry i is set
-// when overload n + 1 of function i is one this edition provides.
+// Generated: bit n of entry i is set when this edition provides overload n + 1.
 extern const uint16_t provided_mask[];
 } // namespace kp::tables
 
@@ -45,14 +43,12 @@ uint16_t mask(const char* english) {
 
 // Parameter words of an overload, as a string such as "12,8,8008" (hex).
 std::string signature(const kp_overload& o) {
-    std::string s;
-    char buf[8];
-    for (unsigned i = 0; i < o.param_count && i < 10; ++i) {
-        std::snprintf(buf, sizeof buf, "%s%x", i ? "," : "", o.params[i]);
-        s += buf;
-    }
-    std::snprintf(buf, sizeof buf, "->%x", o.result);
-    return s + buf;
+    std::ostringstream s;
+    s << std::hex;
+    for (unsigned i = 0; i < o.param_count && i < 10; ++i)
+        s << (i ? "," : "") << o.params[i];
+    s << "->" << int{o.result};
+    return s.str();
 }
 std::vector<std::string> signatures(const char* english) {
     const kp_function& f = fn(english);
@@ -84,9 +80,7 @@ TEST(FunctionTable, EntriesAndOverloadRecords) {
         EXPECT_EQ(KP_IDENT_ID(f.ident), i) << "identifiers run in table order";
         EXPECT_TRUE(overload_count(f) >= 1 && overload_count(f) <= 12);
         ASSERT_NE(f.overloads, nullptr);
-        // The VM picks an overload by its parameter types, so two identical
-        // lists would make one unreachable.  ExeRun alone repeats its first
-        // three forms in the catalogue, and keeps them.
+        // Identical parameter lists make an overload unreachable; ExeRun alone keeps its repeats.
         std::set<std::string> seen;
         for (uint32_t k = 0; k < overload_count(f); ++k) {
             const kp_overload& o = f.overloads[k];
@@ -111,13 +105,10 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
         SCOPED_TRACE(f.english);
         const uint16_t all = static_cast<uint16_t>((1u << overload_count(f)) - 1);
         ASSERT_EQ(provided_mask[i] & ~all, 0);
-        // A handler is linked exactly where the table names one.
         for (uint32_t k = 0; k < overload_count(f); ++k)
             EXPECT_EQ(f.overloads[k].handler != nullptr, bool(provided_mask[i] & (1u << k)))
                 << "kp::handlers::" << f.english << "_" << k + 1;
-        // Of the seven not-provided entries that kept a handler on the
-        // device, the directory selector keeps its handlers here: the VM's
-        // selector service answers it.
+        // Of the not-provided entries only fSelectDir keeps handlers (the VM's selector answers it).
         if (f.attributes & KP_ATTR_NOT_PROVIDED)
             EXPECT_TRUE(provided_mask[i] == 0 || std::string_view(f.english) == "fSelectDir");
         else if (provided_mask[i] != 0 && provided_mask[i] != all)
@@ -125,21 +116,18 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
         // The memory zones are provided in every overload.
         EXPECT_TRUE(!std::string_view(f.english).starts_with("Mem") || provided_mask[i] == all);
     }
-    // Of the six functions that mix overloads with and without a handler,
-    // this edition keeps handlers in the clipboard pair only.
+    // Of the six functions mixing overloads with and without handlers, only the clipboard pair.
     EXPECT_EQ(mixed, 2u);
     EXPECT_EQ((std::array<int, 3>{mask("ToClipboard"), mask("Clipboard"), mask("fSelectDir")}),
               (std::array<int, 3>{1, 1, 7}));
-    // Entries with handlers on the device, or whose family is present, can
-    // still be absent from this edition.
+    // Entries with device handlers or a present family can still be absent here.
     for (const char* name : {"SendKey", "fImageSelect", "fLock", "ExePriority", "ClipboardRTF", "fSelectDir"})
         EXPECT_TRUE(fn(name).attributes & KP_ATTR_NOT_PROVIDED) << name;
     for (const char* name : {"NumToString", "_zipCreate_old", "SysColor", "SysStandby", "SelectColor"}) {
         EXPECT_FALSE(fn(name).attributes & KP_ATTR_NOT_PROVIDED) << name;
         EXPECT_EQ(mask(name), (1u << overload_count(fn(name))) - 1) << name;
     }
-    // Through the module the clipboard pair refuses its second overload,
-    // which takes an interface object this edition has no use for.
+    // Through the module the clipboard pair refuses its second (interface object) overload.
     kp::test::HostFixture fx;
     std::vector<kp::host::Value> image{kp::host::Value::integer(1)};
     for (const char* name : {"ToClipboard", "PressePapier"})
@@ -147,13 +135,11 @@ TEST(FunctionTable, NotProvidedBitAndHandlers) {
 }
 
 TEST(FunctionTable, NamesAreUsableAndResolveToOneEntry) {
-    // English names make handler identifiers; a name in either language,
-    // compared without case, leads to one entry, except the three French
-    // names the catalogue gives twice (Windows-1252 letters above 0x7F are
-    // written identically in those).
+    // English names make identifiers; a name in either language, without case, leads to one
+    // entry except three French names the catalogue gives twice.
     auto lower = [](std::string s) {
-        for (auto& c : s)
-            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        std::transform(s.begin(), s.end(), s.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
         return s;
     };
     std::map<std::string, std::set<std::size_t>> by_name;
@@ -171,10 +157,8 @@ TEST(FunctionTable, NamesAreUsableAndResolveToOneEntry) {
     EXPECT_EQ(shared, (std::set<std::string>{"mcid\351but", "pilotesaisie", "pilotesouris"}));
 }
 
-// Entries whose words the generator encodes at the edges: no parameter and
-// no result, by-reference and array flags, ten parameters, twelve
-// overloads, repeated overloads.  (Ordinary entries would only copy the
-// table sources.)
+// Words at the encoding's edges: no parameter or result, by-reference and array flags, ten
+// parameters, twelve overloads, repeated overloads.
 TEST(FunctionTable, SignaturesAtTheEdgesOfTheEncoding) {
     using List = std::vector<std::string>;
     const std::pair<const char*, List> rows[] = {
@@ -212,14 +196,12 @@ TEST(ConstantTable, KindsValueRulesUniqueNamesAndValues) {
         else
             EXPECT_EQ(c.kind, KP_CONST_INT);
     }
-    // Open modes with no meaning in this edition and the ExeInfo keys are
-    // not provided; of the parameter stores, only the registry and INI ones.
+    // Meaningless open modes and ExeInfo keys are not provided; of the stores, registry and INI are.
     for (const char* name : {"foReadLock", "foWriteLock", "exeName", "paramXML", "paramString"})
         EXPECT_TRUE(by_english(constants, constant_count, name).attributes & KP_ATTR_NOT_PROVIDED) << name;
     for (const char* name : {"foUnicode", "paramRegistry", "ParamIni"})
         EXPECT_FALSE(by_english(constants, constant_count, name).attributes & KP_ATTR_NOT_PROVIDED) << name;
-    // Integers (a text of nullptr) at the edges of the encoding (negative,
-    // high bits, accented names) and UTF-16 texts, one unit per character.
+    // Integers (text nullptr: negative, high bits, accented names) and UTF-16 texts.
     const std::tuple<const char*, const char*, uint32_t, const char*> rows[] = {
         {"scActiveBorder", "scBordActif", 0x4000000A, nullptr},
         {"fLockEmptyFile", "fBloqueFichierVide", 0xFFFFFFFE, nullptr},
@@ -247,8 +229,7 @@ TEST(VariableTable, IdentifierWordsTypesAndNames) {
         EXPECT_EQ(KP_IDENT_ID(v.ident), i + 1);
         EXPECT_EQ(KP_IDENT_COMPONENT(v.ident), KP_COMPONENT_NUMBER);
         EXPECT_TRUE(types.count(KP_IDENT_COUNT(v.ident)));
-        // Each block has one attribute word: DDE provided, the task blocks
-        // and the service block not.
+        // One attribute word a block: DDE provided, the task and service blocks not.
         const std::string en = v.english;
         EXPECT_EQ(v.attributes, en.starts_with("_DDE.")      ? 0x10u
                                 : en.starts_with("Service.") ? 0x210u

@@ -1,12 +1,13 @@
-// The transforms called through the component module by the reference host:
-// buffers and strings in and out, names with accents, error identifiers, and
-// fCrypt and fUncrypt over a temporary device.
+// The transforms through the module: buffers and strings, accented names, error identifiers,
+// fCrypt and fUncrypt on a temporary device.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
+#include <tuple>
 
 #include "component/error.h"
 #include "support/test_host.h"
@@ -56,10 +57,7 @@ std::vector<uint8_t> bytes(const char* s) {
     return std::vector<uint8_t>(s, s + std::strlen(s));
 }
 
-// The handlers with logic of their own (functions that only pass their
-// arguments on are checked by their unit tests; the generic fuzz target calls
-// every handler).  The result of a mode without cryptAnsi comes back as a
-// buffer, with cryptAnsi as a string; a bad mode gives an empty string.
+// Handlers with logic of their own: without cryptAnsi a buffer, with it a string, a bad mode "".
 TEST_F(TransformsAbi, ChecksumsCompressionAndCrypt) {
     EXPECT_EQ(static_cast<uint32_t>(call("sComputeCrc32", {Value::buffer(bytes("123456789"))}).result.i),
               0xCBF43926u);
@@ -99,13 +97,9 @@ TEST_F(TransformsAbi, FileCryptFormatIsSumThenChunksOf64000) {
     ASSERT_TRUE(out.result.b) << out.error.id;
     const auto file = get("secret.bin");
     ASSERT_EQ(file.size(), 64005u);
-    uint32_t sum = 0;
-    for (uint8_t b : data)
-        sum += b;
-    EXPECT_EQ(get_u32(file.data()), sum);
+    EXPECT_EQ(get_u32(file.data()), std::accumulate(data.begin(), data.end(), 0u));
 
-    // Each chunk is enciphered on its own: the last byte is a one-byte tail
-    // chained on 0.
+    // Each chunk is enciphered on its own: the last byte is a one-byte tail chained on 0.
     Rc5CbcCipher c(8);
     c.set_password(u"pw");
     auto first = std::vector<uint8_t>(data.begin(), data.begin() + 64000);
@@ -128,11 +122,10 @@ TEST_F(TransformsAbi, FileCryptRoundTripsEveryModeAndEncoding) {
             for (int encoding = 0; encoding <= 3; ++encoding) {
                 if (encoding == kEncodeUu && n + (mode ? 4 : 0) > 45)
                     continue; // uu reads back 45 bytes at most
-                auto c = run("fCrypte", u"\\in.bin", u"\\enc.txt", u"mot", mode, encoding);
-                ASSERT_TRUE(c.result.b) << n << " " << mode << " " << encoding << " error " << c.error.id;
-                auto d = run("fDécrypte", u"\\enc.txt", u"\\out.bin", u"mot", mode, encoding);
-                ASSERT_TRUE(d.result.b) << n << " " << mode << " " << encoding << " error " << d.error.id;
-                ASSERT_EQ(get("out.bin"), data) << n << " " << mode << " " << encoding;
+                SCOPED_TRACE(testing::Message() << n << " " << mode << " " << encoding);
+                ASSERT_TRUE(run("fCrypte", u"\\in.bin", u"\\enc.txt", u"mot", mode, encoding).result.b);
+                ASSERT_TRUE(run("fDécrypte", u"\\enc.txt", u"\\out.bin", u"mot", mode, encoding).result.b);
+                ASSERT_EQ(get("out.bin"), data);
                 EXPECT_EQ(entries(), 3u); // no temporary file left behind
             }
     }
@@ -145,36 +138,30 @@ TEST_F(TransformsAbi, FileCryptCopiesTextWrongPasswordAndErrors) {
     EXPECT_EQ(get("copy.bin"), data);
     ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.b64", u"", 0, 2).result.b);
     const auto text = get("a.b64");
-    const auto expected = make_encoder(2)->encode(data);
-    EXPECT_EQ(std::u16string(text.begin(), text.end()), expected);
+    EXPECT_EQ(std::u16string(text.begin(), text.end()), make_encoder(2)->encode(data));
     const auto data2 = test::random_bytes(5000, 3);
     put("a.bin", data2);
-    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.enc", u"right", 1, 0).result.b);
-    auto out = run("fUncrypt", u"\\a.enc", u"\\a.out", u"wrong", 1, 0);
+    ASSERT_TRUE(run("fCrypt", u"\\a.bin", u"\\a.enc", u"right", 2, 0).result.b);
+    auto out = run("fUncrypt", u"\\a.enc", u"\\a.out", u"wrong", 2, 0);
     EXPECT_FALSE(out.result.b);
     EXPECT_EQ(out.error.severity, 2);
     EXPECT_NE(out.error.message.find(kp::catalogue_text(28279, false)), std::u16string::npos);
     EXPECT_EQ(get("a.out").size(), data2.size()); // left in place, deliberately
     EXPECT_NE(get("a.out"), data2);
     put("a.bin", {1, 2, 3});
-    auto bad_mode = run("fCrypt", u"\\a.bin", u"\\b", u"pw", 5, 0);
-    EXPECT_FALSE(bad_mode.result.b);
-    EXPECT_EQ(bad_mode.error.id, 80280u);
-    EXPECT_EQ(run("fUncrypt", u"\\a.bin", u"\\b", u"pw", -1, 0).error.id, 80280u);
-    EXPECT_EQ(run("fCrypt", u"\\a.bin", u"\\b", u"", 1, 0).error.id, 80282u);
-    EXPECT_EQ(run("fUncrypt", u"\\a.bin", u"\\b", u"", 2, 0).error.id, 80282u);
-    EXPECT_EQ(run("fCrypt", u"\\a.bin", u"\\b", u"pw", 1, 9).error.id, 80041u);
-
-    auto missing = run("fCrypt", u"\\missing.bin", u"\\b", u"pw", 1, 0);
-    EXPECT_FALSE(missing.result.b);
-    EXPECT_EQ(missing.error.system_code, 2u);
-    EXPECT_EQ(missing.error.severity, 2);
-
-    // A file too short to hold its sum.
-    put("short.enc", {1, 2});
-    auto truncated = run("fUncrypt", u"\\short.enc", u"\\c", u"pw", 1, 0);
-    EXPECT_FALSE(truncated.result.b);
-    EXPECT_EQ(truncated.error.severity, 2);
+    put("short.enc", {1, 2}); // too short to hold its sum
+    // Function, source, password, mode, encoding, error identifier, system code.
+    const std::tuple<const char*, const char16_t*, const char16_t*, int, int, uint32_t, uint32_t> errors[] = {
+        {"fCrypt", u"\\a.bin", u"pw", 5, 0, 80280, 0},  {"fUncrypt", u"\\a.bin", u"pw", -1, 0, 80280, 0},
+        {"fCrypt", u"\\a.bin", u"", 1, 0, 80282, 0},    {"fUncrypt", u"\\a.bin", u"", 2, 0, 80282, 0},
+        {"fCrypt", u"\\a.bin", u"pw", 1, 9, 80041, 0},  {"fCrypt", u"\\missing.bin", u"pw", 1, 0, 0, 2},
+        {"fUncrypt", u"\\short.enc", u"pw", 1, 0, 0, 0}};
+    for (const auto& [name, from, pw, mode, encoding, id, code] : errors) {
+        const auto out = run(name, from, u"\\b", pw, mode, encoding);
+        EXPECT_EQ(std::tuple(out.result.b, out.error.severity, out.error.system_code),
+                  std::tuple(false, 2, code));
+        EXPECT_EQ(out.error.id, id ? id : out.error.id) << name << " " << mode << " " << encoding;
+    }
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-// The ciphers (published RC5 vectors, the key digest, the scramble rules,
-// CBC chaining) and Crypt and Uncrypt over every mode and encoding.
+// The ciphers (RC5 vectors, key digest, scramble, CBC) and Crypt/Uncrypt over every mode.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -32,8 +31,7 @@ Key16 key_of(const std::vector<uint8_t>& v) {
 }
 constexpr uint32_t kSha1Start[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
 
-// The published RC5-32/12/16 vectors, in RC5's own word order (A first);
-// each vector's plain text is the previous one's cipher text.
+// Published RC5-32/12/16 vectors (A first); each plain text is the previous cipher text.
 TEST(Rc5, PublishedVectors) {
     const char* keys[] = {"00000000000000000000000000000000", "915F4619BE41B2516355A50110A9CE91",
                           "783348E75AEB0F2FD7B169BB8DC16787", "DC49DB1375A5584F6485B413B5F12BAF",
@@ -51,8 +49,7 @@ TEST(Rc5, PublishedVectors) {
     }
 }
 
-// With SHA-1's own schedule and word order the compression function is
-// SHA-1's: this checks its rounds, constants and initial values.
+// With SHA-1's schedule and word order the compression function is SHA-1's.
 TEST(KeyDigest, CompressionFunctionAndPadding) {
     auto sha1_one_block = [](const std::string& msg) {
         uint8_t block[64] = {};
@@ -68,8 +65,7 @@ TEST(KeyDigest, CompressionFunctionAndPadding) {
               (std::vector<uint32_t>{0xA9993E36, 0x4706816A, 0xBA3E2571, 0x7850C26C, 0x9CD0D89D}));
     EXPECT_EQ(sha1_one_block(""),
               (std::vector<uint32_t>{0xDA39A3EE, 0x5E6B4B0D, 0x3255BFEF, 0x95601890, 0xAFD80709}));
-    // The key: the first four words of the digest of the password, 0x01 (while
-    // it fits before the length), zeros, the length in the last four bytes.
+    // The key: four digest words of the password, 0x01 if it fits, zeros, the length last.
     auto expected = [](std::size_t n, std::size_t blocks, bool marker) {
         std::vector<uint8_t> m(n, 'p');
         m.resize(64 * blocks, 0);
@@ -91,9 +87,7 @@ TEST(KeyDigest, CompressionFunctionAndPadding) {
 }
 
 TEST(Scramble, RulesPasswordsAndFactory) {
-    std::vector<uint8_t> one = {0x10}, three = {1, 2, 3};
-    ScrambleCipher::scramble(one, Key16{});
-    EXPECT_EQ(one[0], 0xDB); // + 203, fold of the zero key is 0
+    std::vector<uint8_t> three = {1, 2, 3};
     ScrambleCipher::scramble(three, Key16{});
     // d0 = 3 + 1; middle d1 = (4 + 2) + 17; d2 = 23 + 4 + 3; d0 = 4 + 30.
     EXPECT_EQ(three, (std::vector<uint8_t>{34, 23, 30}));
@@ -105,8 +99,7 @@ TEST(Scramble, RulesPasswordsAndFactory) {
     b.set_password(u"secret");
     c.set_password(u"secreu");
     EXPECT_NE(b.key(), c.key());
-    // Passwords are taken in code page 1252: "é" is one byte 0xE9, with a
-    // negative remainder for the first byte.
+    // Passwords are taken in code page 1252 ("é" is 0xE9, a negative remainder for the first byte).
     a.set_password(u"\u00E9t\u00E9");
     Key16 k2{};
     b.derive(std::vector<uint8_t>{0xE9, 't', 0xE9}, k2);
@@ -117,28 +110,12 @@ TEST(Scramble, RulesPasswordsAndFactory) {
     EXPECT_EQ(dynamic_cast<Rc5CbcCipher*>(make_cipher(3).get())->rounds(), 16);
 }
 
-TEST(Scramble, InverseForEverySizeAndEveryByteDependsOnTheOthers) {
-    const Key16 k = key_of(test::random_bytes(16, 99));
-    for (std::size_t n : {1u, 2u, 3u, 4u, 5u, 16u, 17u, 33u, 4095u, 64000u}) {
-        const auto data = test::random_bytes(n, static_cast<uint32_t>(n));
-        auto c = data, changed = data;
-        ScrambleCipher::scramble(c, k);
-        auto d = c;
-        ScrambleCipher::unscramble(d, k);
-        ASSERT_EQ(d, data) << n;
-        changed[n - 1] ^= 1; // the last byte feeds the first
-        ScrambleCipher::scramble(changed, k);
-        EXPECT_TRUE(n < 2 || changed[0] != c[0]) << n;
-    }
-}
-
 TEST(Rc5Cbc, BlocksTailChainingAndInverse) {
     for (int rounds : {8, 16}) {
         Rc5CbcCipher c(rounds);
         ASSERT_TRUE(c.set_password(u"pw"));
         const auto data = test::random_bytes(13, 1);
-        // Variants: the first block alone, then one bit changed in the tail,
-        // at the tail's start and in byte 0 of the block.
+        // The first block alone, one bit changed in the tail, at its start, in byte 0 of the block.
         auto full = data, head = std::vector<uint8_t>(data.begin(), data.begin() + 8);
         auto other = data, again = data, shifted = data;
         other[12] ^= 0x40, again[8] ^= 1, shifted[0] ^= 0x80;
@@ -238,7 +215,8 @@ TEST(Crypt, RoundTripsEveryModeCompressionAndEncoding) {
         EXPECT_FALSE(e.err.failed()) << mode << " " << encoding;
         return r;
     };
-    for (std::size_t n : test::kRoundTripSizes) {
+    // Sizes at the edges of the LZW minimum input, the Base64 groups and lines and the file chunks.
+    for (std::size_t n : {0u, 1u, 2u, 19u, 20u, 21u, 63u, 64u, 65u, 4095u, 64000u, 64001u, 1u << 20}) {
         for (uint32_t cipher = 0; cipher <= 3; ++cipher) {
             for (uint32_t comp = 0; comp <= 2; ++comp) {
                 for (int32_t encoding : {kEncodeNone, kEncodeQrt, kEncodeBase64, kEncodeUu}) {
@@ -264,20 +242,6 @@ TEST(Crypt, RoundTripsEveryModeCompressionAndEncoding) {
             }
         }
     }
-}
-
-// A wrong password gives other bytes of the same count and no error.  (The
-// uncrypt fuzz target, replayed with the tests, takes forged texts.)
-TEST(Uncrypt, WrongPassword) {
-    ErrorBox e;
-    const auto data = test::random_bytes(100, 6);
-    for (int32_t mode : {1, 2, 3}) {
-        const auto r = uncrypt(text_of(crypt(data, false, u"right", mode, kEncodeBase64, e.err)), u"wrong",
-                               mode, kEncodeBase64, e.err);
-        EXPECT_EQ(r.bytes.size(), data.size());
-        EXPECT_NE(r.bytes, data);
-    }
-    EXPECT_FALSE(e.err.failed());
 }
 
 } // namespace

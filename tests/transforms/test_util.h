@@ -49,9 +49,4 @@ inline std::vector<uint8_t> mixed_bytes(std::size_t n, uint32_t seed) {
     return v;
 }
 
-// Sizes at the edges of the LZW minimum input, the Base64 groups and lines
-// and the 64000-byte chunks.
-inline constexpr std::size_t kRoundTripSizes[] = {0,  1,  2,    19,    20,    21,      63,
-                                                  64, 65, 4095, 64000, 64001, 1u << 20};
-
 } // namespace kp::transforms::test

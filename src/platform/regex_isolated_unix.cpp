@@ -132,8 +132,10 @@ IsolatedRegex::~IsolatedRegex() {
 void IsolatedRegex::stop() {
     if (channel_ >= 0) ::close(channel_);
     channel_ = -1;
+    // A child that has answered, or waits for a subject (the closed channel
+    // ends its wait), exits by itself; one still at work is stopped.
     if (child_ > 0) {
-        ::kill(child_, SIGKILL);
+        if (overran_) ::kill(child_, SIGKILL);
         while (::waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {}
     }
     child_ = -1;
@@ -181,8 +183,8 @@ long IsolatedRegex::match(std::string_view subject) {
         ok = receive(channel_, pair, sizeof pair, &deadline);
         groups_.emplace_back(static_cast<long>(pair[0]), static_cast<long>(pair[1]));
     }
-    stop();
     overran_ = !ok;
+    stop();
     if (!ok) {
         groups_.clear();
         return -1;

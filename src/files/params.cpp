@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <new>
+#include <vector>
 
 #include "component/runtime.h"
 #include "files/ini.h"
@@ -254,34 +256,36 @@ void registry_save(const ParamPath& p, const Param& value, CXError& err) {
 }
 
 // Deletes `subkey` of `parent` with everything under it, depth first.  The
-// keys on the way down are a list, not a recursion: a tree however deep
-// takes no stack.
+// keys on the way down are a list, not a recursion, so a tree however deep
+// takes no stack, and they stay open: each step opens one level beneath the
+// last, so a tree costs one open a key (opening every key from the top
+// again cost the cube of the depth).
 uint32_t delete_tree(reg::Key parent, const std::u16string& subkey) {
-    std::vector<std::u16string> path{subkey};
-    while (!path.empty()) {
-        uint32_t rc;
+    std::vector<std::u16string> names{subkey};
+    std::vector<std::unique_ptr<OpenedKey>> open;
+    auto above = [&] { return open.empty() ? parent : open.back()->key; };
+    auto open_last = [&] {
+        auto k = std::make_unique<OpenedKey>();
+        const uint32_t rc = reg::open_key(above(), names.back(), reg::kEnumerateSubKeys, &k->key);
+        if (rc == 0) open.push_back(std::move(k));
+        return rc;
+    };
+    uint32_t rc = open_last();
+    if (rc == platform::kErrorFileNotFound) return 0;
+    while (rc == 0 && !open.empty()) {
         char16_t name[256];
         uint32_t chars = 256;
-        {
-            OpenedKey k;
-            rc = reg::open_key(parent, path.back(), reg::kEnumerateSubKeys, &k.key);
-            if (rc == platform::kErrorFileNotFound && path.size() == 1) return 0;
-            if (rc != 0) return rc;
-            rc = reg::enum_key(k.key, 0, name, &chars);
-        }
+        rc = reg::enum_key(open.back()->key, 0, name, &chars);
         if (rc == 0) {
-            std::u16string child = path.back();
-            if (!child.empty()) child.push_back(kBackslash);
-            child.append(name, chars);
-            path.push_back(std::move(child));
+            names.emplace_back(name, chars);
+            rc = open_last();
         } else if (rc == platform::kErrorNoMoreItems) {
-            if ((rc = reg::delete_key(parent, path.back())) != 0) return rc;
-            path.pop_back();
-        } else {
-            return rc;
+            open.pop_back();
+            rc = reg::delete_key(above(), names.back());
+            names.pop_back();
         }
     }
-    return 0;
+    return rc;
 }
 
 bool registry_delete(const ParamPath& p, bool value, CXError& err) {

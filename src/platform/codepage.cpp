@@ -17,7 +17,9 @@ constexpr char16_t kHigh[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 
                                 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 } // namespace
 
-char16_t cp1252_to_unicode(uint8_t b) { return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : char16_t(b); }
+char16_t cp1252_to_unicode(uint8_t b) {
+    return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : char16_t(b);
+}
 
 uint8_t unicode_to_cp1252(char16_t ch, bool* ok) {
     if (ok) *ok = true;
@@ -31,7 +33,8 @@ uint8_t unicode_to_cp1252(char16_t ch, bool* ok) {
 std::u16string decode_1252(std::span<const uint8_t> bytes) {
     std::u16string out;
     out.resize(bytes.size());
-    for (std::size_t i = 0; i < bytes.size(); ++i) out[i] = cp1252_to_unicode(bytes[i]);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        out[i] = cp1252_to_unicode(bytes[i]);
     return out;
 }
 
@@ -74,8 +77,9 @@ bool decode(uint32_t cp, std::span<const uint8_t> bytes, std::u16string& out) {
     if (!c) return false;
     out.resize(bytes.size() * 2 + 2);
     UErrorCode st = U_ZERO_ERROR;
-    int32_t n = ucnv_toUChars(c.get(), out.data(), static_cast<int32_t>(out.size()),
-                              reinterpret_cast<const char*>(bytes.data()), static_cast<int32_t>(bytes.size()), &st);
+    int32_t n =
+        ucnv_toUChars(c.get(), out.data(), static_cast<int32_t>(out.size()),
+                      reinterpret_cast<const char*>(bytes.data()), static_cast<int32_t>(bytes.size()), &st);
     if (U_FAILURE(st)) return false;
     out.resize(n);
     return true;
@@ -99,9 +103,7 @@ bool encode(uint32_t cp, std::u16string_view text, std::string& out) {
     return true;
 }
 
-std::string to_utf8(std::u16string_view s) {
-    std::string out;
-    out.reserve(s.size());
+char* write_utf8(std::u16string_view s, char* out) {
     for (std::size_t i = 0; i < s.size(); ++i) {
         uint32_t cp = s[i];
         if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
@@ -109,21 +111,27 @@ std::string to_utf8(std::u16string_view s) {
             ++i;
         }
         if (cp < 0x80) {
-            out += static_cast<char>(cp);
+            *out++ = static_cast<char>(cp);
         } else if (cp < 0x800) {
-            out += static_cast<char>(0xC0 | (cp >> 6));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
+            *out++ = static_cast<char>(0xC0 | (cp >> 6));
+            *out++ = static_cast<char>(0x80 | (cp & 0x3F));
         } else if (cp < 0x10000) { // lone surrogates too (WTF-8)
-            out += static_cast<char>(0xE0 | (cp >> 12));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
+            *out++ = static_cast<char>(0xE0 | (cp >> 12));
+            *out++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            *out++ = static_cast<char>(0x80 | (cp & 0x3F));
         } else {
-            out += static_cast<char>(0xF0 | (cp >> 18));
-            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
+            *out++ = static_cast<char>(0xF0 | (cp >> 18));
+            *out++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            *out++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            *out++ = static_cast<char>(0x80 | (cp & 0x3F));
         }
     }
+    return out;
+}
+
+std::string to_utf8(std::u16string_view s) {
+    std::string out(s.size() * 3, '\0');
+    out.resize(static_cast<std::size_t>(write_utf8(s, out.data()) - out.data()));
     return out;
 }
 

@@ -32,6 +32,9 @@ bool encode(uint32_t codepage, std::u16string_view text, std::string& out);
 // lone surrogates reversible; invalid UTF-8 bytes decode one unit each as
 // U+FFFD.
 std::string to_utf8(std::u16string_view text);
+// The same written at `out`, which has room for 3 bytes a unit; returns the
+// end of what it wrote.
+char* write_utf8(std::u16string_view text, char* out);
 std::u16string from_utf8(std::string_view text);
 
 } // namespace kp::platform

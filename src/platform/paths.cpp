@@ -104,8 +104,8 @@ void components(std::u16string_view name, std::vector<std::u16string_view>& part
 // A device name as a host path relative to the root, built on the stack:
 // the components in UTF-8 joined by "/", "." dropped and ".." kept inside
 // the root, as components() gives them ("" for the root itself).  The name
-// has passed check_name, so that it is at most kMaxDeviceName units long
-// and holds no lone surrogate: 3 bytes a unit at most.
+// has passed check_name, so that it is at most kMaxDeviceName units long:
+// 3 bytes a unit at most.
 struct RelativeName {
     char text[kMaxDeviceName * 3 + 1];
     std::size_t size = 0;
@@ -121,29 +121,11 @@ void relative_name(std::u16string_view name, RelativeName& out) {
             ++i;
         if (i == name.size()) break;
         char* const part = p == begin ? p : p + 1;
-        char* q = part;
-        for (; i < name.size() && !is_separator(name[i]); ++i) {
-            uint32_t cp = name[i];
-            if (cp >= 0xD800 && cp < 0xDC00) { // a pair (check_name refused lone ones)
-                cp = 0x10000 + ((cp - 0xD800) << 10) + (name[i + 1] - 0xDC00);
-                ++i;
-            }
-            if (cp < 0x80) {
-                *q++ = static_cast<char>(cp);
-            } else if (cp < 0x800) {
-                *q++ = static_cast<char>(0xC0 | (cp >> 6));
-                *q++ = static_cast<char>(0x80 | (cp & 0x3F));
-            } else if (cp < 0x10000) {
-                *q++ = static_cast<char>(0xE0 | (cp >> 12));
-                *q++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-                *q++ = static_cast<char>(0x80 | (cp & 0x3F));
-            } else {
-                *q++ = static_cast<char>(0xF0 | (cp >> 18));
-                *q++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-                *q++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-                *q++ = static_cast<char>(0x80 | (cp & 0x3F));
-            }
-        }
+        std::size_t end = i;
+        while (end < name.size() && !is_separator(name[end]))
+            ++end;
+        char* const q = write_utf8(name.substr(i, end - i), part);
+        i = end;
         const std::string_view written(part, static_cast<std::size_t>(q - part));
         if (written == ".") continue;
         if (written == "..") {

@@ -84,57 +84,20 @@ struct Interval {
     bool unbounded = false; // "{m,}"
 };
 
-// Reads an interval at p[i] (the "{").  Returns false when the text is no
-// interval (the engine then refuses the pattern or reads a "{").
+// The interval at p[i] (the "{") as the estimate weighs it; i ends on its
+// "}".  False when the text is no interval (the engine then refuses the
+// pattern or reads a "{").
 bool read_interval(std::string_view p, std::size_t& i, Interval& out) {
-    std::size_t j = i + 1;
-    auto number = [&](uint64_t& v) {
-        bool any = false;
-        v = 0;
-        while (j < p.size() && p[j] >= '0' && p[j] <= '9') {
-            v = std::min<uint64_t>(v * 10 + static_cast<uint64_t>(p[j] - '0'), kCap);
-            ++j;
-            any = true;
-        }
-        return any;
-    };
-    uint64_t low = 0, high = 0;
-    const bool has_low = number(low);
-    bool has_high = false, comma = false;
-    if (j < p.size() && p[j] == ',') {
-        comma = true;
-        ++j;
-        has_high = number(high);
-    }
-    if (j >= p.size() || p[j] != '}' || (!has_low && !has_high)) return false;
-    i = j;
+    const auto text = read_interval_text(p, i);
+    if (!text) return false;
+    i = text->end;
     // {m,n}: m copies and n - m optional ones; {m,}: m copies and a star.
-    const uint64_t optional = has_high && high > low ? high - low : comma && !has_high ? 1 : 0;
-    out.weight = std::max<uint64_t>(add(low, times(optional, kOptionalWeight)), 1);
-    out.copies = std::max<uint64_t>(add(low, optional), 1);
-    out.optional = low == 0;
-    out.unbounded = comma && !has_high;
+    const uint64_t optional = !text->bounded ? 1 : text->high > text->low ? text->high - text->low : 0;
+    out.weight = std::max<uint64_t>(add(text->low, times(optional, kOptionalWeight)), 1);
+    out.copies = std::max<uint64_t>(add(text->low, optional), 1);
+    out.optional = text->low == 0;
+    out.unbounded = !text->bounded;
     return true;
-}
-
-// Skips a bracket expression starting at p[i] (the "["); i ends on its "]"
-// or at the end of an unterminated one.
-void skip_bracket(std::string_view p, std::size_t& i) {
-    std::size_t j = i + 1;
-    if (j < p.size() && p[j] == '^') ++j;
-    if (j < p.size() && p[j] == ']') ++j;
-    while (j < p.size() && p[j] != ']') {
-        if (p[j] == '[' && j + 1 < p.size() && (p[j + 1] == ':' || p[j + 1] == '.' || p[j + 1] == '=')) {
-            const char close = p[j + 1];
-            std::size_t k = j + 2;
-            while (k + 1 < p.size() && !(p[k] == close && p[k + 1] == ']'))
-                ++k;
-            j = k + 2;
-            continue;
-        }
-        ++j;
-    }
-    i = std::min(j, p.size());
 }
 
 // The estimate over the pattern read so far: one level a group open.
@@ -314,7 +277,7 @@ void Estimate::read(std::string_view p) {
             operand(kAnchor);
             break;
         case '[':
-            skip_bracket(p, i);
+            i = bracket_end(p, i).value_or(p.size()); // unterminated: the rest
             operand({1, 0, 0, false});
             break;
         case '(':

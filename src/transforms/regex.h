@@ -86,6 +86,24 @@ uint64_t regex_expanded_size(std::string_view pattern);
 // compiles this form (see regex_repetitions.cpp).
 std::string collapse_repetitions(std::string_view pattern);
 
+// The reading of an interval at p[i] (its "{") as the engine reads one:
+// "{m}", "{m,}", "{,n}", "{m,n}", and "{,}" from 0 on; nothing for any other
+// text.  Its numbers saturate at kIntervalNumberCap, `end` is its "}".  The
+// counts are not checked against each other nor against the engine's
+// largest ("{5,2}" and "{99999}" are read; the engine refuses them).
+constexpr uint64_t kIntervalNumberCap = uint64_t{1} << 40;
+struct IntervalText {
+    uint64_t low = 0;
+    uint64_t high = 0;    // meaningful when bounded
+    bool bounded = true;  // false for "{m,}"
+    std::size_t end = 0;
+};
+std::optional<IntervalText> read_interval_text(std::string_view p, std::size_t i);
+
+// The index of the "]" that ends the bracket expression at p[i] (its "["),
+// or nothing when the engine finds no end to it.
+std::optional<std::size_t> bracket_end(std::string_view p, std::size_t i);
+
 // Receives the text of group `index` (1-based) for variable `index`; false
 // when the runtime refuses the assignment.
 using AssignGroup = std::function<bool(std::size_t index, std::u16string_view text)>;

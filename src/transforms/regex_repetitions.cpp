@@ -48,55 +48,12 @@ struct Counts {
 // Reads an interval at p[i] (the "{") into `out`; i ends on its "}".  False
 // for anything the engine would not read as a valid interval.
 bool read_interval(std::string_view p, std::size_t& i, Counts& out) {
-    std::size_t j = i + 1;
-    auto number = [&](uint32_t& v) {
-        std::size_t start = j;
-        uint64_t n = 0;
-        while (j < p.size() && p[j] >= '0' && p[j] <= '9') {
-            n = n * 10 + static_cast<uint64_t>(p[j] - '0');
-            if (n > kDupMax) return false;
-            ++j;
-        }
-        v = static_cast<uint32_t>(n);
-        return j > start;
-    };
-    uint32_t low = 0, high = 0;
-    if (j < p.size() && p[j] != ',' && !number(low)) return false;
-    if (j < p.size() && p[j] == ',') {
-        ++j;
-        if (j < p.size() && p[j] == '}')
-            high = kUnbounded;
-        else if (!number(high))
-            return false;
-    } else {
-        high = low;
-    }
-    if (j >= p.size() || p[j] != '}' || low > high) return false;
-    out = {low, high};
-    i = j;
+    const auto text = read_interval_text(p, i);
+    if (!text || text->low > kDupMax || (text->bounded && (text->high > kDupMax || text->low > text->high)))
+        return false;
+    out = {static_cast<uint32_t>(text->low), text->bounded ? static_cast<uint32_t>(text->high) : kUnbounded};
+    i = text->end;
     return true;
-}
-
-// The end of the bracket expression starting at p[i] (its "]"), or nothing
-// when it is not terminated the way the engine reads it.
-std::optional<std::size_t> bracket_end(std::string_view p, std::size_t i) {
-    std::size_t j = i + 1;
-    if (j < p.size() && p[j] == '^') ++j;
-    if (j < p.size() && p[j] == ']') ++j;
-    while (j < p.size()) {
-        if (p[j] == ']') return j;
-        if (p[j] == '[' && j + 1 < p.size() && (p[j + 1] == ':' || p[j + 1] == '.' || p[j + 1] == '=')) {
-            // A class, collating symbol or equivalence class: the engine
-            // reads its name up to the same mark followed by "]".
-            const char mark = p[j + 1];
-            const std::size_t close = p.find(std::string{mark, ']'}, j + 2);
-            if (close == std::string_view::npos) return std::nullopt;
-            j = close + 2;
-            continue;
-        }
-        ++j;
-    }
-    return std::nullopt;
 }
 
 // The counts of "a then b" when they form one interval: k times [a.low,

@@ -94,8 +94,8 @@ std::string collapse_repetitions(std::string_view pattern);
 constexpr uint64_t kIntervalNumberCap = uint64_t{1} << 40;
 struct IntervalText {
     uint64_t low = 0;
-    uint64_t high = 0;    // meaningful when bounded
-    bool bounded = true;  // false for "{m,}"
+    uint64_t high = 0;   // meaningful when bounded
+    bool bounded = true; // false for "{m,}"
     std::size_t end = 0;
 };
 std::optional<IntervalText> read_interval_text(std::string_view p, std::size_t i);

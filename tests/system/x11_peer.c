@@ -4,6 +4,7 @@
  *   --tray            the notification area: prints its id, then "dock W", "message TEXT", "undock W" */
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <X11/keysym.h>
 #include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,6 +47,9 @@ int main(int argc, char** argv) {
     } else {
         last = make(d, argv[1], argv[2]);
     }
+    /* The keyboard map is loaded now, as toolkits do at start: Xlib would load it at the first key
+     * and ask for the map's changes only then, and changes made in between would reach no one. */
+    XKeysymToKeycode(d, XK_a);
     XSync(d, False);
     printf("%lu\n", (unsigned long)last);
     fflush(stdout);

@@ -439,8 +439,8 @@ const uint8_t* find_crlf_blocks(const uint8_t*& p, const uint8_t* limit) {
         const uint32_t crs = static_cast<uint32_t>(
             _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), cr)));
         if (crs) {
-            const uint32_t lfs = static_cast<uint32_t>(
-                _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1)), lf)));
+            const uint32_t lfs = static_cast<uint32_t>(_mm_movemask_epi8(
+                _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1)), lf)));
             if (const uint32_t match = crs & lfs) return p + __builtin_ctz(match);
         }
         p += 16;

@@ -189,14 +189,15 @@ void LzwCoder::encode(std::span<const uint8_t> in, std::vector<uint8_t>& out) {
         best = 0;
     };
     reset();
+    // The whole bytes of the bit buffer go out in one store of eight (the
+    // area's slack takes the bytes past them, written over by the next).
     auto emit = [&](uint32_t code) {
         bitbuf |= static_cast<uint64_t>(code) << bits;
         bits += width;
-        while (bits > 7) {
-            *o++ = static_cast<uint8_t>(bitbuf);
-            bitbuf >>= 8;
-            bits -= 8;
-        }
+        put_u64(o, bitbuf);
+        o += bits >> 3;
+        bitbuf >>= bits & ~7u;
+        bits &= 7u;
     };
     // Takes a slot of the format's table for (prefix, byte): false when ten
     // further probes find none.

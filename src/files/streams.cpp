@@ -148,41 +148,42 @@ void report_system(uint32_t code, CXError& err) {
     err.set_severity(KP_SEVERITY_ERROR);
 }
 
+// The code page 1252 text of `bytes` in `out`, whose storage is reused.
+// Line reading's hot path: bytes widen sixteen at a time straight into the
+// result, and the bytes of 0x80 and more go through the table.
+[[gnu::always_inline]] inline void decode_1252_into(std::span<const uint8_t> bytes, std::u16string& out) {
+    out.resize(bytes.size());
+    const uint8_t* in = bytes.data();
+    char16_t* to = out.data();
+    const std::size_t n = bytes.size();
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    // Widens the sixteen bytes at `at`; false (nothing written) when one
+    // of them is 0x80 or more.
+    auto widen16 = [&](std::size_t at) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
+        if (_mm_movemask_epi8(v)) return false;
+        const __m128i zero = _mm_setzero_si128();
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), _mm_unpacklo_epi8(v, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at + 8), _mm_unpackhi_epi8(v, zero));
+        return true;
+    };
+    for (; i + 16 <= n; i += 16) {
+        if (widen16(i)) continue;
+        for (std::size_t k = i; k < i + 16; ++k)
+            to[k] = platform::cp1252_to_unicode(in[k]);
+    }
+    // The tail as the last sixteen bytes, overlapping what is done: the
+    // overlap is written again with the same characters.
+    if (i < n && n >= 16 && widen16(n - 16)) i = n;
+#endif
+    for (; i < n; ++i)
+        to[i] = in[i] < 0x80 ? char16_t(in[i]) : platform::cp1252_to_unicode(in[i]);
+}
+
 // The text of `bytes` in `out`, whose storage is reused.
 void decode_ansi_into(uint32_t cp, std::span<const uint8_t> bytes, std::u16string& out) {
-    if (cp == platform::kCodePage1252) {
-        // Line reading's hot path: bytes widen sixteen at a time straight
-        // into the result, and the bytes of 0x80 and more go through the
-        // table.
-        out.resize(bytes.size());
-        const uint8_t* in = bytes.data();
-        char16_t* to = out.data();
-        const std::size_t n = bytes.size();
-        std::size_t i = 0;
-#if defined(__SSE2__)
-        // Widens the sixteen bytes at `at`; false (nothing written) when one
-        // of them is 0x80 or more.
-        auto widen16 = [&](std::size_t at) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at));
-            if (_mm_movemask_epi8(v)) return false;
-            const __m128i zero = _mm_setzero_si128();
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), _mm_unpacklo_epi8(v, zero));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at + 8), _mm_unpackhi_epi8(v, zero));
-            return true;
-        };
-        for (; i + 16 <= n; i += 16) {
-            if (widen16(i)) continue;
-            for (std::size_t k = i; k < i + 16; ++k)
-                to[k] = platform::cp1252_to_unicode(in[k]);
-        }
-        // The tail as the last sixteen bytes, overlapping what is done: the
-        // overlap is written again with the same characters.
-        if (i < n && n >= 16 && widen16(n - 16)) i = n;
-#endif
-        for (; i < n; ++i)
-            to[i] = in[i] < 0x80 ? char16_t(in[i]) : platform::cp1252_to_unicode(in[i]);
-        return;
-    }
+    if (cp == platform::kCodePage1252) return decode_1252_into(bytes, out);
     out.clear();
     if (!platform::decode(cp, bytes, out)) out = platform::decode_1252(bytes);
 }
@@ -441,6 +442,17 @@ void f_read_line(int32_t handle, std::u16string& out, CXError& err) {
         return;
     }
     IXStream& s = *r->stream;
+    const bool unicode = r->unicode != 0;
+    const uint8_t* data = nullptr;
+    std::size_t size = 0;
+    // The usual case first: an ANSI line of code page 1252 whose end lies
+    // in the read-ahead (ScanLine finds none at the end of the file).
+    if (!unicode && s.codepage() == platform::kCodePage1252 &&
+        s.ScanLine(kLineEndAnsi, sizeof kLineEndAnsi, &data, &size)) {
+        if (err.failed()) err.clear(); // as after any line read
+        decode_1252_into({data, size}, out);
+        return;
+    }
     Bound bound(&s, err);
     if (s.at_end()) {
         if (err.failed()) err.clear();
@@ -453,13 +465,10 @@ void f_read_line(int32_t handle, std::u16string& out, CXError& err) {
     // what it did not use, so the position is just after the line end;
     // ReadUntil gives that same line and position in one pass over the
     // stream's read-ahead.
-    const bool unicode = r->unicode != 0;
     const uint8_t* end = unicode ? kLineEndUnicode : kLineEndAnsi;
     const uint32_t end_length = unicode ? sizeof kLineEndUnicode : sizeof kLineEndAnsi;
     std::string& line = s.scratch();
     std::span<const uint8_t> bytes;
-    const uint8_t* data = nullptr;
-    std::size_t size = 0;
     if (s.ScanLine(end, end_length, &data, &size)) {
         bytes = {data, size}; // the usual case: the line lies in the read-ahead
     } else {

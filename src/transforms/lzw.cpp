@@ -29,8 +29,11 @@ namespace {
 // 258 and more).  An entry that would lie 512 slots or more from home goes
 // to a list of overflows instead.
 constexpr uint32_t kLookupSlots = 1u << 17;
-inline uint32_t mix_key(uint32_t key) {
-    return (key * 0x3779B1u) & 0xFFFFFFu; // odd factor: one to one on 24 bits
+constexpr uint32_t kMixFactor = 0x3779B1u; // odd: one to one on 24 bits
+// The bijection of the key (prefix << 8 | byte), as the prefix's product
+// plus the byte's: only the prefix's waits on the lookup before it.
+inline uint32_t mix_pair(uint32_t prefix, uint32_t byte) {
+    return (prefix * (kMixFactor << 8) + byte * kMixFactor) & 0xFFFFFFu;
 }
 
 // Home slot of (prefix, byte) in the format's hash table, and the k-th
@@ -64,8 +67,7 @@ inline uint32_t next_probe(uint32_t slot, uint32_t k) {
         // the pair at i in the direct table: its line is asked for while the
         // lookup waits on its own.
         if (i + 1 < n) __builtin_prefetch(root + (p[i] << 8 | p[i + 1]));
-        const uint32_t key = cur << 8 | p[i];
-        const uint32_t h = mix_key(key);
+        const uint32_t h = mix_pair(cur, p[i]);
         uint32_t s = h >> 7, want = h & 0x7Fu, v;
         while ((v = table[s]) != 0 && (v & 0xFFFFu) != want) {
             s = (s + 1) & (kLookupSlots - 1);
@@ -82,8 +84,8 @@ inline uint32_t next_probe(uint32_t slot, uint32_t k) {
             mark = want;
             break;
         }
-        const auto hit =
-            std::find_if(overflow.begin(), overflow.end(), [key](uint64_t e) { return e >> 16 == key; });
+        const auto hit = std::find_if(overflow.begin(), overflow.end(),
+                                      [key = cur << 8 | p[i]](uint64_t e) { return e >> 16 == key; });
         if (hit == overflow.end()) {
             free = kLookupSlots;
             break;

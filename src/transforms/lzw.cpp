@@ -128,7 +128,8 @@ void LzwCoder::clear_tables() {
 }
 
 // Records the entry `code` = (cur, byte) where longest_match said it goes.
-void LzwCoder::add_entry(uint32_t cur, uint32_t byte, uint32_t code, uint32_t free, uint32_t mark) {
+[[gnu::always_inline]] inline void LzwCoder::add_entry(uint32_t cur, uint32_t byte, uint32_t code,
+                                                       uint32_t free, uint32_t mark) {
     if (cur <= 256) {
         root_[(cur - 1) << 8 | byte] = static_cast<uint16_t>(code);
     } else if (free != kLookupSlots) {

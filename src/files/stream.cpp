@@ -1,6 +1,8 @@
 // stream.cpp - IXStream over the device's file service.
 #include "files/stream.h"
 
+#include "files/line_end.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -431,22 +433,6 @@ const uint8_t* find_end_blocks(const uint8_t*& p, const uint8_t* limit, const ui
     return nullptr;
 }
 
-// The same for CR LF, the ANSI line end: one load a block, the byte after a
-// CR looked at only in the blocks that hold one.
-[[gnu::always_inline]] inline const uint8_t* find_crlf_blocks(const uint8_t*& p, const uint8_t* limit) {
-    const __m128i cr = _mm_set1_epi8('\r'), lf = _mm_set1_epi8('\n');
-    while (limit - p >= 17) {
-        const uint32_t crs = static_cast<uint32_t>(
-            _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), cr)));
-        if (crs) {
-            const uint32_t lfs = static_cast<uint32_t>(_mm_movemask_epi8(
-                _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1)), lf)));
-            if (const uint32_t match = crs & lfs) return p + __builtin_ctz(match);
-        }
-        p += 16;
-    }
-    return nullptr;
-}
 #endif
 
 // First occurrence of a line end of 1 to 4 bytes in [from, limit), or null.

@@ -31,6 +31,7 @@
 #include <string_view>
 
 #include "component/error.h"
+#include "files/line_end.h"
 #include "platform/files.h"
 
 namespace kp::files {
@@ -125,6 +126,9 @@ class IXStream {
     // the stream's buffer, valid until the next operation, and the position
     // moves past the line end.  False, with nothing moved, otherwise.
     bool ScanLine(const uint8_t* end, uint32_t end_length, const uint8_t** data, std::size_t* size);
+    // ScanLine for CR LF, inline while the line end lies in the read-ahead
+    // as it is (the per-line path of ANSI text).
+    inline bool ScanCrLf(const uint8_t** data, std::size_t* size);
 
     // Code page of the file's ANSI text (the host's, taken at open).
     uint32_t codepage() const { return codepage_; }
@@ -159,5 +163,22 @@ class IXStream {
     std::string scratch_;
     uint32_t codepage_ = 1252;
 };
+
+inline bool IXStream::ScanCrLf(const uint8_t** data, std::size_t* size) {
+#if defined(__SSE2__)
+    if (buffered_ && position_ >= aux_start_ && position_ - aux_start_ < buffered_) {
+        const uint8_t* from = aux_.get() + (position_ - aux_start_);
+        const uint8_t* p = from;
+        if (const uint8_t* at = find_crlf_blocks(p, aux_.get() + buffered_)) {
+            *data = from;
+            *size = static_cast<std::size_t>(at - from);
+            position_ += *size + 2;
+            return true;
+        }
+    }
+#endif
+    static constexpr uint8_t kCrLf[] = {13, 10};
+    return ScanLine(kCrLf, 2, data, size);
+}
 
 } // namespace kp::files

@@ -56,21 +56,10 @@ int32_t FileHandleTable::insert(OpenFileRecord* record) {
     return index;
 }
 
-OpenFileRecord* FileHandleTable::find(int32_t handle) const {
-    struct Last {
-        const FileHandleTable* table;
-        int32_t handle;
-        uint64_t changes;
-        OpenFileRecord* record;
-    };
-    thread_local Last last{nullptr, 0, 0, nullptr};
-    // Read before the lock: a removal from here on makes the entry stale.
-    const uint64_t changes = changes_.load(std::memory_order_acquire);
-    if (last.record && last.table == this && last.handle == handle && last.changes == changes)
-        return last.record;
+OpenFileRecord* FileHandleTable::find_slow(int32_t handle, uint64_t changes) const {
     std::lock_guard<std::mutex> lock(mu_);
     OpenFileRecord* record = find_locked(handle);
-    last = {this, handle, changes, record};
+    last_ = {this, handle, changes, record};
     return record;
 }
 
@@ -102,11 +91,15 @@ struct ComponentTable : FileHandleTable {
 };
 } // namespace
 
+namespace {
+// Lives as long as the component: made when the module is loaded, its slot
+// array freed when it is unloaded (files still open then are not closed by
+// it).
+ComponentTable component_table;
+} // namespace
+
 FileHandleTable& handle_table() {
-    // Lives as long as the component: its slot array is freed when the
-    // module is unloaded (files still open then are not closed by it).
-    static ComponentTable table;
-    return table;
+    return component_table;
 }
 
 // --- Helpers -------------------------------------------------------------------
@@ -130,7 +123,7 @@ class Bound {
     IXStream* s_;
 };
 
-OpenFileRecord* lookup(int32_t handle, CXError& err) {
+[[gnu::always_inline]] inline OpenFileRecord* lookup(int32_t handle, CXError& err) {
     OpenFileRecord* r = handle_table().find(handle);
     if (!r || !r->stream) err.fail(kErrBadHandle, {handle});
     return r && r->stream ? r : nullptr;
@@ -447,8 +440,7 @@ void f_read_line(int32_t handle, std::u16string& out, CXError& err) {
     std::size_t size = 0;
     // The usual case first: an ANSI line of code page 1252 whose end lies
     // in the read-ahead (ScanLine finds none at the end of the file).
-    if (!unicode && s.codepage() == platform::kCodePage1252 &&
-        s.ScanLine(kLineEndAnsi, sizeof kLineEndAnsi, &data, &size)) {
+    if (!unicode && s.codepage() == platform::kCodePage1252 && s.ScanCrLf(&data, &size)) {
         if (err.failed()) err.clear(); // as after any line read
         decode_1252_into({data, size}, out);
         return;

@@ -64,7 +64,14 @@ class FileHandleTable {
     // thread remembers the last record it found: it serves again, without
     // the lock, as long as no handle of any table has been removed and no
     // table destroyed since (an open handle keeps its record until then).
-    OpenFileRecord* find(int32_t handle) const;
+    OpenFileRecord* find(int32_t handle) const {
+        // Read before the lock: a removal from here on makes the entry stale.
+        const uint64_t changes = changes_.load(std::memory_order_acquire);
+        const Last& last = last_;
+        if (last.record && last.table == this && last.handle == handle && last.changes == changes)
+            return last.record;
+        return find_slow(handle, changes);
+    }
     // Takes the handle's slot out of use and returns its record (null when invalid).
     OpenFileRecord* remove(int32_t handle);
 
@@ -82,6 +89,15 @@ class FileHandleTable {
     }
 
   private:
+    struct Last {
+        const FileHandleTable* table;
+        int32_t handle;
+        uint64_t changes;
+        OpenFileRecord* record;
+    };
+    // The last record this thread found, in any table.
+    inline static thread_local Last last_{nullptr, 0, 0, nullptr};
+    OpenFileRecord* find_slow(int32_t handle, uint64_t changes) const;
     OpenFileRecord* find_locked(int32_t handle) const;
     // Counts the removals and destructions of every table.
     inline static std::atomic<uint64_t> changes_{0};

@@ -143,7 +143,7 @@ bool IXStream::WriteAt(uint64_t position, const void* buffer, uint32_t count, ui
 
 bool IXStream::fill(uint64_t position) {
     if (!aux_) {
-        aux_.reset(new (std::nothrow) uint8_t[kAuxiliaryBufferSize]);
+        aux_.reset(static_cast<uint8_t*>(std::aligned_alloc(4096, kAuxiliaryBufferSize)));
         if (!aux_) {
             platform::set_last_error(platform::kErrorNotEnoughMemory);
             return false;

@@ -472,19 +472,7 @@ bool IXStream::ScanLine(const uint8_t* end, uint32_t end_length, const uint8_t**
         }
     }
     const uint8_t* from = aux_.get() + (position_ - aux_start_);
-    const uint8_t* limit = aux_.get() + buffered_;
-    const uint8_t* at;
-#if defined(__SSE2__)
-    // CR LF, the line end of ANSI text, searched here without a call.
-    if (end_length == 2 && end[0] == '\r' && end[1] == '\n') {
-        const uint8_t* p = from;
-        at = find_crlf_blocks(p, limit);
-        if (!at) at = find_end(p, limit, end, end_length);
-    } else
-#endif
-    {
-        at = find_end(from, limit, end, end_length);
-    }
+    const uint8_t* at = find_end(from, aux_.get() + buffered_, end, end_length);
     if (!at) return false;
     *data = from;
     *size = static_cast<std::size_t>(at - from);

@@ -129,9 +129,31 @@ char* write_utf8(std::u16string_view s, char* out) {
     return out;
 }
 
+namespace {
+// The bytes write_utf8 writes for `s`: the result is made at its size, not
+// at three bytes a unit (a clipboard text of megabytes would keep that).
+std::size_t utf8_length(std::u16string_view s) {
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        const char16_t c = s[i];
+        if (c < 0x80) {
+            n += 1;
+        } else if (c < 0x800) {
+            n += 2;
+        } else if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
+            n += 4;
+            ++i;
+        } else {
+            n += 3;
+        }
+    }
+    return n;
+}
+} // namespace
+
 std::string to_utf8(std::u16string_view s) {
-    std::string out(s.size() * 3, '\0');
-    out.resize(static_cast<std::size_t>(write_utf8(s, out.data()) - out.data()));
+    std::string out(utf8_length(s), '\0');
+    write_utf8(s, out.data());
     return out;
 }
 

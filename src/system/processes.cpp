@@ -351,43 +351,61 @@ int32_t exe_running(std::optional<std::u16string_view> program, CXError& err) {
 bool exe_terminate(std::u16string_view program, CXError& err) {
     const PathParts wanted = split_path(program);
     const std::u16string_view wanted_file = file_name(wanted, program);
-    platform::collect_children();
-    std::vector<platform::ProcessEntry> list;
-    if (!platform::list_processes(list)) {
-        err.fail(kErrProcessList);
-        return false;
-    }
     const std::string root = platform::device_root();
     const int32_t self = platform::own_process_id();
-    std::vector<int32_t> targets;
-    bool includes_self = false;
     auto matches = [&](const ShownModule& m) {
         const PathParts p = module_parts(m);
         return same_ignoring_case(file_name(p, m.path), wanted_file) &&
                (wanted.directory.empty() || same_ignoring_case(p.directory, wanted.directory));
     };
-    for (const platform::ProcessEntry& e : list) {
-        // A script is stopped by its own name as well (its interpreter's
-        // process).
-        if (!matches(shown_module(e, root))) {
-            std::optional<ShownModule> script = shown_script(e, root);
-            if (!script || !matches(*script)) continue;
+    bool includes_self = false;
+    // The processes of the program but this one, from a fresh list; false
+    // when the list cannot be taken.
+    auto find_targets = [&](std::vector<int32_t>& targets) {
+        targets.clear();
+        platform::collect_children();
+        std::vector<platform::ProcessEntry> list;
+        if (!platform::list_processes(list)) return false;
+        for (const platform::ProcessEntry& e : list) {
+            // A script is stopped by its own name as well (its interpreter's
+            // process).
+            if (!matches(shown_module(e, root))) {
+                std::optional<ShownModule> script = shown_script(e, root);
+                if (!script || !matches(*script)) continue;
+            }
+            if (e.pid == self)
+                includes_self = true;
+            else
+                targets.push_back(e.pid);
         }
-        if (e.pid == self)
-            includes_self = true;
-        else
-            targets.push_back(e.pid);
+        return true;
+    };
+    std::vector<int32_t> targets;
+    if (!find_targets(targets)) {
+        err.fail(kErrProcessList);
+        return false;
     }
-    // The calling program, when it matches, is stopped after the others.
-    if (includes_self) targets.push_back(self);
     // A process that has ended since the list was taken (or ends before
     // its stop) is not stopped again and does not count.  Every stop waits
-    // for its process to end, all of them within kStopBound.
+    // for its process to end, all of them within kStopBound.  A process
+    // being stopped may have forked a copy of itself that has not started
+    // another program yet (a shell running a script does so for each
+    // command): it shows under the same name, so the list is taken again
+    // after each pass that stopped something, until a pass finds nothing
+    // left to stop or the bound has passed.
     const int64_t deadline = platform::steady_milliseconds() + kStopBound;
     bool stopped = false;
-    for (int32_t pid : targets)
-        if (platform::open_process(pid) == platform::ProcessAccess::Running)
-            stopped = platform::kill_process(pid, deadline) || stopped;
+    for (;;) {
+        bool stopped_now = false;
+        for (int32_t pid : targets)
+            if (platform::open_process(pid) == platform::ProcessAccess::Running)
+                stopped_now = platform::kill_process(pid, deadline) || stopped_now;
+        stopped = stopped || stopped_now;
+        if (!stopped_now || platform::steady_milliseconds() >= deadline || !find_targets(targets)) break;
+    }
+    // The calling program, when it matches, is stopped after the others.
+    if (includes_self && platform::open_process(self) == platform::ProcessAccess::Running)
+        stopped = platform::kill_process(self, deadline) || stopped;
     return stopped;
 }
 

@@ -159,6 +159,26 @@ TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
     EXPECT_EQ(running(device), 0);
 }
 
+// A script that keeps forking copies of its shell (subshells that wait for a child) while it is
+// being stopped: the copies forked after the list was taken are stopped too.
+TEST_F(ListTest, CopiesForkedWhileStoppingAreStoppedToo) {
+    script("Programs/" + name + ".sh", "while :; do (sleep 1; :) & sleep 0.002; done");
+    const std::u16string device = u"\\Programs\\" + n16 + u".sh";
+    auto r = call("ExeRun", {Value::string(device), I(1), I(3)});
+    ASSERT_GT(r.result.i, 0);
+    started.push_back(static_cast<int>(r.result.i));
+    EXPECT_TRUE(eventually([&] { return running(device) > 5; }));
+    for (int round = 0; round < 5; ++round) {
+        EXPECT_TRUE(call("ExeTerminate", {Value::string(device)}).result.b);
+        EXPECT_EQ(running(device), 0) << "round " << round;
+        if (round + 1 < 5) {
+            r = call("ExeRun", {Value::string(device), I(1), I(3)});
+            started.push_back(static_cast<int>(r.result.i));
+            EXPECT_TRUE(eventually([&] { return running(device) > 5; }));
+        }
+    }
+}
+
 // A process of another user can be neither stopped nor read (from a child that drops root, or
 // as an ordinary user against process 1).
 TEST_F(ListTest, ProcessOfAnotherUser) {

@@ -1,6 +1,7 @@
 // process_fixture.h - a host over a temporary device root, and helpers to watch processes.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -11,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,9 +36,17 @@ inline bool eventually(const std::function<bool()>& done, int ms = 5000) {
     return true;
 }
 
+// The file's bytes; what could be read when it fails midway (a /proc file of a process that
+// has just ended fails with ESRCH), nothing when it cannot be opened.
 inline std::string read_text(const fs::path& p) {
-    std::ifstream f(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+    std::string out;
+    const int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return out;
+    char buf[4096];
+    for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;)
+        out.append(buf, static_cast<std::size_t>(n));
+    ::close(fd);
+    return out;
 }
 
 // "S" field of /proc/PID/stat and the parent, or 0 when the process is gone.

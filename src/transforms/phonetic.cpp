@@ -60,7 +60,10 @@ char16_t fold_letter(char16_t c) {
     return c;
 }
 
-std::u16string phonetic(std::u16string_view input) {
+namespace {
+
+// 1, 2. The folded text without its leading and trailing spaces.
+std::u16string folded_and_trimmed(std::u16string_view input) {
     std::u16string folded(input);
     // 1. Fold.
     for (auto& c : folded)
@@ -68,9 +71,11 @@ std::u16string phonetic(std::u16string_view input) {
     // 2. Leading and trailing spaces.
     const std::size_t first = folded.find_first_not_of(u' ');
     if (first == std::u16string::npos) return {};
-    folded = folded.substr(first, folded.find_last_not_of(u' ') - first + 1);
-    Text t(std::move(folded));
+    return folded.substr(first, folded.find_last_not_of(u' ') - first + 1);
+}
 
+// 3-7. Letters not heard at the end of a word.
+void drop_silent_endings(Text& t) {
     // 3. Final S, or the X of a final "UX".
     if (t.last() == u'S')
         t.drop_last();
@@ -96,6 +101,10 @@ std::u16string phonetic(std::u16string_view input) {
     }
     // 7. Final "ER".
     if (t.ends_with(u"ER")) t.drop_last();
+}
+
+// 8-13. Spellings of one sound: QU, final E, M before B or P, Y, hyphens, OI.
+void simplify_spellings(Text& t) {
     // 8. "QU" -> "K".
     for (std::ptrdiff_t i = 0; i < t.size(); ++i)
         if (t.at(i) == u'Q' && t.at(i + 1) == u'U') {
@@ -118,6 +127,10 @@ std::u16string phonetic(std::u16string_view input) {
     // 13. "OI" -> "OA".
     for (std::ptrdiff_t i = 0; i + 1 < t.size(); ++i)
         if (t.at(i) == u'O' && t.at(i + 1) == u'I') t.set(i + 1, u'A');
+}
+
+// 14, 15. Vowel groups heard as one vowel.
+void merge_vowels(Text& t) {
     // 14. "EU" -> "E", runs included.
     for (std::ptrdiff_t i = 0; i < t.size();) {
         if (t.at(i) == u'E' && t.at(i + 1) == u'U')
@@ -139,6 +152,10 @@ std::u16string phonetic(std::u16string_view input) {
             ++i;
         }
     }
+}
+
+// 16-18. S and C by what follows them.
+void soften_consonants(Text& t) {
     // 16. S between vowels -> Z.
     for (std::ptrdiff_t i = 0; i < t.size(); ++i)
         if (t.at(i) == u'S' && is_vowel(t.at(i - 1)) && is_vowel(t.at(i + 1))) t.set(i, u'Z');
@@ -147,6 +164,10 @@ std::u16string phonetic(std::u16string_view input) {
         if (t.at(i) == u'C' && (t.at(i + 1) == u'E' || t.at(i + 1) == u'I')) t.set(i, u'S');
     for (auto& c : t.str())
         if (c == u'C') c = u'K';
+}
+
+// 19-21. Nasal vowels, and AI.
+void merge_nasals(Text& t) {
     // 19. "AN", "EN" -> "A" before neither a vowel nor N (the end included).
     for (std::ptrdiff_t i = 0; i < t.size();) {
         const char16_t c = t.at(i), n = t.at(i + 1), after = t.at(i + 2);
@@ -171,6 +192,10 @@ std::u16string phonetic(std::u16string_view input) {
             t.set(i, u'E');
             t.erase(i + 1);
         }
+}
+
+// 22, 23. H, and doubled letters.
+void drop_h_and_doubles(Text& t) {
     // 22. H is deleted; a P before it becomes F.  (The C rule cannot fire
     // any more, every C being a K by now; it is kept as the pass has it.)
     // The pass moves on after a deletion, so of "HH" the second H stays.
@@ -190,6 +215,18 @@ std::u16string phonetic(std::u16string_view input) {
         else
             ++i;
     }
+}
+
+} // namespace
+
+std::u16string phonetic(std::u16string_view input) {
+    Text t(folded_and_trimmed(input));
+    drop_silent_endings(t);
+    simplify_spellings(t);
+    merge_vowels(t);
+    soften_consonants(t);
+    merge_nasals(t);
+    drop_h_and_doubles(t);
     return std::move(t.str());
 }
 

@@ -50,6 +50,12 @@ std::string error_summary(const kp::host::ErrorInfo& e);
 // The 10 bytes of a `kp.currency` value at `index`; false when the value
 // is not one.
 bool currency_at(lua_State* L, int index, const uint8_t*& bytes);
+// Pushes the 10 bytes of a currency as a `kp.currency` (lua_currency.cpp).
+void push_currency(lua_State* L, const uint8_t* bytes);
+// kp.currency(text | number | currency): the impl behind it.
+int currency_new(lua_State* L, std::string& err);
+// The `kp.currency` metatable: arithmetic, comparisons, tostring, tonumber.
+void add_currency_type(lua_State* L);
 
 // The value a `kp.var` at `index` refers to, or null when it is not one.
 const kp::host::Value* var_at(lua_State* L, int index);

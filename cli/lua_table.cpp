@@ -7,7 +7,7 @@
 #include <new>
 #include <string>
 
-#include "tr.h"
+#include "lua_guard.h"
 #include "wtf8.h"
 
 namespace kp::cli {
@@ -21,16 +21,6 @@ struct TableBox {
     uintptr_t handle;
     kp::host::Host* host;
 };
-
-char kSessionKey;
-
-// kp120's own words in the session's interface language.
-const char* say(lua_State* L, const char* en, const char* fr) {
-    lua_rawgetp(L, LUA_REGISTRYINDEX, &kSessionKey);
-    const auto* s = static_cast<const Session*>(lua_touserdata(L, -1));
-    lua_pop(L, 1);
-    return s ? tr(s->host, en, fr) : en;
-}
 
 std::u16string text_field(lua_State* L, int index, const char* what, std::string& err) {
     size_t n = 0;
@@ -179,11 +169,9 @@ int table_new(lua_State* L, std::string& err) {
     control->unreadable = lua_toboolean(L, -1) != 0;
     lua_pop(L, 1);
 
-    lua_rawgetp(L, LUA_REGISTRYINDEX, &kSessionKey);
-    auto* s = static_cast<Session*>(lua_touserdata(L, -1));
-    lua_pop(L, 1);
+    kp::host::Host& host = session(L).host;
     void* p = lua_newuserdatauv(L, sizeof(TableBox), 0);
-    new (p) TableBox{s->host.add_control(std::move(control)), &s->host};
+    new (p) TableBox{host.add_control(std::move(control)), &host};
     luaL_setmetatable(L, kTableType);
     return 1;
 }
@@ -222,9 +210,7 @@ int table_tostring(lua_State* L) {
 
 } // namespace
 
-void add_table_api(lua_State* L, Session& session) {
-    lua_pushlightuserdata(L, &session);
-    lua_rawsetp(L, LUA_REGISTRYINDEX, &kSessionKey);
+void add_table_api(lua_State* L) {
     static const luaL_Reg meta[] = {{"__gc", table_gc}, {"__tostring", table_tostring}, {nullptr, nullptr}};
     luaL_newmetatable(L, kTableType);
     luaL_setfuncs(L, meta, 0);

@@ -24,7 +24,7 @@ inline constexpr const char* kTableType = "kp.table";
 
 // Registers the kp.table type and sets the field `table` of the table on
 // top of the stack (the kp library table).
-void add_table_api(lua_State* L, Session& session);
+void add_table_api(lua_State* L);
 
 // The handle of the kp.table at `index`; false when the value is not one.
 bool table_handle_at(lua_State* L, int index, uintptr_t& handle);

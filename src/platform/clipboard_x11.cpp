@@ -570,6 +570,10 @@ class X11Clipboard final : public Clipboard, private Opener {
     }
 
     void wait_for_work() {
+        // Xlib reads whatever the server has sent while it flushes (XFlush
+        // included): events can sit in its queue with nothing left on the
+        // connection to wake the poll.  They are handled first.
+        if (!dead_ && XEventsQueued(dpy_, QueuedAlready) > 0) return;
         int timeout = -1;
         const auto now = Clock::now();
         auto consider = [&](Clock::time_point t) {

@@ -148,6 +148,21 @@ TEST(X11Clipboard, HundredMegabytesBothWays) {
         << text.size();
 }
 
+// Answers that come while the clipboard's thread is flushing its own requests are read by Xlib
+// then, into its queue: the thread must handle them before it waits on the connection again.
+// xclip answers at once, so over many reads some answers land in that moment.
+TEST(X11Clipboard, AnswersThatArriveDuringAFlushAreNotLeftWaiting) {
+    NEED_DISPLAY();
+    xclip_in("quick answer");
+    // A waiting answer would end its read with 1460 after this bound, not with slowness.
+    auto cb = clip::make_x11_clipboard(TestDisplay::name(), 30000);
+    ASSERT_TRUE(cb);
+    std::vector<uint8_t> block;
+    int read = 0;
+    for (; read < 5000 && take(*cb, 13, block) && clip::text_of_block(block) == u"quick answer"; ++read) {}
+    EXPECT_EQ(read, 5000) << kp::platform::last_error();
+}
+
 // ---- other Xlib clients ----------------------------------------------
 
 // A client with a window, owning `owns` if given; a thread hands `handler` every event.

@@ -30,18 +30,21 @@ inline std::string figure(const char* format, ...) {
 
 // Each side's fastest of `rounds` runs taken alternately: the peer's time
 // over ours, so that a ratio above 1 means faster than the peer (0 when a
-// side fails).
-inline double paired(int rounds, const std::function<bool()>& ours, const std::function<bool()>& peer) {
+// side fails).  `settle`, when given, runs untimed before every run, so
+// that each side starts from the same state (no output of the other side
+// left to remove, no dirty pages of it left to write back).
+inline double paired(int rounds, const std::function<bool()>& ours, const std::function<bool()>& peer,
+                     const std::function<void()>& settle = {}) {
     double a = 1e300, b = 1e300;
-    for (int r = 0; r < rounds; ++r) {
-        auto t0 = std::chrono::steady_clock::now();
-        if (!ours()) return 0;
-        auto t1 = std::chrono::steady_clock::now();
-        if (!peer()) return 0;
-        auto t2 = std::chrono::steady_clock::now();
-        a = std::min(a, std::chrono::duration<double>(t1 - t0).count());
-        b = std::min(b, std::chrono::duration<double>(t2 - t1).count());
-    }
+    auto timed = [&](const std::function<bool()>& side, double& best) {
+        if (settle) settle();
+        const auto t0 = std::chrono::steady_clock::now();
+        if (!side()) return false;
+        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
+        return true;
+    };
+    for (int r = 0; r < rounds; ++r)
+        if (!timed(ours, a) || !timed(peer, b)) return 0;
     return b / a;
 }
 

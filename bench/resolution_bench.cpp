@@ -8,7 +8,6 @@
 //     back for each, against nftw counting the same files (target >= 1.0).
 // KP120_RESOLVE_WALK=1 measures the walk that stands in for openat2.
 #include <benchmark/benchmark.h>
-#include <ftw.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -20,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "file_tree.h"
 #include "ratio.h"
 #include "support/test_host.h"
 
@@ -28,7 +28,7 @@ namespace {
 namespace fs = std::filesystem;
 using kp::host::Value;
 
-constexpr int kDirectories = 1000, kFilesPerDirectory = 100, kLookups = 10000;
+constexpr int kLookups = 10000;
 
 struct Setup {
     std::unique_ptr<kp::test::HostFixture> fx;
@@ -40,12 +40,7 @@ Setup& setup() {
         Setup r;
         r.fx = std::make_unique<kp::test::HostFixture>();
         r.device = r.fx->device();
-        for (int d = 0; d < kDirectories; ++d) {
-            fs::path dir = r.device / "tree" / ("d" + std::to_string(d / 100)) / ("e" + std::to_string(d));
-            fs::create_directories(dir);
-            for (int f = 0; f < kFilesPerDirectory; ++f)
-                std::ofstream(dir / ("f" + std::to_string(f) + ".txt")) << "x";
-        }
+        kp::bench::make_tree(r.device);
         r.deep = r.device / "Data" / "Orders" / "2024" / "March" / "Day31" / "orders.dat";
         fs::create_directories(r.deep.parent_path());
         std::ofstream(r.deep) << "x";
@@ -80,23 +75,10 @@ bool plain_stat() {
 }
 
 int64_t list_files() {
-    int64_t seen = 0;
-    std::vector<Value> args = {Value::string(u"\\tree\\*.txt"), Value::procedure([&](std::vector<Value>&) {
-                                   ++seen;
-                                   return Value::boolean(true);
-                               })};
-    int64_t n = setup().fx->host->call("fListFile", args).result.i;
-    return n == seen ? n : -1;
-}
-int64_t g_nftw_count = 0;
-int count_file(const char*, const struct stat*, int type, struct FTW*) {
-    if (type == FTW_F) ++g_nftw_count;
-    return 0;
+    return kp::bench::list_tree(*setup().fx->host);
 }
 int64_t nftw_files() {
-    g_nftw_count = 0;
-    nftw((setup().device / "tree").c_str(), count_file, 64, FTW_PHYS);
-    return g_nftw_count;
+    return kp::bench::nftw_tree(setup().device);
 }
 
 void BM_FileExist(benchmark::State& state) {
@@ -111,13 +93,13 @@ void BM_StatPeer(benchmark::State& state) {
 }
 void BM_ListFile(benchmark::State& state) {
     for (auto _ : state)
-        if (list_files() != kDirectories * kFilesPerDirectory) state.SkipWithError("wrong count");
-    state.SetItemsProcessed(state.iterations() * kDirectories * kFilesPerDirectory);
+        if (list_files() != kp::bench::kTreeFiles) state.SkipWithError("wrong count");
+    state.SetItemsProcessed(state.iterations() * kp::bench::kTreeFiles);
 }
 void BM_NftwPeer(benchmark::State& state) {
     for (auto _ : state)
-        if (nftw_files() != kDirectories * kFilesPerDirectory) state.SkipWithError("wrong count");
-    state.SetItemsProcessed(state.iterations() * kDirectories * kFilesPerDirectory);
+        if (nftw_files() != kp::bench::kTreeFiles) state.SkipWithError("wrong count");
+    state.SetItemsProcessed(state.iterations() * kp::bench::kTreeFiles);
 }
 BENCHMARK(BM_FileExist)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_StatPeer)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -147,14 +129,14 @@ int main(int argc, char** argv) {
     };
     const double whole = fastest(file_exist), call = fastest(abi_call_alone), peer = fastest(plain_stat);
     double list = paired(
-        3, [] { return list_files() == kDirectories * kFilesPerDirectory; },
-        [] { return nftw_files() == kDirectories * kFilesPerDirectory; });
+        3, [] { return list_files() == kp::bench::kTreeFiles; },
+        [] { return nftw_files() == kp::bench::kTreeFiles; });
     kp::bench::report_ratio("fFileExist, 6 levels through the resolver (throughput x stat)", "alternate runs",
                             "stat", exist, ">=", 0.5);
     std::printf("resolution alone: %.2f us a lookup (the ABI call's %.2f us taken out), stat %.2f us\n",
                 (whole - call) * 1e6 / kLookups, call * 1e6 / kLookups, peer * 1e6 / kLookups);
-    kp::bench::report_ratio("fListFile through the resolver (throughput x nftw)", "alternate runs", "nftw", list,
-                            ">=", 1.0);
+    kp::bench::report_ratio("fListFile through the resolver (throughput x nftw)", "alternate runs", "nftw",
+                            list, ">=", 1.0);
     benchmark::Shutdown();
     setup().fx.reset(); // removes the files
     return 0;

@@ -66,6 +66,18 @@ class ListTest : public ProcessTest {
         }));
         return pid;
     }
+    // Writes the script "\Programs\<name>.sh" with `body`; its device name.
+    std::u16string put_script(const std::string& body) {
+        script("Programs/" + name + ".sh", body);
+        return u"\\Programs\\" + n16 + u".sh";
+    }
+    // Starts `program` without waiting; false when it does not start.
+    bool start(const std::u16string& program) {
+        auto r = call("ExeRun", {Value::string(program), I(1), I(3)});
+        if (r.result.i <= 0) return false;
+        started.push_back(static_cast<int>(r.result.i));
+        return true;
+    }
     int64_t running(const std::u16string& program) {
         return call("ExeRunning", {Value::string(program)}).result.i;
     }
@@ -146,11 +158,8 @@ TEST_F(ListTest, EndedProcessesAreNeitherRunningNorListedNorStopped) {
 
 // A script, run by its interpreter, is found by its own name.
 TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
-    script("Programs/" + name + ".sh", "while :; do sleep 0.1; done");
-    const std::u16string device = u"\\Programs\\" + n16 + u".sh";
-    auto r = call("ExeRun", {Value::string(device), I(1), I(3)});
-    ASSERT_GT(r.result.i, 0);
-    started.push_back(static_cast<int>(r.result.i));
+    const std::u16string device = put_script("while :; do sleep 0.1; done");
+    ASSERT_TRUE(start(device));
     EXPECT_TRUE(eventually([&] { return running(device) == 1; }));
     // The shell's child is the script too until it has started `sleep`.
     EXPECT_TRUE(eventually([&] { return running(n16) == 1; }));
@@ -162,20 +171,12 @@ TEST_F(ListTest, ScriptsAreFoundByTheirOwnName) {
 // A script that keeps forking copies of its shell (subshells that wait for a child) while it is
 // being stopped: the copies forked after the list was taken are stopped too.
 TEST_F(ListTest, CopiesForkedWhileStoppingAreStoppedToo) {
-    script("Programs/" + name + ".sh", "while :; do (sleep 1; :) & sleep 0.002; done");
-    const std::u16string device = u"\\Programs\\" + n16 + u".sh";
-    auto r = call("ExeRun", {Value::string(device), I(1), I(3)});
-    ASSERT_GT(r.result.i, 0);
-    started.push_back(static_cast<int>(r.result.i));
-    EXPECT_TRUE(eventually([&] { return running(device) > 5; }));
+    const std::u16string device = put_script("while :; do (sleep 1; :) & sleep 0.002; done");
     for (int round = 0; round < 5; ++round) {
+        ASSERT_TRUE(start(device));
+        EXPECT_TRUE(eventually([&] { return running(device) > 5; }));
         EXPECT_TRUE(call("ExeTerminate", {Value::string(device)}).result.b);
         EXPECT_EQ(running(device), 0) << "round " << round;
-        if (round + 1 < 5) {
-            r = call("ExeRun", {Value::string(device), I(1), I(3)});
-            started.push_back(static_cast<int>(r.result.i));
-            EXPECT_TRUE(eventually([&] { return running(device) > 5; }));
-        }
     }
 }
 

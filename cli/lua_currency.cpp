@@ -24,15 +24,23 @@ bool currency_at(lua_State* L, int index, const uint8_t*& bytes) {
 
 namespace {
 
-int currency_tostring(lua_State* L, std::string& err) {
+// The decimal text of the kp.currency at argument 1; false with the
+// message `en`/`fr` in `err` when it is not one.
+bool self_text(lua_State* L, std::string& text, std::string& err, const char* en, const char* fr) {
     const uint8_t* p = nullptr;
     if (!currency_at(L, 1, p)) {
-        err = say(L, "expects a kp.currency", "attend un kp.currency");
-        return kFail;
+        err = say(L, en, fr);
+        return false;
     }
     uint8_t cy[10];
     std::memcpy(cy, p, 10);
-    const std::string t = kp::host::currency_to_text(cy);
+    text = kp::host::currency_to_text(cy);
+    return true;
+}
+
+int currency_tostring(lua_State* L, std::string& err) {
+    std::string t;
+    if (!self_text(L, t, err, "expects a kp.currency", "attend un kp.currency")) return kFail;
     lua_pushlstring(L, t.data(), t.size());
     return 1;
 }
@@ -270,14 +278,10 @@ int currency_le(lua_State* L, std::string& err) {
 
 // c:tonumber(): the nearest float.
 int currency_tonumber(lua_State* L, std::string& err) {
-    const uint8_t* p = nullptr;
-    if (!currency_at(L, 1, p)) {
-        err = say(L, "tonumber: expects a kp.currency", "tonumber : attend un kp.currency");
+    std::string t;
+    if (!self_text(L, t, err, "tonumber: expects a kp.currency", "tonumber : attend un kp.currency"))
         return kFail;
-    }
-    uint8_t cy[10];
-    std::memcpy(cy, p, 10);
-    lua_pushnumber(L, std::strtod(kp::host::currency_to_text(cy).c_str(), nullptr));
+    lua_pushnumber(L, std::strtod(t.c_str(), nullptr));
     return 1;
 }
 

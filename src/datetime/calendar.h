@@ -56,6 +56,8 @@ struct Time {
 
 // Days of a common year before the first of each month.
 inline constexpr int32_t kDaysBeforeMonth[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+// Milliseconds in a day.
+inline constexpr int64_t kMsPerDay = 86400000;
 // Days between the epoch of the day-number formula and 1 January 1800.
 inline constexpr int32_t kDayNumberEpoch = 657071;
 

@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "datetime/calendar.h"
 #include "datetime/text.h"
 
 namespace kp::datetime {
@@ -16,8 +17,6 @@ using text::replace_all;
 using Digits = text::Digits;
 
 namespace {
-
-constexpr int64_t kMsPerDay = 86400000;
 
 struct DurationParts {
     bool negative = false;

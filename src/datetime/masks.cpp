@@ -22,8 +22,6 @@ using Digits = text::Digits;
 
 namespace {
 
-constexpr int64_t kMsPerDay = 86400000;
-
 // A mask being replaced, with the set of ASCII characters it may hold so
 // that tokens whose first letter never occurred are not searched for.  The
 // set only grows (inserted values are added), so it never hides a token.

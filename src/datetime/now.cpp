@@ -9,7 +9,6 @@ namespace kp::datetime {
 
 namespace {
 
-constexpr int64_t kMsPerDay = 86400000;
 constexpr int64_t kMaxDrift = 2000;
 
 void record_refusal(CXError& err, uint32_t code) {

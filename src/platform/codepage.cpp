@@ -103,10 +103,38 @@ bool encode(uint32_t cp, std::u16string_view text, std::string& out) {
     return true;
 }
 
+namespace {
+// Whether s[i] and s[i + 1] are a surrogate pair (one character, four bytes
+// of UTF-8); a lone surrogate is written as three bytes (WTF-8).
+bool pair_at(std::u16string_view s, std::size_t i) {
+    return s[i] >= 0xD800 && s[i] < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000;
+}
+
+// The bytes write_utf8 writes for `s`: the result is made at its size, not
+// at three bytes a unit (a clipboard text of megabytes would keep that).
+std::size_t utf8_length(std::u16string_view s) {
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        const char16_t c = s[i];
+        if (c < 0x80) {
+            n += 1;
+        } else if (c < 0x800) {
+            n += 2;
+        } else if (pair_at(s, i)) {
+            n += 4;
+            ++i;
+        } else {
+            n += 3;
+        }
+    }
+    return n;
+}
+} // namespace
+
 char* write_utf8(std::u16string_view s, char* out) {
     for (std::size_t i = 0; i < s.size(); ++i) {
         uint32_t cp = s[i];
-        if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
+        if (pair_at(s, i)) {
             cp = 0x10000 + ((cp - 0xD800) << 10) + (s[i + 1] - 0xDC00);
             ++i;
         }
@@ -128,28 +156,6 @@ char* write_utf8(std::u16string_view s, char* out) {
     }
     return out;
 }
-
-namespace {
-// The bytes write_utf8 writes for `s`: the result is made at its size, not
-// at three bytes a unit (a clipboard text of megabytes would keep that).
-std::size_t utf8_length(std::u16string_view s) {
-    std::size_t n = 0;
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        const char16_t c = s[i];
-        if (c < 0x80) {
-            n += 1;
-        } else if (c < 0x800) {
-            n += 2;
-        } else if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
-            n += 4;
-            ++i;
-        } else {
-            n += 3;
-        }
-    }
-    return n;
-}
-} // namespace
 
 std::string to_utf8(std::u16string_view s) {
     std::string out(utf8_length(s), '\0');

@@ -140,14 +140,14 @@ int table_new(lua_State* L, std::string& err) {
     if (lua_type(L, 1) != LUA_TTABLE) {
         err = say(L, "kp.table: expects a table {kind, columns, rows, selected, totals}",
                   "kp.table : attend une table {kind, columns, rows, selected, totals}");
-        return -1;
+        return kFail;
     }
     auto control = std::make_shared<kp::host::TableControl>();
     lua_getfield(L, 1, "kind");
     if (!lua_isnil(L, -1)) {
         if (!lua_isinteger(L, -1)) {
             err = say(L, "kp.table: kind must be an integer", "kp.table : kind doit être un entier");
-            return -1;
+            return kFail;
         }
         control->kind = static_cast<int32_t>(lua_tointeger(L, -1));
     }
@@ -155,12 +155,12 @@ int table_new(lua_State* L, std::string& err) {
     for (auto [field, read] : {std::pair{"columns", &read_columns}, std::pair{"rows", &read_rows},
                                std::pair{"selected", &read_selected}}) {
         lua_getfield(L, 1, field);
-        if (!read(L, *control, err)) return -1;
+        if (!read(L, *control, err)) return kFail;
         lua_pop(L, 1);
     }
     lua_getfield(L, 1, "totals");
     if (!lua_isnil(L, -1)) {
-        if (!read_cells(L, lua_gettop(L), control->totals, "totals", err)) return -1;
+        if (!read_cells(L, lua_gettop(L), control->totals, "totals", err)) return kFail;
         control->has_totals = true;
     }
     lua_pop(L, 1);
@@ -176,24 +176,15 @@ int table_new(lua_State* L, std::string& err) {
     return 1;
 }
 
-int table_new_lua(lua_State* L) {
-    int r;
-    {
-        std::string err;
-        try {
-            r = table_new(L, err);
-        } catch (const std::bad_alloc&) {
-            err = say(L, "kp.table: out of memory", "kp.table : mémoire épuisée");
-            r = -1;
-        }
-        if (r < 0) {
-            luaL_where(L, 1);
-            lua_pushlstring(L, err.data(), err.size());
-            lua_concat(L, 2);
-        }
+// kp.table(description): the control, or a Lua error; memory running out
+// is told in the session's language.
+int kp_table(lua_State* L, std::string& err) {
+    try {
+        return table_new(L, err);
+    } catch (const std::bad_alloc&) {
+        err = say(L, "kp.table: out of memory", "kp.table : mémoire épuisée");
+        return kFail;
     }
-    if (r < 0) return lua_error(L);
-    return r;
 }
 
 int table_gc(lua_State* L) {
@@ -215,7 +206,7 @@ void add_table_api(lua_State* L) {
     luaL_newmetatable(L, kTableType);
     luaL_setfuncs(L, meta, 0);
     lua_pop(L, 1);
-    lua_pushcfunction(L, table_new_lua);
+    lua_pushcfunction(L, guarded<kp_table>);
     lua_setfield(L, -2, "table");
 }
 
